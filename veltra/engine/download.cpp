@@ -1,0 +1,317 @@
+/* Downloads into files. */
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "veltra/engine/web_connector.h"
+#include "veltra/platform/lock_guard.h"
+
+#define VELTRA_LOG_MODULE "WebConnector"
+#include "veltra/engine/easy_option.h"
+
+namespace
+{
+
+constexpr char TEMP_SUFFIX[] = ".bak";
+constexpr size_t TEMP_SUFFIX_LENGTH = sizeof TEMP_SUFFIX - 1;
+constexpr long LOW_SPEED_BYTES_PER_SECOND = 1024;
+constexpr long LOW_SPEED_SECONDS = 30;
+constexpr int PROGRESS_STEP = 5;
+
+constexpr int DOWNLOAD_STARTED = 1;
+constexpr int DOWNLOAD_FAILED = -6;
+constexpr int DOWNLOAD_EXISTS = -16;
+
+struct FILE_CLOSER_t
+{
+    void operator()(FILE* pFile) const { fclose(pFile); }
+};
+typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
+
+/** Creates or empties a file, unbuffered: a full disk then fails the write itself and not, unseen, the closing. */
+FILE_PTR_t OpenTempFile(const std::string& strPath)
+{
+    FILE_PTR_t pFile(fopen(strPath.c_str(), "wbe"));
+    if (pFile != nullptr)
+    {
+        setvbuf(pFile.get(), nullptr, _IONBF, 0);
+    }
+    return pFile;
+}
+
+/** True for a symbolic link, logged on behalf of the calling operation. */
+bool IsSymbolicLink(const std::string& strPath, const char* pszOperation = __builtin_FUNCTION(),
+                    int nLine = __builtin_LINE())
+{
+    struct stat tStat = {};
+    if (lstat(strPath.c_str(), &tStat) != 0 || !S_ISLNK(tStat.st_mode))
+    {
+        return false;
+    }
+    VELTRA_LOG_ERROR_AT(pszOperation, nLine, "path [%s] is a symb link! there's security risk!", strPath.c_str());
+    return true;
+}
+
+/**
+ * Creates the temporary file of a download that StartDownload() is to start, under whose name failures are logged.
+ * @return DOWNLOAD_STARTED, or the result that StartDownload() refuses with
+ */
+int CreateTempFile(const std::string& strPath, FILE_PTR_t& pFile, const char* pszOperation, int nLine)
+{
+    if (access(strPath.c_str(), F_OK) == 0)
+    {
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "File [%s] is already downloading, return!", strPath.c_str());
+        return DOWNLOAD_EXISTS;
+    }
+    /* A link to nothing passes that test, and opening it would create what it points to. */
+    if (IsSymbolicLink(strPath, pszOperation, nLine))
+    {
+        return DOWNLOAD_FAILED;
+    }
+    pFile = OpenTempFile(strPath);
+    if (pFile == nullptr)
+    {
+        const int nError = errno;
+        char szBuffer[256] = "";
+        const char* pszText = strerror_r(nError, szBuffer, sizeof szBuffer);
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Failed to create file = [%s], errno[%d], errmsg[%s, %s]",
+                            strPath.c_str(), nError, pszText, szBuffer);
+        return DOWNLOAD_FAILED;
+    }
+    return IsSymbolicLink(strPath, pszOperation, nLine) ? DOWNLOAD_FAILED : DOWNLOAD_STARTED;
+}
+
+std::string TargetPath(std::string strTempFilePath)
+{
+    if (!strTempFilePath.empty())
+    {
+        strTempFilePath.erase(strTempFilePath.size() - TEMP_SUFFIX_LENGTH);
+    }
+    return strTempFilePath;
+}
+
+/** Tells the callback, if there still is one, how a download ended; logged on behalf of the calling operation. */
+void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::MultiMsg& tMsg,
+                   const std::string& strFilePath, double dSpeed, const char* pszOperation = __builtin_FUNCTION(),
+                   int nLine = __builtin_LINE())
+{
+    /* In this order: a silent cancellation clears the callback before it sets the flag, so that it is never reported.
+     */
+    const bool bCancel = tReqFile.bCancel;
+    const DOWNLOAD_CB_t pfnDownloadCB = tReqFile.pfnDownloadCB;
+    if (pfnDownloadCB == nullptr)
+    {
+        return;
+    }
+    const int nId = tReqFile.nDownloadId;
+    if (bCancel)
+    {
+        pfnDownloadCB(nId, DOWNLOAD_TYPE_CANCEL, 0, dSpeed, tReqFile.pUserData);
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Downloading[%d] file[%s] is canceled.", nId, strFilePath.c_str());
+    }
+    else if (tMsg.bResult)
+    {
+        pfnDownloadCB(nId, DOWNLOAD_TYPE_SUCCESS, 0, dSpeed, tReqFile.pUserData);
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Download[%d] file[%s] successfully", nId, strFilePath.c_str());
+    }
+    else
+    {
+        pfnDownloadCB(nId, DOWNLOAD_TYPE_FAIL, 0, dSpeed, tReqFile.pUserData);
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId,
+                            strFilePath.c_str(), tMsg.strErrorMsg.c_str());
+    }
+}
+
+/** Takes away the temporary file, at the path it is given, of a download that has not been started. */
+struct TEMP_FILE_REMOVER_t
+{
+    void operator()(const std::string* pstrPath) const
+    {
+        const int nResult = remove(pstrPath->c_str());
+        VELTRA_LOG_ERROR_AT("StartDownload", __LINE__, "Failed to add download request, rm file %s, ret is [%d]",
+                            pstrPath->c_str(), nResult);
+    }
+};
+
+} // namespace
+
+int CWebConnector::CreateDownloadId()
+{
+    const CLockGuard tGuard(m_tDownloadIdLock);
+    return ++m_nDownloadId;
+}
+
+int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, const std::string& strFilePath,
+                                 DOWNLOAD_CB_t pfnDownloadCB, void* pUserData)
+{
+    VELTRA_LOG_INFO("Start Download:");
+    if (strUrl.empty() || strFilePath.empty() || pfnDownloadCB == nullptr)
+    {
+        VELTRA_LOG_ERROR("Input parameter error!");
+        return DOWNLOAD_FAILED;
+    }
+    if (!m_CheckRunning())
+    {
+        return DOWNLOAD_FAILED;
+    }
+    const CLockGuard tGuard(m_tDownloadLock);
+    const std::string strTempFilePath = strFilePath + TEMP_SUFFIX;
+    FILE_PTR_t pFile;
+    const int nResult = CreateTempFile(strTempFilePath, pFile, __func__, __LINE__);
+    if (nResult != DOWNLOAD_STARTED)
+    {
+        return nResult;
+    }
+    std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(&strTempFilePath);
+    auto ptReqFile = std::make_unique<_HTTP_REQ_FILE_t>();
+    ptReqFile->nDownloadId = nDownloadId;
+    ptReqFile->strUrl = strUrl;
+    ptReqFile->strTempFilePath = strTempFilePath;
+    ptReqFile->pFile = pFile.get();
+    ptReqFile->pfnDownloadCB = pfnDownloadCB;
+    ptReqFile->pUserData = pUserData;
+    auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
+    auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
+    *ptReqHandler = {REQ_TYPE_DOWNLOAD, ptEasyHandle.get(), ptReqFile.get()};
+    if (!m_InitDownloadRequest(ptReqHandler.get()))
+    {
+        VELTRA_LOG_ERROR("Init download request error!");
+        return DOWNLOAD_FAILED;
+    }
+    if (!m_SubmitRequest(ptReqHandler.get()))
+    {
+        VELTRA_LOG_ERROR("AddEasyHandle error!");
+        return DOWNLOAD_FAILED;
+    }
+    /* The worker's now, and perhaps freed already. */
+    static_cast<void>(ptRemover.release());
+    static_cast<void>(pFile.release());
+    static_cast<void>(ptReqFile.release());
+    static_cast<void>(ptEasyHandle.release());
+    static_cast<void>(ptReqHandler.release());
+    VELTRA_LOG_ERROR("Start to download file[%s], download id[%d]", strTempFilePath.c_str(), nDownloadId);
+    return DOWNLOAD_STARTED;
+}
+
+bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
+{
+    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
+    {
+        return false;
+    }
+    auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
+    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
+    if (!tEasy.Initialize())
+    {
+        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
+        return false;
+    }
+    const bool bSet =
+        SetOption(tEasy, WQCurl::HTTPGET, 1L, "Set WQCurl::HTTPGET error = [%s]") &&
+        SetOption(tEasy, WQCurl::URL, ptReqFile->strUrl, "Set WQCurl::URL error = [%s]") &&
+        SetOption(tEasy, WQCurl::PRIVATE, ptReqHandler, "Set WQCurl::PRIVATE error = [%s]") &&
+        SetOption(tEasy, WQCurl::NOPROGRESS, 0L, "Set WQCurl::NOPROGRESS error = [%s]") &&
+        SetOption(tEasy, WQCurl::NOSIGNAL, 1L, "Set WQCurl::NOSIGNAL error = [%s]") &&
+        SetOption(tEasy, WQCurl::WRITEFUNCTION, &WriteDataToFileCBFunc, "Set WQCurl::WRITEFUNCTION error = [%s]") &&
+        SetOption(tEasy, WQCurl::WRITEDATA, ptReqFile->pFile, "Set WQCurl::WRITEDATA error = [%s]") &&
+        (ptReqFile->pfnDownloadCB == nullptr ||
+         SetOption(tEasy, WQCurl::PROGRESSFUNCTION, &ProgressCBFunc, "Set WQCurl::PROGRESSFUNCTION error = [%s]")) &&
+        SetOption(tEasy, WQCurl::PROGRESSDATA, ptReqFile, "Set WQCurl::PROGRESSDATA error = [%s]") &&
+        SetOption(tEasy, WQCurl::LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND,
+                  "Set WQCurl::LOW_SPEED_LIMIT error = [%s]") &&
+        SetOption(tEasy, WQCurl::LOW_SPEED_TIME, LOW_SPEED_SECONDS, "Set WQCurl::LOW_SPEED_TIME error = [%s]");
+    if (bSet)
+    {
+        VELTRA_LOG_INFO("Init new download[%d] request end.", ptReqFile->nDownloadId);
+    }
+    return bSet;
+}
+
+size_t CWebConnector::WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream)
+{
+    if (pData == nullptr || pStream == nullptr)
+    {
+        return 0;
+    }
+    return fwrite(pData, nSize, nCount, static_cast<FILE*>(pStream));
+}
+
+int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, double /*dUpTotal*/, double /*dUpNow*/)
+{
+    if (pUser == nullptr)
+    {
+        VELTRA_LOG_ERROR("Progress input user point is NULL!");
+        return 1;
+    }
+    auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(pUser);
+    if (ptReqFile->bCancel)
+    {
+        VELTRA_LOG_INFO("Downloading[%d] file[%s] is canceled.", ptReqFile->nDownloadId,
+                        ptReqFile->strTempFilePath.c_str());
+        return 1;
+    }
+    if (dTotal <= 0 && dNow > 0)
+    {
+        return 0; /* a server that sends no length */
+    }
+    const int nPercent = dTotal > 0 ? static_cast<int>(round(dNow * 100.0 / dTotal)) : 0;
+    const DOWNLOAD_CB_t pfnDownloadCB = ptReqFile->pfnDownloadCB;
+    if (nPercent % PROGRESS_STEP == 0 && nPercent != ptReqFile->nLastPercent && pfnDownloadCB != nullptr)
+    {
+        pfnDownloadCB(ptReqFile->nDownloadId, DOWNLOAD_TYPE_PROGRESS, nPercent, 0.0, ptReqFile->pUserData);
+        ptReqFile->nLastPercent = nPercent;
+    }
+    return 0;
+}
+
+void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
+{
+    if (ptReqHandler == nullptr)
+    {
+        VELTRA_LOG_INFO("ptReqHandler is NULL!");
+        return;
+    }
+    auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
+    WQCurl::WQCurlEasy* pEasyHandle = ptReqHandler->pEasyHandle;
+    if (ptReqFile == nullptr || pEasyHandle == nullptr)
+    {
+        VELTRA_LOG_INFO("ptReqInfo or pEasyHandle is NULL!");
+        return;
+    }
+    double dSpeed = 0.0;
+    pEasyHandle->getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed);
+    VELTRA_LOG_INFO("Download[%d] speed[%f]", ptReqFile->nDownloadId, dSpeed);
+    if (ptReqFile->pFile != nullptr)
+    {
+        /* Some file systems report only here that the data did not reach the disk. */
+        if (fclose(ptReqFile->pFile) != 0 && tMsg.bResult)
+        {
+            tMsg.bResult = false;
+            tMsg.strErrorMsg = "The file could not be written to its end";
+        }
+        ptReqFile->pFile = nullptr;
+    }
+    const std::string& strTempFilePath = ptReqFile->strTempFilePath;
+    const std::string strFilePath = TargetPath(strTempFilePath);
+    if (tMsg.bResult)
+    {
+        const int nResult = rename(strTempFilePath.c_str(), strFilePath.c_str());
+        VELTRA_LOG_INFO("change name %s to %s, ret is [%d]", strTempFilePath.c_str(), strFilePath.c_str(), nResult);
+    }
+    else
+    {
+        const int nResult = remove(strTempFilePath.c_str());
+        VELTRA_LOG_INFO("rm file %s, ret is [%d]", strTempFilePath.c_str(), nResult);
+    }
+    ReportOutcome(*ptReqFile, tMsg, strFilePath, dSpeed);
+    m_RemoveEasyHandle(pEasyHandle);
+    pEasyHandle->reset();
+    if (!m_RemoveRequest(ptReqHandler))
+    {
+        VELTRA_LOG_ERROR("Remove request error!");
+    }
+}

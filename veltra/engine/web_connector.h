@@ -1,0 +1,144 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <pthread.h>
+#include <string>
+#include <thread>
+
+#include "veltra/engine/request_records.h"
+#include "veltra/export.h"
+#include "veltra/platform/singleton.h"
+#include "veltra/platform/sync.h"
+#include "veltra/platform/thread_base.h"
+#include "veltra/platform/wqcurl.h"
+
+struct _GMainContext;
+struct _GMainLoop;
+
+/**
+ * The transfer engine of the process: CSingleton<CWebConnector>::GetInstance(). One worker thread drives all its
+ * transfers together and runs all callbacks; a synchronous download alone runs on its caller's thread.
+ *
+ * Call Create() once before the first request and Destroy() at the end; requests and downloads outside that span are
+ * refused at once with a level-0 log record. Any thread may call any operation, callbacks included, save where one says
+ * otherwise. The engine allocates with the standard library: on exhaustion an operation passes std::bad_alloc to its
+ * caller, with nothing started.
+ */
+class VELTRA_API CWebConnector : public CThreadBase, public CSingleton<CWebConnector>
+{
+public:
+    CWebConnector();
+
+    /** Does what Destroy() does if that has not been called. Nobody may be using the engine. */
+    ~CWebConnector() override;
+
+    /**
+     * Starts the worker thread. A second call does nothing but log; an engine that has been destroyed stays so.
+     * @return always true; when the system refuses a thread, that is logged and requests go on being refused
+     */
+    bool Create();
+
+    /**
+     * Ends the engine: transfers in flight end as failed, every callback is called, every synchronous caller released,
+     * every temporary file of an asynchronous download removed; then the worker thread is gone. Takes about a second at
+     * most, besides the callbacks' own time. Does nothing when the engine does not run. Not in a callback.
+     */
+    void Destroy() override;
+
+    /**
+     * Makes the request that ptReqInfo describes (its eMethod decides whether it is a GET or a POST), within 30
+     * seconds.
+     *
+     * @param ptReqInfo the caller's. bSync true: used until the call returns; its bResult, strResponse and
+     * strErrorReason then tell the outcome. bSync false: copied, so that it may be reused or freed after the call.
+     * @param bSync true blocks until the transfer has ended (and is refused on the worker thread, in a callback); false
+     *        returns at once
+     * @return bSync true: whether the transfer succeeded, whatever the HTTP status. bSync false: whether it was
+     * started; then pfnRequestCB is called once, otherwise never.
+     */
+    bool Get(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync);
+
+    /** The same as Get(). */
+    bool Post(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync);
+
+    /** Returns 1, 2, 3 and so on: an id that no other download of this engine has. Needs no Create(). */
+    int CreateDownloadId();
+
+    /**
+     * Starts to download strUrl in the background, into strFilePath followed by ".bak"; that file is renamed to
+     * strFilePath after a successful transfer and removed after any other. A download that stays below 1024 bytes per
+     * second for 30 seconds fails. The HTTP status is not examined.
+     *
+     * @param nDownloadId from CreateDownloadId()
+     * @param pfnDownloadCB told of progress and the end; required
+     * @param pUserData handed to the callback; not owned
+     * @return 1 when it is under way; -16 when the ".bak" file exists already, because that target is being downloaded
+     * or such a file was left behind; -6 for every other failure. After -16 and -6 the callback is never called.
+     */
+    int StartDownload(int nDownloadId, const std::string& strUrl, const std::string& strFilePath,
+                      DOWNLOAD_CB_t pfnDownloadCB, void* pUserData);
+
+private:
+    enum STATE_e
+    {
+        STATE_CONSTRUCTED,
+        STATE_RUNNING,
+        STATE_DESTROYED
+    };
+
+    /* Lifecycle and worker loop */
+    void t_Main() override;
+    static int HandleRequest(void* pData);
+    bool m_DoMultiPerform(int& nRunningHandles);
+    bool m_CurlMultiSelect(int& nRunningHandles);
+    bool m_CheckLeftRequest();
+    void m_HandleCompletedRequest();
+    bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
+    void m_AbortRequests();
+    bool m_CheckRunning() const;
+
+    /* Set-up and registry */
+    bool m_InitRequest(_REQ_HANDLER_t* ptReqHandler);
+    bool m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler);
+    bool m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler);
+    bool m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
+    bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
+    void m_PushRequest(_REQ_HANDLER_t* ptReqHandler);
+    bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
+    bool m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
+    _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
+    static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
+
+    /* GET and POST */
+    bool m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
+    bool m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
+    void m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
+
+    /* Downloads */
+    bool m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler);
+    void m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
+    static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
+    static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
+
+    /*
+     * Where locks meet, they are taken in this order: m_tDownloadLock, m_tSubmitLock, then one of m_tRequestLock and
+     * m_tMultiLock, which are never held together. None is held while a callback of the application runs.
+     */
+    pthread_mutex_t m_tRequestLock;          /**< guards m_lstRequest and m_bIdle */
+    std::list<_REQ_HANDLER_t*> m_lstRequest; /**< handlers of all transfers under way, oldest first; not owned */
+    _GMainContext* m_pMainContext;           /**< the worker's */
+    _GMainLoop* m_pMainLoop;                 /**< what the worker runs */
+    bool m_bIdle;                            /**< no request-handling pass is scheduled or running */
+    pthread_mutex_t m_tMultiLock;            /**< guards adding and removing handles and m_bMultiInit */
+    WQCurl::WQCurlMulti m_tCurlMulti;
+    bool m_bMultiInit;                 /**< m_tCurlMulti has been initialised */
+    pthread_mutex_t m_tDownloadIdLock; /**< guards m_nDownloadId */
+    pthread_mutex_t m_tDownloadLock;   /**< makes the set-ups of downloads follow one another */
+    int m_nDownloadId;                 /**< the last id handed out */
+    pthread_mutex_t m_tSubmitLock;     /**< makes listing and registering a transfer one step; guards m_eState */
+    std::atomic<STATE_e> m_eState;
+    std::atomic<std::thread::id> m_tWorkerId; /**< set while the worker thread runs */
+};
+
+extern template class CSingleton<CWebConnector>;

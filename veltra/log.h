@@ -1,0 +1,36 @@
+#pragma once
+
+#include "veltra/platform/kvr_debug.h"
+
+/*
+ * The library's own log records. A .cpp that logs first names its module:
+ *
+ *     #define VELTRA_LOG_MODULE "WebConnector"
+ *
+ * Error records are level 0 and framed in colour, information records are level 4 and plain. The few informational
+ * records that must reach a default log are written with VELTRA_LOG_ERROR as well.
+ */
+#define VELTRA_LOG_ERROR(...) VELTRA_LOG_ERROR_AT(__func__, __LINE__, __VA_ARGS__)
+#define VELTRA_LOG_INFO(...) VELTRA_LOG_INFO_AT(__func__, __LINE__, __VA_ARGS__)
+
+/* The same on behalf of another operation, for helpers that several operations share. */
+#define VELTRA_LOG_ERROR_AT(operation, line, ...)       \
+    do                                                  \
+    {                                                   \
+        VELTRA_LOG_HEADING(0, operation, line);         \
+        CKVRDebug::PrintLog(0, "%s", "\033[1;31;42m "); \
+        CKVRDebug::PrintLog(0, __VA_ARGS__);            \
+        CKVRDebug::PrintLog(0, "%s", "\033[0m ");       \
+        CKVRDebug::PrintLog(0, "\n");                   \
+    } while (false)
+
+#define VELTRA_LOG_INFO_AT(operation, line, ...) \
+    do                                           \
+    {                                            \
+        VELTRA_LOG_HEADING(4, operation, line);  \
+        CKVRDebug::PrintLog(4, __VA_ARGS__);     \
+        CKVRDebug::PrintLog(4, "\n");            \
+    } while (false)
+
+#define VELTRA_LOG_HEADING(level, operation, line) \
+    CKVRDebug::PrintLog(level, "[KVR][%s::%s(%d)] ", VELTRA_LOG_MODULE, operation, line)

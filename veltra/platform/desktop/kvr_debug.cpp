@@ -1,0 +1,104 @@
+#include "veltra/platform/kvr_debug.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <string>
+#include <unistd.h>
+
+namespace
+{
+
+void WriteToStandardError(unsigned int /*level*/, const char* record, void* /*pUserData*/)
+{
+    size_t nLeft = strlen(record);
+    while (nLeft > 0)
+    {
+        const ssize_t nWritten = write(STDERR_FILENO, record, nLeft);
+        if (nWritten <= 0)
+        {
+            return;
+        }
+        record += nWritten;
+        nLeft -= static_cast<size_t>(nWritten);
+    }
+}
+
+std::atomic<unsigned int> g_nLevel{0};
+
+std::mutex g_tSinkLock;
+CKVRDebug::LOG_SINK_t g_pfnSink = &WriteToStandardError;
+void* g_pSinkUserData = nullptr;
+
+/* The record that this thread is writing, and whether the sink runs on it: what a sink logs would wait for itself. */
+thread_local std::string t_strRecord;
+thread_local bool t_bInSink = false;
+
+void AppendFormatted(std::string& strText, const char* format, va_list tArguments)
+{
+    va_list tCopy;
+    va_copy(tCopy, tArguments);
+    const int nLength = vsnprintf(nullptr, 0, format, tCopy);
+    va_end(tCopy);
+    if (nLength <= 0)
+    {
+        return;
+    }
+    const size_t nOld = strText.size();
+    strText.resize(nOld + static_cast<size_t>(nLength) + 1);
+    vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tArguments);
+    strText.pop_back();
+}
+
+void DeliverRecord(unsigned int level)
+{
+    {
+        const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
+        t_bInSink = true;
+        g_pfnSink(level, t_strRecord.c_str(), g_pSinkUserData);
+        t_bInSink = false;
+    }
+    t_strRecord.clear();
+}
+
+} // namespace
+
+void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
+{
+    if (level > g_nLevel.load(std::memory_order_relaxed) || t_bInSink)
+    {
+        return;
+    }
+    va_list tArguments;
+    va_start(tArguments, format);
+    try
+    {
+        AppendFormatted(t_strRecord, format, tArguments);
+    }
+    catch (const std::bad_alloc&)
+    {
+        /* A lost text is better than a failed request. */
+    }
+    va_end(tArguments);
+
+    const size_t nFormat = strlen(format);
+    if (nFormat > 0 && format[nFormat - 1] == '\n')
+    {
+        DeliverRecord(level);
+    }
+}
+
+void CKVRDebug::SetLevel(unsigned int level)
+{
+    g_nLevel.store(level, std::memory_order_relaxed);
+}
+
+void CKVRDebug::SetSink(LOG_SINK_t pfnSink, void* pUserData)
+{
+    const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
+    g_pfnSink = pfnSink != nullptr ? pfnSink : &WriteToStandardError;
+    g_pSinkUserData = pUserData;
+}

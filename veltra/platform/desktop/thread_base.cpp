@@ -1,0 +1,56 @@
+#include "veltra/platform/thread_base.h"
+
+#include <algorithm>
+#include <pthread.h>
+#include <signal.h>
+
+struct CThreadBase::IMPL_t
+{
+    static void* Run(void* pThread)
+    {
+        static_cast<CThreadBase*>(pThread)->t_Main();
+        return nullptr;
+    }
+
+    pthread_t tThread{};
+    bool bStarted = false;
+};
+
+CThreadBase::CThreadBase() : m_pImpl(std::make_unique<IMPL_t>()) {}
+
+CThreadBase::~CThreadBase() = default;
+
+bool CThreadBase::Create(unsigned long ulStackSize)
+{
+    if (m_pImpl->bStarted)
+    {
+        return false;
+    }
+    pthread_attr_t tAttributes;
+    if (pthread_attr_init(&tAttributes) != 0)
+    {
+        return false;
+    }
+    size_t nDefaultSize = 0;
+    pthread_attr_getstacksize(&tAttributes, &nDefaultSize);
+    pthread_attr_setstacksize(&tAttributes, std::max<size_t>(nDefaultSize, ulStackSize));
+
+    /* The new thread inherits the mask: the application's signal handlers keep to the application's threads. */
+    sigset_t tAll;
+    sigset_t tOld;
+    sigfillset(&tAll);
+    pthread_sigmask(SIG_SETMASK, &tAll, &tOld);
+    m_pImpl->bStarted = pthread_create(&m_pImpl->tThread, &tAttributes, &IMPL_t::Run, this) == 0;
+    pthread_sigmask(SIG_SETMASK, &tOld, nullptr);
+    pthread_attr_destroy(&tAttributes);
+    return m_pImpl->bStarted;
+}
+
+void CThreadBase::Destroy()
+{
+    if (m_pImpl->bStarted)
+    {
+        pthread_join(m_pImpl->tThread, nullptr);
+        m_pImpl->bStarted = false;
+    }
+}

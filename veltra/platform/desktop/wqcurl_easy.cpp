@@ -1,0 +1,314 @@
+#include <algorithm>
+#include <mutex>
+
+#include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/wqcurl_impl.h"
+
+namespace WQCurl
+{
+
+namespace
+{
+
+std::mutex g_tDefaultsLock;
+
+TRANSFER_DEFAULTS_t& Defaults()
+{
+    static TRANSFER_DEFAULTS_t s_tDefaults;
+    return s_tDefaults;
+}
+
+TRANSFER_DEFAULTS_t CurrentDefaults()
+{
+    const std::lock_guard<std::mutex> tGuard(g_tDefaultsLock);
+    return Defaults();
+}
+
+bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
+{
+    SLIST_PTR_t pList;
+    for (const std::string& strLine : lstLines)
+    {
+        curl_slist* pLonger = curl_slist_append(pList.get(), strLine.c_str());
+        if (pLonger == nullptr)
+        {
+            return false;
+        }
+        static_cast<void>(pList.release());
+        pList.reset(pLonger);
+    }
+    pResult = std::move(pList);
+    return true;
+}
+
+/** The libcurl option behind an enumerator that takes a plain value; CURLOPT_LASTENTRY for all others. */
+CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
+{
+    switch (eOption)
+    {
+    case NOSIGNAL:
+        return CURLOPT_NOSIGNAL;
+    case NOPROGRESS:
+        return CURLOPT_NOPROGRESS;
+    case POST:
+        return CURLOPT_POST;
+    case HTTPGET:
+        return CURLOPT_HTTPGET;
+    case POSTFIELDSIZE:
+        return CURLOPT_POSTFIELDSIZE;
+    case TIMEOUT:
+        return CURLOPT_TIMEOUT;
+    case LOW_SPEED_LIMIT:
+        return CURLOPT_LOW_SPEED_LIMIT;
+    case LOW_SPEED_TIME:
+        return CURLOPT_LOW_SPEED_TIME;
+    default:
+        return CURLOPT_LASTENTRY;
+    }
+}
+
+} // namespace
+
+void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    const std::lock_guard<std::mutex> tGuard(g_tDefaultsLock);
+    Defaults() = tDefaults;
+}
+
+void EASY_DELETER_t::operator()(CURL* pEasy) const
+{
+    const CSigpipeGuard tGuard;
+    curl_easy_cleanup(pEasy);
+}
+
+CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
+{
+    const TRANSFER_DEFAULTS_t tDefaults = CurrentDefaults();
+    if (!BuildList(tDefaults.lstConnectTo, pConnectTo))
+    {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    CURL* p = pEasy.get();
+    CURLcode eResult = CURLE_OK;
+    const auto Set = [p, &eResult](CURLoption eOption, auto tValue)
+    {
+        if (eResult == CURLE_OK)
+        {
+            eResult = curl_easy_setopt(p, eOption, tValue);
+        }
+    };
+    Set(CURLOPT_PRIVATE, static_cast<void*>(ptOwner));
+    Set(CURLOPT_ERRORBUFFER, szError);
+    Set(CURLOPT_PROTOCOLS_STR, "http,https");
+    Set(CURLOPT_NOSIGNAL, 1L);
+    Set(CURLOPT_CONNECT_TO, pConnectTo.get());
+    if (!tDefaults.strCaFile.empty())
+    {
+        Set(CURLOPT_CAINFO, tDefaults.strCaFile.c_str());
+    }
+    /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
+    Set(CURLOPT_WRITEFUNCTION, &OnWrite);
+    Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    Set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
+    Set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    return eResult;
+}
+
+bool WQCurlEasy::IMPL_t::Note(CURLcode eCode)
+{
+    if (eCode != CURLE_OK)
+    {
+        strLastError = ErrorText(eCode);
+    }
+    return eCode == CURLE_OK;
+}
+
+std::string WQCurlEasy::IMPL_t::ErrorText(CURLcode eCode) const
+{
+    return szError[0] != '\0' ? szError : curl_easy_strerror(eCode);
+}
+
+size_t WQCurlEasy::IMPL_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl)
+{
+    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    if (ptImpl->pfnWrite == nullptr)
+    {
+        return nSize * nCount;
+    }
+    try
+    {
+        return ptImpl->pfnWrite(pData, nSize, nCount, ptImpl->pWriteData);
+    }
+    catch (...) // must not unwind libcurl's frames
+    {
+        return CURL_WRITEFUNC_ERROR;
+    }
+}
+
+int WQCurlEasy::IMPL_t::OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal,
+                                   curl_off_t nUpNow)
+{
+    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    if (ptImpl->pfnProgress == nullptr)
+    {
+        return 0;
+    }
+    try
+    {
+        return ptImpl->pfnProgress(ptImpl->pProgressData, static_cast<double>(nTotal), static_cast<double>(nNow),
+                                   static_cast<double>(nUpTotal), static_cast<double>(nUpNow));
+    }
+    catch (...) // must not unwind libcurl's frames
+    {
+        return 1;
+    }
+}
+
+WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>()) {}
+
+WQCurlEasy::~WQCurlEasy() = default;
+
+bool WQCurlEasy::Initialize()
+{
+    static const CURLcode s_eGlobalResult = curl_global_init(CURL_GLOBAL_DEFAULT);
+    reset();
+    if (!m_pImpl->Note(s_eGlobalResult))
+    {
+        return false;
+    }
+    m_pImpl->pEasy.reset(curl_easy_init());
+    const CURLcode eResult = m_pImpl->pEasy != nullptr ? m_pImpl->Prepare(this) : CURLE_FAILED_INIT;
+    if (eResult != CURLE_OK)
+    {
+        reset();
+    }
+    return m_pImpl->Note(eResult);
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
+{
+    return m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), LongOption(eOption), lValue));
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
+{
+    const CURLoption eCurlOption = eOption == URL          ? CURLOPT_URL
+                                   : eOption == POSTFIELDS ? CURLOPT_POSTFIELDS
+                                                           : CURLOPT_LASTENTRY;
+    return m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), eCurlOption, strValue.c_str()));
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue)
+{
+    SLIST_PTR_t pList;
+    if (!BuildList(lstValue, pList))
+    {
+        return m_pImpl->Note(CURLE_OUT_OF_MEMORY);
+    }
+    const CURLoption eCurlOption = eOption == HTTPHEADER ? CURLOPT_HTTPHEADER : CURLOPT_LASTENTRY;
+    const bool bSet = m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), eCurlOption, pList.get()));
+    if (bSet)
+    {
+        m_pImpl->pHeaders = std::move(pList);
+    }
+    return bSet;
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
+{
+    if (m_pImpl->pEasy == nullptr || eOption != WRITEFUNCTION)
+    {
+        return m_pImpl->Note(m_pImpl->pEasy == nullptr ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
+    }
+    m_pImpl->pfnWrite = pfnWrite;
+    return true;
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress)
+{
+    if (m_pImpl->pEasy == nullptr || eOption != PROGRESSFUNCTION)
+    {
+        return m_pImpl->Note(m_pImpl->pEasy == nullptr ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
+    }
+    m_pImpl->pfnProgress = pfnProgress;
+    return true;
+}
+
+bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
+{
+    if (m_pImpl->pEasy == nullptr)
+    {
+        return m_pImpl->Note(CURLE_BAD_FUNCTION_ARGUMENT);
+    }
+    switch (eOption)
+    {
+    case WRITEDATA:
+        m_pImpl->pWriteData = pValue;
+        return true;
+    case PROGRESSDATA:
+        m_pImpl->pProgressData = pValue;
+        return true;
+    case PRIVATE:
+        m_pImpl->pPrivate = pValue;
+        return true;
+    default:
+        return m_pImpl->Note(CURLE_UNKNOWN_OPTION);
+    }
+}
+
+void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
+{
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_CONNECTTIMEOUT, static_cast<long>(std::max(nConnectSeconds, 0)));
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_TIMEOUT, static_cast<long>(std::max(nTotalSeconds, 0)));
+}
+
+bool WQCurlEasy::send()
+{
+    const CSigpipeGuard tGuard;
+    m_pImpl->szError[0] = '\0';
+    return m_pImpl->Note(curl_easy_perform(m_pImpl->pEasy.get()));
+}
+
+bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
+{
+    curl_off_t nSpeed = 0;
+    if (eInfo != SPEED_DOWNLOAD || m_pImpl->pEasy == nullptr ||
+        curl_easy_getinfo(m_pImpl->pEasy.get(), CURLINFO_SPEED_DOWNLOAD_T, &nSpeed) != CURLE_OK)
+    {
+        return false;
+    }
+    *pdValue = static_cast<double>(nSpeed);
+    return true;
+}
+
+bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
+{
+    if (eInfo != PRIVATE_INFO || m_pImpl->pEasy == nullptr)
+    {
+        return false;
+    }
+    *ppValue = m_pImpl->pPrivate;
+    return true;
+}
+
+std::string WQCurlEasy::getLastError()
+{
+    return m_pImpl->strLastError;
+}
+
+void WQCurlEasy::reset()
+{
+    IMPL_t& tImpl = *m_pImpl;
+    tImpl.pEasy.reset();
+    tImpl.pHeaders.reset();
+    tImpl.pConnectTo.reset();
+    tImpl.pfnWrite = nullptr;
+    tImpl.pWriteData = nullptr;
+    tImpl.pfnProgress = nullptr;
+    tImpl.pProgressData = nullptr;
+    tImpl.pPrivate = nullptr;
+    tImpl.strLastError.clear();
+    tImpl.szError[0] = '\0';
+}
+
+} // namespace WQCurl

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <curl/curl.h>
+
+#include "veltra/platform/wqcurl.h"
+
+namespace WQCurl
+{
+
+struct EASY_DELETER_t
+{
+    void operator()(CURL* pEasy) const;
+};
+
+struct SLIST_DELETER_t
+{
+    void operator()(curl_slist* pList) const { curl_slist_free_all(pList); }
+};
+
+typedef std::unique_ptr<CURL, EASY_DELETER_t> EASY_PTR_t;
+typedef std::unique_ptr<curl_slist, SLIST_DELETER_t> SLIST_PTR_t;
+
+/** What both wrapper classes know of an easy handle. CURLOPT_PRIVATE points back to the WQCurlEasy. */
+struct WQCurlEasy::IMPL_t
+{
+    /** Set up a fresh handle with what holds for every transfer. @return the first refusal */
+    CURLcode Prepare(WQCurlEasy* ptOwner);
+
+    /** Notes the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
+    bool Note(CURLcode eCode);
+
+    /** libcurl's own words for a failure, as detailed as it gave them. */
+    std::string ErrorText(CURLcode eCode) const;
+
+    static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl);
+    static int OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
+
+    /* The lists outlive the handle that points into them: members are destroyed in reverse order. */
+    SLIST_PTR_t pHeaders;
+    SLIST_PTR_t pConnectTo;
+    EASY_PTR_t pEasy;
+
+    WRITE_FUNCTION_t pfnWrite = nullptr;
+    void* pWriteData = nullptr;
+    PROGRESS_FUNCTION_t pfnProgress = nullptr;
+    void* pProgressData = nullptr;
+    void* pPrivate = nullptr;
+
+    /** The multi handle that it is registered with. */
+    std::atomic<const WQCurlMulti*> pMulti{nullptr};
+    bool bQueued = false; /**< added there, but not handed to libcurl yet; guarded by that multi handle's lock */
+    bool bUnread = false; /**< finished there, with its message not read yet; the driving thread's */
+
+    std::string strLastError;
+    char szError[CURL_ERROR_SIZE] = "";
+};
+
+} // namespace WQCurl

@@ -1,0 +1,361 @@
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/wqcurl_impl.h"
+
+namespace WQCurl
+{
+
+namespace
+{
+
+typedef std::chrono::steady_clock Clock;
+
+constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
+constexpr std::chrono::milliseconds PAUSE_WHEN_UNUSABLE(10);
+constexpr int EVENTS_AT_ONCE = 256;
+
+/** A file descriptor that is closed with its owner. */
+class CDescriptor
+{
+public:
+    CDescriptor() = default;
+    ~CDescriptor() { Reset(-1); }
+    CDescriptor(const CDescriptor&) = delete;
+    CDescriptor& operator=(const CDescriptor&) = delete;
+
+    void Reset(int nDescriptor)
+    {
+        if (m_nDescriptor >= 0)
+        {
+            close(m_nDescriptor);
+        }
+        m_nDescriptor = nDescriptor;
+    }
+    int Get() const { return m_nDescriptor; }
+
+private:
+    int m_nDescriptor = -1;
+};
+
+struct MULTI_DELETER_t
+{
+    void operator()(CURLM* pMulti) const
+    {
+        const CSigpipeGuard tGuard;
+        curl_multi_cleanup(pMulti);
+    }
+};
+
+} // namespace
+
+/**
+ * libcurl tells which sockets and which moment it waits for; an epoll descriptor waits for them, so that the cost of a
+ * step follows the transfers that have something to do. All of it belongs to the driving thread, but for the queue of
+ * added handles and the event descriptor that announces them.
+ */
+struct WQCurlMulti::IMPL_t
+{
+    bool Open();
+    void TakeAdded();
+    bool SocketAction(curl_socket_t nSocket, int nEvents);
+    bool RunExpired();
+    void CollectFinished();
+    void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
+    int WaitMilliseconds() const;
+    bool HandleEvent(const epoll_event& tEvent);
+
+    static int OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown);
+    static int OnTimer(CURLM* pMulti, long lMilliseconds, void* pImpl);
+
+    CDescriptor tEpoll;
+    CDescriptor tWakeUp;
+    /* Destroyed before the descriptors, which its callbacks still use. */
+    std::unique_ptr<CURLM, MULTI_DELETER_t> pMulti;
+    std::atomic<bool> bReady{false};
+
+    std::mutex tAddedLock;
+    std::vector<const WQCurlEasy*> vecAdded;
+
+    std::deque<MultiMsg> dqFinished;
+    std::optional<Clock::time_point> tTimer;
+    int nRunning = 0;
+};
+
+bool WQCurlMulti::IMPL_t::Open()
+{
+    tEpoll.Reset(epoll_create1(EPOLL_CLOEXEC));
+    tWakeUp.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    pMulti.reset(curl_multi_init());
+    epoll_event tEvent{};
+    tEvent.events = EPOLLIN;
+    tEvent.data.fd = tWakeUp.Get();
+    return tEpoll.Get() >= 0 && tWakeUp.Get() >= 0 && pMulti != nullptr &&
+           epoll_ctl(tEpoll.Get(), EPOLL_CTL_ADD, tWakeUp.Get(), &tEvent) == 0 &&
+           curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETFUNCTION, &OnSocket) == CURLM_OK &&
+           curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETDATA, this) == CURLM_OK &&
+           curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERFUNCTION, &OnTimer) == CURLM_OK &&
+           curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERDATA, this) == CURLM_OK;
+}
+
+int WQCurlMulti::IMPL_t::OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown)
+{
+    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    if (nWhat == CURL_POLL_REMOVE || nWhat == CURL_POLL_NONE)
+    {
+        /* It may be closed already, and so be gone. */
+        epoll_ctl(ptImpl->tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
+        curl_multi_assign(ptImpl->pMulti.get(), nSocket, nullptr);
+        return 0;
+    }
+    epoll_event tEvent{};
+    tEvent.events = ((nWhat & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((nWhat & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
+    tEvent.data.fd = nSocket;
+    /* libcurl may close a socket and use its number again before it says so: what we know of it can be wrong. */
+    const int nFirst = pKnown != nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+    const int nOther = pKnown != nullptr ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
+    if (epoll_ctl(ptImpl->tEpoll.Get(), nFirst, nSocket, &tEvent) != 0)
+    {
+        epoll_ctl(ptImpl->tEpoll.Get(), nOther, nSocket, &tEvent);
+    }
+    curl_multi_assign(ptImpl->pMulti.get(), nSocket, pImpl);
+    return 0;
+}
+
+int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pImpl)
+{
+    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    ptImpl->tTimer.reset();
+    if (lMilliseconds >= 0)
+    {
+        ptImpl->tTimer = Clock::now() + std::chrono::milliseconds(lMilliseconds);
+    }
+    return 0;
+}
+
+void WQCurlMulti::IMPL_t::Finish(WQCurlEasy* ptEasy, CURLcode eCode)
+{
+    MultiMsg tMsg;
+    tMsg.pEasyHandle = ptEasy;
+    tMsg.bResult = eCode == CURLE_OK;
+    tMsg.nResultCode = eCode;
+    if (!tMsg.bResult)
+    {
+        long lSystemError = 0;
+        curl_easy_getinfo(ptEasy->m_pImpl->pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
+        tMsg.nSystemError = static_cast<int>(lSystemError);
+        tMsg.strErrorMsg = ptEasy->m_pImpl->ErrorText(eCode);
+    }
+    dqFinished.push_back(std::move(tMsg));
+    ptEasy->m_pImpl->bUnread = true;
+}
+
+void WQCurlMulti::IMPL_t::CollectFinished()
+{
+    int nLeft = 0;
+    while (const CURLMsg* ptMsg = curl_multi_info_read(pMulti.get(), &nLeft))
+    {
+        char* pOwner = nullptr;
+        curl_easy_getinfo(ptMsg->easy_handle, CURLINFO_PRIVATE, &pOwner);
+        Finish(reinterpret_cast<WQCurlEasy*>(pOwner), ptMsg->data.result);
+    }
+}
+
+/** Hands the handles that other threads have added to libcurl. One that it refuses has ended as failed. */
+void WQCurlMulti::IMPL_t::TakeAdded()
+{
+    std::vector<const WQCurlEasy*> vecTaken;
+    {
+        const std::lock_guard<std::mutex> tGuard(tAddedLock);
+        vecTaken.swap(vecAdded);
+        for (const WQCurlEasy* ptEasy : vecTaken)
+        {
+            ptEasy->m_pImpl->bQueued = false;
+        }
+    }
+    for (const WQCurlEasy* ptEasy : vecTaken)
+    {
+        CURL* pEasy = ptEasy->m_pImpl->pEasy.get();
+        if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
+        {
+            char* pOwner = nullptr;
+            curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
+            Finish(reinterpret_cast<WQCurlEasy*>(pOwner), CURLE_FAILED_INIT);
+        }
+    }
+}
+
+bool WQCurlMulti::IMPL_t::SocketAction(curl_socket_t nSocket, int nEvents)
+{
+    return curl_multi_socket_action(pMulti.get(), nSocket, nEvents, &nRunning) == CURLM_OK;
+}
+
+bool WQCurlMulti::IMPL_t::RunExpired()
+{
+    if (!tTimer.has_value() || Clock::now() < *tTimer)
+    {
+        return true;
+    }
+    tTimer.reset();
+    return SocketAction(CURL_SOCKET_TIMEOUT, 0);
+}
+
+int WQCurlMulti::IMPL_t::WaitMilliseconds() const
+{
+    if (!dqFinished.empty())
+    {
+        return 0;
+    }
+    auto tWait = LONGEST_WAIT;
+    if (tTimer.has_value())
+    {
+        /* Rounded up: waking up before the moment would only wait again. */
+        tWait = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(*tTimer - Clock::now()),
+                           std::chrono::milliseconds(0), LONGEST_WAIT);
+    }
+    return static_cast<int>(tWait.count());
+}
+
+bool WQCurlMulti::IMPL_t::HandleEvent(const epoll_event& tEvent)
+{
+    if (tEvent.data.fd == tWakeUp.Get())
+    {
+        eventfd_t nCount = 0;
+        eventfd_read(tWakeUp.Get(), &nCount);
+        return true;
+    }
+    const int nEvents = ((tEvent.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
+                        ((tEvent.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
+                        ((tEvent.events & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
+    return SocketAction(tEvent.data.fd, nEvents);
+}
+
+WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
+
+WQCurlMulti::~WQCurlMulti() = default;
+
+bool WQCurlMulti::Initialize()
+{
+    if (!m_pImpl->bReady && m_pImpl->Open())
+    {
+        m_pImpl->bReady = true;
+    }
+    return m_pImpl->bReady;
+}
+
+bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
+{
+    if (pEasyHandle == nullptr || !m_pImpl->bReady || pEasyHandle->m_pImpl->pEasy == nullptr)
+    {
+        return false;
+    }
+    bool bFirst = false;
+    {
+        const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
+        m_pImpl->vecAdded.push_back(pEasyHandle);
+        const WQCurlMulti* ptNone = nullptr;
+        if (!pEasyHandle->m_pImpl->pMulti.compare_exchange_strong(ptNone, this))
+        {
+            m_pImpl->vecAdded.pop_back();
+            return false;
+        }
+        pEasyHandle->m_pImpl->bQueued = true;
+        bFirst = m_pImpl->vecAdded.size() == 1;
+    }
+    /* From here on the transfer may run, finish and be freed at any moment. */
+    if (bFirst)
+    {
+        eventfd_write(m_pImpl->tWakeUp.Get(), 1);
+    }
+    return true;
+}
+
+bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
+{
+    if (pEasyHandle == nullptr || pEasyHandle->m_pImpl->pMulti != this)
+    {
+        return false;
+    }
+    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
+    tEasy.pMulti = nullptr;
+    {
+        const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
+        if (tEasy.bQueued)
+        {
+            auto& vecAdded = m_pImpl->vecAdded;
+            vecAdded.erase(std::find(vecAdded.begin(), vecAdded.end(), pEasyHandle));
+            tEasy.bQueued = false;
+            return true;
+        }
+    }
+    if (tEasy.bUnread)
+    {
+        auto& dqFinished = m_pImpl->dqFinished;
+        dqFinished.erase(std::find_if(dqFinished.begin(), dqFinished.end(),
+                                      [pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; }));
+        tEasy.bUnread = false;
+    }
+    const CSigpipeGuard tGuard;
+    return curl_multi_remove_handle(m_pImpl->pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
+}
+
+bool WQCurlMulti::Perform(int& nRunningHandles)
+{
+    if (!m_pImpl->bReady)
+    {
+        return false;
+    }
+    const CSigpipeGuard tGuard;
+    m_pImpl->TakeAdded();
+    const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
+    m_pImpl->CollectFinished();
+    nRunningHandles = m_pImpl->nRunning;
+    return bResult;
+}
+
+bool WQCurlMulti::fdSelect(int& nRunningHandles)
+{
+    if (!m_pImpl->bReady)
+    {
+        std::this_thread::sleep_for(PAUSE_WHEN_UNUSABLE);
+        return false;
+    }
+    const CSigpipeGuard tGuard;
+    m_pImpl->TakeAdded();
+    epoll_event arrEvents[EVENTS_AT_ONCE];
+    const int nEvents = epoll_wait(m_pImpl->tEpoll.Get(), arrEvents, EVENTS_AT_ONCE, m_pImpl->WaitMilliseconds());
+    bool bResult = nEvents >= 0 || errno == EINTR;
+    for (int i = 0; i < nEvents; ++i)
+    {
+        bResult = m_pImpl->HandleEvent(arrEvents[i]) && bResult;
+    }
+    m_pImpl->TakeAdded();
+    bResult = m_pImpl->RunExpired() && bResult;
+    m_pImpl->CollectFinished();
+    nRunningHandles = m_pImpl->nRunning;
+    return bResult;
+}
+
+WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
+{
+    MultiMsg tMsg;
+    if (!m_pImpl->dqFinished.empty())
+    {
+        tMsg = std::move(m_pImpl->dqFinished.front());
+        m_pImpl->dqFinished.pop_front();
+        tMsg.pEasyHandle->m_pImpl->bUnread = false;
+    }
+    return tMsg;
+}
+
+} // namespace WQCurl

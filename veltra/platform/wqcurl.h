@@ -1,0 +1,161 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "veltra/export.h"
+
+/** An object layer over libcurl's easy and multi interfaces, as far as the engine needs it. */
+namespace WQCurl
+{
+
+/** Each stands for the libcurl option of the same name. */
+enum WQCURL_OPTION_TYPE
+{
+    NOSIGNAL = 3,
+    NOPROGRESS = 4,
+    POST = 16,
+    HTTPGET = 17,
+    POSTFIELDSIZE = 19,
+    TIMEOUT = 30,
+    LOW_SPEED_LIMIT = 31,
+    LOW_SPEED_TIME = 32,
+    URL = 50,
+    POSTFIELDS = 59,
+    HTTPHEADER = 75,
+    WRITEFUNCTION = 78,
+    PROGRESSFUNCTION = 82,
+    WRITEDATA = 86,
+    PROGRESSDATA = 89,
+    PRIVATE = 92
+};
+
+enum WQCURL_INFO_TYPE
+{
+    SPEED_DOWNLOAD = 28, /**< double: average download speed in bytes per second */
+    PRIVATE_INFO = 39    /**< void*: the pointer stored with PRIVATE */
+};
+
+/**
+ * Receives nCount items of nSize bytes. A result other than nSize * nCount fails the transfer; so does an exception,
+ * which goes no further.
+ */
+typedef size_t (*WRITE_FUNCTION_t)(char* pData, size_t nSize, size_t nCount, void* pUser);
+
+/** Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception stops it. */
+typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
+
+/**
+ * One transfer. It belongs to one thread at a time: to its creator until it is handed to WQCurlMulti::addHandle(), then
+ * to the thread that drives the multi handle until removeHandle(). Not copyable.
+ *
+ * Every transfer is limited to http and https, verifies certificates and host names, follows no redirect, prints
+ * nothing and raises no signal.
+ */
+class VELTRA_API WQCurlEasy
+{
+public:
+    WQCurlEasy();
+    ~WQCurlEasy();
+    WQCurlEasy(const WQCurlEasy&) = delete;
+    WQCurlEasy& operator=(const WQCurlEasy&) = delete;
+
+    /** Prepares the handle; needed before any option is set, and again after reset(). @return false without memory */
+    bool Initialize();
+
+    /**
+     * Set one option. Texts given as POSTFIELDS are not copied: they must outlive the transfer.
+     * @return false exactly when libcurl refuses the option or the handle is not initialised; getLastError() says why
+     */
+    bool setOption(WQCURL_OPTION_TYPE eOption, const long& lValue);
+    bool setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue);
+    bool setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue);
+    bool setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite);
+    bool setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress);
+    bool setOption(WQCURL_OPTION_TYPE eOption, void* pValue);
+
+    /** Limits the time to connect and the whole transfer, in seconds; 0 and less set no limit. */
+    void setTimeout(int nConnectSeconds, int nTotalSeconds);
+
+    /** Runs the transfer on the calling thread. @return false when it failed; getLastError() says why */
+    bool send();
+
+    /** Reads a result of the finished transfer. @return false when there is none; the argument is then unchanged */
+    bool getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue);
+    bool getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue);
+
+    /** The text of the last failure; empty when nothing has failed since Initialize(). */
+    std::string getLastError();
+
+    /** Returns to the state before Initialize(). Not while the handle is registered. */
+    void reset();
+
+private:
+    friend class WQCurlMulti;
+    struct IMPL_t;
+    std::unique_ptr<IMPL_t> m_pImpl;
+};
+
+/**
+ * Drives many transfers on one thread. addHandle() may be called from any thread at any time and wakes that thread up
+ * if it waits in fdSelect(); all other operations belong to that thread, or to the owner while it does not run.
+ */
+class VELTRA_API WQCurlMulti
+{
+public:
+    /** Says how one transfer ended. */
+    struct MultiMsg
+    {
+        WQCurlEasy* pEasyHandle = nullptr; /**< the finished transfer; null when none is pending */
+        bool bResult = false;              /**< true when it completed without an error */
+        std::string strErrorMsg;           /**< libcurl's error text; empty on success */
+        int nResultCode = 0;               /**< libcurl's result code */
+        int nSystemError = 0;              /**< errno of a failed connect, 0 otherwise */
+    };
+
+    WQCurlMulti();
+
+    /** All handles must have been removed before. */
+    ~WQCurlMulti();
+    WQCurlMulti(const WQCurlMulti&) = delete;
+    WQCurlMulti& operator=(const WQCurlMulti&) = delete;
+
+    /** Prepares the handle; may be tried again after a failure, from any one thread. */
+    bool Initialize();
+
+    /** Registers a configured transfer. @return false for one that is null, not initialised or already registered */
+    bool addHandle(const WQCurlEasy* pEasyHandle);
+
+    /** Unregisters a transfer, finished or not. @return false for one that is null or not registered here */
+    bool removeHandle(const WQCurlEasy* pEasyHandle);
+
+    /** Drives all transfers one step. @param nRunningHandles receives the number still running */
+    bool Perform(int& nRunningHandles);
+
+    /**
+     * Waits at most a second for a transfer that can go on, then drives those that can.
+     * @param nRunningHandles receives the number still running
+     */
+    bool fdSelect(int& nRunningHandles);
+
+    /** Returns the next finished transfer, each once; pEasyHandle is null when there is none. */
+    MultiMsg InfoRead();
+
+private:
+    struct IMPL_t;
+    std::unique_ptr<IMPL_t> m_pImpl;
+};
+
+/** Process-wide settings of the desktop platform's transfers. */
+struct TRANSFER_DEFAULTS_t
+{
+    std::string strCaFile;               /**< path of the CA bundle in PEM; empty: the system's */
+    std::list<std::string> lstConnectTo; /**< "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO */
+};
+
+/** Desktop platform only: settings for every transfer initialised from now on. Any thread. */
+VELTRA_API void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
+
+} // namespace WQCurl
