@@ -126,6 +126,13 @@ void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::
     }
 }
 
+/** Brings a file to storage and closes it. @return false when some of it did not get there */
+bool FlushAndClose(FILE_PTR_t pFile)
+{
+    const bool bFlushed = fflush(pFile.get()) == 0 && (fsync(fileno(pFile.get())) == 0 || errno == EINVAL);
+    return fclose(pFile.release()) == 0 && bFlushed;
+}
+
 /** Takes away the temporary file, at the path it is given, of a download that has not been started. */
 struct TEMP_FILE_REMOVER_t
 {
@@ -314,4 +321,94 @@ void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl
     {
         VELTRA_LOG_ERROR("Remove request error!");
     }
+}
+
+bool CWebConnector::CancelDownload(int nDownloadId, bool bNotify)
+{
+    const CLockGuard tGuard(m_tRequestLock);
+    for (const _REQ_HANDLER_t* ptReqHandler : m_lstRequest)
+    {
+        if (ptReqHandler == nullptr)
+        {
+            VELTRA_LOG_ERROR("Can't be NULL!");
+            return false;
+        }
+        if (ptReqHandler->eReqType != REQ_TYPE_DOWNLOAD)
+        {
+            VELTRA_LOG_ERROR("Download request type does not match request file.");
+            continue;
+        }
+        auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
+        if (ptReqFile == nullptr)
+        {
+            VELTRA_LOG_ERROR("Can't be NULL!");
+            return false;
+        }
+        if (ptReqFile->nDownloadId == nDownloadId)
+        {
+            if (!bNotify)
+            {
+                ptReqFile->pfnDownloadCB = nullptr;
+            }
+            ptReqFile->bCancel = true;
+            return true;
+        }
+    }
+    VELTRA_LOG_INFO("Cancel download [%d] file fail.", nDownloadId);
+    return false;
+}
+
+bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA,
+                                     int nTimeoutB)
+{
+    if (strUrl.empty() || strFilePath.empty())
+    {
+        VELTRA_LOG_ERROR("Input parameter error!");
+        return false;
+    }
+    VELTRA_LOG_INFO("Start sync request.");
+    _HTTP_REQ_FILE_t tReqFile;
+    tReqFile.nDownloadId = CreateDownloadId();
+    tReqFile.strUrl = strUrl;
+    tReqFile.strTempFilePath = strFilePath + TEMP_SUFFIX;
+    const std::string& strTempFilePath = tReqFile.strTempFilePath;
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
+
+    /* Opening through a link would empty the file that it points to. */
+    if (IsSymbolicLink(strTempFilePath))
+    {
+        return false;
+    }
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath);
+    if (pFile == nullptr)
+    {
+        VELTRA_LOG_ERROR("Failed to open file = [%s]", strTempFilePath.c_str());
+        return false;
+    }
+    if (IsSymbolicLink(strTempFilePath))
+    {
+        return false;
+    }
+    tReqFile.pFile = pFile.get();
+    if (!m_InitDownloadRequest(&tReqHandler))
+    {
+        return false;
+    }
+    tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
+    if (!tEasyHandle.send())
+    {
+        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
+        return false;
+    }
+    tEasyHandle.reset();
+    if (!FlushAndClose(std::move(pFile)))
+    {
+        VELTRA_LOG_ERROR("File [%s] could not be written to its end!", strTempFilePath.c_str());
+        return false;
+    }
+    const int nResult = rename(strTempFilePath.c_str(), strFilePath.c_str());
+    VELTRA_LOG_INFO("change name from %s to %s, ret is [%d], Sync download end!", strTempFilePath.c_str(),
+                    strFilePath.c_str(), nResult);
+    return true;
 }

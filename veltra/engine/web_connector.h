@@ -79,6 +79,30 @@ public:
     int StartDownload(int nDownloadId, const std::string& strUrl, const std::string& strFilePath,
                       DOWNLOAD_CB_t pfnDownloadCB, void* pUserData);
 
+    /**
+     * Asks a running download to stop: it ends within about a second, its temporary file is removed, and its target is
+     * untouched, unless its transfer had already ended. Of several downloads with the same id the oldest is meant. May
+     * be called again, and in a callback.
+     *
+     * @param bNotify true: one last event comes, DOWNLOAD_TYPE_CANCEL. false: no event comes any more, save one whose
+     *        callback the worker thread is entering or running during this call.
+     * @return false when no such download is running; synchronous downloads cannot be cancelled
+     */
+    bool CancelDownload(int nDownloadId, bool bNotify);
+
+    /**
+     * Downloads strUrl into strFilePath on the calling thread, and returns when that is over. Needs no Create(). The
+     * data goes to strFilePath followed by ".bak", whatever stood there before, is flushed to storage and then renamed.
+     * A failed download leaves its ".bak" file behind, and its target untouched. Nothing keeps two downloads of the
+     * same target apart. A download that stays below 1024 bytes per second for 30 seconds fails.
+     *
+     * @param nTimeoutA the longest that the whole transfer may take, in seconds; 0 sets no limit
+     * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves libcurl's own limit
+     * @return true when the transfer succeeded, whatever the HTTP status, and all data is in storage; a rename that
+     * fails is only logged (level 4) and leaves the ".bak" file
+     */
+    bool SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA, int nTimeoutB);
+
 private:
     enum STATE_e
     {

@@ -41,6 +41,43 @@ bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
     return true;
 }
 
+/**
+ * What blocking transfers share: name look-ups and TLS sessions, not connections, which libcurl does not share safely
+ * between threads. It lives as long as the process.
+ */
+class CTransferShare
+{
+public:
+    static CURLSH* Get()
+    {
+        static CTransferShare* const s_ptShare = new CTransferShare;
+        return s_ptShare->m_pShare;
+    }
+
+private:
+    CTransferShare() : m_pShare(curl_share_init())
+    {
+        curl_share_setopt(m_pShare, CURLSHOPT_LOCKFUNC, &Lock);
+        curl_share_setopt(m_pShare, CURLSHOPT_UNLOCKFUNC, &Unlock);
+        curl_share_setopt(m_pShare, CURLSHOPT_USERDATA, this);
+        curl_share_setopt(m_pShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+        curl_share_setopt(m_pShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    }
+
+    static void Lock(CURL* /*pEasy*/, curl_lock_data eData, curl_lock_access /*eAccess*/, void* pShare)
+    {
+        static_cast<CTransferShare*>(pShare)->m_arrLocks[eData].lock();
+    }
+
+    static void Unlock(CURL* /*pEasy*/, curl_lock_data eData, void* pShare)
+    {
+        static_cast<CTransferShare*>(pShare)->m_arrLocks[eData].unlock();
+    }
+
+    std::mutex m_arrLocks[CURL_LOCK_DATA_LAST];
+    CURLSH* m_pShare;
+};
+
 /** The libcurl option behind an enumerator that takes a plain value; CURLOPT_LASTENTRY for all others. */
 CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
 {
@@ -265,7 +302,7 @@ void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 bool WQCurlEasy::send()
 {
     const CSigpipeGuard tGuard;
-    m_pImpl->szError[0] = '\0';
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_SHARE, CTransferShare::Get());
     return m_pImpl->Note(curl_easy_perform(m_pImpl->pEasy.get()));
 }
 
