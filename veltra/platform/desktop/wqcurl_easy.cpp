@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <mutex>
+#include <sys/socket.h>
 
 #include "veltra/platform/desktop/sigpipe_guard.h"
 #include "veltra/platform/desktop/wqcurl_impl.h"
@@ -143,6 +144,7 @@ CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
     {
         Set(CURLOPT_CAINFO, tDefaults.strCaFile.c_str());
     }
+    Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
     Set(CURLOPT_WRITEFUNCTION, &OnWrite);
     Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
@@ -163,6 +165,12 @@ bool WQCurlEasy::IMPL_t::Note(CURLcode eCode)
 std::string WQCurlEasy::IMPL_t::ErrorText(CURLcode eCode) const
 {
     return szError[0] != '\0' ? szError : curl_easy_strerror(eCode);
+}
+
+/** As libcurl opens its sockets, but so that programs which the application starts do not inherit them. */
+curl_socket_t WQCurlEasy::IMPL_t::OnOpenSocket(void* /*pUnused*/, curlsocktype /*ePurpose*/, curl_sockaddr* ptAddress)
+{
+    return socket(ptAddress->family, ptAddress->socktype | SOCK_CLOEXEC, ptAddress->protocol);
 }
 
 size_t WQCurlEasy::IMPL_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl)

@@ -33,6 +33,7 @@ struct WQCurlEasy::IMPL_t
     /** libcurl's own words for a failure, as detailed as it gave them. */
     std::string ErrorText(CURLcode eCode) const;
 
+    static curl_socket_t OnOpenSocket(void* pUnused, curlsocktype ePurpose, curl_sockaddr* ptAddress);
     static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl);
     static int OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
 
