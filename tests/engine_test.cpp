@@ -152,6 +152,7 @@ TEST_F(CEngineTest, StartsAtOnceWhileAnotherTransferIsStalled)
                    static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(tTaken).count() / REQUESTS));
     EXPECT_LT(tTaken, seconds(10));
     EXPECT_EQ(tStalled.tEnded.Count(), 0);
+    m_ptEngine->Destroy();
 }
 
 TEST_F(CEngineTest, WakesUpNeverWhenIdleAndHardlyWhenStalled)
@@ -180,6 +181,7 @@ TEST_F(CEngineTest, WakesUpNeverWhenIdleAndHardlyWhenStalled)
     const long nStalled = ContextSwitches(s_nWorker);
     std::this_thread::sleep_for(seconds(3));
     EXPECT_LE(ContextSwitches(s_nWorker) - nStalled, 12);
+    m_ptEngine->Destroy();
 }
 
 TEST_F(CEngineTest, PausedTransferDoesNotSpin)

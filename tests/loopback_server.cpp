@@ -54,8 +54,16 @@ CConnection::CConnection(int nSocket, void* pTls) : m_nSocket(nSocket), m_pTls(p
 
 CConnection::~CConnection()
 {
+    Close();
+}
+
+void CConnection::Close()
+{
+    const std::lock_guard<std::mutex> tGuard(m_tLock);
     SSL_free(Tls(m_pTls));
     close(m_nSocket);
+    m_pTls = nullptr;
+    m_nSocket = -1;
 }
 
 ssize_t CConnection::Receive(char* pBuffer, size_t nSize)
@@ -133,6 +141,7 @@ void CConnection::Reset()
 
 void CConnection::Shutdown()
 {
+    const std::lock_guard<std::mutex> tGuard(m_tLock);
     shutdown(m_nSocket, SHUT_RDWR);
 }
 
@@ -218,5 +227,5 @@ void CLoopbackServer::Serve(CConnection& tConnection)
     {
         m_fnScript(tConnection, tRequest);
     }
-    tConnection.Shutdown();
+    tConnection.Close();
 }

@@ -47,11 +47,13 @@ public:
     /** Closes with a reset instead of an orderly end. */
     void Reset();
     void Shutdown();
+    void Close();
     bool Read(REQUEST_t& tRequest);
 
 private:
     ssize_t Receive(char* pBuffer, size_t nSize);
 
+    std::mutex m_tLock; /**< keeps the server's end from meeting a descriptor that is closed already */
     int m_nSocket;
     void* m_pTls;
     std::string m_strUnread;
