@@ -344,32 +344,30 @@ TEST_F(CDownloadTest, CancellationRacesCompletion)
     }
 }
 
-TEST_F(CDownloadTest, BrokenTlsConnectionRaisesNoSignal)
+TEST_F(CDownloadTest, BrokenConnectionRaisesNoSignal)
 {
-    CLoopbackServer tClosing(
-        [](CConnection& tConnection, const REQUEST_t&)
-        {
-            tConnection.Answer("enough");
-            tConnection.Reset();
-        },
-        true);
+    CLoopbackServer tClosing([](CConnection& tConnection, const REQUEST_t&) { tConnection.Reset(); }, true);
     m_ptEngine->Create();
-    for (int i = 0; i < 20; ++i)
-    {
-        _HTTP_REQ_INFO_t tRequest = GetRequest(tClosing.Url());
-        tRequest.eMethod = HTTP_METHOD_POST;
-        tRequest.strPostData.assign(20000000, 'x');
-        tRequest.lstHeader = {"Expect:", "Content-Length: 0"};
-        m_ptEngine->Post(&tRequest, true);
+    _HTTP_REQ_INFO_t tRequest = GetRequest(tClosing.Url());
+    tRequest.eMethod = HTTP_METHOD_POST;
+    tRequest.strPostData.assign(20000000, 'x');
+    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before the body has been sent
+    EXPECT_FALSE(m_ptEngine->Post(&tRequest, true));
 
-        WQCurl::WQCurlEasy tEasy;
-        ASSERT_TRUE(tEasy.Initialize());
-        EXPECT_TRUE(tEasy.setOption(WQCurl::URL, tClosing.Url()));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::POST, 1L));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::POSTFIELDS, tRequest.strPostData));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::HTTPHEADER, tRequest.lstHeader));
-        tEasy.send();
-    }
+    /* TLS libraries that write without care for the signal: the callbacks that run inside libcurl stand in for them. */
+    DOWNLOAD_t tDownload;
+    tDownload.fnOnEvent = [](int, DOWNLOAD_TYPE_e) { raise(SIGPIPE); };
+    EXPECT_EQ(Download(tDownload, "/tiny", "async"), DOWNLOAD_TYPE_SUCCESS);
+    WQCurl::WQCurlEasy tEasy;
+    ASSERT_TRUE(tEasy.Initialize());
+    EXPECT_TRUE(tEasy.setOption(WQCurl::URL, Url("/tiny")));
+    EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEFUNCTION, [](char*, size_t nSize, size_t nCount, void*)
+                                { return raise(SIGPIPE) == 0 ? nSize * nCount : 0; }));
+    EXPECT_TRUE(tEasy.send());
+
+    sigset_t tBlocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &tBlocked);
+    EXPECT_EQ(sigismember(&tBlocked, SIGPIPE), 0);
 }
 
 TEST_F(CDownloadTest, FileBeyondTwoGigabytes)
