@@ -28,7 +28,7 @@ constexpr int DOWNLOAD_EXISTS = -16;
 
 struct FILE_CLOSER_t
 {
-    void operator()(FILE* pFile) const { fclose(pFile); }
+    void operator()(FILE* pFile) const { static_cast<void>(fclose(pFile)); }
 };
 typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
 
@@ -38,7 +38,7 @@ FILE_PTR_t OpenTempFile(const std::string& strPath)
     FILE_PTR_t pFile(fopen(strPath.c_str(), "wbe"));
     if (pFile != nullptr)
     {
-        setvbuf(pFile.get(), nullptr, _IONBF, 0);
+        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
     }
     return pFile;
 }

@@ -35,8 +35,6 @@ void GiveOnceRunning(GMainContext* pContext, CSync& tSync)
 } // namespace
 
 CWebConnector::CWebConnector()
-    : m_pMainContext(nullptr), m_pMainLoop(nullptr), m_bIdle(true), m_bMultiInit(false), m_nDownloadId(0),
-      m_eState(STATE_CONSTRUCTED), m_tWorkerId(std::thread::id())
 {
     pthread_mutex_init(&m_tRequestLock, nullptr);
     pthread_mutex_init(&m_tMultiLock, nullptr);

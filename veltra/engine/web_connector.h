@@ -151,18 +151,18 @@ private:
      */
     pthread_mutex_t m_tRequestLock;          /**< guards m_lstRequest and m_bIdle */
     std::list<_REQ_HANDLER_t*> m_lstRequest; /**< handlers of all transfers under way, oldest first; not owned */
-    _GMainContext* m_pMainContext;           /**< the worker's */
-    _GMainLoop* m_pMainLoop;                 /**< what the worker runs */
-    bool m_bIdle;                            /**< no request-handling pass is scheduled or running */
+    _GMainContext* m_pMainContext = nullptr; /**< the worker's */
+    _GMainLoop* m_pMainLoop = nullptr;       /**< what the worker runs */
+    bool m_bIdle = true;                     /**< no request-handling pass is scheduled or running */
     pthread_mutex_t m_tMultiLock;            /**< guards adding and removing handles and m_bMultiInit */
     WQCurl::WQCurlMulti m_tCurlMulti;
-    bool m_bMultiInit;                 /**< m_tCurlMulti has been initialised */
+    bool m_bMultiInit = false;         /**< m_tCurlMulti has been initialised */
     pthread_mutex_t m_tDownloadIdLock; /**< guards m_nDownloadId */
     pthread_mutex_t m_tDownloadLock;   /**< makes the set-ups of downloads follow one another */
-    int m_nDownloadId;                 /**< the last id handed out */
+    int m_nDownloadId = 0;             /**< the last id handed out */
     pthread_mutex_t m_tSubmitLock;     /**< makes listing and registering a transfer one step; guards m_eState */
-    std::atomic<STATE_e> m_eState;
-    std::atomic<std::thread::id> m_tWorkerId; /**< set while the worker thread runs */
+    std::atomic<STATE_e> m_eState{STATE_CONSTRUCTED};
+    std::atomic<std::thread::id> m_tWorkerId{std::thread::id()}; /**< set while the worker thread runs */
 };
 
 extern template class CSingleton<CWebConnector>;

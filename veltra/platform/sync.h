@@ -26,8 +26,8 @@ public:
     void Destroy();
 
     /** True between Create() and Destroy(). */
-    bool m_bCreated;
+    bool m_bCreated = false;
 
 private:
-    void* m_pSemaphore;
+    void* m_pSemaphore = nullptr;
 };

@@ -17,8 +17,6 @@ constexpr char PARAM_VERSION[] = "5.100";
 
 CHttpRequest::CHttpRequest() : m_pAuth(CSingleton<CAIAuth>::GetInstance()) {}
 
-CHttpRequest::~CHttpRequest() = default;
-
 bool CHttpRequest::RequestAppBinaryServerUrl(std::string& strServerUrlInfo)
 {
     CWebConnector* pConnector = CSingleton<CWebConnector>::GetInstance();

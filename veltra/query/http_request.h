@@ -16,7 +16,7 @@ class VELTRA_API CHttpRequest
 {
 public:
     CHttpRequest();
-    ~CHttpRequest();
+    ~CHttpRequest() = default;
 
     /**
      * Asks the query service which app-binary servers this device is to use. The device's chipset must be known.

@@ -49,7 +49,8 @@ template <class WANTED, class TAKEN>
 void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo,
                  const WANTED& fnWanted, const TAKEN& fnTaken)
 {
-    for (pugi::xml_node tFile = tDocument.child("emplist").child("file"); tFile; tFile = tFile.next_sibling("file"))
+    for (pugi::xml_node tFile = tDocument.child("emplist").child("file"); !tFile.empty();
+         tFile = tFile.next_sibling("file"))
     {
         if (fnWanted(tFile))
         {
@@ -76,7 +77,7 @@ bool CXmlParser::ParseAppBinaryServerUrlXml(const std::string& strXml, std::vect
         return false;
     }
     const pugi::xml_node tNotice = tRoot.child("rm").child("queryinfo").child("notice");
-    for (pugi::xml_node tServer = tNotice.first_child(); tServer; tServer = tServer.next_sibling())
+    for (pugi::xml_node tServer = tNotice.first_child(); !tServer.empty(); tServer = tServer.next_sibling())
     {
         vecServerUrl.emplace_back(tServer.attribute("url").value());
     }
@@ -96,7 +97,8 @@ bool CXmlParser::ParseAppBinaryServerInfoXml(const std::string& strXml,
     const std::unordered_set<std::string_view> setWanted(vecAppBinaryId.begin(), vecAppBinaryId.end());
     const auto fnWanted = [&setWanted](const pugi::xml_node& tFile)
     { return setWanted.count(tFile.attribute("id").value()) != 0; };
-    const auto fnTaken = [pszOperation = __func__](const APPBIN_SERVER_INFO_t& tInfo)
+    const char* const pszOperation = __func__;
+    const auto fnTaken = [pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
     {
         VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]",
                            tInfo.strId.c_str(), tInfo.strUrl.c_str());
@@ -119,7 +121,8 @@ bool CXmlParser::ParseCERTAppBinaryServerInfoXml(const std::string& strXml,
         constexpr std::string_view PREFIX = "empCERT";
         return std::string_view(tFile.attribute("id").value()).substr(0, PREFIX.size()) == PREFIX;
     };
-    const auto fnTaken = [&vecCERTAppBinaryId, pszOperation = __func__](const APPBIN_SERVER_INFO_t& tInfo)
+    const char* const pszOperation = __func__;
+    const auto fnTaken = [&vecCERTAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
     {
         vecCERTAppBinaryId.push_back(tInfo.strId);
         VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]",
@@ -141,7 +144,8 @@ bool CXmlParser::ParseDefaultAppBinaryServerInfoXml(const std::string& strXml,
     vecDefaultAppBinaryId.clear();
     const auto fnWanted = [](const pugi::xml_node& tFile)
     { return std::string_view(tFile.attribute("boot").value()) == "yes"; };
-    const auto fnTaken = [&vecDefaultAppBinaryId, pszOperation = __func__](const APPBIN_SERVER_INFO_t& tInfo)
+    const char* const pszOperation = __func__;
+    const auto fnTaken = [&vecDefaultAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
     {
         vecDefaultAppBinaryId.push_back(tInfo.strId);
         VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]",

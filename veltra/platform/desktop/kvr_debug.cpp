@@ -49,7 +49,7 @@ void AppendFormatted(std::string& strText, const char* format, va_list tArgument
     }
     const size_t nOld = strText.size();
     strText.resize(nOld + static_cast<size_t>(nLength) + 1);
-    vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tArguments);
+    static_cast<void>(vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tArguments));
     strText.pop_back();
 }
 

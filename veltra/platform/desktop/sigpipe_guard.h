@@ -1,7 +1,7 @@
 #pragma once
 
-#include <signal.h>
-#include <time.h>
+#include <csignal>
+#include <ctime>
 
 /**
  * Keeps a SIGPIPE that libcurl or its TLS library may cause from reaching the application, without touching the

@@ -14,7 +14,7 @@ sem_t* Semaphore(void* pSemaphore)
 
 } // namespace
 
-CSync::CSync() : m_bCreated(false), m_pSemaphore(nullptr) {}
+CSync::CSync() = default;
 
 CSync::CSync(const CSync& /*tOther*/) : CSync() {}
 

@@ -1,8 +1,8 @@
 #include "veltra/platform/thread_base.h"
 
 #include <algorithm>
+#include <csignal>
 #include <pthread.h>
-#include <signal.h>
 
 struct CThreadBase::IMPL_t
 {

@@ -51,7 +51,7 @@ class CTransferShare
 public:
     static CURLSH* Get()
     {
-        static CTransferShare* const s_ptShare = new CTransferShare;
+        static auto* const s_ptShare = new CTransferShare;
         return s_ptShare->m_pShare;
     }
 
