@@ -49,6 +49,7 @@ void AppendFormatted(std::string& strText, const char* format, va_list tArgument
     }
     const size_t nOld = strText.size();
     strText.resize(nOld + static_cast<size_t>(nLength) + 1);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer loses track of the caller's va_start
     static_cast<void>(vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tArguments));
     strText.pop_back();
 }

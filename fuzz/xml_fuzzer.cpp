@@ -1,0 +1,49 @@
+/* The four readers against hostile documents: none crashes, and a refused one leaves the containers as they were. */
+
+#include <cstdlib>
+
+#include "veltra/veltra.h"
+
+namespace
+{
+
+void Require(bool bHolds)
+{
+    if (!bHolds)
+    {
+        abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*pnArguments*/, char*** /*pppArguments*/)
+{
+    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
+    CKVRDebug::SetLevel(4);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
+{
+    const std::string strXml(reinterpret_cast<const char*>(pData), nSize);
+    CXmlParser tParser;
+    std::vector<std::string> vecUrl{"old"};
+    std::vector<std::string> vecCert{"old"};
+    std::vector<std::string> vecDefault{"old"};
+    std::map<std::string, APPBIN_SERVER_INFO_t> mapWanted;
+    std::map<std::string, APPBIN_SERVER_INFO_t> mapCert;
+    std::map<std::string, APPBIN_SERVER_INFO_t> mapDefault;
+
+    Require(tParser.ParseAppBinaryServerUrlXml(strXml, vecUrl) || vecUrl.size() == 1);
+    const bool bParsed = tParser.ParseAppBinaryServerInfoXml(strXml, mapWanted, {"a", "empCERT", ""});
+    Require(tParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCert, vecCert) == bParsed);
+    Require(tParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefault, mapDefault) == bParsed);
+    Require(mapWanted.size() <= 3 && vecCert.size() >= mapCert.size() + 1);
+    Require(bParsed ? vecDefault.size() >= mapDefault.size() : vecDefault.size() == 1);
+    for (const auto& [strId, tInfo] : mapCert)
+    {
+        Require(strId.rfind("empCERT", 0) == 0 && tInfo.strId == strId);
+    }
+    return 0;
+}

@@ -1,0 +1,172 @@
+/* What happens when memory runs out: the n-th allocation of a thread fails, for every n, and so do all large ones. */
+
+#include <cstdlib>
+#include <new>
+#include <pugixml.hpp>
+
+#include "engine_fixture.h"
+
+namespace
+{
+
+thread_local int t_nUntilFailure = -1; // negative: none fails
+std::atomic<size_t> g_nLargest{SIZE_MAX};
+
+void* Allocate(size_t nSize)
+{
+    if (nSize > g_nLargest || (t_nUntilFailure >= 0 && t_nUntilFailure-- == 0))
+    {
+        return nullptr;
+    }
+    return malloc(nSize);
+}
+
+/** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
+template <class OPERATION, class CHECK>
+void FailEveryAllocation(const OPERATION& fnOperation, const CHECK& fnCheckAfterFailure)
+{
+    int nRounds = 0;
+    for (bool bMet = true; bMet; ++nRounds)
+    {
+        t_nUntilFailure = nRounds;
+        try
+        {
+            fnOperation();
+            bMet = t_nUntilFailure < 0;
+        }
+        catch (const std::bad_alloc&)
+        {
+        }
+        t_nUntilFailure = -1;
+        if (bMet)
+        {
+            fnCheckAfterFailure();
+        }
+    }
+    EXPECT_GT(nRounds, 3);
+}
+
+} // namespace
+
+void* operator new(size_t nSize)
+{
+    void* pMemory = Allocate(nSize);
+    if (pMemory == nullptr)
+    {
+        throw std::bad_alloc();
+    }
+    return pMemory;
+}
+
+void operator delete(void* pMemory) noexcept
+{
+    free(pMemory);
+}
+
+void operator delete(void* pMemory, size_t /*nSize*/) noexcept
+{
+    free(pMemory);
+}
+
+class CAllocationTest : public CEngineTest
+{
+};
+
+TEST_F(CAllocationTest, ReadersPassTheExceptionOrRefuseTheDocument)
+{
+    pugi::set_memory_management_functions(&Allocate, &free);
+    CKVRDebug::SetLevel(4); // formatting a record allocates as well, but only its text may be lost
+    const std::string strLong(100, 'x');
+    const std::string strInformation =
+        "<emplist><file id='empCERT" + strLong + "' boot='yes' url='" + strLong + "'/></emplist>";
+    const std::string strList =
+        "<rsp stat='ok'><rm><queryinfo><notice><s url='" + strLong + "'/></notice></queryinfo></rm></rsp>";
+    CXmlParser tParser;
+    std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
+    std::vector<std::string> vecId{"empCERT" + strLong};
+    std::vector<std::string> vecUrl;
+    const auto fnNothing = [] {};
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); }, fnNothing);
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnNothing);
+    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnNothing);
+    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); }, fnNothing);
+    EXPECT_EQ(mapInfo.size(), 1U);
+    EXPECT_EQ(vecId.size(), 1U);
+    pugi::set_memory_management_functions(&malloc, &free);
+    CKVRDebug::SetLevel(0);
+}
+
+TEST_F(CAllocationTest, RequestsAndDownloadsLeaveNothingHalfDone)
+{
+    CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer("answer"); });
+    m_ptEngine->Create();
+    _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url("/" + std::string(100, 'p')));
+    tRequest.lstHeader = {"Long: " + std::string(100, 'h')};
+    OUTCOME_t tOutcome;
+    tRequest.pfnRequestCB = &OUTCOME_t::OnEnd;
+    tRequest.pUserData = &tOutcome;
+    const std::string strFile = Path("file");
+    DOWNLOAD_t tDownload;
+    const auto fnStillWhole = [&]
+    {
+        EXPECT_FALSE(m_ptEngine->CancelDownload(1, true)) << "half listed";
+        EXPECT_FALSE(Exists(strFile + ".bak"));
+        EXPECT_EQ(tOutcome.tEnded.Count() + tDownload.tEnded.Count(), 0);
+        _HTTP_REQ_INFO_t tOther = GetRequest(tServer.Url());
+        EXPECT_TRUE(m_ptEngine->Get(&tOther, true)) << "a lock left held would hang here";
+    };
+    FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, false); }, fnStillWhole);
+    EXPECT_TRUE(tOutcome.tEnded.Wait());
+    tOutcome.tEnded.Open(-1);
+    FailEveryAllocation([&]
+                        { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &DOWNLOAD_t::OnEvent, &tDownload); },
+                        fnStillWhole);
+    EXPECT_TRUE(tDownload.tEnded.Wait());
+    EXPECT_EQ(ReadFile(strFile), "answer");
+    tDownload.tEnded.Open(-1);
+    tRequest.pfnRequestCB = nullptr;
+    FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, true); }, fnStillWhole);
+    EXPECT_EQ(tRequest.strResponse, "answer");
+    FailEveryAllocation([&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
+                        [&] { std::filesystem::remove(strFile + ".bak"); });
+}
+
+TEST_F(CAllocationTest, BodyThatDoesNotFitFailsAlone)
+{
+    const std::string strLarge(1 << 20, 'l');
+    const std::string strSmall = "small";
+    CLoopbackServer tServer(
+        [&](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            const std::string& strBody = tRequest.strPath == "/large" ? strLarge : strSmall;
+            tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(strBody.size()) + "\r\n\r\n");
+            tConnection.Send(strBody);
+        });
+    m_ptEngine->Create();
+    g_nLargest = 1 << 19;
+    OUTCOME_t tLarge;
+    _HTTP_REQ_INFO_t tSmall = GetRequest(tServer.Url("/small"));
+    EXPECT_TRUE(tLarge.Start(*m_ptEngine, GetRequest(tServer.Url("/large"))));
+    EXPECT_TRUE(m_ptEngine->Get(&tSmall, true));
+    EXPECT_TRUE(tLarge.tEnded.Wait());
+    g_nLargest = SIZE_MAX;
+    EXPECT_FALSE(tLarge.bResult);
+    EXPECT_NE(tLarge.strError.find("writing"), std::string::npos) << tLarge.strError;
+    EXPECT_LT(tLarge.strResponse.size(), 1U << 20);
+}
+
+TEST_F(CAllocationTest, WorkerWithoutMemoryEndsTheProcess)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            CWebConnector tEngine;
+            tEngine.Create();
+            _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
+            tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { t_nUntilFailure = 0; };
+            tEngine.Get(&tRequest, true);
+            tEngine.Get(&tRequest, true); // its end is the worker's next allocation
+            _exit(0);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+}
