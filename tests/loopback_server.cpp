@@ -176,15 +176,12 @@ CLoopbackServer::~CLoopbackServer()
 {
     shutdown(m_nListener, SHUT_RDWR);
     m_tAcceptor.join();
-    for (auto& ptConnection : m_lstConnections)
+    for (SESSION_t& tSession : m_lstSessions)
     {
-        ptConnection->Shutdown();
+        tSession.tConnection.Shutdown();
+        tSession.tThread.join();
     }
-    for (std::thread& tThread : m_lstThreads)
-    {
-        tThread.join();
-    }
-    m_lstConnections.clear();
+    m_lstSessions.clear();
     close(m_nListener);
     SSL_CTX_free(static_cast<SSL_CTX*>(m_pTlsContext));
 }
@@ -215,17 +212,32 @@ void CLoopbackServer::Accept()
             SSL_set_fd(pTls, nSocket);
             SSL_set_accept_state(pTls);
         }
-        m_lstConnections.push_back(std::make_unique<CConnection>(nSocket, pTls));
-        m_lstThreads.emplace_back(&CLoopbackServer::Serve, this, std::ref(*m_lstConnections.back()));
+        Reap();
+        SESSION_t& tSession = m_lstSessions.emplace_back(nSocket, pTls);
+        tSession.tThread = std::thread(&CLoopbackServer::Serve, this, std::ref(tSession));
     }
 }
 
-void CLoopbackServer::Serve(CConnection& tConnection)
+void CLoopbackServer::Reap()
+{
+    for (auto it = m_lstSessions.begin(); it != m_lstSessions.end();)
+    {
+        const auto itThis = it++;
+        if (itThis->bEnded)
+        {
+            itThis->tThread.join();
+            m_lstSessions.erase(itThis);
+        }
+    }
+}
+
+void CLoopbackServer::Serve(SESSION_t& tSession)
 {
     REQUEST_t tRequest;
-    while (tConnection.Read(tRequest))
+    while (tSession.tConnection.Read(tRequest))
     {
-        m_fnScript(tConnection, tRequest);
+        m_fnScript(tSession.tConnection, tRequest);
     }
-    tConnection.Close();
+    tSession.tConnection.Close();
+    tSession.bEnded = true;
 }

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <list>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -72,15 +72,24 @@ public:
     int Port() const { return m_nPort; }
 
 private:
+    /** A connection and the thread that serves it. */
+    struct SESSION_t
+    {
+        SESSION_t(int nSocket, void* pTls) : tConnection(nSocket, pTls) {}
+        CConnection tConnection;
+        std::atomic<bool> bEnded{false};
+        std::thread tThread;
+    };
+
     void Accept();
-    void Serve(CConnection& tConnection);
+    void Serve(SESSION_t& tSession);
+    void Reap();
 
     SCRIPT_t m_fnScript;
     void* m_pTlsContext = nullptr;
     int m_nListener;
     int m_nPort = 0;
-    std::list<std::unique_ptr<CConnection>> m_lstConnections;
-    std::list<std::thread> m_lstThreads;
+    std::list<SESSION_t> m_lstSessions;
     std::thread m_tAcceptor;
 };
 
