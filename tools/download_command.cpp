@@ -1,16 +1,15 @@
 #include "download_command.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <iterator>
 #include <mutex>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -22,32 +21,13 @@ namespace
 
 constexpr int RESULT_STARTED = 1;
 constexpr int RESULT_EXISTS = -16;
-
-/** A file descriptor, closed in the end. */
-class CDescriptor
-{
-public:
-    CDescriptor(int nDescriptor, const char* pszMaker) : m_nDescriptor(nDescriptor)
-    {
-        if (nDescriptor < 0)
-        {
-            throw std::system_error(errno, std::generic_category(), pszMaker);
-        }
-    }
-    ~CDescriptor() { close(m_nDescriptor); }
-    CDescriptor(const CDescriptor&) = delete;
-    CDescriptor& operator=(const CDescriptor&) = delete;
-    operator int() const { return m_nDescriptor; }
-
-private:
-    const int m_nDescriptor;
-};
+constexpr std::chrono::milliseconds SIGNAL_INTERVAL(100); /* how often a signal is looked for */
 
 /**
- * Makes a descriptor report the signals that ask the process to end, unless the caller has them ignored (nohup). They
- * stay blocked: to be called before any thread is started.
+ * The signals that ask the process to end, blocked so that they can be waited for: to be called before any thread is
+ * started. What the caller has ignored (nohup) stays ignored.
  */
-int CatchStopSignals()
+sigset_t BlockStopSignals()
 {
     sigset_t tSignals;
     sigemptyset(&tSignals);
@@ -61,7 +41,14 @@ int CatchStopSignals()
         }
     }
     pthread_sigmask(SIG_BLOCK, &tSignals, nullptr);
-    return signalfd(-1, &tSignals, SFD_CLOEXEC);
+    return tSignals;
+}
+
+/** Takes a signal that has arrived. @return 0 for none */
+int TakeSignal(const sigset_t& tSignals)
+{
+    const timespec tNoWait = {};
+    return std::max(sigtimedwait(&tSignals, nullptr, &tNoWait), 0);
 }
 
 bool Exists(const std::string& strPath)
@@ -93,16 +80,15 @@ private:
     void m_SyncAll();
     void m_Report(ITEM_t& tItem, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed);
     static void OnEvent(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pItem);
-    bool m_Show();
     int m_WaitForAll();
     void m_Cancel(int nSignal);
     int m_PrintFailures();
 
     const DOWNLOAD_OPTIONS_t m_tOptions;
-    const CDescriptor m_tSignals;
-    const CDescriptor m_tChanges; /**< an event descriptor: some status has changed */
+    const sigset_t m_tSignals;
     CSession m_tSession;
     std::mutex m_tLock;
+    std::condition_variable m_tChange; /**< some status has changed */
     std::deque<ITEM_t> m_lstItem;
     std::atomic<const ITEM_t*> m_ptSyncItem{nullptr}; /**< what the synchronous thread is downloading */
     CProgressView m_tView;
@@ -119,8 +105,7 @@ std::vector<std::string> FileNames(const DOWNLOAD_OPTIONS_t& tOptions)
 }
 
 CDownloadRun::CDownloadRun(const DOWNLOAD_OPTIONS_t& tOptions, bool bVerbose)
-    : m_tOptions(tOptions), m_tSignals(CatchStopSignals(), "signalfd"),
-      m_tChanges(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd"), m_tSession(bVerbose),
+    : m_tOptions(tOptions), m_tSignals(BlockStopSignals()), m_tSession(bVerbose),
       m_tView(FileNames(tOptions), !bVerbose)
 {
     for (const auto& [strUrl, strFile] : tOptions.vecUrlAndFile)
@@ -194,18 +179,13 @@ void CDownloadRun::m_SyncAll()
 
 void CDownloadRun::m_Report(ITEM_t& tItem, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed)
 {
-    {
-        const std::lock_guard<std::mutex> tGuard(m_tLock);
-        /* A download is a success to the engine also when its file could not be moved to the target. */
-        tItem.bMoved = eType != DOWNLOAD_TYPE_SUCCESS || !Exists(tItem.strTempFile);
-        tItem.tStatus.eType = tItem.bMoved ? eType : DOWNLOAD_TYPE_FAIL;
-        tItem.tStatus.dSpeed = dSpeed;
-        if (eType == DOWNLOAD_TYPE_PROGRESS)
-        {
-            tItem.tStatus.nPercent = nPercent;
-        }
-    }
-    eventfd_write(m_tChanges, 1);
+    const std::lock_guard<std::mutex> tGuard(m_tLock);
+    /* A download is a success to the engine also when its file could not be moved to the target. */
+    tItem.bMoved = eType != DOWNLOAD_TYPE_SUCCESS || !Exists(tItem.strTempFile);
+    tItem.tStatus.eType = tItem.bMoved ? eType : DOWNLOAD_TYPE_FAIL;
+    tItem.tStatus.nPercent = std::max(tItem.tStatus.nPercent, nPercent);
+    tItem.tStatus.dSpeed = dSpeed;
+    m_tChange.notify_one();
 }
 
 void CDownloadRun::OnEvent(int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pItem)
@@ -214,46 +194,33 @@ void CDownloadRun::OnEvent(int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, dou
     tItem.ptRun->m_Report(tItem, eType, nPercent, dSpeed);
 }
 
-/** @return true when all downloads have ended */
-bool CDownloadRun::m_Show()
-{
-    std::vector<DOWNLOAD_STATUS_t> vecStatus;
-    bool bAllFinal = true;
-    {
-        const std::lock_guard<std::mutex> tGuard(m_tLock);
-        for (const ITEM_t& tItem : m_lstItem)
-        {
-            vecStatus.push_back(tItem.tStatus);
-            bAllFinal = bAllFinal && tItem.tStatus.IsFinal();
-        }
-    }
-    m_tView.Show(vecStatus);
-    return bAllFinal;
-}
-
 /** @return the signal that cancelled them; 0 for none */
 int CDownloadRun::m_WaitForAll()
 {
     int nSignal = 0;
-    while (!m_Show())
+    bool bAllFinal = false;
+    while (!bAllFinal)
     {
-        pollfd aPoll[] = {{m_tSignals, POLLIN, 0}, {m_tChanges, POLLIN, 0}};
-        if (poll(aPoll, 2, -1) < 0)
+        std::vector<DOWNLOAD_STATUS_t> vecStatus;
         {
-            continue;
+            std::unique_lock<std::mutex> tGuard(m_tLock);
+            m_tChange.wait_for(tGuard, SIGNAL_INTERVAL);
+            std::transform(m_lstItem.begin(), m_lstItem.end(), std::back_inserter(vecStatus),
+                           [](const ITEM_t& tItem) { return tItem.tStatus; });
         }
-        if (aPoll[0].revents != 0)
+        m_tView.Show(vecStatus);
+        bAllFinal = std::all_of(vecStatus.begin(), vecStatus.end(),
+                                [](const DOWNLOAD_STATUS_t& tStatus) { return tStatus.IsFinal(); });
+        const int nNewSignal = TakeSignal(m_tSignals);
+        if (nNewSignal != 0 && nSignal != 0)
         {
-            if (nSignal != 0)
-            {
-                _exit(128 + nSignal);
-            }
-            signalfd_siginfo tSignal = {};
-            nSignal = read(m_tSignals, &tSignal, sizeof tSignal) > 0 ? static_cast<int>(tSignal.ssi_signo) : SIGINT;
+            _exit(128 + nSignal);
+        }
+        if (nNewSignal != 0 && !bAllFinal)
+        {
+            nSignal = nNewSignal;
             m_Cancel(nSignal);
         }
-        eventfd_t nChanges = 0;
-        eventfd_read(m_tChanges, &nChanges);
     }
     return nSignal;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
 namespace
 {
@@ -43,9 +44,22 @@ bool IsCause(const std::string& strText)
                         [&strText](std::string_view strPrefix) { return StartsWith(strText, strPrefix); });
 }
 
-/** Takes the transfer's own error text out of a record that has nothing to add to it. */
-std::string Unwrap(const std::string& strText)
+/** What a record says to somebody who does not know the library's inside. */
+std::string Explain(const std::string& strText)
 {
+    constexpr std::pair<std::string_view, std::string_view> EXPLANATIONS[] = {
+        {"pAuth->GetChipset() is", "the device has no chipset name (--chipset)"},
+        {"Request Server Url xml error!!!", "the answer is empty"},
+        {"Input Xml info is empty!", "the answer is empty"},
+        {"doc.load strXml.c_str() error!", "the answer is no well-formed XML"},
+        {"AppBinary server xml url stat is not ok!", "the answer's status is not \"ok\""}};
+    for (const auto& [strBegin, strExplanation] : EXPLANATIONS)
+    {
+        if (StartsWith(strText, strBegin))
+        {
+            return std::string(strExplanation);
+        }
+    }
     for (const std::string_view strBegin :
          {"Https request error reason = [", "[WQCurl][WQCurlEasy][send()] return false = ["})
     {
@@ -83,7 +97,7 @@ std::string CSession::TakeCause()
     const auto itFirst = m_vecError.begin() + static_cast<std::ptrdiff_t>(m_nTaken);
     const auto itCause = std::find_if(itFirst, m_vecError.end(), &IsCause);
     m_nTaken = m_vecError.size();
-    return itCause != m_vecError.end() ? Unwrap(*itCause) : UNKNOWN_CAUSE;
+    return itCause != m_vecError.end() ? Explain(*itCause) : UNKNOWN_CAUSE;
 }
 
 std::string CSession::DownloadCause(int nDownloadId)
@@ -119,6 +133,7 @@ void CSession::OnRecord(unsigned int level, const char* record, void* pUserData)
 
 int PrintError(const std::string& strWhat, const std::string& strCause)
 {
+    fflush(stdout);
     fprintf(stderr, "veltra: %s: %s\n", strWhat.c_str(), strCause.c_str());
     return 1;
 }

@@ -122,6 +122,10 @@ void PrintInfo(const INFO_MAP_t& mapInfo, bool bJson)
 
 int RunInfo(const OPTIONS_t& tOptions)
 {
+    if (tOptions.vecId.empty() && !tOptions.bCert && !tOptions.bDefault)
+    {
+        return PrintError("info", "one of --id, --cert and --default must say which entries");
+    }
     CSession tSession(tOptions.bVerbose);
     INFO_MAP_t mapInfo;
     if (!GetInfo(tOptions, mapInfo))
@@ -170,7 +174,6 @@ int RunPost(const OPTIONS_t& tOptions)
     }
     const std::string strPath = tOptions.strData.substr(1);
     std::ifstream tFile(strPath, std::ios::binary);
-    tFile.exceptions(std::ios::badbit);
     const std::string strBody{std::istreambuf_iterator<char>(tFile), std::istreambuf_iterator<char>()};
     return tFile.is_open() ? RunRequest(tOptions, HTTP_METHOD_POST, strBody) : PrintError(strPath, "cannot be read");
 }
@@ -211,11 +214,9 @@ void AddQueryCommands(CLI::App& tApp, OPTIONS_t& tOptions)
     CLI::App* pServers = AddCommand(tApp, tOptions, "servers", "List the servers for this device", &RunServers);
     CLI::App* pInfo = AddCommand(tApp, tOptions, "info", "Show entries of a server's document", &RunInfo);
     pInfo->add_option("URL", tOptions.strUrl, "The document, as the server list names it")->required();
-    CLI::App* pWhich = pInfo->add_option_group("Which entries");
-    pWhich->add_option("--id", tOptions.vecId, "Those with these identifiers")->type_name("ID");
-    pWhich->add_flag("--cert", tOptions.bCert, "The CERT entries");
-    pWhich->add_flag("--default", tOptions.bDefault, "The entries that are marked for boot");
-    pWhich->require_option(1);
+    CLI::Option* pId = pInfo->add_option("--id", tOptions.vecId, "Those with these identifiers")->type_name("ID");
+    CLI::Option* pCert = pInfo->add_flag("--cert", tOptions.bCert, "The CERT entries")->excludes(pId);
+    pInfo->add_flag("--default", tOptions.bDefault, "The entries that are marked for boot")->excludes(pId, pCert);
     for (CLI::App* pCommand : {pServers, pInfo})
     {
         pCommand->add_flag("--json", tOptions.bJson, "Print JSON");
