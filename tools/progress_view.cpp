@@ -10,7 +10,7 @@ namespace
 {
 
 constexpr int BAR_CELLS = 20;
-constexpr int COLUMNS_BESIDE_NAME = BAR_CELLS + 24; /* brackets, percentage, blanks and the longest outcome */
+constexpr int COLUMNS_BESIDE_NAME = BAR_CELLS + 26; /* brackets, percentage, blanks and the longest outcome */
 constexpr int LEAST_NAME_WIDTH = 8;
 constexpr int LINE_STEP_PERCENT = 25;
 
