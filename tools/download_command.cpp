@@ -233,7 +233,7 @@ void CDownloadRun::m_Cancel(int nSignal)
         const ITEM_t* ptItem = m_ptSyncItem;
         if (ptItem != nullptr)
         {
-            remove(ptItem->strTempFile.c_str());
+            static_cast<void>(remove(ptItem->strTempFile.c_str()));
         }
         _exit(128 + nSignal);
     }

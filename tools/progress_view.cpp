@@ -44,7 +44,7 @@ std::string FormatSpeed(double dSpeed)
         pszUnit = pszLarger;
     }
     char szText[32];
-    snprintf(szText, sizeof szText, "%.1f %s", dSpeed, pszUnit);
+    static_cast<void>(snprintf(szText, sizeof szText, "%.1f %s", dSpeed, pszUnit));
     return szText;
 }
 
@@ -113,7 +113,7 @@ void CProgressView::Show(const std::vector<DOWNLOAD_STATUS_t>& vecStatus)
         }
     }
     m_vecShown = vecStatus;
-    fflush(stdout);
+    static_cast<void>(fflush(stdout));
 }
 
 void CProgressView::m_ShowBar(const std::string& strName, const DOWNLOAD_STATUS_t& tStatus) const

@@ -122,7 +122,7 @@ void CSession::OnRecord(unsigned int level, const char* record, void* pUserData)
     auto& tSession = *static_cast<CSession*>(pUserData);
     if (tSession.m_bVerbose)
     {
-        fputs(record, stderr);
+        static_cast<void>(fputs(record, stderr));
     }
     if (level == LEVEL_ERROR)
     {
@@ -133,7 +133,7 @@ void CSession::OnRecord(unsigned int level, const char* record, void* pUserData)
 
 int PrintError(const std::string& strWhat, const std::string& strCause)
 {
-    fflush(stdout);
-    fprintf(stderr, "veltra: %s: %s\n", strWhat.c_str(), strCause.c_str());
+    static_cast<void>(fflush(stdout));
+    static_cast<void>(fprintf(stderr, "veltra: %s: %s\n", strWhat.c_str(), strCause.c_str()));
     return 1;
 }

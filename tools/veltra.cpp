@@ -157,7 +157,7 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const std::stri
     {
         return PrintError(tOptions.strUrl, tSession.TakeCause());
     }
-    fwrite(tReqInfo.strResponse.data(), 1, tReqInfo.strResponse.size(), stdout);
+    static_cast<void>(fwrite(tReqInfo.strResponse.data(), 1, tReqInfo.strResponse.size(), stdout));
     return 0;
 }
 
