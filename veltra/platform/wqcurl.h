@@ -44,7 +44,10 @@ enum WQCURL_INFO_TYPE
  */
 typedef size_t (*WRITE_FUNCTION_t)(char* pData, size_t nSize, size_t nCount, void* pUser);
 
-/** Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception stops it. */
+/**
+ * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception stops it. Called
+ * about once a second at least, also while nothing arrives.
+ */
 typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
 /**

@@ -4,6 +4,7 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <thread>
@@ -70,6 +71,7 @@ struct WQCurlMulti::IMPL_t
     void TakeAdded();
     bool SocketAction(curl_socket_t nSocket, int nEvents);
     bool RunExpired();
+    void RunSilent();
     void CollectFinished();
     void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
     int WaitMilliseconds() const;
@@ -89,6 +91,8 @@ struct WQCurlMulti::IMPL_t
 
     std::deque<MultiMsg> dqFinished;
     std::optional<Clock::time_point> tTimer;
+    std::set<curl_socket_t> setReporting; /**< sockets of the transfers that have a progress function */
+    Clock::time_point tNextTurn;          /**< when those get a turn again */
     int nRunning = 0;
 };
 
@@ -108,11 +112,12 @@ bool WQCurlMulti::IMPL_t::Open()
            curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERDATA, this) == CURLM_OK;
 }
 
-int WQCurlMulti::IMPL_t::OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown)
+int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown)
 {
-    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
     if (nWhat == CURL_POLL_REMOVE || nWhat == CURL_POLL_NONE)
     {
+        ptImpl->setReporting.erase(nSocket);
         /* It may be closed already, and so be gone. */
         epoll_ctl(ptImpl->tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
         curl_multi_assign(ptImpl->pMulti.get(), nSocket, nullptr);
@@ -129,6 +134,12 @@ int WQCurlMulti::IMPL_t::OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nW
         epoll_ctl(ptImpl->tEpoll.Get(), nOther, nSocket, &tEvent);
     }
     curl_multi_assign(ptImpl->pMulti.get(), nSocket, pImpl);
+    char* pOwner = nullptr;
+    curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
+    if (pOwner != nullptr && reinterpret_cast<WQCurlEasy*>(pOwner)->m_pImpl->pfnProgress != nullptr)
+    {
+        ptImpl->setReporting.insert(nSocket);
+    }
     return 0;
 }
 
@@ -208,6 +219,24 @@ bool WQCurlMulti::IMPL_t::RunExpired()
     }
     tTimer.reset();
     return SocketAction(CURL_SOCKET_TIMEOUT, 0);
+}
+
+/**
+ * Gives each transfer that has a progress function a turn once a second. libcurl asks for none as long as the peer owes
+ * the answer to a connect or a TLS handshake, and the progress function is what cancels.
+ */
+void WQCurlMulti::IMPL_t::RunSilent()
+{
+    if (Clock::now() < tNextTurn)
+    {
+        return;
+    }
+    tNextTurn = Clock::now() + LONGEST_WAIT;
+    const std::set<curl_socket_t> setNow = setReporting;
+    for (const curl_socket_t nSocket : setNow)
+    {
+        SocketAction(nSocket, 0);
+    }
 }
 
 int WQCurlMulti::IMPL_t::WaitMilliseconds() const
@@ -341,6 +370,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     m_pImpl->TakeAdded();
     bResult = m_pImpl->RunExpired() && bResult;
+    m_pImpl->RunSilent();
     m_pImpl->CollectFinished();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
