@@ -302,6 +302,16 @@ TEST_F(CDownloadTest, CancelsFromAnyThreadAndFromCallbacks)
     EXPECT_EQ(Download(tOwn, "/endless", "own"), DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tOwn.vecPercent.size(), 1U);
 
+    /* A plain server takes the TLS greeting for a request that never ends, and keeps silent. */
+    DOWNLOAD_t tHandshake;
+    const std::string strSecure = "https" + Url("/").substr(4);
+    ASSERT_EQ(tHandshake.Start(*m_ptEngine, strSecure, Path("handshake")), 1);
+    EXPECT_TRUE(tHandshake.tProgress.Wait());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // by then the greeting is sent; earlier would be easier
+    EXPECT_TRUE(m_ptEngine->CancelDownload(tHandshake.nId, true));
+    ASSERT_TRUE(tHandshake.tEnded.Wait()) << "libcurl asks for no turn during a handshake";
+    EXPECT_EQ(tHandshake.eFinal, DOWNLOAD_TYPE_CANCEL);
+
     DOWNLOAD_t tSilent;
     ASSERT_EQ(tSilent.Start(*m_ptEngine, Url("/stall"), Path("silent")), 1);
     EXPECT_TRUE(tSilent.tProgress.Wait());

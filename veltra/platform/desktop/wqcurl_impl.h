@@ -51,6 +51,8 @@ struct WQCurlEasy::IMPL_t
     /** The multi handle that it is registered with. */
     std::atomic<const WQCurlMulti*> pMulti{nullptr};
     bool bQueued = false; /**< added there, but not handed to libcurl yet; guarded by that multi handle's lock */
+    /** The socket on which it waits for its peer, if it does; the driving thread's. */
+    curl_socket_t nSocket = CURL_SOCKET_BAD;
     bool bUnread = false; /**< finished there, with its message not read yet; the driving thread's */
 
     std::string strLastError;

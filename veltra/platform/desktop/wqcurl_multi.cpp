@@ -4,11 +4,11 @@
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
+#include <unordered_set>
 #include <vector>
 
 #include "veltra/platform/desktop/sigpipe_guard.h"
@@ -48,6 +48,13 @@ public:
 private:
     int m_nDescriptor = -1;
 };
+
+WQCurlEasy* Owner(CURL* pEasy)
+{
+    char* pOwner = nullptr;
+    curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
+    return reinterpret_cast<WQCurlEasy*>(pOwner);
+}
 
 struct MULTI_DELETER_t
 {
@@ -91,8 +98,8 @@ struct WQCurlMulti::IMPL_t
 
     std::deque<MultiMsg> dqFinished;
     std::optional<Clock::time_point> tTimer;
-    std::set<curl_socket_t> setReporting; /**< sockets of the transfers that have a progress function */
-    Clock::time_point tNextTurn;          /**< when those get a turn again */
+    std::unordered_set<const WQCurlEasy*> setReporting; /**< registered transfers with a progress function */
+    Clock::time_point tNextTurn;                        /**< when those get a turn again */
     int nRunning = 0;
 };
 
@@ -114,10 +121,15 @@ bool WQCurlMulti::IMPL_t::Open()
 
 int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown)
 {
-    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
-    if (nWhat == CURL_POLL_REMOVE || nWhat == CURL_POLL_NONE)
+    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    const bool bWanted = nWhat != CURL_POLL_REMOVE && nWhat != CURL_POLL_NONE;
+    WQCurlEasy* ptOwner = Owner(pEasy); // libcurl has handles of its own
+    if (ptOwner != nullptr && (bWanted || ptOwner->m_pImpl->nSocket == nSocket))
     {
-        ptImpl->setReporting.erase(nSocket);
+        ptOwner->m_pImpl->nSocket = bWanted ? nSocket : CURL_SOCKET_BAD;
+    }
+    if (!bWanted)
+    {
         /* It may be closed already, and so be gone. */
         epoll_ctl(ptImpl->tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
         curl_multi_assign(ptImpl->pMulti.get(), nSocket, nullptr);
@@ -134,12 +146,6 @@ int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat,
         epoll_ctl(ptImpl->tEpoll.Get(), nOther, nSocket, &tEvent);
     }
     curl_multi_assign(ptImpl->pMulti.get(), nSocket, pImpl);
-    char* pOwner = nullptr;
-    curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
-    if (pOwner != nullptr && reinterpret_cast<WQCurlEasy*>(pOwner)->m_pImpl->pfnProgress != nullptr)
-    {
-        ptImpl->setReporting.insert(nSocket);
-    }
     return 0;
 }
 
@@ -176,9 +182,7 @@ void WQCurlMulti::IMPL_t::CollectFinished()
     int nLeft = 0;
     while (const CURLMsg* ptMsg = curl_multi_info_read(pMulti.get(), &nLeft))
     {
-        char* pOwner = nullptr;
-        curl_easy_getinfo(ptMsg->easy_handle, CURLINFO_PRIVATE, &pOwner);
-        Finish(reinterpret_cast<WQCurlEasy*>(pOwner), ptMsg->data.result);
+        Finish(Owner(ptMsg->easy_handle), ptMsg->data.result);
     }
 }
 
@@ -196,12 +200,14 @@ void WQCurlMulti::IMPL_t::TakeAdded()
     }
     for (const WQCurlEasy* ptEasy : vecTaken)
     {
+        if (ptEasy->m_pImpl->pfnProgress != nullptr)
+        {
+            setReporting.insert(ptEasy);
+        }
         CURL* pEasy = ptEasy->m_pImpl->pEasy.get();
         if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
         {
-            char* pOwner = nullptr;
-            curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
-            Finish(reinterpret_cast<WQCurlEasy*>(pOwner), CURLE_FAILED_INIT);
+            Finish(Owner(pEasy), CURLE_FAILED_INIT);
         }
     }
 }
@@ -232,10 +238,12 @@ void WQCurlMulti::IMPL_t::RunSilent()
         return;
     }
     tNextTurn = Clock::now() + LONGEST_WAIT;
-    const std::set<curl_socket_t> setNow = setReporting;
-    for (const curl_socket_t nSocket : setNow)
+    for (const WQCurlEasy* ptEasy : setReporting)
     {
-        SocketAction(nSocket, 0);
+        if (ptEasy->m_pImpl->nSocket != CURL_SOCKET_BAD)
+        {
+            SocketAction(ptEasy->m_pImpl->nSocket, 0);
+        }
     }
 }
 
@@ -317,6 +325,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     }
     WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
     tEasy.pMulti = nullptr;
+    m_pImpl->setReporting.erase(pEasyHandle);
     {
         const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
         if (tEasy.bQueued)
