@@ -192,8 +192,9 @@ void CWebConnector::m_HandleCompletedRequest()
     }
 }
 
-/** @return false for a request of unknown kind */
-bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
+/** Logs on behalf of the calling operation. @return false for a request of unknown kind */
+bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg,
+                                    const char* pszOperation, int nLine)
 {
     const WQCurl::WQCurlEasy* pEasyHandle = tMsg.pEasyHandle;
     if (ptReqHandler == nullptr)
@@ -212,7 +213,7 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
         m_HandleDownloadRequest(ptReqHandler, tMsg);
         break;
     default:
-        VELTRA_LOG_ERROR("Unknow request type[%d]!", ptReqHandler->eReqType);
+        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Unknow request type[%d]!", ptReqHandler->eReqType);
         bKnown = false;
         break;
     }

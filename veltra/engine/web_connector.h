@@ -118,7 +118,8 @@ private:
     bool m_CurlMultiSelect(int& nRunningHandles);
     bool m_CheckLeftRequest();
     void m_HandleCompletedRequest();
-    bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
+    bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg,
+                         const char* pszOperation = __builtin_FUNCTION(), int nLine = __builtin_LINE());
     void m_AbortRequests();
     bool m_CheckRunning() const;
 
