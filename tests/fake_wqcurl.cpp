@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <vector>
 
 std::optional<FAKE_WQCURL_t> g_tFake;
 

@@ -4,7 +4,6 @@
 #include <functional>
 #include <mutex>
 #include <optional>
-#include <vector>
 
 #include "veltra/platform/wqcurl.h"
 
@@ -39,13 +38,13 @@ struct FAKE_WQCURL_t
     std::function<void(FAKE_TRANSFER_t&)> fnTransfer; /**< runs each transfer, on the thread that drives it */
 
     std::atomic<int> nSelects{0};
-    std::vector<std::string> vecJournal; /**< all settings and steps in order, options by number */
+    std::string strJournal; /**< all settings and steps in order, a line each, options by number */
     std::mutex tLock;
 
     void Note(const std::string& strStep)
     {
         const std::lock_guard<std::mutex> tGuard(tLock);
-        vecJournal.push_back(strStep);
+        strJournal += strStep + "\n";
     }
 };
 
