@@ -265,7 +265,9 @@ TEST(EngineFaults, EachRefusalOfTheSetUpIsLoggedAndLeavesNothing)
             EXPECT_EQ(tRun.tLog.TakeOthers(), "");
             EXPECT_EQ(tRun.tOutcome.strEvents, "");
             EXPECT_EQ(std::filesystem::exists("f.bak"), ptKind->bKept);
-            EXPECT_EQ(std::regex_replace(g_tFake->strJournal, std::regex("reset\n"), ""), strSteps + "destroy\n");
+            const std::string& strJournal = g_tFake->strJournal;
+            EXPECT_TRUE(strJournal == strSteps + "destroy\n" || strJournal == strSteps + "reset\ndestroy\n")
+                << strJournal;
         }
     }
 }
@@ -398,8 +400,8 @@ TEST(EngineFaults, OneThatCannotBeFinishedHoldsUpNoOther)
         EXPECT_EQ(tRun.WaitForPass(), Pass(tCase.strRecord + RESULT));
         EXPECT_EQ(tRun.tOutcome.strEvents, "old ");
         EXPECT_EQ(tRun.tOutcome.nSelects - nSelects, tCase.nLater);
-        EXPECT_EQ(std::regex_replace(g_tFake->strJournal, std::regex("[^]*?(removeHandle\n)[^]*?"), "$1"),
-                  "removeHandle\nremoveHandle\nreset\ndestroy\n");
+        EXPECT_NE(g_tFake->strJournal.find("addHandle\nremoveHandle\nremoveHandle\nreset\ndestroy\n"),
+                  std::string::npos);
 
         /* Nobody else knows what it owned. */
         delete tBefore.pEasyHandle;
@@ -419,13 +421,13 @@ TEST(EngineFaults, TellsProgressInStepsOfFivePercentUntilCancelled)
     {
         double dTotal;
         std::vector<double> vecNow;
-        std::string strPercent;
+        std::string strEvents;
     } const arrCases[] = {
         {1000,
          {0, 30, 60, 90, 120, 150, 150, 270, 300, 420, 450, 480, 600, 720, 750, 900, 990, 1000, 1000},
-         "0 15 30 45 60 75 90 100 "},
-        {1000, {44, 45, 54, 70, 949, 945}, "5 95 "},
-        {0, {0, 0, 1, 500}, "0 "},
+         "7:1:0:0 7:1:15:0 7:1:30:0 7:1:45:0 7:1:60:0 7:1:75:0 7:1:90:0 7:1:100:0 "},
+        {1000, {44, 45, 54, 70, 949, 945}, "7:1:5:0 7:1:95:0 "},
+        {0, {0, 0, 1, 500}, "7:1:0:0 "},
     };
     for (const auto& tCase : arrCases)
     {
@@ -446,8 +448,7 @@ TEST(EngineFaults, TellsProgressInStepsOfFivePercentUntilCancelled)
                                            "4 m_HandleDownloadRequest: Download[7] speed[1.500000]\n"
                                            "4 m_HandleDownloadRequest: change name f.bak to f, ret is [0]\n"
                                            "0! m_HandleDownloadRequest: Downloading[7] file[f] is canceled.\n"));
-        const std::regex NUMBER("(\\d+) ");
-        EXPECT_EQ(tRun.tOutcome.strEvents, std::regex_replace(tCase.strPercent, NUMBER, "7:1:$1:0 ") + "7:4:0:1.5 ");
+        EXPECT_EQ(tRun.tOutcome.strEvents, tCase.strEvents + "7:4:0:1.5 ");
     }
 }
 

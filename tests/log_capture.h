@@ -2,8 +2,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -17,9 +17,7 @@
 class CLogCapture
 {
 public:
-    explicit CLogCapture(const std::string& strModule)
-        : m_tPlain(R"(\[KVR\]\[)" + strModule + R"(::(\w+)\([1-9]\d*\)\] )"),
-          m_tFramed(R"(\[KVR\]\[)" + strModule + R"(::(\w+)\([1-9]\d*\)\] \x1b\[1;31;42m )")
+    explicit CLogCapture(const std::string& strModule) : m_strModule(strModule)
     {
         CKVRDebug::SetSink(&OnRecord, this);
         CKVRDebug::SetLevel(4);
@@ -50,21 +48,32 @@ private:
     static void OnRecord(unsigned int nLevel, const char* pszRecord, void* pUserData)
     {
         auto* ptThis = static_cast<CLogCapture*>(pUserData);
-        const std::string strEnd = "\033[0m \n";
-        std::string strRecord = pszRecord;
-        const bool bFramed = strRecord.size() >= strEnd.size() &&
-                             strRecord.compare(strRecord.size() - strEnd.size(), strEnd.size(), strEnd) == 0;
-        strRecord =
-            std::to_string(nLevel) +
-            std::regex_replace(strRecord, bFramed ? ptThis->m_tFramed : ptThis->m_tPlain, bFramed ? "! $1: " : " $1: ",
-                               std::regex_constants::match_continuous | std::regex_constants::format_first_only);
-        if (bFramed)
-        {
-            strRecord.replace(strRecord.size() - strEnd.size(), strEnd.size(), "\n");
-        }
         const std::lock_guard<std::mutex> tGuard(ptThis->m_tLock);
-        (std::this_thread::get_id() == ptThis->m_tCreator ? ptThis->m_strOwn : ptThis->m_strOthers) += strRecord;
+        (std::this_thread::get_id() == ptThis->m_tCreator ? ptThis->m_strOwn : ptThis->m_strOthers) +=
+            std::to_string(nLevel) + ptThis->Line(pszRecord);
         ptThis->m_tChanged.notify_all();
+    }
+
+    std::string Line(const std::string& strRecord) const
+    {
+        char szModule[64] = "";
+        char szOperation[64] = "";
+        int nLine = 0;
+        int nHeading = 0;
+        sscanf(strRecord.c_str(), "[KVR][%63[A-Za-z]::%63[A-Za-z_](%d)]%n", szModule, szOperation, &nLine, &nHeading);
+        const std::string strText = strRecord.substr(static_cast<size_t>(nHeading));
+        if (nLine <= 0 || szModule != m_strModule || strText[0] != ' ')
+        {
+            return strRecord;
+        }
+        const std::string strBegin = " \033[1;31;42m ";
+        const std::string strEnd = "\033[0m \n";
+        const size_t nFrame = strBegin.size() + strEnd.size();
+        return strText.size() >= nFrame && strText.compare(0, strBegin.size(), strBegin) == 0 &&
+                       strText.compare(strText.size() - strEnd.size(), strEnd.size(), strEnd) == 0
+                   ? std::string("! ") + szOperation + ": " + strText.substr(strBegin.size(), strText.size() - nFrame) +
+                         "\n"
+                   : std::string(" ") + szOperation + ":" + strText;
     }
 
     std::string Take(std::string& strRecords)
@@ -73,8 +82,7 @@ private:
         return std::exchange(strRecords, "");
     }
 
-    const std::regex m_tPlain;
-    const std::regex m_tFramed;
+    const std::string m_strModule;
     const std::thread::id m_tCreator = std::this_thread::get_id();
     std::mutex m_tLock;
     std::condition_variable m_tChanged;
