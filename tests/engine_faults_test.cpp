@@ -32,7 +32,7 @@ struct OUTCOME_t
     int nSelects = 0;
 };
 
-/** Makes a POST with Get() and a GET with Post(): the record's method decides. */
+/** Get() is called for the synchronous, Post() for the asynchronous: the record's method decides. */
 bool StartHttp(CWebConnector& tEngine, int eMethod, bool bSync, const std::list<std::string>& lstHeader,
                OUTCOME_t& tOutcome)
 {
@@ -45,6 +45,8 @@ bool StartHttp(CWebConnector& tEngine, int eMethod, bool bSync, const std::list<
     tRequest.pUserData = &tOutcome;
     const bool bResult = bSync ? tEngine.Get(&tRequest, true) : tEngine.Post(&tRequest, false);
     EXPECT_FALSE(tRequest.tSync.m_bCreated);
+    EXPECT_TRUE(!bSync || tOutcome.strEvents.empty() ||
+                tOutcome.strEvents == (bResult ? tRequest.strResponse : "failed: " + tRequest.strErrorReason));
     return bResult;
 }
 
@@ -163,6 +165,8 @@ const KIND_t SYNC_DOWNLOAD{[](CWebConnector& tEngine, OUTCOME_t&)
                            "",
                            true};
 
+const KIND_t* const ALL_KINDS[] = {&SYNC_POST, &ASYNC_GET, &DOWNLOAD, &SYNC_DOWNLOAD};
+
 /** All that the worker logs of a pass. */
 std::string Pass(const std::string& strWithin, int nRunning = 0)
 {
@@ -220,7 +224,7 @@ struct RUN_t
 
 TEST(EngineFaults, EachKindIsSetUpRunAndLoggedInOrder)
 {
-    for (const KIND_t* ptKind : {&SYNC_POST, &ASYNC_GET, &DOWNLOAD, &SYNC_DOWNLOAD})
+    for (const KIND_t* ptKind : ALL_KINDS)
     {
         RUN_t tRun;
         EXPECT_TRUE(tRun.Start(*ptKind));
@@ -243,7 +247,7 @@ TEST(EngineFaults, EachKindIsSetUpRunAndLoggedInOrder)
 
 TEST(EngineFaults, EachRefusalOfTheSetUpIsLoggedAndLeavesNothing)
 {
-    for (const KIND_t* ptKind : {&SYNC_POST, &ASYNC_GET, &DOWNLOAD, &SYNC_DOWNLOAD})
+    for (const KIND_t* ptKind : ALL_KINDS)
     {
         std::string strFailure = "0! " + ptKind->strInit + ": [WQCurl][WQCurlEasy][Initialize()] return false!\n";
         std::string strSteps = "Initialize\n";
@@ -428,6 +432,7 @@ TEST(EngineFaults, TellsProgressInStepsOfFivePercentUntilCancelled)
          "7:1:0:0 7:1:15:0 7:1:30:0 7:1:45:0 7:1:60:0 7:1:75:0 7:1:90:0 7:1:100:0 "},
         {1000, {44, 45, 54, 70, 949, 945}, "7:1:5:0 7:1:95:0 "},
         {0, {0, 0, 1, 500}, "7:1:0:0 "},
+        {0, {500}, ""},
     };
     for (const auto& tCase : arrCases)
     {
