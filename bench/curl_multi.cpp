@@ -1,0 +1,157 @@
+/*
+ * libcurl: GETs on one multi handle. Built twice: driven by curl_multi_poll and curl_multi_perform, or (BENCH_EPOLL) by
+ * epoll and curl_multi_socket_action. Handles are reused, or made afresh for each request where BENCH_FRESH is set in
+ * the environment.
+ */
+
+#include <curl/curl.h>
+#include <list>
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include "load.h"
+
+namespace
+{
+
+size_t Append(char* pData, size_t nSize, size_t nCount, void* pBody)
+{
+    static_cast<std::string*>(pBody)->append(pData, nSize * nCount);
+    return nSize * nCount;
+}
+
+class CClient
+{
+public:
+    explicit CClient(const LOAD_t& tLoad) : m_tLoad(tLoad), m_pMulti(curl_multi_init())
+    {
+        curl_multi_setopt(m_pMulti, CURLMOPT_MAXCONNECTS, tLoad.nInFlight + tLoad.nStalled + 16);
+#ifdef BENCH_EPOLL
+        curl_multi_setopt(m_pMulti, CURLMOPT_SOCKETFUNCTION, &OnSocket);
+        curl_multi_setopt(m_pMulti, CURLMOPT_SOCKETDATA, this);
+        curl_multi_setopt(m_pMulti, CURLMOPT_TIMERFUNCTION, &OnTimer);
+        curl_multi_setopt(m_pMulti, CURLMOPT_TIMERDATA, this);
+#endif
+    }
+
+    long Run()
+    {
+        for (long i = 0; i < m_tLoad.nInFlight + m_tLoad.nStalled; ++i)
+        {
+            Start(curl_easy_init());
+        }
+        while (m_nEnded < m_tLoad.nRequests)
+        {
+            Drive();
+            int nLeft = 0;
+            while (const CURLMsg* ptMsg = curl_multi_info_read(m_pMulti, &nLeft))
+            {
+                OnEnd(ptMsg->easy_handle, ptMsg->data.result);
+            }
+        }
+        return m_nFailed;
+    }
+
+private:
+    void Start(CURL* pEasy)
+    {
+        auto* pBody = new std::string;
+        curl_easy_setopt(pEasy, CURLOPT_URL, m_tLoad.NextUrl(m_nStarted++).c_str());
+        curl_easy_setopt(pEasy, CURLOPT_CAINFO, m_tLoad.strCaFile.c_str());
+        curl_easy_setopt(pEasy, CURLOPT_WRITEFUNCTION, &Append);
+        curl_easy_setopt(pEasy, CURLOPT_WRITEDATA, pBody);
+        curl_easy_setopt(pEasy, CURLOPT_PRIVATE, pBody);
+        curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, 30L);
+        curl_easy_setopt(pEasy, CURLOPT_NOSIGNAL, 1L);
+        curl_multi_add_handle(m_pMulti, pEasy);
+    }
+
+    void OnEnd(CURL* pEasy, CURLcode eResult)
+    {
+        static const bool s_bFresh = getenv("BENCH_FRESH") != nullptr;
+        std::string* pBody = nullptr;
+        curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pBody);
+        delete pBody;
+        curl_multi_remove_handle(m_pMulti, pEasy);
+        m_nFailed += eResult != CURLE_OK;
+        ++m_nEnded;
+        if (s_bFresh)
+        {
+            curl_easy_cleanup(pEasy);
+            pEasy = nullptr;
+        }
+        if (m_nStarted - m_tLoad.nStalled < m_tLoad.nRequests)
+        {
+            Start(pEasy != nullptr ? pEasy : curl_easy_init());
+        }
+    }
+
+#ifdef BENCH_EPOLL
+    static int OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nWhat, void* pClient, void* pKnown)
+    {
+        auto* ptClient = static_cast<CClient*>(pClient);
+        epoll_event tEvent{};
+        tEvent.events = (nWhat & CURL_POLL_IN ? EPOLLIN : 0U) | (nWhat & CURL_POLL_OUT ? EPOLLOUT : 0U);
+        tEvent.data.fd = nSocket;
+        const int nOperation = nWhat == CURL_POLL_REMOVE ? EPOLL_CTL_DEL
+                               : pKnown != nullptr       ? EPOLL_CTL_MOD
+                                                         : EPOLL_CTL_ADD;
+        epoll_ctl(ptClient->m_nEpoll, nOperation, nSocket, &tEvent);
+        curl_multi_assign(ptClient->m_pMulti, nSocket, nWhat == CURL_POLL_REMOVE ? nullptr : pClient);
+        return 0;
+    }
+
+    static int OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pClient)
+    {
+        static_cast<CClient*>(pClient)->m_nTimeout = static_cast<int>(lMilliseconds);
+        return 0;
+    }
+
+    void Drive()
+    {
+        int nRunning = 0;
+        epoll_event arrEvents[256];
+        const int nEvents = epoll_wait(m_nEpoll, arrEvents, 256, m_nTimeout);
+        for (int i = 0; i < nEvents; ++i)
+        {
+            const int nMask = (arrEvents[i].events & EPOLLIN ? CURL_CSELECT_IN : 0) |
+                              (arrEvents[i].events & EPOLLOUT ? CURL_CSELECT_OUT : 0) |
+                              (arrEvents[i].events & (EPOLLERR | EPOLLHUP) ? CURL_CSELECT_ERR : 0);
+            curl_multi_socket_action(m_pMulti, arrEvents[i].data.fd, nMask, &nRunning);
+        }
+        if (nEvents == 0 || m_nTimeout == 0)
+        {
+            curl_multi_socket_action(m_pMulti, CURL_SOCKET_TIMEOUT, 0, &nRunning);
+        }
+    }
+
+    int m_nEpoll = epoll_create1(0);
+    int m_nTimeout = -1;
+#else
+    void Drive()
+    {
+        int nRunning = 0;
+        curl_multi_perform(m_pMulti, &nRunning);
+        curl_multi_poll(m_pMulti, nullptr, 0, 1000, nullptr);
+    }
+#endif
+
+    const LOAD_t& m_tLoad;
+    CURLM* m_pMulti;
+    long m_nStarted = 0;
+    long m_nEnded = 0;
+    long m_nFailed = 0;
+};
+
+} // namespace
+
+int main(int nArguments, char* arrArguments[])
+{
+    const LOAD_t tLoad(nArguments, arrArguments);
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    const CMeasure tMeasure;
+    CClient tClient(tLoad);
+    const long nFailed = tClient.Run();
+    tMeasure.Report(nFailed);
+    _exit(0);
+}

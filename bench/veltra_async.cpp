@@ -1,0 +1,74 @@
+/* Ours: asynchronous GETs, each started by the callback of one that has ended. */
+
+#include <future>
+#include <unistd.h>
+
+#include "load.h"
+#include "veltra/veltra.h"
+
+namespace
+{
+
+struct RUN_t
+{
+    const LOAD_t& tLoad;
+    CWebConnector& tEngine;
+    long nStarted = 0;
+    long nEnded = 0;
+    long nFailed = 0;
+    std::promise<void> tDone;
+
+    void StartNext()
+    {
+        _HTTP_REQ_INFO_t tRequest;
+        tRequest.eMethod = HTTP_METHOD_GET;
+        tRequest.strUrl = tLoad.NextUrl(nStarted++);
+        tRequest.pUserData = this;
+        tRequest.pfnRequestCB = [](bool bResult, std::string&, std::string&, void* pRun)
+        { static_cast<RUN_t*>(pRun)->OnEnd(bResult); };
+        tEngine.Get(&tRequest, false);
+    }
+
+    void OnEnd(bool bResult)
+    {
+        nFailed += !bResult;
+        if (++nEnded == tLoad.nRequests)
+        {
+            tDone.set_value();
+        }
+        else if (nStarted - tLoad.nStalled < tLoad.nRequests)
+        {
+            StartNext();
+        }
+    }
+};
+
+} // namespace
+
+int main(int nArguments, char* arrArguments[])
+{
+    const LOAD_t tLoad(nArguments, arrArguments);
+    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
+    WQCurl::SetTransferDefaults({tLoad.strCaFile, {}});
+    CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
+    tEngine.Create();
+    RUN_t tRun{tLoad, tEngine, 0, 0, 0, {}};
+
+    /* The first transfers are started on the worker thread as well, so that one thread alone counts. */
+    static CMeasure s_tMeasure;
+    static RUN_t* s_ptRun = &tRun;
+    _HTTP_REQ_INFO_t tFirst;
+    tFirst.eMethod = HTTP_METHOD_GET;
+    tFirst.strUrl = "file:///refused";
+    tFirst.pfnRequestCB = [](bool, std::string&, std::string&, void*)
+    {
+        for (long i = 0; i < s_ptRun->tLoad.nInFlight + s_ptRun->tLoad.nStalled; ++i)
+        {
+            s_ptRun->StartNext();
+        }
+    };
+    tEngine.Get(&tFirst, false);
+    tRun.tDone.get_future().wait();
+    s_tMeasure.Report(tRun.nFailed);
+    _exit(0); // stalled transfers are not worth waiting for
+}

@@ -1,0 +1,288 @@
+"""Runs each work alternately for ours and the peers, and writes the table of ratios and its chart."""
+
+import os
+import re
+import resource
+import shutil
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+build, docs = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+quick = "--quick" in sys.argv
+rounds = 3 if quick else 5
+certificates = build + "/tests/certificates"
+rows = []  # work, ours, peer, ratio, unit, target ratio or None
+
+
+def client(name):
+    return f"{build}/bench/{name}"
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Servers:
+    """nginx with the files, plain and with TLS, and a server that accepts and never answers."""
+
+    def __init__(self):
+        self.dir = tempfile.mkdtemp(prefix="veltra-bench-")
+        www = self.dir + "/www"
+        os.makedirs(www)
+        with open(www + "/1k", "wb") as small:
+            small.write(os.urandom(1024))
+        self.memory = tempfile.mkdtemp(prefix="veltra-bench-", dir="/dev/shm")
+        with open(self.memory + "/1g", "wb") as large:
+            large.truncate((128 if quick else 1024) << 20)
+        os.chmod(self.dir, 0o755)
+        os.chmod(self.memory, 0o755)
+        for _ in range(5):
+            self.port, self.tls_port = free_port(), free_port()
+            with open(self.dir + "/nginx.conf", "w") as conf:
+                conf.write(self.configuration(www))
+            command = ["nginx", "-e", self.dir + "/error.log", "-p", self.dir, "-c", self.dir + "/nginx.conf"]
+            self.nginx = subprocess.Popen(command, stderr=subprocess.DEVNULL)
+            time.sleep(0.5)
+            if self.nginx.poll() is None:
+                break
+        else:
+            sys.exit("nginx does not start: see " + self.dir + "/error.log")
+        self.silent = subprocess.Popen([client("soak"), "--serve"], stdout=subprocess.PIPE, text=True)
+        self.silent_port = int(self.silent.stdout.readline().split()[0])
+
+    def configuration(self, www):
+        temporary = "\n".join(f"{kind}_temp_path {self.dir}/{kind};"
+                              for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        user = "user root;" if os.getuid() == 0 else ""
+        return f"""{user}
+daemon off; worker_processes 1; pid {self.dir}/pid;
+events {{ worker_connections 8192; }}
+http {{
+    access_log off; sendfile on; tcp_nopush on; keepalive_requests 100000000; {temporary}
+    server {{
+        listen 127.0.0.1:{self.port} backlog=4096;
+        listen 127.0.0.1:{self.tls_port} ssl backlog=4096;
+        ssl_certificate {certificates}/server.pem; ssl_certificate_key {certificates}/server.key;
+        root {www};
+        location = /1g {{ root {self.memory}; }}
+    }}
+}}"""
+
+    def stop(self):
+        for process in (self.nginx, self.silent):
+            process.send_signal(signal.SIGTERM)
+            process.wait()
+        shutil.rmtree(self.dir)
+        shutil.rmtree(self.memory)
+
+
+def run(command, env=None):
+    """Returns seconds, CPU seconds, peak KiB and failures, as a client prints them or the system counts them."""
+    start, before = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          env={**os.environ, **(env or {})})
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    if done.returncode != 0:
+        sys.exit(f"{command}: exit {done.returncode}\n{done.stderr}")
+    whole = time.monotonic() - start
+    cpu = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+    line = re.fullmatch(r"([\d.]+) ([\d.]+) (\d+) (\d+)\n", done.stdout)
+    if not line:
+        return {"seconds": whole, "cpu": cpu, "process_cpu": cpu, "kib": 0}
+    if int(line[4]) != 0:
+        sys.exit(f"{command}: {line[4]} requests failed")
+    return {"seconds": float(line[1]), "cpu": float(line[2]), "process_cpu": cpu, "kib": int(line[3])}
+
+
+def alternate(commands):
+    """The medians of several rounds, in each of which every command runs once."""
+    results = {name: [] for name in commands}
+    for _ in range(rounds):
+        for name, command in commands.items():
+            prepare, command, env = (command + (None,) * 3)[:3] if isinstance(command, tuple) else (None, command, None)
+            if prepare:
+                prepare()
+            results[name].append(run(command, env))
+    return {name: {key: statistics.median(one[key] for one in all_) for key in all_[0]}
+            for name, all_ in results.items()}
+
+
+def row(work, ours, peer, peer_name, unit, higher_is_better, target=None):
+    ratio = ours / peer if higher_is_better else peer / ours
+    rows.append((work, peer_name, ours, peer, ratio, unit, target))
+    mark = "" if target is None else f"  (at least {target}: {'yes' if ratio >= target else 'NO'})"
+    print(f"{work:58} {peer_name:24} {ours:12.2f} {peer:12.2f} {unit:10} ratio {ratio:6.2f}{mark}", flush=True)
+
+
+def requests(servers):
+    scale = 0.2 if quick else 1
+    for scheme, port in (("http", servers.port), ("https", servers.tls_port)):
+        url = f"{scheme}://127.0.0.1:{port}/1k"
+        for in_flight in (1, 16, 64, 256, 1000):
+            count = int((20000 if in_flight == 1 else 40000) * scale)
+            arguments = [url, str(count), str(in_flight), certificates + "/ca.pem"]
+            names = ["veltra_async", "curl_poll", "curl_epoll"] + ["soup_async"] * (in_flight == 64)
+            medians = alternate({name: [client(name)] + arguments for name in names})
+            work = f"{scheme} GET of 1 KiB, asynchronous, {in_flight} in flight"
+            rate = {name: count / one["seconds"] for name, one in medians.items()}
+            best = max(("curl_poll", "curl_epoll"), key=rate.get)
+            target = 0.95 if in_flight in (64, 1000) else None
+            row(work, rate["veltra_async"], rate[best], f"libcurl, {best[5:]}", "requests/s", True, target)
+            row(work + ", CPU", medians["veltra_async"]["cpu"] / count * 1e6, medians[best]["cpu"] / count * 1e6,
+                f"libcurl, {best[5:]}", "us each", False)
+            if "soup_async" in rate:
+                row(work, rate["veltra_async"], rate["soup_async"], "libsoup-3", "requests/s", True,
+                    3.5 if scheme == "http" else None)
+        for threads in (1, 8):
+            count = int(20000 * scale)
+            arguments = [url, str(count), str(threads), certificates + "/ca.pem"]
+            medians = alternate({name: [client(name)] + arguments for name in ("veltra_sync", "curl_easy")})
+            rate = {name: count / one["seconds"] for name, one in medians.items()}
+            work = f"{scheme} GET of 1 KiB, synchronous, " + ("one after the other" if threads == 1 else "8 threads")
+            row(work, rate["veltra_sync"], rate["curl_easy"], "libcurl, reused handle", "requests/s", True,
+                0.90 if threads == 1 and scheme == "http" else None)
+
+
+def stalled(servers):
+    url, silent = f"http://127.0.0.1:{servers.port}/1k", f"http://127.0.0.1:{servers.silent_port}/stall"
+    count = 8000 if quick else 40000
+    for number in (0, 200, 1000):
+        arguments = [url, str(count), "16", certificates + "/ca.pem", str(number), silent]
+        medians = alternate({name: [client(name)] + arguments for name in ("veltra_async", "curl_poll", "curl_epoll")})
+        rate = {name: count / one["seconds"] for name, one in medians.items()}
+        for peer, target in (("curl_epoll", 0.95), ("curl_poll", 2.0)):
+            row(f"16 active beside {number} stalled", rate["veltra_async"], rate[peer], f"libcurl, {peer[5:]}",
+                "requests/s", True, target if number == 1000 else None)
+
+
+def memory(servers):
+    arguments = [f"http://127.0.0.1:{servers.port}/1k", "4000", "1000", certificates + "/ca.pem"]
+    fresh = {"BENCH_FRESH": "1"}
+    medians = alternate({"veltra_async": [client("veltra_async")] + arguments,
+                         "curl_epoll": (None, [client("curl_epoll")] + arguments, fresh)})
+    row("memory per transfer, 1,000 in flight", medians["veltra_async"]["kib"] / 1000,
+        medians["curl_epoll"]["kib"] / 1000, "libcurl, fresh handles", "KiB", False, 1.0)
+
+
+def downloads(servers):
+    url, folder = f"http://127.0.0.1:{servers.port}/1g", servers.memory + "/got"
+
+    def clean():
+        shutil.rmtree(folder, ignore_errors=True)
+        os.mkdir(folder)
+
+    for number in (1, 8):
+        several = [word for i in range(number) for word in ("-o", f"{folder}/{i}", url)]
+        commands = {"ours": (clean, [client("veltra_download"), url, str(number), folder, "-"]),
+                    "curl -o": (clean, ["curl", "-sS"] + (["--parallel"] if number > 1 else []) + several)}
+        if number == 1:
+            commands["aria2c"] = (clean, ["aria2c", "-q", "-d", folder, "-o", "file", "--file-allocation=none", url])
+        medians = alternate(commands)
+        clean()
+        size = "128 MiB" if quick else "1 GiB"
+        for peer in list(commands)[1:]:
+            name = "curl --parallel" if number > 1 else peer
+            target = 1.3 if peer == "curl -o" and number == 1 else None
+            for key, what in (("seconds", "wall"), ("process_cpu", "CPU")):
+                row(f"{number} download{'s at once' if number > 1 else ''} of {size}, {what}", medians["ours"][key],
+                    medians[peer][key], name, "s", False, target)
+
+
+def first_byte(servers):
+    arguments = [f"http://127.0.0.1:{servers.port}/1k", "1", "1", certificates + "/ca.pem"]
+    medians = alternate({name: [client(name)] + arguments for name in ("veltra_sync", "curl_easy")})
+    row("start-up to the first answer", medians["veltra_sync"]["seconds"] * 1e3, medians["curl_easy"]["seconds"] * 1e3,
+        "libcurl", "ms", False)
+
+
+def instructions(servers):
+    counts = {}
+    for name in ("veltra_sync", "curl_easy"):
+        totals = []
+        for number in (100, 300):
+            command = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", client(name),
+                       f"http://127.0.0.1:{servers.port}/1k", str(number), "1", certificates + "/ca.pem"]
+            done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=True)
+            totals.append(int(re.search(r"Collected : (\d+)", done.stderr)[1]))
+        counts[name] = (totals[1] - totals[0]) / 200
+    row("instructions of one synchronous GET", counts["veltra_sync"], counts["curl_easy"], "libcurl, reused handle",
+        "", False)
+
+
+def readers():
+    done = subprocess.run([client("in_process"), "--benchmark_format=csv", "--benchmark_repetitions=3",
+                           "--benchmark_report_aggregates_only=true"], stdout=subprocess.PIPE,
+                          stderr=subprocess.DEVNULL, text=True, check=True)
+    each = {}
+    for name, value in re.findall(r'"(\w+(?:/\d+)?)_median",[^,]*,([\d.e+]+)', done.stdout):
+        work, _, size = name.partition("/")
+        each[name] = float(value) / float(size or 1)
+        print(f"{name:58} {each[name]:12.1f} ns each")
+    row("information document, 100,000 entries, per entry", each["ReadInformation/100000"],
+        each["ReadInformation/1000"], "1,000 entries", "ns", False, 1 / 1.5)
+    rows.extend((f"{name}", "", value, None, None, "ns each", None) for name, value in each.items())
+
+
+def table():
+    lines = ["| work | ours against | ours | peer | unit | ratio | at least |", "|---|---|---:|---:|---|---:|---:|"]
+    for work, peer_name, ours, peer, ratio, unit, target in rows:
+        shown = [f"{peer:,.2f}", f"{ratio:.2f}"] if peer is not None else ["", ""]
+        lines.append(f"| {work} | {peer_name} | {ours:,.2f} | {shown[0]} | {unit} | {shown[1]} | "
+                     f"{'' if target is None else f'{target:.2f}'} |")
+    return "\n".join(lines)
+
+
+def chart():
+    """One bar a ratio, on a scale on which 1 is the peer's own figure."""
+    shown = [one for one in rows if one[4] is not None]
+    width, left, step = 900, 520, 18
+    scale = (width - left - 60) / max(min(one[4], 8) for one in shown)
+    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{len(shown) * step + 40}" '
+             'font-family="sans-serif" font-size="11">', '<rect width="100%" height="100%" fill="white"/>']
+    for i, (work, peer_name, _, _, ratio, _, target) in enumerate(shown):
+        y = 30 + i * step
+        good = target is None or ratio >= target
+        parts.append(f'<text x="{left - 6}" y="{y + 11}" text-anchor="end">{work} / {peer_name}</text>')
+        parts.append(f'<rect x="{left}" y="{y}" width="{min(ratio, 8) * scale:.1f}" height="13" '
+                     f'fill="{"#3a7" if good else "#c55"}"/>')
+        parts.append(f'<text x="{left + min(ratio, 8) * scale + 4:.1f}" y="{y + 11}">{ratio:.2f}</text>')
+    one_x = left + scale
+    parts.append(f'<line x1="{one_x:.1f}" y1="20" x2="{one_x:.1f}" y2="{len(shown) * step + 34}" stroke="black"/>')
+    parts.append(f'<text x="{one_x:.1f}" y="15" text-anchor="middle">the peer = 1; longer is better</text></svg>')
+    return "\n".join(parts)
+
+
+def write():
+    with open(docs + "/performance.svg", "w") as svg:
+        svg.write(chart() + "\n")
+    path = docs + "/performance.md"
+    with open(path) as page:
+        text = page.read()
+    start, end = "<!-- table -->\n", "\n<!-- end of table -->"
+    head, tail = text.split(start)[0], text.split(end)[1]
+    with open(path, "w") as page:
+        page.write(head + start + table() + end + tail)
+
+
+def main():
+    servers = Servers()
+    try:
+        for work in (requests, stalled, memory, downloads, first_byte, instructions):
+            work(servers)
+        readers()
+    finally:
+        servers.stop()
+    if not quick:
+        write()
+    missed = [one for one in rows if one[6] is not None and one[4] < one[6]]
+    print(f"{sum(one[6] is not None for one in rows) - len(missed)} of the aims reached, {len(missed)} missed")
+
+
+main()
