@@ -139,6 +139,8 @@ CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
     Set(CURLOPT_ERRORBUFFER, szError);
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
     Set(CURLOPT_NOSIGNAL, 1L);
+    /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
+    Set(CURLOPT_QUICK_EXIT, 1L);
     Set(CURLOPT_CONNECT_TO, pConnectTo.get());
     if (!tDefaults.strCaFile.empty())
     {
