@@ -8,10 +8,11 @@
 #include "veltra/platform/sync.h"
 #include "veltra/platform/wqcurl.h"
 
+/** What a request does; any other value is refused. */
 enum HTTP_METHOD_e
 {
-    HTTP_METHOD_GET = 1,
-    HTTP_METHOD_POST = 2
+    HTTP_METHOD_GET = 1, /**< asks for strUrl */
+    HTTP_METHOD_POST = 2 /**< sends strPostData to strUrl */
 };
 
 /** What a _REQ_HANDLER_t's record is. */
@@ -64,7 +65,7 @@ struct _HTTP_REQ_INFO_t
 {
     int eMethod = 0;                          /**< an HTTP_METHOD_e; decides over Get() and Post() alike */
     std::string strUrl;                       /**< the full URL, http or https */
-    std::list<std::string> lstHeader;         /**< extra header lines, each complete ("Name: value") */
+    std::list<std::string> lstHeader;         /**< extra header lines ("Name: value"), sent unchecked: no line breaks */
     std::string strPostData;                  /**< the body of a POST, any bytes; ignored for GET */
     HTTP_REQUEST_CB_t pfnRequestCB = nullptr; /**< needed for an asynchronous request */
     void* pUserData = nullptr;                /**< handed to the callback; not owned */
@@ -79,20 +80,20 @@ struct _HTTP_REQ_INFO_t
 /** One file download, the engine's own record. Destroying it does not close pFile. */
 struct _HTTP_REQ_FILE_t
 {
-    int nDownloadId = 0;
-    int nLastPercent = -1;
-    std::atomic<bool> bCancel{false}; /**< set by any thread, read by the worker */
-    std::string strUrl;
-    std::string strTempFilePath; /**< the target path followed by ".bak" */
-    FILE* pFile = nullptr;
+    int nDownloadId = 0;                               /**< names it in CancelDownload() and in events */
+    int nLastPercent = -1;                             /**< the last percentage that was reported */
+    std::atomic<bool> bCancel{false};                  /**< set by any thread, read by the worker */
+    std::string strUrl;                                /**< what is downloaded */
+    std::string strTempFilePath;                       /**< the target path followed by ".bak" */
+    FILE* pFile = nullptr;                             /**< the temporary file's stream; null once it is closed */
     std::atomic<DOWNLOAD_CB_t> pfnDownloadCB{nullptr}; /**< cleared by any thread, read by the worker */
-    void* pUserData = nullptr;
+    void* pUserData = nullptr;                         /**< for the callback; not owned */
 };
 
 /** Ties a transfer's easy handle to its record; its address is the easy handle's private pointer. */
 struct _REQ_HANDLER_t
 {
-    int eReqType = REQ_TYPE_HTTP;
-    WQCurl::WQCurlEasy* pEasyHandle = nullptr;
-    void* ptReqInfo = nullptr;
+    int eReqType = REQ_TYPE_HTTP;              /**< a REQ_TYPE_e: what ptReqInfo points to */
+    WQCurl::WQCurlEasy* pEasyHandle = nullptr; /**< the transfer */
+    void* ptReqInfo = nullptr;                 /**< the record */
 };

@@ -42,7 +42,8 @@ public:
     /**
      * Ends the engine: transfers in flight end as failed, every callback is called, every synchronous caller released,
      * every temporary file of an asynchronous download removed; then the worker thread is gone. Takes about a second at
-     * most, besides the callbacks' own time. Does nothing when the engine does not run. Not in a callback.
+     * most, besides the callbacks' own time. Does nothing when the engine does not run; in a callback
+     * it only logs.
      */
     void Destroy() override;
 
@@ -71,6 +72,8 @@ public:
      * second for 30 seconds fails. The HTTP status is not examined.
      *
      * @param nDownloadId from CreateDownloadId()
+     * @param strUrl http or https; copied
+     * @param strFilePath the target's path; copied; must hold no zero character
      * @param pfnDownloadCB told of progress and the end; required
      * @param pUserData handed to the callback; not owned
      * @return 1 when it is under way; -16 when the ".bak" file exists already, because that target is being downloaded
@@ -84,6 +87,7 @@ public:
      * untouched, unless its transfer had already ended. Of several downloads with the same id the oldest is meant. May
      * be called again, and in a callback.
      *
+     * @param nDownloadId what StartDownload() was given
      * @param bNotify true: one last event comes, DOWNLOAD_TYPE_CANCEL. false: no event comes any more, save one whose
      *        callback the worker thread is entering or running during this call.
      * @return false when no such download is running; synchronous downloads cannot be cancelled
@@ -96,8 +100,10 @@ public:
      * A failed download leaves its ".bak" file behind, and its target untouched. Nothing keeps two downloads of the
      * same target apart. A download that stays below 1024 bytes per second for 30 seconds fails.
      *
+     * @param strUrl http or https
+     * @param strFilePath the target's path; must hold no zero character
      * @param nTimeoutA the longest that the whole transfer may take, in seconds; 0 sets no limit
-     * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves libcurl's own limit
+     * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves libcurl's own, 300
      * @return true when the transfer succeeded, whatever the HTTP status, and all data is in storage; a rename that
      * fails is only logged (level 4) and leaves the ".bak" file
      */

@@ -13,7 +13,8 @@ class VELTRA_API CKVRDebug
 public:
     /**
      * Receives each whole record, from its heading to its "\n", zero-terminated and valid only during the call. Runs on
-     * the thread that logs; calls never overlap. It must not call SetSink(), and what it logs itself is dropped.
+     * the thread that logs; calls never overlap. It must not throw and not call SetSink() or any
+     * operation of the engine, which may be logging under its locks; what it logs itself is dropped.
      */
     typedef void (*LOG_SINK_t)(unsigned int level, const char* record, void* pUserData);
 

@@ -26,8 +26,8 @@ public:
         return m_pObj;
     }
 
-    static T* m_pObj;
-    static pthread_mutex_t m_tSingletonLock;
+    static T* m_pObj;                        /**< the instance; null before the first access */
+    static pthread_mutex_t m_tSingletonLock; /**< guards m_pObj */
 };
 
 template <class T> T* CSingleton<T>::m_pObj = nullptr;

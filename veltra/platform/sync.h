@@ -9,11 +9,15 @@ public:
     CSync();
     ~CSync();
 
-    /** A copy is a fresh semaphore that is not created; assigning changes nothing. */
+    /** A copy is a fresh semaphore that is not created. */
     CSync(const CSync& tOther);
+
+    /** Changes nothing. */
     CSync& operator=(const CSync& tOther);
 
-    /** Makes the underlying semaphore, not signalled. @return false when the system has none left. */
+    /** Makes the underlying semaphore, not signalled; one that exists is destroyed first.
+     * @return false when the system has none left
+     */
     bool Create();
 
     /** Blocks the calling thread until a Give(), without a time-out. Needs Create() before it. */

@@ -28,6 +28,7 @@ public:
     virtual void Destroy();
 
 protected:
+    /** What the thread runs; the thread ends when it returns. It must not throw. */
     virtual void t_Main() = 0;
 
 private:

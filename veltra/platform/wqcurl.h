@@ -32,6 +32,7 @@ enum WQCURL_OPTION_TYPE
     PRIVATE = 92
 };
 
+/** What WQCurlEasy::getInfo() reads. */
 enum WQCURL_INFO_TYPE
 {
     SPEED_DOWNLOAD = 28, /**< double: average download speed in bytes per second */
@@ -69,17 +70,30 @@ public:
     bool Initialize();
 
     /**
-     * Set one option. Texts given as POSTFIELDS are not copied: they must outlive the transfer.
+     * @name Options
+     * Each sets one option. Texts given as POSTFIELDS are not copied: they must outlive the transfer; URL and
+     * HTTPHEADER are copied, up to a zero character if they hold one.
      * @return false exactly when libcurl refuses the option or the handle is not initialised; getLastError() says why
+     * @{
      */
+    /** For the enumerators that stand for a number, a time in seconds or a switch. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const long& lValue);
+    /** URL and POSTFIELDS. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue);
+    /** HTTPHEADER. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue);
+    /** WRITEFUNCTION; null discards what arrives. */
     bool setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite);
+    /** PROGRESSFUNCTION; called only with NOPROGRESS set to 0. */
     bool setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress);
+    /** WRITEDATA, PROGRESSDATA and PRIVATE: handed back, not owned. */
     bool setOption(WQCURL_OPTION_TYPE eOption, void* pValue);
+    /** @} */
 
-    /** Limits the time to connect and the whole transfer, in seconds; 0 and less set no limit. */
+    /**
+     * Limits the time to connect and the whole transfer, in seconds. 0 and less leave libcurl's own limits: 300 seconds
+     * to connect, none for the whole.
+     */
     void setTimeout(int nConnectSeconds, int nTotalSeconds);
 
     /** Runs the transfer on the calling thread. @return false when it failed; getLastError() says why */
@@ -87,6 +101,7 @@ public:
 
     /** Reads a result of the finished transfer. @return false when there is none; the argument is then unchanged */
     bool getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue);
+    /** The same for a pointer. */
     bool getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue);
 
     /** The text of the last failure; empty when nothing has failed since Initialize(). */
@@ -125,7 +140,7 @@ public:
     WQCurlMulti(const WQCurlMulti&) = delete;
     WQCurlMulti& operator=(const WQCurlMulti&) = delete;
 
-    /** Prepares the handle; may be tried again after a failure, from any one thread. */
+    /** Prepares the handle; may be tried again after a failure, from any one thread. @return whether it is ready */
     bool Initialize();
 
     /** Registers a configured transfer. @return false for one that is null, not initialised or already registered */
@@ -134,12 +149,17 @@ public:
     /** Unregisters a transfer, finished or not. @return false for one that is null or not registered here */
     bool removeHandle(const WQCurlEasy* pEasyHandle);
 
-    /** Drives all transfers one step. @param nRunningHandles receives the number still running */
+    /**
+     * Drives all transfers one step.
+     * @param nRunningHandles receives the number still running
+     * @return false when the handle is not initialised or libcurl reports an error of its own
+     */
     bool Perform(int& nRunningHandles);
 
     /**
      * Waits at most a second for a transfer that can go on, then drives those that can.
      * @param nRunningHandles receives the number still running
+     * @return as Perform(); a transfer that fails is no failure of this call
      */
     bool fdSelect(int& nRunningHandles);
 
