@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds the manual into build/docs/html and checks the tool's manual page; any warning fails.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+bash scripts/install-deps.sh doxygen graphviz groff
+version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+echo "== Building the manual of version $version"
+rm -rf build/docs
+mkdir -p build/docs
+VELTRA_VERSION=$version doxygen docs/Doxyfile
+echo "== Checking the manual page"
+complaints=$(groff -man -Tutf8 -ww -z docs/veltra.1 2>&1)
+[ -z "$complaints" ] || { echo "$complaints" >&2; exit 1; }
+echo "== Done: build/docs/html/index.html"
