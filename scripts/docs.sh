@@ -5,6 +5,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 bash scripts/install-deps.sh doxygen graphviz groff
 version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+[ -n "$version" ] || { echo "docs: CMakeLists.txt names no version" >&2; exit 1; }
 echo "== Building the manual of version $version"
 rm -rf build/docs
 mkdir -p build/docs
