@@ -131,8 +131,8 @@ private:
     void Drive()
     {
         int nRunning = 0;
-        curl_multi_perform(m_pMulti, &nRunning);
         curl_multi_poll(m_pMulti, nullptr, 0, 1000, nullptr);
+        curl_multi_perform(m_pMulti, &nRunning);
     }
 #endif
 

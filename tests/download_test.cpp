@@ -184,6 +184,7 @@ TEST_F(CDownloadTest, RefusalsCostNothing)
     WriteFile(Path("left.bak"), "left over");
     ASSERT_EQ(symlink(Path("precious").c_str(), Path("link.bak").c_str()), 0);
     ASSERT_EQ(symlink(Path("nothing").c_str(), Path("dangling.bak").c_str()), 0);
+    ASSERT_EQ(mkfifo(Path("pipe.bak").c_str(), 0600), 0);
     struct
     {
         std::string strUrl;
@@ -197,6 +198,8 @@ TEST_F(CDownloadTest, RefusalsCostNothing)
         {Url("/whole"), Path("link"), -16, false},
         {Url("/whole"), Path("dangling"), -6, false},
         {Url("/whole"), Path("left"), -16, true},
+        {Url("/whole"), Path("pipe"), -16, false},
+        {Url("/whole"), Path("precious") + '\0', -6, false},
     };
     for (const auto& tCase : arrCases)
     {
@@ -307,7 +310,8 @@ TEST_F(CDownloadTest, CancelsFromAnyThreadAndFromCallbacks)
     const std::string strSecure = "https" + Url("/").substr(4);
     ASSERT_EQ(tHandshake.Start(*m_ptEngine, strSecure, Path("handshake")), 1);
     EXPECT_TRUE(tHandshake.tProgress.Wait());
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // by then the greeting is sent; earlier would be easier
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(300)); // by then the greeting is sent; earlier would be easier
     EXPECT_TRUE(m_ptEngine->CancelDownload(tHandshake.nId, true));
     ASSERT_TRUE(tHandshake.tEnded.Wait()) << "libcurl asks for no turn during a handshake";
     EXPECT_EQ(tHandshake.eFinal, DOWNLOAD_TYPE_CANCEL);

@@ -103,6 +103,7 @@ TEST_F(CEngineTest, FailsWithTheReason)
         });
     CLoopbackServer tTlsServer(&Echo, true);
     m_ptEngine->Create();
+    setenv("http_proxy", "http://127.0.0.1:1", 1); // must not matter
     struct
     {
         std::string strUrl;

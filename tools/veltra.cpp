@@ -250,7 +250,9 @@ void AddDownloadCommand(CLI::App& tApp, OPTIONS_t& tOptions)
     pDownload->add_option("--timeout", tDownload.nTimeoutSeconds, "With --sync: for each file, 0: none")
         ->type_name("SECONDS")
         ->needs(pSync);
-    pDownload->add_option("--connect-timeout", tDownload.nConnectTimeoutSeconds, "With --sync: to connect, 0: none")
+    pDownload
+        ->add_option("--connect-timeout", tDownload.nConnectTimeoutSeconds,
+                     "With --sync: to connect, 0: libcurl's own limit")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->needs(pSync);

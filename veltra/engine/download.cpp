@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,20 +27,45 @@ constexpr int DOWNLOAD_STARTED = 1;
 constexpr int DOWNLOAD_FAILED = -6;
 constexpr int DOWNLOAD_EXISTS = -16;
 
+/** A zero character would cut off what makes the temporary path another than the target's. */
+bool IsPath(const std::string& strFilePath)
+{
+    return !strFilePath.empty() && strFilePath.find('\0') == std::string::npos;
+}
+
 struct FILE_CLOSER_t
 {
     void operator()(FILE* pFile) const { static_cast<void>(fclose(pFile)); }
 };
 typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
 
-/** Creates or empties a file, unbuffered: a full disk then fails the write itself and not, unseen, the closing. */
-FILE_PTR_t OpenTempFile(const std::string& strPath)
+/**
+ * Opens a regular file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
+ * What another process may put at the path meanwhile costs nothing: a link is not followed and a pipe not waited for.
+ * @param nFlags O_EXCL to create the file, O_TRUNC to create or empty it
+ * @return null with errno when there is none
+ */
+FILE_PTR_t OpenTempFile(const std::string& strPath, int nFlags)
 {
-    FILE_PTR_t pFile(fopen(strPath.c_str(), "wbe"));
-    if (pFile != nullptr)
+    constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask
+    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | nFlags, MODE);
+    FILE_PTR_t pFile(nFile >= 0 ? fdopen(nFile, "wb") : nullptr);
+    if (pFile == nullptr)
     {
-        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
+        if (nFile >= 0)
+        {
+            close(nFile);
+        }
+        return pFile;
     }
+    struct stat tStat = {};
+    if (fstat(nFile, &tStat) != 0 || !S_ISREG(tStat.st_mode))
+    {
+        pFile.reset();
+        errno = EINVAL;
+        return pFile;
+    }
+    static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
     return pFile;
 }
 
@@ -72,7 +98,7 @@ int CreateTempFile(const std::string& strPath, FILE_PTR_t& pFile, const char* ps
     {
         return DOWNLOAD_FAILED;
     }
-    pFile = OpenTempFile(strPath);
+    pFile = OpenTempFile(strPath, O_EXCL);
     if (pFile == nullptr)
     {
         const int nError = errno;
@@ -156,7 +182,7 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
                                  DOWNLOAD_CB_t pfnDownloadCB, void* pUserData)
 {
     VELTRA_LOG_INFO("Start Download:");
-    if (strUrl.empty() || strFilePath.empty() || pfnDownloadCB == nullptr)
+    if (strUrl.empty() || !IsPath(strFilePath) || pfnDownloadCB == nullptr)
     {
         VELTRA_LOG_ERROR("Input parameter error!");
         return DOWNLOAD_FAILED;
@@ -361,7 +387,7 @@ bool CWebConnector::CancelDownload(int nDownloadId, bool bNotify)
 bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA,
                                      int nTimeoutB)
 {
-    if (strUrl.empty() || strFilePath.empty())
+    if (strUrl.empty() || !IsPath(strFilePath))
     {
         VELTRA_LOG_ERROR("Input parameter error!");
         return false;
@@ -380,7 +406,7 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     {
         return false;
     }
-    FILE_PTR_t pFile = OpenTempFile(strTempFilePath);
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, O_TRUNC);
     if (pFile == nullptr)
     {
         VELTRA_LOG_ERROR("Failed to open file = [%s]", strTempFilePath.c_str());

@@ -73,7 +73,7 @@ public:
      *
      * @param nDownloadId from CreateDownloadId()
      * @param strUrl http or https; copied
-     * @param strFilePath the target's path; copied; must hold no zero character
+     * @param strFilePath the target's path; copied
      * @param pfnDownloadCB told of progress and the end; required
      * @param pUserData handed to the callback; not owned
      * @return 1 when it is under way; -16 when the ".bak" file exists already, because that target is being downloaded
@@ -96,12 +96,13 @@ public:
 
     /**
      * Downloads strUrl into strFilePath on the calling thread, and returns when that is over. Needs no Create(). The
-     * data goes to strFilePath followed by ".bak", whatever stood there before, is flushed to storage and then renamed.
+     * data goes to strFilePath followed by ".bak", over a file that stood there before, is flushed to storage and then
+     * renamed.
      * A failed download leaves its ".bak" file behind, and its target untouched. Nothing keeps two downloads of the
      * same target apart. A download that stays below 1024 bytes per second for 30 seconds fails.
      *
      * @param strUrl http or https
-     * @param strFilePath the target's path; must hold no zero character
+     * @param strFilePath the target's path
      * @param nTimeoutA the longest that the whole transfer may take, in seconds; 0 sets no limit
      * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves libcurl's own, 300
      * @return true when the transfer succeeded, whatever the HTTP status, and all data is in storage; a rename that

@@ -141,10 +141,12 @@ CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
     Set(CURLOPT_NOSIGNAL, 1L);
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
     Set(CURLOPT_QUICK_EXIT, 1L);
+    Set(CURLOPT_PROXY, ""); // whoever sets the environment must not choose where requests go
     Set(CURLOPT_CONNECT_TO, pConnectTo.get());
     if (!tDefaults.strCaFile.empty())
     {
         Set(CURLOPT_CAINFO, tDefaults.strCaFile.c_str());
+        Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr)); // trusted instead of the system's, not beside them
     }
     Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
