@@ -43,7 +43,7 @@ void FailEveryAllocation(const OPERATION& fnOperation, const CHECK& fnCheckAfter
             fnCheckAfterFailure();
         }
     }
-    EXPECT_GT(nRounds, 3);
+    EXPECT_GT(nRounds, 2);
 }
 
 } // namespace

@@ -135,7 +135,7 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    m_lstRequest.push_back(ptReqHandler);
+    ptReqHandler->itListed = m_lstRequest.insert(m_lstRequest.end(), ptReqHandler);
     if (m_bIdle)
     {
         VELTRA_LOG_INFO("New Request come!");
@@ -148,10 +148,7 @@ void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 /** Takes a handler off the list and frees what the engine owns of it: all but a synchronous request's. */
 bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 {
-    const CLockGuard tGuard(m_tRequestLock);
-    const size_t nListed = m_lstRequest.size();
-    m_lstRequest.remove(ptReqHandler);
-    if (m_lstRequest.size() == nListed || ptReqHandler == nullptr)
+    if (!m_UnlistRequest(ptReqHandler))
     {
         return false;
     }
@@ -178,9 +175,13 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    const size_t nListed = m_lstRequest.size();
-    m_lstRequest.remove(ptReqHandler);
-    return m_lstRequest.size() < nListed;
+    if (ptReqHandler == nullptr || !ptReqHandler->itListed.has_value())
+    {
+        return false;
+    }
+    m_lstRequest.erase(*ptReqHandler->itListed);
+    ptReqHandler->itListed.reset();
+    return true;
 }
 
 _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle)

@@ -112,6 +112,7 @@ public:
 
 private:
     friend class WQCurlMulti;
+    class CPool;
     struct IMPL_t;
     std::unique_ptr<IMPL_t> m_pImpl;
 };

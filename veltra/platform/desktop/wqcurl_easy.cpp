@@ -11,20 +11,6 @@ namespace WQCurl
 namespace
 {
 
-std::mutex g_tDefaultsLock;
-
-TRANSFER_DEFAULTS_t& Defaults()
-{
-    static TRANSFER_DEFAULTS_t s_tDefaults;
-    return s_tDefaults;
-}
-
-TRANSFER_DEFAULTS_t CurrentDefaults()
-{
-    const std::lock_guard<std::mutex> tGuard(g_tDefaultsLock);
-    return Defaults();
-}
-
 bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
 {
     SLIST_PTR_t pList;
@@ -42,9 +28,23 @@ bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
     return true;
 }
 
+std::mutex g_tDefaultsLock;
+
+std::shared_ptr<const DEFAULTS_t>& Defaults()
+{
+    static std::shared_ptr<const DEFAULTS_t> s_ptDefaults = std::make_shared<DEFAULTS_t>();
+    return s_ptDefaults;
+}
+
+std::shared_ptr<const DEFAULTS_t> CurrentDefaults()
+{
+    const std::lock_guard<std::mutex> tGuard(g_tDefaultsLock);
+    return Defaults();
+}
+
 /**
- * What blocking transfers share: name look-ups and TLS sessions, not connections, which libcurl does not share safely
- * between threads. It lives as long as the process.
+ * What all transfers share: name look-ups and TLS sessions, which libcurl would otherwise keep for each handle; not
+ * connections, which it does not share safely between threads. It lives as long as the process.
  */
 class CTransferShare
 {
@@ -109,8 +109,14 @@ CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
 
 void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
 {
+    auto ptDefaults = std::make_shared<DEFAULTS_t>();
+    ptDefaults->strCaFile = tDefaults.strCaFile;
+    if (!BuildList(tDefaults.lstConnectTo, ptDefaults->pConnectTo))
+    {
+        throw std::bad_alloc();
+    }
     const std::lock_guard<std::mutex> tGuard(g_tDefaultsLock);
-    Defaults() = tDefaults;
+    Defaults() = std::move(ptDefaults);
 }
 
 void EASY_DELETER_t::operator()(CURL* pEasy) const
@@ -119,13 +125,69 @@ void EASY_DELETER_t::operator()(CURL* pEasy) const
     curl_easy_cleanup(pEasy);
 }
 
+/**
+ * A few that are not in use, with their easy handles still set up: that costs less than making them for each transfer,
+ * and takes no memory. It lives as long as the process.
+ */
+class WQCurlEasy::CPool
+{
+public:
+    static CPool& Instance()
+    {
+        static auto* const s_ptPool = new CPool;
+        return *s_ptPool;
+    }
+
+    std::unique_ptr<IMPL_t> Take()
+    {
+        {
+            const std::lock_guard<std::mutex> tGuard(m_tLock);
+            if (m_nIdle > 0)
+            {
+                return std::move(m_arrIdle[--m_nIdle]);
+            }
+        }
+        return std::make_unique<IMPL_t>();
+    }
+
+    void Put(std::unique_ptr<IMPL_t> pImpl)
+    {
+        const std::lock_guard<std::mutex> tGuard(m_tLock);
+        if (m_nIdle < MOST_IDLE)
+        {
+            m_arrIdle[m_nIdle++] = std::move(pImpl);
+        }
+    }
+
+private:
+    static constexpr size_t MOST_IDLE = 8;
+
+    std::mutex m_tLock;
+    std::unique_ptr<IMPL_t> m_arrIdle[MOST_IDLE];
+    size_t m_nIdle = 0;
+};
+
 CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
 {
-    const TRANSFER_DEFAULTS_t tDefaults = CurrentDefaults();
-    if (!BuildList(tDefaults.lstConnectTo, pConnectTo))
+    std::shared_ptr<const DEFAULTS_t> ptCurrent = CurrentDefaults();
+    if (pEasy == nullptr || ptDefaults != ptCurrent)
     {
-        return CURLE_OUT_OF_MEMORY;
+        pEasy.reset(curl_easy_init());
+        ptDefaults = std::move(ptCurrent);
+        const CURLcode eResult = pEasy != nullptr ? SetUp() : CURLE_FAILED_INIT;
+        if (eResult != CURLE_OK)
+        {
+            pEasy.reset();
+            return eResult;
+        }
     }
+    const CURLcode eResult = curl_easy_setopt(pEasy.get(), CURLOPT_PRIVATE, ptOwner);
+    bInitialized = eResult == CURLE_OK;
+    return eResult;
+}
+
+CURLcode WQCurlEasy::IMPL_t::SetUp()
+{
     CURL* p = pEasy.get();
     CURLcode eResult = CURLE_OK;
     const auto Set = [p, &eResult](CURLoption eOption, auto tValue)
@@ -135,17 +197,17 @@ CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
             eResult = curl_easy_setopt(p, eOption, tValue);
         }
     };
-    Set(CURLOPT_PRIVATE, static_cast<void*>(ptOwner));
     Set(CURLOPT_ERRORBUFFER, szError);
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
     Set(CURLOPT_NOSIGNAL, 1L);
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
     Set(CURLOPT_QUICK_EXIT, 1L);
     Set(CURLOPT_PROXY, ""); // whoever sets the environment must not choose where requests go
-    Set(CURLOPT_CONNECT_TO, pConnectTo.get());
-    if (!tDefaults.strCaFile.empty())
+    Set(CURLOPT_SHARE, CTransferShare::Get());
+    Set(CURLOPT_CONNECT_TO, ptDefaults->pConnectTo.get());
+    if (!ptDefaults->strCaFile.empty())
     {
-        Set(CURLOPT_CAINFO, tDefaults.strCaFile.c_str());
+        Set(CURLOPT_CAINFO, ptDefaults->strCaFile.c_str());
         Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr)); // trusted instead of the system's, not beside them
     }
     Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
@@ -155,6 +217,22 @@ CURLcode WQCurlEasy::IMPL_t::Prepare(WQCurlEasy* ptOwner)
     Set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
     Set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
     return eResult;
+}
+
+void WQCurlEasy::IMPL_t::UndoOptions()
+{
+    CURL* p = pEasy.get();
+    curl_easy_setopt(p, CURLOPT_POSTFIELDS, nullptr);
+    curl_easy_setopt(p, CURLOPT_URL, nullptr);
+    curl_easy_setopt(p, CURLOPT_HTTPHEADER, nullptr);
+    curl_easy_setopt(p, CURLOPT_POSTFIELDSIZE, -1L);
+    curl_easy_setopt(p, CURLOPT_HTTPGET, 1L);
+    curl_easy_setopt(p, CURLOPT_NOPROGRESS, 1L);
+    curl_easy_setopt(p, CURLOPT_TIMEOUT, 0L);
+    curl_easy_setopt(p, CURLOPT_LOW_SPEED_LIMIT, 0L);
+    curl_easy_setopt(p, CURLOPT_LOW_SPEED_TIME, 0L);
+    curl_easy_setopt(p, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
+    curl_easy_setopt(p, CURLOPT_CLOSESOCKETFUNCTION, nullptr);
 }
 
 bool WQCurlEasy::IMPL_t::Note(CURLcode eCode)
@@ -213,30 +291,24 @@ int WQCurlEasy::IMPL_t::OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nN
     }
 }
 
-WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>()) {}
+WQCurlEasy::WQCurlEasy() : m_pImpl(CPool::Instance().Take()) {}
 
-WQCurlEasy::~WQCurlEasy() = default;
+WQCurlEasy::~WQCurlEasy()
+{
+    reset();
+    CPool::Instance().Put(std::move(m_pImpl));
+}
 
 bool WQCurlEasy::Initialize()
 {
     static const CURLcode s_eGlobalResult = curl_global_init(CURL_GLOBAL_DEFAULT);
     reset();
-    if (!m_pImpl->Note(s_eGlobalResult))
-    {
-        return false;
-    }
-    m_pImpl->pEasy.reset(curl_easy_init());
-    const CURLcode eResult = m_pImpl->pEasy != nullptr ? m_pImpl->Prepare(this) : CURLE_FAILED_INIT;
-    if (eResult != CURLE_OK)
-    {
-        reset();
-    }
-    return m_pImpl->Note(eResult);
+    return m_pImpl->Note(s_eGlobalResult) && m_pImpl->Note(m_pImpl->Prepare(this));
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
-    return m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), LongOption(eOption), lValue));
+    return m_pImpl->Note(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
@@ -244,7 +316,7 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strVal
     const CURLoption eCurlOption = eOption == URL          ? CURLOPT_URL
                                    : eOption == POSTFIELDS ? CURLOPT_POSTFIELDS
                                                            : CURLOPT_LASTENTRY;
-    return m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), eCurlOption, strValue.c_str()));
+    return m_pImpl->Note(curl_easy_setopt(m_pImpl->Handle(), eCurlOption, strValue.c_str()));
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue)
@@ -255,7 +327,7 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::stri
         return m_pImpl->Note(CURLE_OUT_OF_MEMORY);
     }
     const CURLoption eCurlOption = eOption == HTTPHEADER ? CURLOPT_HTTPHEADER : CURLOPT_LASTENTRY;
-    const bool bSet = m_pImpl->Note(curl_easy_setopt(m_pImpl->pEasy.get(), eCurlOption, pList.get()));
+    const bool bSet = m_pImpl->Note(curl_easy_setopt(m_pImpl->Handle(), eCurlOption, pList.get()));
     if (bSet)
     {
         m_pImpl->pHeaders = std::move(pList);
@@ -265,9 +337,9 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::stri
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
 {
-    if (m_pImpl->pEasy == nullptr || eOption != WRITEFUNCTION)
+    if (!m_pImpl->bInitialized || eOption != WRITEFUNCTION)
     {
-        return m_pImpl->Note(m_pImpl->pEasy == nullptr ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
+        return m_pImpl->Note(!m_pImpl->bInitialized ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
     }
     m_pImpl->pfnWrite = pfnWrite;
     return true;
@@ -275,9 +347,9 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress)
 {
-    if (m_pImpl->pEasy == nullptr || eOption != PROGRESSFUNCTION)
+    if (!m_pImpl->bInitialized || eOption != PROGRESSFUNCTION)
     {
-        return m_pImpl->Note(m_pImpl->pEasy == nullptr ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
+        return m_pImpl->Note(!m_pImpl->bInitialized ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
     }
     m_pImpl->pfnProgress = pfnProgress;
     return true;
@@ -285,7 +357,7 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnPr
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
 {
-    if (m_pImpl->pEasy == nullptr)
+    if (!m_pImpl->bInitialized)
     {
         return m_pImpl->Note(CURLE_BAD_FUNCTION_ARGUMENT);
     }
@@ -307,22 +379,22 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
 
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
-    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_CONNECTTIMEOUT, static_cast<long>(std::max(nConnectSeconds, 0)));
-    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_TIMEOUT, static_cast<long>(std::max(nTotalSeconds, 0)));
+    curl_easy_setopt(m_pImpl->Handle(), CURLOPT_CONNECTTIMEOUT, static_cast<long>(std::max(nConnectSeconds, 0)));
+    curl_easy_setopt(m_pImpl->Handle(), CURLOPT_TIMEOUT, static_cast<long>(std::max(nTotalSeconds, 0)));
 }
 
 bool WQCurlEasy::send()
 {
     const CSigpipeGuard tGuard;
-    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_SHARE, CTransferShare::Get());
-    return m_pImpl->Note(curl_easy_perform(m_pImpl->pEasy.get()));
+    m_pImpl->bBlocking = true;
+    return m_pImpl->Note(curl_easy_perform(m_pImpl->Handle()));
 }
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
 {
     curl_off_t nSpeed = 0;
-    if (eInfo != SPEED_DOWNLOAD || m_pImpl->pEasy == nullptr ||
-        curl_easy_getinfo(m_pImpl->pEasy.get(), CURLINFO_SPEED_DOWNLOAD_T, &nSpeed) != CURLE_OK)
+    if (eInfo != SPEED_DOWNLOAD || !m_pImpl->bInitialized ||
+        curl_easy_getinfo(m_pImpl->Handle(), CURLINFO_SPEED_DOWNLOAD_T, &nSpeed) != CURLE_OK)
     {
         return false;
     }
@@ -332,7 +404,7 @@ bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
 {
-    if (eInfo != PRIVATE_INFO || m_pImpl->pEasy == nullptr)
+    if (eInfo != PRIVATE_INFO || !m_pImpl->bInitialized)
     {
         return false;
     }
@@ -348,9 +420,17 @@ std::string WQCurlEasy::getLastError()
 void WQCurlEasy::reset()
 {
     IMPL_t& tImpl = *m_pImpl;
-    tImpl.pEasy.reset();
+    if (tImpl.bBlocking)
+    {
+        tImpl.pEasy.reset(); // it holds a connection of its own
+    }
+    else if (tImpl.bInitialized)
+    {
+        tImpl.UndoOptions();
+    }
+    tImpl.bBlocking = false;
+    tImpl.bInitialized = false;
     tImpl.pHeaders.reset();
-    tImpl.pConnectTo.reset();
     tImpl.pfnWrite = nullptr;
     tImpl.pWriteData = nullptr;
     tImpl.pfnProgress = nullptr;

@@ -21,11 +21,27 @@ struct SLIST_DELETER_t
 typedef std::unique_ptr<CURL, EASY_DELETER_t> EASY_PTR_t;
 typedef std::unique_ptr<curl_slist, SLIST_DELETER_t> SLIST_PTR_t;
 
+/** What SetTransferDefaults() was given, as libcurl takes it. */
+struct DEFAULTS_t
+{
+    std::string strCaFile;
+    SLIST_PTR_t pConnectTo;
+};
+
 /** What both wrapper classes know of an easy handle. CURLOPT_PRIVATE points back to the WQCurlEasy. */
 struct WQCurlEasy::IMPL_t
 {
-    /** Set up a fresh handle with what holds for every transfer. @return the first refusal */
+    /** Makes the handle ready for one transfer. @return the first refusal */
     CURLcode Prepare(WQCurlEasy* ptOwner);
+
+    /** Gives a fresh handle what holds for every transfer. @return the first refusal */
+    CURLcode SetUp();
+
+    /** Takes back what setOption() and a multi handle can have set in libcurl. */
+    void UndoOptions();
+
+    /** For libcurl's functions, which refuse null. */
+    CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }
 
     /** Notes the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
     bool Note(CURLcode eCode);
@@ -39,8 +55,10 @@ struct WQCurlEasy::IMPL_t
 
     /* The lists outlive the handle that points into them: members are destroyed in reverse order. */
     SLIST_PTR_t pHeaders;
-    SLIST_PTR_t pConnectTo;
+    std::shared_ptr<const DEFAULTS_t> ptDefaults;
     EASY_PTR_t pEasy;
+    bool bInitialized = false; /**< between Initialize() and reset(); the handle lives longer */
+    bool bBlocking = false;    /**< send() has used it */
 
     WRITE_FUNCTION_t pfnWrite = nullptr;
     void* pWriteData = nullptr;

@@ -4,7 +4,6 @@
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/socket_set.h"
 #include "veltra/platform/desktop/wqcurl_impl.h"
 
 namespace WQCurl
@@ -25,29 +25,6 @@ typedef std::chrono::steady_clock Clock;
 constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
 constexpr std::chrono::milliseconds PAUSE_WHEN_UNUSABLE(10);
 constexpr int EVENTS_AT_ONCE = 256;
-
-/** A file descriptor that is closed with its owner. */
-class CDescriptor
-{
-public:
-    CDescriptor() = default;
-    ~CDescriptor() { Reset(-1); }
-    CDescriptor(const CDescriptor&) = delete;
-    CDescriptor& operator=(const CDescriptor&) = delete;
-
-    void Reset(int nDescriptor)
-    {
-        if (m_nDescriptor >= 0)
-        {
-            close(m_nDescriptor);
-        }
-        m_nDescriptor = nDescriptor;
-    }
-    int Get() const { return m_nDescriptor; }
-
-private:
-    int m_nDescriptor = -1;
-};
 
 WQCurlEasy* Owner(CURL* pEasy)
 {
@@ -84,17 +61,20 @@ struct WQCurlMulti::IMPL_t
     int WaitMilliseconds() const;
     bool HandleEvent(const epoll_event& tEvent);
 
-    static int OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown);
+    static curl_socket_t OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress);
+    static int OnCloseSocket(void* pImpl, curl_socket_t nSocket);
+    static int OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pUnused);
     static int OnTimer(CURLM* pMulti, long lMilliseconds, void* pImpl);
 
-    CDescriptor tEpoll;
+    CSocketSet tSockets;
     CDescriptor tWakeUp;
-    /* Destroyed before the descriptors, which its callbacks still use. */
+    /* Destroyed before these two, which its callbacks still use. */
     std::unique_ptr<CURLM, MULTI_DELETER_t> pMulti;
     std::atomic<bool> bReady{false};
 
     std::mutex tAddedLock;
     std::vector<const WQCurlEasy*> vecAdded;
+    std::vector<const WQCurlEasy*> vecTaken; /**< swapped with it, so that both keep their memory */
 
     std::deque<MultiMsg> dqFinished;
     std::optional<Clock::time_point> tTimer;
@@ -105,47 +85,50 @@ struct WQCurlMulti::IMPL_t
 
 bool WQCurlMulti::IMPL_t::Open()
 {
-    tEpoll.Reset(epoll_create1(EPOLL_CLOEXEC));
     tWakeUp.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     pMulti.reset(curl_multi_init());
-    epoll_event tEvent{};
-    tEvent.events = EPOLLIN;
-    tEvent.data.fd = tWakeUp.Get();
-    return tEpoll.Get() >= 0 && tWakeUp.Get() >= 0 && pMulti != nullptr &&
-           epoll_ctl(tEpoll.Get(), EPOLL_CTL_ADD, tWakeUp.Get(), &tEvent) == 0 &&
+    return tSockets.Open() && tWakeUp.Get() >= 0 && pMulti != nullptr && tSockets.Want(tWakeUp.Get(), EPOLLIN) &&
            curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETFUNCTION, &OnSocket) == CURLM_OK &&
            curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETDATA, this) == CURLM_OK &&
            curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERFUNCTION, &OnTimer) == CURLM_OK &&
            curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERDATA, this) == CURLM_OK;
 }
 
-int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pKnown)
+curl_socket_t WQCurlMulti::IMPL_t::OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress)
 {
-    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
-    const bool bWanted = nWhat != CURL_POLL_REMOVE && nWhat != CURL_POLL_NONE;
+    CDescriptor tSocket;
+    tSocket.Reset(WQCurlEasy::IMPL_t::OnOpenSocket(nullptr, ePurpose, ptAddress));
+    if (tSocket.Get() < 0)
+    {
+        return CURL_SOCKET_BAD;
+    }
+    try
+    {
+        static_cast<IMPL_t*>(pImpl)->tSockets.OnOpened(tSocket.Get());
+    }
+    catch (const std::bad_alloc&) // must not unwind libcurl's frames
+    {
+        return CURL_SOCKET_BAD;
+    }
+    return tSocket.Release();
+}
+
+int WQCurlMulti::IMPL_t::OnCloseSocket(void* pImpl, curl_socket_t nSocket)
+{
+    static_cast<IMPL_t*>(pImpl)->tSockets.OnClosing(nSocket);
+    return close(nSocket);
+}
+
+int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* /*pUnused*/)
+{
+    const uint32_t nEvents =
+        ((nWhat & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((nWhat & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
+    static_cast<IMPL_t*>(pImpl)->tSockets.Want(nSocket, nEvents);
     WQCurlEasy* ptOwner = Owner(pEasy); // libcurl has handles of its own
-    if (ptOwner != nullptr && (bWanted || ptOwner->m_pImpl->nSocket == nSocket))
+    if (ptOwner != nullptr && (nEvents != 0 || ptOwner->m_pImpl->nSocket == nSocket))
     {
-        ptOwner->m_pImpl->nSocket = bWanted ? nSocket : CURL_SOCKET_BAD;
+        ptOwner->m_pImpl->nSocket = nEvents != 0 ? nSocket : CURL_SOCKET_BAD;
     }
-    if (!bWanted)
-    {
-        /* It may be closed already, and so be gone. */
-        epoll_ctl(ptImpl->tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
-        curl_multi_assign(ptImpl->pMulti.get(), nSocket, nullptr);
-        return 0;
-    }
-    epoll_event tEvent{};
-    tEvent.events = ((nWhat & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((nWhat & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
-    tEvent.data.fd = nSocket;
-    /* libcurl may close a socket and use its number again before it says so: what we know of it can be wrong. */
-    const int nFirst = pKnown != nullptr ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-    const int nOther = pKnown != nullptr ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
-    if (epoll_ctl(ptImpl->tEpoll.Get(), nFirst, nSocket, &tEvent) != 0)
-    {
-        epoll_ctl(ptImpl->tEpoll.Get(), nOther, nSocket, &tEvent);
-    }
-    curl_multi_assign(ptImpl->pMulti.get(), nSocket, pImpl);
     return 0;
 }
 
@@ -153,7 +136,11 @@ int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pI
 {
     auto* ptImpl = static_cast<IMPL_t*>(pImpl);
     ptImpl->tTimer.reset();
-    if (lMilliseconds >= 0)
+    if (lMilliseconds == 0)
+    {
+        ptImpl->tTimer = Clock::time_point(); // long ago; a clock is not read for every new transfer
+    }
+    else if (lMilliseconds > 0)
     {
         ptImpl->tTimer = Clock::now() + std::chrono::milliseconds(lMilliseconds);
     }
@@ -189,7 +176,7 @@ void WQCurlMulti::IMPL_t::CollectFinished()
 /** Hands the handles that other threads have added to libcurl. One that it refuses has ended as failed. */
 void WQCurlMulti::IMPL_t::TakeAdded()
 {
-    std::vector<const WQCurlEasy*> vecTaken;
+    vecTaken.clear();
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
         vecTaken.swap(vecAdded);
@@ -205,6 +192,10 @@ void WQCurlMulti::IMPL_t::TakeAdded()
             setReporting.insert(ptEasy);
         }
         CURL* pEasy = ptEasy->m_pImpl->pEasy.get();
+        curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
+        curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
+        curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
+        curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETDATA, this);
         if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
         {
             Finish(Owner(pEasy), CURLE_FAILED_INIT);
@@ -271,6 +262,10 @@ bool WQCurlMulti::IMPL_t::HandleEvent(const epoll_event& tEvent)
         eventfd_read(tWakeUp.Get(), &nCount);
         return true;
     }
+    if (!tSockets.IsWanted(tEvent.data.fd))
+    {
+        return true;
+    }
     const int nEvents = ((tEvent.events & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
                         ((tEvent.events & EPOLLOUT) != 0 ? CURL_CSELECT_OUT : 0) |
                         ((tEvent.events & (EPOLLERR | EPOLLHUP)) != 0 ? CURL_CSELECT_ERR : 0);
@@ -292,7 +287,7 @@ bool WQCurlMulti::Initialize()
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    if (pEasyHandle == nullptr || !m_pImpl->bReady || pEasyHandle->m_pImpl->pEasy == nullptr)
+    if (pEasyHandle == nullptr || !m_pImpl->bReady || !pEasyHandle->m_pImpl->bInitialized)
     {
         return false;
     }
@@ -371,7 +366,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     const CSigpipeGuard tGuard;
     m_pImpl->TakeAdded();
     epoll_event arrEvents[EVENTS_AT_ONCE];
-    const int nEvents = epoll_wait(m_pImpl->tEpoll.Get(), arrEvents, EVENTS_AT_ONCE, m_pImpl->WaitMilliseconds());
+    const int nEvents = m_pImpl->tSockets.Wait(arrEvents, EVENTS_AT_ONCE, m_pImpl->WaitMilliseconds());
     bool bResult = nEvents >= 0 || errno == EINTR;
     for (int i = 0; i < nEvents; ++i)
     {

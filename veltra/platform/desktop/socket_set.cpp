@@ -1,0 +1,89 @@
+#include "veltra/platform/desktop/socket_set.h"
+
+bool CSocketSet::Open()
+{
+    m_tEpoll.Reset(epoll_create1(EPOLL_CLOEXEC));
+    return m_tEpoll.Get() >= 0;
+}
+
+void CSocketSet::OnOpened(int nSocket)
+{
+    const auto nIndex = static_cast<size_t>(nSocket);
+    if (nIndex >= m_vecSockets.size())
+    {
+        m_vecSockets.resize(nIndex + 1);
+    }
+    m_vecSockets[nIndex] = {true, 0, 0};
+}
+
+void CSocketSet::OnClosing(int nSocket)
+{
+    SOCKET_t* ptSocket = Find(nSocket);
+    if (ptSocket == nullptr)
+    {
+        return;
+    }
+    if (ptSocket->nRegistered != 0)
+    {
+        /* Closing would do, but for a copy of the descriptor in a process that the application has forked. */
+        epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
+    }
+    *ptSocket = {};
+}
+
+bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
+{
+    SOCKET_t* ptSocket = Find(nDescriptor);
+    if (ptSocket == nullptr)
+    {
+        if (nEvents == 0)
+        {
+            /* It may be closed already, and so be gone. */
+            epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nDescriptor, nullptr);
+            return true;
+        }
+        return Register(EPOLL_CTL_ADD, nDescriptor, nEvents);
+    }
+    ptSocket->nWanted = nEvents;
+    if (nEvents == 0 || nEvents == ptSocket->nRegistered)
+    {
+        return true;
+    }
+    const int nFirst = ptSocket->nRegistered != 0 ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+    ptSocket->nRegistered = nEvents;
+    return Register(nFirst, nDescriptor, nEvents);
+}
+
+int CSocketSet::Wait(epoll_event* ptEvents, int nMost, int nMilliseconds)
+{
+    return epoll_wait(m_tEpoll.Get(), ptEvents, nMost, nMilliseconds);
+}
+
+bool CSocketSet::IsWanted(int nDescriptor)
+{
+    SOCKET_t* ptSocket = Find(nDescriptor);
+    if (ptSocket == nullptr || ptSocket->nWanted != 0)
+    {
+        return true;
+    }
+    ptSocket->nRegistered = 0;
+    epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nDescriptor, nullptr);
+    return false;
+}
+
+CSocketSet::SOCKET_t* CSocketSet::Find(int nDescriptor)
+{
+    const auto nIndex = static_cast<size_t>(nDescriptor);
+    return nIndex < m_vecSockets.size() && m_vecSockets[nIndex].bTold ? &m_vecSockets[nIndex] : nullptr;
+}
+
+bool CSocketSet::Register(int nFirst, int nDescriptor, uint32_t nEvents)
+{
+    epoll_event tEvent{};
+    tEvent.events = nEvents;
+    tEvent.data.fd = nDescriptor;
+    /* libcurl may close a descriptor and use its number again before it says so: what we know of it can be wrong. */
+    const int nOther = nFirst == EPOLL_CTL_MOD ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
+    return epoll_ctl(m_tEpoll.Get(), nFirst, nDescriptor, &tEvent) == 0 ||
+           epoll_ctl(m_tEpoll.Get(), nOther, nDescriptor, &tEvent) == 0;
+}

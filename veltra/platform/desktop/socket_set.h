@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <sys/epoll.h>
+#include <vector>
+
+#include "veltra/platform/desktop/descriptor.h"
+
+/**
+ * The sockets that libcurl waits on, in an epoll descriptor.
+ *
+ * libcurl drops its interest in a connection at the end of each transfer and takes it up again with the next. Sockets
+ * whose opening and closing are told here stay registered in between, which saves two system calls a transfer; an event
+ * that nobody wants takes them out.
+ */
+class CSocketSet
+{
+public:
+    bool Open();
+
+    /** A connection's socket has been opened, or is about to be closed. OnOpened() may throw std::bad_alloc. */
+    void OnOpened(int nSocket);
+    void OnClosing(int nSocket);
+
+    /** Waits for these EPOLL events of any descriptor from now on; for none with 0. @return false when it cannot */
+    bool Want(int nDescriptor, uint32_t nEvents);
+
+    /** As epoll_wait(). */
+    int Wait(epoll_event* ptEvents, int nMost, int nMilliseconds);
+
+    /** Whether anybody waits for the descriptor of an event that Wait() has returned. */
+    bool IsWanted(int nDescriptor);
+
+private:
+    struct SOCKET_t
+    {
+        bool bTold = false;       /**< open, and its closing will be told */
+        uint32_t nRegistered = 0; /**< the events that the kernel reports */
+        uint32_t nWanted = 0;
+    };
+
+    SOCKET_t* Find(int nDescriptor);
+    bool Register(int nFirst, int nDescriptor, uint32_t nEvents);
+
+    CDescriptor m_tEpoll;
+    std::vector<SOCKET_t> m_vecSockets; /**< by number */
+};
