@@ -11,6 +11,8 @@ namespace WQCurl
 namespace
 {
 
+constexpr long LARGE_BUFFER = 512L * 1024;
+
 bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
 {
     SLIST_PTR_t pList;
@@ -228,6 +230,7 @@ void WQCurlEasy::IMPL_t::UndoOptions()
     curl_easy_setopt(p, CURLOPT_POSTFIELDSIZE, -1L);
     curl_easy_setopt(p, CURLOPT_HTTPGET, 1L);
     curl_easy_setopt(p, CURLOPT_NOPROGRESS, 1L);
+    curl_easy_setopt(p, CURLOPT_BUFFERSIZE, 0L);
     curl_easy_setopt(p, CURLOPT_TIMEOUT, 0L);
     curl_easy_setopt(p, CURLOPT_LOW_SPEED_LIMIT, 0L);
     curl_easy_setopt(p, CURLOPT_LOW_SPEED_TIME, 0L);
@@ -308,6 +311,11 @@ bool WQCurlEasy::Initialize()
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
+    if (eOption == NOPROGRESS && lValue == 0)
+    {
+        /* Who wants progress expects much data: fewer and larger reads. */
+        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, LARGE_BUFFER);
+    }
     return m_pImpl->Note(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
 
