@@ -58,7 +58,7 @@ struct WQCurlMulti::IMPL_t
     void RunSilent();
     void CollectFinished();
     void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
-    int WaitMilliseconds() const;
+    int BeginWait();
     bool HandleEvent(const epoll_event& tEvent);
 
     static curl_socket_t OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress);
@@ -74,6 +74,7 @@ struct WQCurlMulti::IMPL_t
 
     std::mutex tAddedLock;
     std::vector<const WQCurlEasy*> vecAdded;
+    bool bWaiting = false;                   /**< the driving thread waits, or is about to; guarded by tAddedLock */
     std::vector<const WQCurlEasy*> vecTaken; /**< swapped with it, so that both keep their memory */
 
     std::deque<MultiMsg> dqFinished;
@@ -180,6 +181,7 @@ void WQCurlMulti::IMPL_t::TakeAdded()
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
         vecTaken.swap(vecAdded);
+        bWaiting = false;
         for (const WQCurlEasy* ptEasy : vecTaken)
         {
             ptEasy->m_pImpl->bQueued = false;
@@ -238,11 +240,16 @@ void WQCurlMulti::IMPL_t::RunSilent()
     }
 }
 
-int WQCurlMulti::IMPL_t::WaitMilliseconds() const
+/** How long to wait, in milliseconds. From here on, whoever adds a handle wakes up this thread. */
+int WQCurlMulti::IMPL_t::BeginWait()
 {
-    if (!dqFinished.empty())
     {
-        return 0;
+        const std::lock_guard<std::mutex> tGuard(tAddedLock);
+        bWaiting = dqFinished.empty() && vecAdded.empty();
+        if (!bWaiting)
+        {
+            return 0;
+        }
     }
     auto tWait = LONGEST_WAIT;
     if (tTimer.has_value())
@@ -291,7 +298,7 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
     {
         return false;
     }
-    bool bFirst = false;
+    bool bWakeUp = false;
     {
         const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
         m_pImpl->vecAdded.push_back(pEasyHandle);
@@ -302,10 +309,10 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
             return false;
         }
         pEasyHandle->m_pImpl->bQueued = true;
-        bFirst = m_pImpl->vecAdded.size() == 1;
+        bWakeUp = std::exchange(m_pImpl->bWaiting, false);
     }
     /* From here on the transfer may run, finish and be freed at any moment. */
-    if (bFirst)
+    if (bWakeUp)
     {
         eventfd_write(m_pImpl->tWakeUp.Get(), 1);
     }
@@ -366,7 +373,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     const CSigpipeGuard tGuard;
     m_pImpl->TakeAdded();
     epoll_event arrEvents[EVENTS_AT_ONCE];
-    const int nEvents = m_pImpl->tSockets.Wait(arrEvents, EVENTS_AT_ONCE, m_pImpl->WaitMilliseconds());
+    const int nEvents = m_pImpl->tSockets.Wait(arrEvents, EVENTS_AT_ONCE, m_pImpl->BeginWait());
     bool bResult = nEvents >= 0 || errno == EINTR;
     for (int i = 0; i < nEvents; ++i)
     {
