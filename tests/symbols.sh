@@ -8,7 +8,7 @@ export LC_ALL=C
 
 # Names as one writes them. Of the sizes, which differ between processors, only the write function's is seen.
 symbols() { # OPTION
-    "$nm" -D -C "$1" "$library" | sed -E -e 's/^[0-9a-f ]*[A-Za-z] //' -e 's/@.*//' \
+    "$nm" -D "$1" "$library" | sed -E -e 's/^[0-9a-f ]*[A-Za-z] //' -e 's/@.*//' | c++filt | sed -E \
         -e 's/\[abi:cxx11\]//' -e 's/std::__cxx11::/std::/g' \
         -e 's/std::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' \
         -e 's/, std::less<std::string >//' -e 's/, std::allocator<std::pair<[^<>]*> > >/>/g' \
