@@ -1,0 +1,31 @@
+/* An application of the installed library, which hides all symbols of its own. */
+
+#include "veltra/veltra.h"
+#include <cstdio>
+#include <string>
+
+static void AppendRecord(unsigned int /*level*/, const char* record, void* pUserData)
+{
+    *static_cast<std::string*>(pUserData) += record;
+}
+
+int main()
+{
+    std::string strLog;
+    CKVRDebug::SetSink(&AppendRecord, &strLog);
+    CSingleton<CAIAuth>::GetInstance();
+    CSingleton<CWebConnector>::GetInstance()->Create();
+    std::string strInfo;
+    const bool bAnswered = CHttpRequest().RequestServerAppBinaryInfo("file:///", strInfo);
+    CSingleton<CWebConnector>::GetInstance()->Destroy();
+    CKVRDebug::SetSink(nullptr, nullptr);
+
+    /* The query client's own engine must be the one that was started here: only then libcurl gets to refuse the URL. */
+    if (bAnswered || strLog.find("Https request error reason = [") == std::string::npos)
+    {
+        std::fprintf(stderr, "The library does not share the application's engine:\n%s", strLog.c_str());
+        return 1;
+    }
+    std::printf("%s\n", VELTRA_VERSION);
+    return 0;
+}
