@@ -261,6 +261,7 @@ void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::seconds tLength)
         tThread.join();
     }
     tEngine.Destroy();
+    CSingleton<CWebConnector>::m_pObj = nullptr;
 }
 
 std::string Show(const RESOURCES_t& tResources)

@@ -35,6 +35,7 @@ bool IsPath(const std::string& strFilePath)
 
 struct FILE_CLOSER_t
 {
+    // cppcheck-suppress doubleFree ; it takes the calls of unique_ptr for calls on one file
     void operator()(FILE* pFile) const { static_cast<void>(fclose(pFile)); }
 };
 typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;

@@ -18,6 +18,7 @@ CSync::CSync() = default;
 
 CSync::CSync(const CSync& /*tOther*/) : CSync() {}
 
+// cppcheck-suppress operatorEqVarError ; the copy of a semaphore is another one
 CSync& CSync::operator=(const CSync& /*tOther*/) // NOLINT(bugprone-unhandled-self-assignment): changes nothing
 {
     return *this;

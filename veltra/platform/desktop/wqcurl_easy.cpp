@@ -221,7 +221,7 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     return eResult;
 }
 
-void WQCurlEasy::IMPL_t::UndoOptions()
+void WQCurlEasy::IMPL_t::UndoOptions() const
 {
     CURL* p = pEasy.get();
     curl_easy_setopt(p, CURLOPT_POSTFIELDS, nullptr);

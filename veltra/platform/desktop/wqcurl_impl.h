@@ -38,7 +38,7 @@ struct WQCurlEasy::IMPL_t
     CURLcode SetUp();
 
     /** Takes back what setOption() and a multi handle can have set in libcurl. */
-    void UndoOptions();
+    void UndoOptions() const;
 
     /** For libcurl's functions, which refuse null. */
     CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }

@@ -1,0 +1,98 @@
+#!/usr/bin/env bash
+# Every check that takes longer than the tests: sanitizers, valgrind, static analysis and a minute of each fuzzer.
+# Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck fuzz
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+checks=("$@")
+[ ${#checks[@]} -gt 0 ] || checks=(sanitizers valgrind tidy cppcheck fuzz)
+fuzz_seconds=${FUZZ_SECONDS:-60}
+report=()
+
+note() # WHAT WAS FOUND
+{
+    echo "-- $*"
+    report+=("$*")
+}
+
+sanitizers()
+{
+    local preset
+    for preset in asan-ubsan tsan; do
+        echo "== All tests under the preset $preset"
+        bash scripts/test.sh "$preset" | tee build/check.log | grep -E '^[0-9]+% tests passed' || { cat build/check.log; return 1; }
+        note "$preset: $(grep -E '^[0-9]+% tests passed' build/check.log)"
+    done
+}
+
+memcheck() # EXECUTABLE FILTER
+{
+    valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite,indirect --error-exitcode=9 \
+        "$1" --gtest_filter="$2" >build/check.log 2>&1 || { cat build/check.log; return 1; }
+    note "valgrind: $(grep -c '^\[       OK' build/check.log) tests of ${1##*/} without a finding"
+}
+
+valgrind_tests()
+{
+    echo "== Memcheck on the readers and on requests"
+    cmake --preset debug >/dev/null
+    cmake --build --preset debug >/dev/null
+    memcheck build/debug/tests/transcript_test '*'
+    memcheck build/debug/tests/engine_test '*SendsWhatTheRecordSays*:*OnlyWholeBodies*'
+}
+
+sources()
+{
+    git ls-files -- 'veltra/*.cpp' 'tools/*.cpp' 'bench/*.cpp'
+}
+
+tidy()
+{
+    echo "== clang-format and clang-tidy"
+    cmake --preset debug >/dev/null
+    git ls-files -- '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+    note "clang-format: $(git ls-files -- '*.cpp' '*.h' | wc -l) files without a finding"
+    sources | grep -v ^bench/ | xargs -P "$(nproc)" -n 1 clang-tidy -p build/debug --quiet 2>build/check.log ||
+        { cat build/check.log; return 1; }
+    note "clang-tidy: $(sources | grep -vc ^bench/) files without a finding"
+}
+
+run_cppcheck()
+{
+    echo "== cppcheck"
+    sources | xargs cppcheck --enable=warning,performance,portability --inline-suppr --error-exitcode=1 --quiet \
+        --language=c++ --std=c++17 -I .
+    note "cppcheck: $(sources | wc -l) files without a finding"
+}
+
+fuzz()
+{
+    local fuzzer options
+    echo "== Each fuzzer for $fuzz_seconds seconds, from the kept corpus"
+    cmake --preset fuzz >/dev/null
+    cmake --build --preset fuzz >/dev/null
+    for fuzzer in xml engine; do
+        rm -rf "build/corpus-$fuzzer"
+        mkdir "build/corpus-$fuzzer"
+        options=(-max_total_time="$fuzz_seconds" -timeout=25 -print_final_stats=1 -artifact_prefix=build/)
+        [ "$fuzzer" != xml ] || options+=(-dict=fuzz/xml.dict)
+        "build/fuzz/fuzz/${fuzzer}_fuzzer" "${options[@]}" "build/corpus-$fuzzer" "fuzz/corpus/$fuzzer" \
+            >build/check.log 2>&1 || { tail -n 100 build/check.log; return 1; }
+        note "${fuzzer}_fuzzer: $(awk '/number_of_executed_units/ { print $2 }' build/check.log) executions without a finding"
+    done
+}
+
+bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
+    libcli11-dev nlohmann-json3-dev libgtest-dev libssl-dev openssl git clang clang-tidy clang-format cppcheck \
+    libclang-rt-14-dev valgrind
+mkdir -p build
+for check in "${checks[@]}"; do
+    case $check in
+    sanitizers | tidy | fuzz) "$check" ;;
+    valgrind) valgrind_tests ;;
+    cppcheck) run_cppcheck ;;
+    *) echo "check: there is no check $check" >&2 && exit 2 ;;
+    esac
+done
+echo "== All checks passed"
+printf '%s\n' "${report[@]}"
