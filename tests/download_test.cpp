@@ -1,5 +1,6 @@
 /* Downloads, on the worker and on the caller's thread, their cancellation and what can go wrong on disk. */
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -182,6 +183,8 @@ TEST_F(CDownloadTest, RefusalsCostNothing)
     m_ptEngine->Create();
     WriteFile(Path("precious"), "precious");
     WriteFile(Path("left.bak"), "left over");
+    const timespec arrAfter2038[2] = {{1LL << 32, 0}, {1LL << 32, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, Path("left.bak").c_str(), arrAfter2038, 0), 0);
     ASSERT_EQ(symlink(Path("precious").c_str(), Path("link.bak").c_str()), 0);
     ASSERT_EQ(symlink(Path("nothing").c_str(), Path("dangling.bak").c_str()), 0);
     ASSERT_EQ(mkfifo(Path("pipe.bak").c_str(), 0600), 0);

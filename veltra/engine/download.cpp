@@ -14,6 +14,8 @@
 #define VELTRA_LOG_MODULE "WebConnector"
 #include "veltra/engine/easy_option.h"
 
+static_assert(sizeof(off_t) == 8, "files over 2 GiB need _FILE_OFFSET_BITS=64");
+
 namespace
 {
 
