@@ -161,7 +161,6 @@ TEST_F(CAllocationTest, BodyThatDoesNotFitFailsAlone)
 
 TEST_F(CAllocationTest, WorkerWithoutMemoryEndsTheProcess)
 {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
             CWebConnector tEngine;
@@ -172,5 +171,5 @@ TEST_F(CAllocationTest, WorkerWithoutMemoryEndsTheProcess)
             tEngine.Get(&tRequest, true); // its end is the worker's next allocation
             _exit(0);
         },
-        testing::KilledBySignal(SIGABRT), "");
+        testing::KilledBySignal(SIGABRT), "bad_alloc");
 }
