@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Builds everything for 32-bit ARM and runs all tests under qemu, against Debian's armhf libraries, which it unpacks
+# under build/ and keeps there: nothing foreign is installed on this machine.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+sysroot=$PWD/build/armhf-sysroot
+libraries=(libcurl4-openssl-dev libglib2.0-dev libpugixml-dev libcli11-dev nlohmann-json3-dev libgtest-dev
+    libssl-dev)
+
+# From the same archives as this machine's own packages, in apt's way, but with no state shared with this machine.
+make_sysroot() {
+    work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
+    mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
+    touch "$work/status"
+    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
+        "Release: $(. /etc/os-release && echo "$VERSION_CODENAME")" 'Component: main' | sort -u >"$work/sources"
+    local apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Sandbox::User=
+        -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"
+        -o "Dir::Etc::sourcelist=$work/sources" -o Dir::Etc::sourceparts=-)
+    "${apt[@]}" update
+    "${apt[@]}" install --no-install-recommends --download-only "${libraries[@]}"
+    rm -rf "$sysroot"
+    mkdir -p "$sysroot"
+    local package link
+    for package in "$work"/cache/archives/*.deb; do
+        dpkg-deb -x "$package" "$sysroot"
+    done
+    # Links to absolute paths lead out of it.
+    find "$sysroot" -type l -lname '/*' | while read -r link; do
+        ln -sfnr "$sysroot$(readlink "$link")" "$link"
+    done
+    echo "${libraries[@]}" >"$sysroot/complete"
+}
+
+bash scripts/install-deps.sh g++-arm-linux-gnueabihf qemu-user-static cmake ninja-build pkg-config openssl file
+if [ "$(cat "$sysroot/complete" 2>/dev/null)" != "${libraries[*]}" ]; then
+    echo "== Unpacking Debian's armhf libraries in build/armhf-sysroot"
+    make_sysroot
+fi
+echo "== Building"
+cmake --preset armhf >/dev/null
+cmake --build --preset armhf
+file -L build/armhf/veltra/libveltra.so | grep 'ELF 32-bit .* ARM'
+echo "== Testing"
+ctest --preset armhf -j "$(nproc)"
