@@ -14,23 +14,37 @@
 #define VELTRA_LOG_INFO(...) VELTRA_LOG_INFO_AT(__func__, __LINE__, __VA_ARGS__)
 
 /* The same on behalf of another operation, for helpers that several operations share. */
-#define VELTRA_LOG_ERROR_AT(operation, line, ...)       \
-    do                                                  \
-    {                                                   \
-        VELTRA_LOG_HEADING(0, operation, line);         \
-        CKVRDebug::PrintLog(0, "%s", "\033[1;31;42m "); \
-        CKVRDebug::PrintLog(0, __VA_ARGS__);            \
-        CKVRDebug::PrintLog(0, "%s", "\033[0m ");       \
-        CKVRDebug::PrintLog(0, "\n");                   \
+#define VELTRA_LOG_ERROR_AT(operation, line, ...)          \
+    do                                                     \
+    {                                                      \
+        LogErrorBegin(VELTRA_LOG_MODULE, operation, line); \
+        CKVRDebug::PrintLog(0, __VA_ARGS__);               \
+        LogErrorEnd();                                     \
     } while (false)
 
-#define VELTRA_LOG_INFO_AT(operation, line, ...) \
-    do                                           \
-    {                                            \
-        VELTRA_LOG_HEADING(4, operation, line);  \
-        CKVRDebug::PrintLog(4, __VA_ARGS__);     \
-        CKVRDebug::PrintLog(4, "\n");            \
+#define VELTRA_LOG_INFO_AT(operation, line, ...)           \
+    do                                                     \
+    {                                                      \
+        LogHeading(4, VELTRA_LOG_MODULE, operation, line); \
+        CKVRDebug::PrintLog(4, __VA_ARGS__);               \
+        CKVRDebug::PrintLog(4, "\n");                      \
     } while (false)
 
-#define VELTRA_LOG_HEADING(level, operation, line) \
-    CKVRDebug::PrintLog(level, "[KVR][%s::%s(%d)] ", VELTRA_LOG_MODULE, operation, line)
+/* What all records share, as functions: expanded in each place it would be a sixth of the library's code. */
+
+inline void LogHeading(unsigned int level, const char* pszModule, const char* pszOperation, int nLine)
+{
+    CKVRDebug::PrintLog(level, "[KVR][%s::%s(%d)] ", pszModule, pszOperation, nLine);
+}
+
+inline void LogErrorBegin(const char* pszModule, const char* pszOperation, int nLine)
+{
+    LogHeading(0, pszModule, pszOperation, nLine);
+    CKVRDebug::PrintLog(0, "%s", "\033[1;31;42m ");
+}
+
+inline void LogErrorEnd()
+{
+    CKVRDebug::PrintLog(0, "%s", "\033[0m ");
+    CKVRDebug::PrintLog(0, "\n");
+}
