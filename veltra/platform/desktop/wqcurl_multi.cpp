@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <optional>
 #include <sys/eventfd.h>
@@ -77,7 +77,7 @@ struct WQCurlMulti::IMPL_t
     bool bWaiting = false;                   /**< the driving thread waits, or is about to; guarded by tAddedLock */
     std::vector<const WQCurlEasy*> vecTaken; /**< swapped with it, so that both keep their memory */
 
-    std::deque<MultiMsg> dqFinished;
+    std::list<MultiMsg> lstFinished;
     std::optional<Clock::time_point> tTimer;
     std::unordered_set<const WQCurlEasy*> setReporting; /**< registered transfers with a progress function */
     Clock::time_point tNextTurn;                        /**< when those get a turn again */
@@ -161,7 +161,7 @@ void WQCurlMulti::IMPL_t::Finish(WQCurlEasy* ptEasy, CURLcode eCode)
         tMsg.nSystemError = static_cast<int>(lSystemError);
         tMsg.strErrorMsg = ptEasy->m_pImpl->ErrorText(eCode);
     }
-    dqFinished.push_back(std::move(tMsg));
+    lstFinished.push_back(std::move(tMsg));
     ptEasy->m_pImpl->bUnread = true;
 }
 
@@ -245,7 +245,7 @@ int WQCurlMulti::IMPL_t::BeginWait()
 {
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
-        bWaiting = dqFinished.empty() && vecAdded.empty();
+        bWaiting = lstFinished.empty() && vecAdded.empty();
         if (!bWaiting)
         {
             return 0;
@@ -340,8 +340,8 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     }
     if (tEasy.bUnread)
     {
-        auto& dqFinished = m_pImpl->dqFinished;
-        dqFinished.erase(std::find_if(dqFinished.begin(), dqFinished.end(),
+        auto& lstFinished = m_pImpl->lstFinished;
+        lstFinished.erase(std::find_if(lstFinished.begin(), lstFinished.end(),
                                       [pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; }));
         tEasy.bUnread = false;
     }
@@ -390,10 +390,10 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
     MultiMsg tMsg;
-    if (!m_pImpl->dqFinished.empty())
+    if (!m_pImpl->lstFinished.empty())
     {
-        tMsg = std::move(m_pImpl->dqFinished.front());
-        m_pImpl->dqFinished.pop_front();
+        tMsg = std::move(m_pImpl->lstFinished.front());
+        m_pImpl->lstFinished.pop_front();
         tMsg.pEasyHandle->m_pImpl->bUnread = false;
     }
     return tMsg;
