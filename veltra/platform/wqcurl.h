@@ -175,7 +175,8 @@ private:
 /** Process-wide settings of the desktop platform's transfers. */
 struct TRANSFER_DEFAULTS_t
 {
-    std::string strCaFile;               /**< path of the CA bundle in PEM; empty: the system's */
+    /** Path of the CA bundle in PEM, which is trusted alone; empty: the system's. May be kept in memory for a day. */
+    std::string strCaFile;
     std::list<std::string> lstConnectTo; /**< "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO */
 };
 

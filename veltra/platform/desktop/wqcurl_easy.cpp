@@ -207,10 +207,18 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     Set(CURLOPT_PROXY, ""); // whoever sets the environment must not choose where requests go
     Set(CURLOPT_SHARE, CTransferShare::Get());
     Set(CURLOPT_CONNECT_TO, ptDefaults->pConnectTo.get());
+    const char* pszBundle = nullptr;
+    curl_easy_getinfo(p, CURLINFO_CAINFO, &pszBundle);
     if (!ptDefaults->strCaFile.empty())
     {
-        Set(CURLOPT_CAINFO, ptDefaults->strCaFile.c_str());
-        Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr)); // trusted instead of the system's, not beside them
+        pszBundle = ptDefaults->strCaFile.c_str();
+        Set(CURLOPT_CAINFO, pszBundle);
+    }
+    if (pszBundle != nullptr)
+    {
+        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
+         * megabyte, for all connections, instead of reading it for each. */
+        curl_easy_setopt(p, CURLOPT_CAPATH, nullptr);
     }
     Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
