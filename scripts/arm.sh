@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 sysroot=$PWD/build/armhf-sysroot
 libraries=(libcurl4-openssl-dev libglib2.0-dev libpugixml-dev libcli11-dev nlohmann-json3-dev libgtest-dev
-    libssl-dev)
+    libssl-dev ca-certificates)
 
 # From the same archives as this machine's own packages, in apt's way, but with no state shared with this machine.
 make_sysroot() {
@@ -33,6 +33,29 @@ make_sysroot() {
     echo "${libraries[@]}" >"$sysroot/complete"
 }
 
+# The limits leave some room above what was measured when they were set.
+within() { # LIMIT FIGURE UNIT WHAT...
+    echo "${*:4}: $2 $3 (at most $1)"
+    [ "$2" -le "$1" ] || { echo "arm: that is too much" >&2; exit 1; }
+}
+
+# Under qemu the size of the process says nothing of a device's, so that the heap is counted instead.
+check_footprint() {
+    local build=build/armhf library=build/armhf/veltra/libveltra.so
+    local footprint=(qemu-arm-static -L "$sysroot" "$build/bench/footprint")
+    cmake --build --preset armhf --target footprint >/dev/null
+    arm-linux-gnueabihf-strip -o "$library.stripped" "$library"
+    within 65536 "$(stat -c %s "$library.stripped")" bytes libveltra.so, stripped
+    within 250 "$(arm-linux-gnueabihf-readelf -rW "$library" | grep -c R_ARM)" entries its relocations
+    within 110 "$(arm-linux-gnueabihf-nm -D --defined-only "$library" | wc -l)" symbols its exports
+    # The authorities that browsers trust, as on a device, and the one that signed the test's certificate.
+    cat "$sysroot"/usr/share/ca-certificates/mozilla/*.crt $build/tests/certificates/ca.pem >$build/ca-bundle.pem
+    within 100 "$("${footprint[@]}" http 1 $build/ca-bundle.pem)" KiB heap of one request by HTTP
+    within 3000 "$("${footprint[@]}" http 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTP
+    within 1200 "$("${footprint[@]}" https 1 $build/ca-bundle.pem)" KiB heap of one request by HTTPS
+    within 20000 "$("${footprint[@]}" https 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTPS
+}
+
 bash scripts/install-deps.sh g++-arm-linux-gnueabihf qemu-user-static cmake ninja-build pkg-config openssl file
 if [ "$(cat "$sysroot/complete" 2>/dev/null)" != "${libraries[*]}" ]; then
     echo "== Unpacking Debian's armhf libraries in build/armhf-sysroot"
@@ -44,3 +67,5 @@ cmake --build --preset armhf
 file -L build/armhf/veltra/libveltra.so | grep 'ELF 32-bit .* ARM'
 echo "== Testing"
 ctest --preset armhf -j "$(nproc)"
+echo "== Footprint"
+check_footprint

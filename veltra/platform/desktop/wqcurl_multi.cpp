@@ -342,7 +342,8 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     {
         auto& lstFinished = m_pImpl->lstFinished;
         lstFinished.erase(std::find_if(lstFinished.begin(), lstFinished.end(),
-                                      [pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; }));
+                                       [pEasyHandle](const MultiMsg& tMsg)
+                                       { return tMsg.pEasyHandle == pEasyHandle; }));
         tEasy.bUnread = false;
     }
     const CSigpipeGuard tGuard;
