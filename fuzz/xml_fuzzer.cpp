@@ -4,19 +4,6 @@
 
 #include "veltra/veltra.h"
 
-namespace
-{
-
-void Require(bool bHolds)
-{
-    if (!bHolds)
-    {
-        abort();
-    }
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerInitialize(int* /*pnArguments*/, char*** /*pppArguments*/)
 {
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
@@ -35,15 +22,19 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
     std::map<std::string, APPBIN_SERVER_INFO_t> mapCert;
     std::map<std::string, APPBIN_SERVER_INFO_t> mapDefault;
 
-    Require(tParser.ParseAppBinaryServerUrlXml(strXml, vecUrl) || vecUrl.size() == 1);
     const bool bParsed = tParser.ParseAppBinaryServerInfoXml(strXml, mapWanted, {"a", "empCERT", ""});
-    Require(tParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCert, vecCert) == bParsed);
-    Require(tParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefault, mapDefault) == bParsed);
-    Require(mapWanted.size() <= 3 && vecCert.size() >= mapCert.size() + 1);
-    Require(bParsed ? vecDefault.size() >= mapDefault.size() : vecDefault.size() == 1);
+    bool bHolds = tParser.ParseAppBinaryServerUrlXml(strXml, vecUrl) || vecUrl.size() == 1;
+    bHolds = tParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCert, vecCert) == bParsed && bHolds;
+    bHolds = tParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefault, mapDefault) == bParsed && bHolds;
+    bHolds = mapWanted.size() <= 3 && vecCert.size() >= mapCert.size() + 1 && bHolds;
+    bHolds = (bParsed ? vecDefault.size() >= mapDefault.size() : vecDefault.size() == 1) && bHolds;
     for (const auto& [strId, tInfo] : mapCert)
     {
-        Require(strId.rfind("empCERT", 0) == 0 && tInfo.strId == strId);
+        bHolds = strId.rfind("empCERT", 0) == 0 && tInfo.strId == strId && bHolds;
+    }
+    if (!bHolds)
+    {
+        abort();
     }
     return 0;
 }

@@ -22,8 +22,8 @@ void* Allocate(size_t nSize)
 }
 
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
-template <class OPERATION, class CHECK>
-void FailEveryAllocation(const OPERATION& fnOperation, const CHECK& fnCheckAfterFailure)
+void FailEveryAllocation(
+    const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
     for (bool bMet = true; bMet; ++nRounds)
@@ -43,7 +43,7 @@ void FailEveryAllocation(const OPERATION& fnOperation, const CHECK& fnCheckAfter
             fnCheckAfterFailure();
         }
     }
-    EXPECT_GT(nRounds, 2);
+    EXPECT_GT(nRounds, 1);
 }
 
 } // namespace
@@ -68,11 +68,7 @@ void operator delete(void* pMemory, size_t /*nSize*/) noexcept
     free(pMemory);
 }
 
-class CAllocationTest : public CEngineTest
-{
-};
-
-TEST_F(CAllocationTest, ReadersPassTheExceptionOrRefuseTheDocument)
+TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
 {
     pugi::set_memory_management_functions(&Allocate, &free);
     CKVRDebug::SetLevel(4); // formatting a record allocates as well, but only its text may be lost
@@ -85,41 +81,41 @@ TEST_F(CAllocationTest, ReadersPassTheExceptionOrRefuseTheDocument)
     std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
     std::vector<std::string> vecId{"empCERT" + strLong};
     std::vector<std::string> vecUrl;
-    const auto fnNothing = [] {};
-    FailEveryAllocation([&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); }, fnNothing);
-    FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnNothing);
-    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnNothing);
-    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); }, fnNothing);
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
+    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
+    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); });
+    const std::string strLonger(100000, 'x');
+    FailEveryAllocation([&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
     EXPECT_EQ(mapInfo.size(), 1U);
     EXPECT_EQ(vecId.size(), 1U);
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);
 }
 
-TEST_F(CAllocationTest, RequestsAndDownloadsLeaveNothingHalfDone)
+TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
 {
     CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer("answer"); });
     m_ptEngine->Create();
     _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url("/" + std::string(100, 'p')));
     tRequest.lstHeader = {"Long: " + std::string(100, 'h')};
     OUTCOME_t tOutcome;
-    tRequest.pfnRequestCB = &OUTCOME_t::OnEnd;
+    tRequest.pfnRequestCB = &OUTCOME_t::OnRequest;
     tRequest.pUserData = &tOutcome;
     const std::string strFile = Path("file");
-    DOWNLOAD_t tDownload;
+    OUTCOME_t tDownload;
     const auto fnStillWhole = [&]
     {
         EXPECT_FALSE(m_ptEngine->CancelDownload(1, true)) << "half listed";
-        EXPECT_FALSE(Exists(strFile + ".bak"));
+        EXPECT_FALSE(std::filesystem::exists(strFile + ".bak"));
         EXPECT_EQ(tOutcome.tEnded.Count() + tDownload.tEnded.Count(), 0);
-        _HTTP_REQ_INFO_t tOther = GetRequest(tServer.Url());
-        EXPECT_TRUE(m_ptEngine->Get(&tOther, true)) << "a lock left held would hang here";
+        EXPECT_TRUE(Get(tServer.Url())) << "a lock left held would hang here";
     };
     FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, false); }, fnStillWhole);
     EXPECT_TRUE(tOutcome.tEnded.Wait());
     tOutcome.tEnded.Open(-1);
     FailEveryAllocation([&]
-                        { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &DOWNLOAD_t::OnEvent, &tDownload); },
+                        { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OUTCOME_t::OnDownload, &tDownload); },
                         fnStillWhole);
     EXPECT_TRUE(tDownload.tEnded.Wait());
     EXPECT_EQ(ReadFile(strFile), "answer");
@@ -135,31 +131,22 @@ TEST_F(CAllocationTest, RequestsAndDownloadsLeaveNothingHalfDone)
                         [&] { std::filesystem::remove(strFile + ".bak"); });
 }
 
-TEST_F(CAllocationTest, BodyThatDoesNotFitFailsAlone)
+TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)
 {
-    const std::string strLarge(1 << 20, 'l');
-    const std::string strSmall = "small";
-    CLoopbackServer tServer(
-        [&](CConnection& tConnection, const REQUEST_t& tRequest)
-        {
-            const std::string& strBody = tRequest.strPath == "/large" ? strLarge : strSmall;
-            tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(strBody.size()) + "\r\n\r\n");
-            tConnection.Send(strBody);
-        });
+    CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t& tRequest)
+                            { tConnection.Answer(std::string(tRequest.strPath == "/large" ? 1200000 : 5, 'l')); });
     m_ptEngine->Create();
-    g_nLargest = 1 << 19;
+    g_nLargest = 1500000; // the body itself, but not the next power of two, to which it would grow
     OUTCOME_t tLarge;
-    _HTTP_REQ_INFO_t tSmall = GetRequest(tServer.Url("/small"));
     EXPECT_TRUE(tLarge.Start(*m_ptEngine, GetRequest(tServer.Url("/large"))));
-    EXPECT_TRUE(m_ptEngine->Get(&tSmall, true));
+    EXPECT_TRUE(Get(tServer.Url("/small")));
     EXPECT_TRUE(tLarge.tEnded.Wait());
     g_nLargest = SIZE_MAX;
     EXPECT_FALSE(tLarge.bResult);
     EXPECT_NE(tLarge.strError.find("writing"), std::string::npos) << tLarge.strError;
-    EXPECT_LT(tLarge.strResponse.size(), 1U << 20);
 }
 
-TEST_F(CAllocationTest, WorkerWithoutMemoryEndsTheProcess)
+TEST_F(CEngineTest, WorkerWithoutMemoryEndsTheProcess)
 {
     EXPECT_EXIT(
         {

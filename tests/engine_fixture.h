@@ -1,60 +1,14 @@
 #pragma once
 
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <mutex>
+#include <thread>
 #include <vector>
 
 #include "loopback_server.h"
+#include "test_helpers.h"
 #include "veltra/veltra.h"
-
-/** An engine and a folder of its own for each test, which must leave no descriptor behind. */
-class CEngineTest : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-        WQCurl::SetTransferDefaults({TestCaFile(), {}});
-        std::string strPattern = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
-        m_strFolder = mkdtemp(strPattern.data());
-        WarmUp();
-        m_nDescriptors = CountDescriptors();
-        m_ptEngine = std::make_unique<CWebConnector>();
-    }
-
-    void TearDown() override
-    {
-        m_ptEngine.reset();
-        EXPECT_EQ(CountDescriptors(), m_nDescriptors);
-        std::filesystem::remove_all(m_strFolder);
-    }
-
-    /** One request, for what libcurl and GLib open at the first and keep. */
-    static void WarmUp()
-    {
-        CWebConnector tEngine;
-        tEngine.Create();
-        _HTTP_REQ_INFO_t tRequest;
-        tRequest.eMethod = HTTP_METHOD_GET;
-        tEngine.Get(&tRequest, true);
-    }
-
-    static std::ptrdiff_t CountDescriptors()
-    {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    }
-
-    std::string Path(const std::string& strName) const { return m_strFolder + "/" + strName; }
-
-    std::unique_ptr<CWebConnector> m_ptEngine;
-
-private:
-    std::string m_strFolder;
-    std::ptrdiff_t m_nDescriptors = 0;
-};
 
 inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
 {
@@ -64,76 +18,100 @@ inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
     return tRequest;
 }
 
-/** What the callback of one asynchronous request was told. */
+/** What the callbacks of one asynchronous request or download were told, and what they do then. */
 struct OUTCOME_t
 {
-    static void OnEnd(bool bResult, std::string& strErrorMsg, std::string& strResponse, void* pUserData)
+    static void OnRequest(bool bResult, std::string& strErrorMsg, std::string& strResponse, void* pUserData)
     {
         auto* ptOutcome = static_cast<OUTCOME_t*>(pUserData);
         ptOutcome->bResult = bResult;
         ptOutcome->strError = strErrorMsg;
         ptOutcome->strResponse = strResponse;
         ptOutcome->tThread = std::this_thread::get_id();
+        ptOutcome->fnOnEvent();
         ptOutcome->tEnded.Open();
+    }
+
+    static void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pUserData)
+    {
+        auto* ptOutcome = static_cast<OUTCOME_t*>(pUserData);
+        ptOutcome->eType = eType;
+        ptOutcome->dSpeed = dSpeed;
+        ptOutcome->fnOnEvent();
+        if (eType == DOWNLOAD_TYPE_PROGRESS)
+        {
+            ptOutcome->vecPercent.push_back(nPercent);
+        }
+        (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
     }
 
     bool Start(CWebConnector& tEngine, _HTTP_REQ_INFO_t tRequest)
     {
-        tRequest.pfnRequestCB = &OnEnd;
+        tRequest.pfnRequestCB = &OnRequest;
         tRequest.pUserData = this;
         return tEngine.Get(&tRequest, false);
     }
 
+    int Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strPath)
+    {
+        nId = tEngine.CreateDownloadId();
+        return tEngine.StartDownload(nId, strUrl, strPath, &OnDownload, this);
+    }
+
+    std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
     bool bResult = false;
     std::string strError;
     std::string strResponse;
     std::thread::id tThread;
-};
 
-/** What the callback of one download was told, and what it does then. */
-struct DOWNLOAD_t
-{
-    static void OnEvent(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pUserData)
-    {
-        auto* ptDownload = static_cast<DOWNLOAD_t*>(pUserData);
-        if (ptDownload->fnOnEvent)
-        {
-            ptDownload->fnOnEvent(nId, eType);
-        }
-        if (eType == DOWNLOAD_TYPE_PROGRESS)
-        {
-            ptDownload->vecPercent.push_back(nPercent);
-            ptDownload->tProgress.Open();
-            return;
-        }
-        ptDownload->eFinal = eType;
-        ptDownload->dSpeed = dSpeed;
-        ptDownload->tEnded.Open();
-    }
-
-    int Start(CWebConnector& tEngine, const std::string& strUrl, const std::string& strPath)
-    {
-        nId = tEngine.CreateDownloadId();
-        return tEngine.StartDownload(nId, strUrl, strPath, &OnEvent, this);
-    }
-
-    int nId = 0;
-    std::function<void(int, DOWNLOAD_TYPE_e)> fnOnEvent;
-    std::vector<int> vecPercent;
     CGate tProgress;
-    CGate tEnded;
-    DOWNLOAD_TYPE_e eFinal{};
+    int nId = 0;
+    std::vector<int> vecPercent;
+    DOWNLOAD_TYPE_e eType{}; /**< the last event's */
     double dSpeed = 0.0;
 };
 
-inline std::string ReadFile(const std::string& strPath)
+/** An engine and a folder of its own for each test, which must leave no descriptor behind. */
+class CEngineTest : public testing::Test
 {
-    std::ifstream tFile(strPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(tFile), {}};
-}
+protected:
+    CEngineTest()
+    {
+        CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
+        WQCurl::SetTransferDefaults({TEST_CERTIFICATES "/ca.pem", {}});
+        EXPECT_NE(mkdtemp(m_strFolder.data()), nullptr);
+        /* One request, for what libcurl and GLib open at the first and keep. */
+        m_ptEngine->Create();
+        Get("");
+        m_ptEngine.reset();
+        m_nDescriptors = CountDescriptors();
+        m_ptEngine = std::make_unique<CWebConnector>();
+    }
 
-inline bool Exists(const std::string& strPath)
-{
-    return std::filesystem::exists(std::filesystem::symlink_status(strPath));
-}
+    ~CEngineTest() override
+    {
+        m_ptEngine.reset();
+        EXPECT_EQ(CountDescriptors(), m_nDescriptors);
+        std::filesystem::remove_all(m_strFolder);
+    }
+
+    static std::ptrdiff_t CountDescriptors()
+    {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    }
+
+    bool Get(const std::string& strUrl)
+    {
+        _HTTP_REQ_INFO_t tRequest = GetRequest(strUrl);
+        return m_ptEngine->Get(&tRequest, true);
+    }
+
+    std::string Path(const std::string& strName) const { return m_strFolder + "/" + strName; }
+
+    std::unique_ptr<CWebConnector> m_ptEngine = std::make_unique<CWebConnector>();
+
+private:
+    std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
+    std::ptrdiff_t m_nDescriptors = 0;
+};

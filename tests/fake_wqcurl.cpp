@@ -1,26 +1,61 @@
 #include "fake_wqcurl.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <vector>
 
+#include "veltra/platform/kvr_debug.h"
+
 std::optional<FAKE_WQCURL_t> g_tFake;
+
+void Note(const std::string& strStep)
+{
+    CKVRDebug::PrintLog(0, "- %s\n", strStep.c_str());
+}
+
+bool FAKE_WQCURL_t::Allows(const std::string& strStep)
+{
+    const std::lock_guard<std::mutex> tGuard(tLock);
+    const auto it = std::find(lstRefused.begin(), lstRefused.end(), "-" + strStep);
+    const bool bAllowed = it == lstRefused.end();
+    lstRefused.erase(it, bAllowed ? it : std::next(it));
+    return bAllowed;
+}
+
+/** In place of the C library's. */
+extern "C" int fsync(int /*nDescriptor*/)
+{
+    Note("fsync");
+    errno = EIO;
+    return g_tFake->Allows("fsync") ? 0 : -1;
+}
 
 namespace WQCurl
 {
 
 struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
 {
-    bool NoteOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
+    /** Options are written down together with the step that follows them, by number. */
+    bool Set(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
     {
         const std::string strNumber = std::to_string(static_cast<int>(eOption));
-        g_tFake->Note(strNumber + "=" + strValue);
-        strLastError = g_tFake->nRefusedOption == static_cast<int>(eOption) ? "no " + strNumber : "";
+        strOptions += strNumber + "=" + strValue + " ";
+        strLastError = g_tFake->Allows(strNumber) ? "" : "no " + strNumber;
         return strLastError.empty();
     }
 
+    void Step(const std::string& strStep)
+    {
+        Note(strOptions + strStep);
+        strOptions.clear();
+    }
+
     WQCurlEasy* ptOwner = nullptr;
+    std::string strOptions;
+    std::string strLastError;
 };
 
 WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>())
@@ -30,23 +65,23 @@ WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>())
 
 WQCurlEasy::~WQCurlEasy()
 {
-    g_tFake->Note("destroy");
+    m_pImpl->Step("destroy");
 }
 
 bool WQCurlEasy::Initialize()
 {
-    g_tFake->Note("Initialize");
-    return g_tFake->bInitialize;
+    m_pImpl->strOptions = "Initialize ";
+    return g_tFake->Allows("Initialize");
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
-    return m_pImpl->NoteOption(eOption, std::to_string(lValue));
+    return m_pImpl->Set(eOption, std::to_string(lValue));
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
 {
-    return m_pImpl->NoteOption(eOption, strValue);
+    return m_pImpl->Set(eOption, strValue);
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue)
@@ -56,19 +91,19 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::stri
     {
         strValue += strItem + "|";
     }
-    return m_pImpl->NoteOption(eOption, strValue);
+    return m_pImpl->Set(eOption, strValue);
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
 {
     m_pImpl->pfnWrite = pfnWrite;
-    return m_pImpl->NoteOption(eOption, "write");
+    return m_pImpl->Set(eOption, "write");
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress)
 {
     m_pImpl->pfnProgress = pfnProgress;
-    return m_pImpl->NoteOption(eOption, "progress");
+    return m_pImpl->Set(eOption, "progress");
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
@@ -76,20 +111,20 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
     (eOption == WRITEDATA      ? m_pImpl->pWriteData
      : eOption == PROGRESSDATA ? m_pImpl->pProgressData
                                : m_pImpl->pPrivate) = pValue;
-    return m_pImpl->NoteOption(eOption, "pointer");
+    return m_pImpl->Set(eOption, "pointer");
 }
 
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
-    g_tFake->Note("setTimeout " + std::to_string(nConnectSeconds) + " " + std::to_string(nTotalSeconds));
+    m_pImpl->Step("setTimeout " + std::to_string(nConnectSeconds) + " " + std::to_string(nTotalSeconds));
 }
 
 bool WQCurlEasy::send()
 {
-    g_tFake->Note("send");
+    m_pImpl->Step("send");
     g_tFake->fnTransfer(*m_pImpl);
-    m_pImpl->strLastError = m_pImpl->strError;
-    return m_pImpl->strError.empty();
+    m_pImpl->strLastError = g_tFake->Allows("transfer") ? "" : "broken";
+    return m_pImpl->strLastError.empty();
 }
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
@@ -100,8 +135,8 @@ bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
 {
-    *ppValue = m_pImpl->pPrivate;
-    return eInfo == PRIVATE_INFO && m_pImpl->bReadable;
+    *ppValue = g_tFake->Allows("private") ? m_pImpl->pPrivate : nullptr;
+    return eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
 }
 
 std::string WQCurlEasy::getLastError()
@@ -111,7 +146,7 @@ std::string WQCurlEasy::getLastError()
 
 void WQCurlEasy::reset()
 {
-    g_tFake->Note("reset");
+    m_pImpl->Step("reset");
 }
 
 struct WQCurlMulti::IMPL_t
@@ -128,18 +163,18 @@ WQCurlMulti::~WQCurlMulti() = default;
 
 bool WQCurlMulti::Initialize()
 {
-    m_pImpl->bReady = g_tFake->nMultiRefusals-- <= 0;
+    m_pImpl->bReady = g_tFake->Allows("multi");
     return m_pImpl->bReady;
 }
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    g_tFake->Note("addHandle");
-    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    if (!g_tFake->bAdd || !m_pImpl->bReady)
+    pEasyHandle->m_pImpl->Step("addHandle");
+    if (!m_pImpl->bReady || !g_tFake->Allows("addHandle"))
     {
         return false;
     }
+    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
     m_pImpl->vecRunning.push_back(pEasyHandle->m_pImpl->ptOwner);
     m_pImpl->tAdded.notify_all();
     return true;
@@ -147,21 +182,22 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 
 bool WQCurlMulti::removeHandle(const WQCurlEasy* /*pEasyHandle*/)
 {
-    g_tFake->Note("removeHandle");
-    return g_tFake->bRemove;
+    Note("removeHandle");
+    return g_tFake->Allows("removeHandle");
 }
 
 bool WQCurlMulti::Perform(int& nRunningHandles)
 {
-    nRunningHandles = g_tFake->nRunning;
-    return g_tFake->bPerform;
+    Note("Perform");
+    nRunningHandles = 3;
+    return g_tFake->Allows("Perform");
 }
 
+/** Only waits that have something to tell are written down: how many there are without is a matter of time. */
 bool WQCurlMulti::fdSelect(int& nRunningHandles)
 {
-    nRunningHandles = g_tFake->nRunning;
-    ++g_tFake->nSelects;
-    if (g_tFake->nSelectFailures-- > 0)
+    nRunningHandles = 3;
+    if (!g_tFake->Allows("fdSelect"))
     {
         return false;
     }
@@ -176,9 +212,13 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     for (WQCurlEasy* ptEasy : vecDriven)
     {
-        FAKE_TRANSFER_t& tTransfer = *ptEasy->m_pImpl;
-        g_tFake->fnTransfer(tTransfer);
-        m_pImpl->dqFinished.push_back({ptEasy, tTransfer.strError.empty(), tTransfer.strError, 0, 0});
+        g_tFake->fnTransfer(*ptEasy->m_pImpl);
+        const bool bResult = g_tFake->Allows("transfer");
+        m_pImpl->dqFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
+    }
+    if (!m_pImpl->dqFinished.empty())
+    {
+        Note("fdSelect, finished " + std::to_string(m_pImpl->dqFinished.size()));
     }
     return true;
 }
