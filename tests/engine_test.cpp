@@ -102,7 +102,7 @@ TEST_F(CEngineTest, FailsWithTheReason)
         {tServer.Url("/moved"), "", "moved"},
         {tServer.Url("/cut"), "transfer closed with 5 bytes remaining to read", "part"},
         {tServer.Url("/nonsense"), "HTTP/0.9", ""},
-        {tServer.Url("/folded"), "XXX", ""},
+        {tServer.Url("/folded"), "Header without colon", ""},
         {"file:///etc/hostname", "Protocol \"file\" not supported", ""},
         {"ftp://127.0.0.1/x", "Protocol \"ftp\" not supported", ""},
         {"dict://127.0.0.1:1/x", "Protocol \"dict\" not supported", ""},
