@@ -218,7 +218,8 @@ std::string RunScenario(const std::vector<START_t>& vecStarts, const std::list<s
             strSeen += strCaller + (strWorker.empty() ? "" : "worker:\n" + strWorker);
             for (const char* pszFile : {"f", "f.bak", "precious", "nothing"})
             {
-                const bool bFile = std::filesystem::is_regular_file(pszFile);
+                struct stat tStat = {}; // the standard library's would not take a date after 2038 on 32-bit systems
+                const bool bFile = stat(pszFile, &tStat) == 0 && S_ISREG(tStat.st_mode);
                 strSeen += bFile ? std::string("file ") + pszFile + ": " + ReadFile(pszFile) + "\n" : "";
             }
         }
