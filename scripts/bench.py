@@ -86,7 +86,7 @@ http {{
 def run(command, env=None):
     """Returns seconds, CPU seconds, peak KiB and failures, as a client prints them or the system counts them."""
     start, before = time.monotonic(), resource.getrusage(resource.RUSAGE_CHILDREN)
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, timeout=120,
                           env={**os.environ, **(env or {})})
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
     if done.returncode != 0:
@@ -265,10 +265,10 @@ def write():
     path = docs + "/performance.md"
     with open(path) as page:
         text = page.read()
-    start, end = "<!-- table -->\n", "\n<!-- end of table -->"
+    start, end = "<!-- table -->\n", "<!-- end of table -->"
     head, tail = text.split(start)[0], text.split(end)[1]
     with open(path, "w") as page:
-        page.write(head + start + table() + end + tail)
+        page.write(head + start + table() + "\n" + end + tail)
 
 
 def main():
