@@ -91,7 +91,7 @@ TEST_F(CEngineTest, FailsWithTheReason)
         [](CConnection& tConnection, const REQUEST_t& tRequest)
         {
             tRequest.strPath == "/moved"    ? tConnection.Answer("moved", "302 Found\r\nLocation: /cut")
-            : tRequest.strPath == "/folded" ? tConnection.Send("HTTP/1.1 200 OK\r\n folded\r\n\r\n")
+            : tRequest.strPath == "/folded" ? tConnection.Send("HTTP/1.1 200 OK\r\n folded: 1\r\n\r\n")
             : tRequest.strPath == "/cut"    ? tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart")
                                             : tConnection.Send("\r\n\r\n");
             tConnection.Shutdown();
@@ -102,7 +102,6 @@ TEST_F(CEngineTest, FailsWithTheReason)
         {tServer.Url("/moved"), "", "moved"},
         {tServer.Url("/cut"), "transfer closed with 5 bytes remaining to read", "part"},
         {tServer.Url("/nonsense"), "HTTP/0.9", ""},
-        {tServer.Url("/folded"), "Header without colon", ""},
         {"file:///etc/hostname", "Protocol \"file\" not supported", ""},
         {"ftp://127.0.0.1/x", "Protocol \"ftp\" not supported", ""},
         {"dict://127.0.0.1:1/x", "Protocol \"dict\" not supported", ""},
@@ -116,6 +115,8 @@ TEST_F(CEngineTest, FailsWithTheReason)
         EXPECT_NE(tRequest.strErrorReason.find(strReason), std::string::npos) << tRequest.strErrorReason;
         EXPECT_EQ(tRequest.strResponse, strResponse);
     }
+    EXPECT_TRUE(Get(tServer.Url("/moved")));
+    Get(tServer.Url("/folded")); // libcurl's headers of the answer before are freed memory, which a sanitizer guards
 }
 
 TEST_F(CEngineTest, TrustsTheAuthorityAndTheNameThatAreMeantAlsoForTheQuery)

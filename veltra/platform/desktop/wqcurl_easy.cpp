@@ -12,6 +12,17 @@ namespace
 {
 
 constexpr long LARGE_BUFFER = 512L * 1024;
+constexpr size_t MOST_IN_A_TURN = 2048 * 1024;
+
+/**
+ * Whether a handle can make more than one transfer. Before 8.1.1 libcurl keeps a pointer to the freed headers of the
+ * last answer, and an answer whose first header line is folded makes it write there.
+ */
+bool CanReuseHandles()
+{
+    static const bool s_bCan = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080101;
+    return s_bCan;
+}
 
 bool BuildList(const std::list<std::string>& lstLines, SLIST_PTR_t& pResult)
 {
@@ -266,15 +277,28 @@ curl_socket_t WQCurlEasy::IMPL_t::OnOpenSocket(void* /*pUnused*/, curlsocktype /
     return socket(ptAddress->family, ptAddress->socktype | SOCK_CLOEXEC, ptAddress->protocol);
 }
 
+/** Where data arrive faster than they are consumed, libcurl would else read a hundred buffers before it returns. */
+void WQCurlEasy::IMPL_t::CountTurn(size_t nBytes)
+{
+    nInTurn += nBytes;
+    if (ptPaused != nullptr && nInTurn >= MOST_IN_A_TURN)
+    {
+        nInTurn = 0;
+        ptPaused->push_back(pEasy.get());
+        curl_easy_pause(pEasy.get(), CURLPAUSE_RECV);
+    }
+}
+
 size_t WQCurlEasy::IMPL_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl)
 {
-    const auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
     if (ptImpl->pfnWrite == nullptr)
     {
         return nSize * nCount;
     }
     try
     {
+        ptImpl->CountTurn(nSize * nCount);
         return ptImpl->pfnWrite(pData, nSize, nCount, ptImpl->pWriteData);
     }
     catch (...) // must not unwind libcurl's frames
@@ -436,9 +460,9 @@ std::string WQCurlEasy::getLastError()
 void WQCurlEasy::reset()
 {
     IMPL_t& tImpl = *m_pImpl;
-    if (tImpl.bBlocking)
+    if (tImpl.bBlocking || !CanReuseHandles())
     {
-        tImpl.pEasy.reset(); // it holds a connection of its own
+        tImpl.pEasy.reset(); // after send() it would keep a connection of its own
     }
     else if (tImpl.bInitialized)
     {
@@ -452,6 +476,8 @@ void WQCurlEasy::reset()
     tImpl.pfnProgress = nullptr;
     tImpl.pProgressData = nullptr;
     tImpl.pPrivate = nullptr;
+    tImpl.ptPaused = nullptr;
+    tImpl.nInTurn = 0;
     tImpl.strLastError.clear();
     tImpl.szError[0] = '\0';
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <curl/curl.h>
+#include <vector>
 
 #include "veltra/platform/wqcurl.h"
 
@@ -46,6 +47,9 @@ struct WQCurlEasy::IMPL_t
     /** Notes the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
     bool Note(CURLcode eCode);
 
+    /** Counts what a transfer got of its turn; after much of it, the others get theirs. */
+    void CountTurn(size_t nBytes);
+
     /** libcurl's own words for a failure, as detailed as it gave them. */
     std::string ErrorText(CURLcode eCode) const;
 
@@ -71,6 +75,8 @@ struct WQCurlEasy::IMPL_t
     bool bQueued = false; /**< added there, but not handed to libcurl yet; guarded by that multi handle's lock */
     /** The socket on which it waits for its peer, if it does; the driving thread's. */
     curl_socket_t nSocket = CURL_SOCKET_BAD;
+    std::vector<CURL*>* ptPaused = nullptr; /**< where its multi handle expects those that have had their turn */
+    size_t nInTurn = 0;                     /**< bytes received in this turn */
     bool bUnread = false; /**< finished there, with its message not read yet; the driving thread's */
 
     std::string strLastError;

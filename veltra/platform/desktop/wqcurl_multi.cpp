@@ -56,6 +56,7 @@ struct WQCurlMulti::IMPL_t
     bool SocketAction(curl_socket_t nSocket, int nEvents);
     bool RunExpired();
     void RunSilent();
+    void ResumePaused();
     void CollectFinished();
     void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
     int BeginWait();
@@ -77,6 +78,7 @@ struct WQCurlMulti::IMPL_t
     bool bWaiting = false;                   /**< the driving thread waits, or is about to; guarded by tAddedLock */
     std::vector<const WQCurlEasy*> vecTaken; /**< swapped with it, so that both keep their memory */
 
+    std::vector<CURL*> vecPaused; /**< have had their turn in this step, and continue in the next */
     std::list<MultiMsg> lstFinished;
     std::optional<Clock::time_point> tTimer;
     std::unordered_set<const WQCurlEasy*> setReporting; /**< registered transfers with a progress function */
@@ -193,6 +195,7 @@ void WQCurlMulti::IMPL_t::TakeAdded()
         {
             setReporting.insert(ptEasy);
         }
+        ptEasy->m_pImpl->ptPaused = &vecPaused;
         CURL* pEasy = ptEasy->m_pImpl->pEasy.get();
         curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
         curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
@@ -237,6 +240,17 @@ void WQCurlMulti::IMPL_t::RunSilent()
         {
             SocketAction(ptEasy->m_pImpl->nSocket, 0);
         }
+    }
+}
+
+/** What libcurl has kept for a transfer comes at once, and may end its next turn as well. */
+void WQCurlMulti::IMPL_t::ResumePaused()
+{
+    std::vector<CURL*> vecResumed;
+    vecResumed.swap(vecPaused);
+    for (CURL* pEasy : vecResumed)
+    {
+        curl_easy_pause(pEasy, CURLPAUSE_CONT);
     }
 }
 
@@ -359,6 +373,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
     const CSigpipeGuard tGuard;
     m_pImpl->TakeAdded();
     const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
+    m_pImpl->ResumePaused();
     m_pImpl->CollectFinished();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
@@ -383,6 +398,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     m_pImpl->TakeAdded();
     bResult = m_pImpl->RunExpired() && bResult;
     m_pImpl->RunSilent();
+    m_pImpl->ResumePaused();
     m_pImpl->CollectFinished();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
