@@ -132,12 +132,6 @@ void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
     Defaults() = std::move(ptDefaults);
 }
 
-void EASY_DELETER_t::operator()(CURL* pEasy) const
-{
-    const CSigpipeGuard tGuard;
-    curl_easy_cleanup(pEasy);
-}
-
 /**
  * A few that are not in use, with their easy handles still set up: that costs less than making them for each transfer,
  * and takes no memory. It lives as long as the process.
@@ -460,9 +454,14 @@ std::string WQCurlEasy::getLastError()
 void WQCurlEasy::reset()
 {
     IMPL_t& tImpl = *m_pImpl;
-    if (tImpl.bBlocking || !CanReuseHandles())
+    if (tImpl.bBlocking)
     {
-        tImpl.pEasy.reset(); // after send() it would keep a connection of its own
+        const CSigpipeGuard tGuard;
+        tImpl.pEasy.reset(); // it holds a connection of its own
+    }
+    else if (!CanReuseHandles())
+    {
+        tImpl.pEasy.reset();
     }
     else if (tImpl.bInitialized)
     {

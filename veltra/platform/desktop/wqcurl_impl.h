@@ -11,7 +11,7 @@ namespace WQCurl
 
 struct EASY_DELETER_t
 {
-    void operator()(CURL* pEasy) const;
+    void operator()(CURL* pEasy) const { curl_easy_cleanup(pEasy); }
 };
 
 struct SLIST_DELETER_t
@@ -77,7 +77,8 @@ struct WQCurlEasy::IMPL_t
     curl_socket_t nSocket = CURL_SOCKET_BAD;
     std::vector<CURL*>* ptPaused = nullptr; /**< where its multi handle expects those that have had their turn */
     size_t nInTurn = 0;                     /**< bytes received in this turn */
-    bool bUnread = false; /**< finished there, with its message not read yet; the driving thread's */
+    bool bEnded = false;                    /**< finished there; the driving thread's */
+    bool bUnread = false;                   /**< finished there, with its message not read yet; the driving thread's */
 
     std::string strLastError;
     char szError[CURL_ERROR_SIZE] = "";

@@ -8,6 +8,7 @@
 #include <thread>
 #include <unistd.h>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "veltra/platform/desktop/sigpipe_guard.h"
@@ -164,6 +165,7 @@ void WQCurlMulti::IMPL_t::Finish(WQCurlEasy* ptEasy, CURLcode eCode)
         tMsg.strErrorMsg = ptEasy->m_pImpl->ErrorText(eCode);
     }
     lstFinished.push_back(std::move(tMsg));
+    ptEasy->m_pImpl->bEnded = true;
     ptEasy->m_pImpl->bUnread = true;
 }
 
@@ -360,7 +362,11 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
                                        { return tMsg.pEasyHandle == pEasyHandle; }));
         tEasy.bUnread = false;
     }
-    const CSigpipeGuard tGuard;
+    std::optional<CSigpipeGuard> tGuard;
+    if (!std::exchange(tEasy.bEnded, false))
+    {
+        tGuard.emplace(); // its connection is closed, which may write to it
+    }
     return curl_multi_remove_handle(m_pImpl->pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
 }
 
