@@ -1,8 +1,8 @@
 #include "veltra/xml/xml_parser.h"
 
+#include <algorithm>
 #include <pugixml.hpp>
 #include <string_view>
-#include <unordered_set>
 
 #define VELTRA_LOG_MODULE "CXmlParser"
 #include "veltra/log.h"
@@ -49,14 +49,15 @@ template <class WANTED, class TAKEN>
 void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo,
                  const WANTED& fnWanted, const TAKEN& fnTaken)
 {
+    auto itNext = mapInfo.end(); // documents tend to be in order: then each record goes right behind the last one
     for (pugi::xml_node tFile = tDocument.child("emplist").child("file"); !tFile.empty();
          tFile = tFile.next_sibling("file"))
     {
         if (fnWanted(tFile))
         {
-            const APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
-            mapInfo.emplace(tInfo.strId, tInfo);
+            APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
             fnTaken(tInfo);
+            itNext = std::next(mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
         }
     }
 }
@@ -94,9 +95,13 @@ bool CXmlParser::ParseAppBinaryServerInfoXml(const std::string& strXml,
     {
         return false;
     }
-    const std::unordered_set<std::string_view> setWanted(vecAppBinaryId.begin(), vecAppBinaryId.end());
-    const auto fnWanted = [&setWanted](const pugi::xml_node& tFile)
-    { return setWanted.count(tFile.attribute("id").value()) != 0; };
+    std::vector<std::string_view> vecWanted(vecAppBinaryId.begin(), vecAppBinaryId.end());
+    std::sort(vecWanted.begin(), vecWanted.end());
+    const auto fnWanted = [&vecWanted](const pugi::xml_node& tFile)
+    {
+        const std::string_view strId(tFile.attribute("id").value());
+        return std::binary_search(vecWanted.begin(), vecWanted.end(), strId);
+    };
     const char* const pszOperation = __func__;
     const auto fnTaken = [pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
     {
