@@ -172,11 +172,20 @@ def stalled(servers):
 
 
 def memory(servers):
-    arguments = [f"http://127.0.0.1:{servers.port}/1k", "4000", "1000", certificates + "/ca.pem"]
-    medians = alternate({"veltra_async": [client("veltra_async")] + arguments,
-                         "curl_epoll": (None, [client("curl_epoll")] + arguments, {"BENCH_FRESH": "1"})})
-    row("memory per transfer, 1,000 in flight", medians["veltra_async"]["kib"] / 1000,
-        medians["curl_epoll"]["kib"] / 1000, "libcurl, fresh handles", "KiB", False, 1.0)
+    """What a transfer adds to the peak: with a thousand at work or silent, less what one at work takes."""
+    url, silent = f"http://127.0.0.1:{servers.port}/1k", f"http://127.0.0.1:{servers.silent_port}/stall"
+    loads = {"one": [url, "1000", "1", certificates + "/ca.pem"],
+             "in flight": [url, "40000", "1000", certificates + "/ca.pem"],
+             "stalled": [url, "1000", "1", certificates + "/ca.pem", "1000", silent]}
+    peak = {load: {name: one["kib"] for name, one in alternate(
+                {name: (None, [client(name)] + arguments, {"BENCH_FRESH": "1"})
+                 for name in ("veltra_async", "curl_poll", "curl_epoll")}).items()}
+            for load, arguments in loads.items()}
+    for load, target in (("in flight", 1.0), ("stalled", None)):
+        each = {name: (peak[load][name] - peak["one"][name]) / 1000 for name in peak[load]}
+        for peer in ("curl_poll", "curl_epoll"):
+            row(f"memory per transfer, 1,000 {load}", each["veltra_async"], each[peer], f"libcurl, {peer[5:]}{FRESH}",
+                "KiB", False, target)
 
 
 def downloads(servers):
@@ -233,7 +242,7 @@ def readers():
         work, _, size = name.partition("/")
         each[name] = float(value) / float(size or 1)
         print(f"{name:58} {each[name]:12.1f} ns each")
-    row("information document, 100,000 entries, per entry", each["ReadInformation/100000"],
+    row("information document in order, 100,000 entries, per entry", each["ReadInformation/100000"],
         each["ReadInformation/1000"], "1,000 entries", "ns", False, 1 / 1.5)
     rows.extend((f"{name}", "", value, None, None, "ns each", None) for name, value in each.items())
 
