@@ -62,11 +62,19 @@ private:
                static_cast<double>(tUsage.ru_utime.tv_usec + tUsage.ru_stime.tv_usec) / 1e6;
     }
 
+    /** Of this program alone: getrusage() counts what the process held before exec() as well. */
     static long PeakKilobytes()
     {
-        rusage tUsage{};
-        getrusage(RUSAGE_SELF, &tUsage);
-        return tUsage.ru_maxrss;
+        std::ifstream tStatus("/proc/self/status");
+        std::string strLine;
+        while (std::getline(tStatus, strLine))
+        {
+            if (strLine.rfind("VmHWM:", 0) == 0)
+            {
+                return atol(strLine.c_str() + 6);
+            }
+        }
+        return 0;
     }
 
     long m_nKilobytes;
