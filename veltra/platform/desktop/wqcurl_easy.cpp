@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr long LARGE_BUFFER = 512L * 1024;
-constexpr size_t MOST_IN_A_TURN = 2048 * 1024;
+constexpr size_t MOST_IN_A_TURN = 2097152;
 
 /**
  * Whether a handle can make more than one transfer. Before 8.1.1 libcurl keeps a pointer to the freed headers of the
