@@ -1,5 +1,6 @@
 #include "veltra/platform/kvr_debug.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -39,19 +40,21 @@ thread_local bool t_bInSink = false;
 
 void AppendFormatted(std::string& strText, const char* format, va_list tArguments)
 {
+    constexpr size_t USUAL_LENGTH = 128; // most texts are formatted once, longer ones again
+    const size_t nOld = strText.size();
+    strText.resize(nOld + USUAL_LENGTH);
     va_list tCopy;
     va_copy(tCopy, tArguments);
-    const int nLength = vsnprintf(nullptr, 0, format, tCopy);
-    va_end(tCopy);
-    if (nLength <= 0)
-    {
-        return;
-    }
-    const size_t nOld = strText.size();
-    strText.resize(nOld + static_cast<size_t>(nLength) + 1);
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer loses track of the caller's va_start
-    static_cast<void>(vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tArguments));
-    strText.pop_back();
+    const int nLength = vsnprintf(&strText[nOld], USUAL_LENGTH, format, tArguments);
+    strText.resize(nOld + static_cast<size_t>(std::clamp(nLength, 0, static_cast<int>(USUAL_LENGTH) - 1)));
+    if (nLength >= static_cast<int>(USUAL_LENGTH))
+    {
+        strText.resize(nOld + static_cast<size_t>(nLength) + 1);
+        static_cast<void>(vsnprintf(&strText[nOld], static_cast<size_t>(nLength) + 1, format, tCopy));
+        strText.pop_back();
+    }
+    va_end(tCopy);
 }
 
 void DeliverRecord(unsigned int level)

@@ -1,5 +1,7 @@
 #include "veltra/platform/desktop/socket_set.h"
 
+#include <cerrno>
+
 bool CSocketSet::Open()
 {
     m_tEpoll.Reset(epoll_create1(EPOLL_CLOEXEC));
@@ -56,7 +58,8 @@ bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
 
 int CSocketSet::Wait(epoll_event* ptEvents, int nMost, int nMilliseconds)
 {
-    return epoll_wait(m_tEpoll.Get(), ptEvents, nMost, nMilliseconds);
+    const int nEvents = epoll_wait(m_tEpoll.Get(), ptEvents, nMost, nMilliseconds);
+    return nEvents < 0 && errno == EINTR ? 0 : nEvents;
 }
 
 bool CSocketSet::IsWanted(int nDescriptor)

@@ -25,7 +25,7 @@ public:
     /** Waits for these EPOLL events of any descriptor from now on; for none with 0. @return false when it cannot */
     bool Want(int nDescriptor, uint32_t nEvents);
 
-    /** As epoll_wait(). */
+    /** As epoll_wait(); interrupted by a signal, it has no events. */
     int Wait(epoll_event* ptEvents, int nMost, int nMilliseconds);
 
     /** Whether anybody waits for the descriptor of an event that Wait() has returned. */

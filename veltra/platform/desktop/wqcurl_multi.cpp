@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <list>
 #include <mutex>
@@ -25,7 +24,7 @@ typedef std::chrono::steady_clock Clock;
 
 constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
 constexpr std::chrono::milliseconds PAUSE_WHEN_UNUSABLE(10);
-constexpr int EVENTS_AT_ONCE = 256;
+constexpr int EVENTS_AT_ONCE = 16; // few: what a transfer has touched is still in the cache when it ends
 
 WQCurlEasy* Owner(CURL* pEasy)
 {
@@ -60,7 +59,8 @@ struct WQCurlMulti::IMPL_t
     void ResumePaused();
     void CollectFinished();
     void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
-    int BeginWait();
+    int IdleTime() const;
+    int Wait(epoll_event* ptEvents, int nMost);
     bool HandleEvent(const epoll_event& tEvent);
 
     static curl_socket_t OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress);
@@ -185,7 +185,6 @@ void WQCurlMulti::IMPL_t::TakeAdded()
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
         vecTaken.swap(vecAdded);
-        bWaiting = false;
         for (const WQCurlEasy* ptEasy : vecTaken)
         {
             ptEasy->m_pImpl->bQueued = false;
@@ -256,25 +255,41 @@ void WQCurlMulti::IMPL_t::ResumePaused()
     }
 }
 
-/** How long to wait, in milliseconds. From here on, whoever adds a handle wakes up this thread. */
-int WQCurlMulti::IMPL_t::BeginWait()
+/** How long there is nothing to do, in milliseconds. */
+int WQCurlMulti::IMPL_t::IdleTime() const
 {
+    if (!lstFinished.empty() || !vecPaused.empty())
     {
-        const std::lock_guard<std::mutex> tGuard(tAddedLock);
-        bWaiting = lstFinished.empty() && vecAdded.empty();
-        if (!bWaiting)
-        {
-            return 0;
-        }
+        return 0;
     }
-    auto tWait = LONGEST_WAIT;
+    auto tIdle = LONGEST_WAIT;
     if (tTimer.has_value())
     {
         /* Rounded up: waking up before the moment would only wait again. */
-        tWait = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(*tTimer - Clock::now()),
+        tIdle = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(*tTimer - Clock::now()),
                            std::chrono::milliseconds(0), LONGEST_WAIT);
     }
-    return static_cast<int>(tWait.count());
+    return static_cast<int>(tIdle.count());
+}
+
+/** Waits for events, as CSocketSet::Wait(). As long as that takes, whoever adds a handle wakes up this thread. */
+int WQCurlMulti::IMPL_t::Wait(epoll_event* ptEvents, int nMost)
+{
+    const int nIdle = IdleTime();
+    bool bWait = nIdle > 0;
+    if (bWait)
+    {
+        const std::lock_guard<std::mutex> tGuard(tAddedLock);
+        bWait = vecAdded.empty();
+        bWaiting = bWait;
+    }
+    const int nEvents = tSockets.Wait(ptEvents, nMost, bWait ? nIdle : 0);
+    if (bWait)
+    {
+        const std::lock_guard<std::mutex> tGuard(tAddedLock);
+        bWaiting = false;
+    }
+    return nEvents;
 }
 
 bool WQCurlMulti::IMPL_t::HandleEvent(const epoll_event& tEvent)
@@ -393,16 +408,17 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
         return false;
     }
     const CSigpipeGuard tGuard;
+    /* What is due comes before the wait: a transfer is started, waited for and ended in one call. */
     m_pImpl->TakeAdded();
+    bool bResult = m_pImpl->RunExpired();
+    m_pImpl->CollectFinished();
     epoll_event arrEvents[EVENTS_AT_ONCE];
-    const int nEvents = m_pImpl->tSockets.Wait(arrEvents, EVENTS_AT_ONCE, m_pImpl->BeginWait());
-    bool bResult = nEvents >= 0 || errno == EINTR;
+    const int nEvents = m_pImpl->Wait(arrEvents, EVENTS_AT_ONCE);
+    bResult = nEvents >= 0 && bResult;
     for (int i = 0; i < nEvents; ++i)
     {
         bResult = m_pImpl->HandleEvent(arrEvents[i]) && bResult;
     }
-    m_pImpl->TakeAdded();
-    bResult = m_pImpl->RunExpired() && bResult;
     m_pImpl->RunSilent();
     m_pImpl->ResumePaused();
     m_pImpl->CollectFinished();
