@@ -40,11 +40,11 @@ inline void LogHeading(unsigned int level, const char* pszModule, const char* ps
 inline void LogErrorBegin(const char* pszModule, const char* pszOperation, int nLine)
 {
     LogHeading(0, pszModule, pszOperation, nLine);
-    CKVRDebug::PrintLog(0, "%s", "\033[1;31;42m ");
+    CKVRDebug::PrintLog(0, "\033[1;31;42m ");
 }
 
 inline void LogErrorEnd()
 {
-    CKVRDebug::PrintLog(0, "%s", "\033[0m ");
+    CKVRDebug::PrintLog(0, "\033[0m ");
     CKVRDebug::PrintLog(0, "\n");
 }

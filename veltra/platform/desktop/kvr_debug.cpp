@@ -40,6 +40,11 @@ thread_local bool t_bInSink = false;
 
 void AppendFormatted(std::string& strText, const char* format, va_list tArguments)
 {
+    if (strchr(format, '%') == nullptr)
+    {
+        strText += format;
+        return;
+    }
     constexpr size_t USUAL_LENGTH = 128; // most texts are formatted once, longer ones again
     const size_t nOld = strText.size();
     strText.resize(nOld + USUAL_LENGTH);
