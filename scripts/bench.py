@@ -152,11 +152,15 @@ def requests(servers):
         for threads in (1, 8):
             count = int(20000 * scale)
             arguments = [url, str(count), str(threads), certificates + "/ca.pem"]
-            medians = alternate({name: [client(name)] + arguments for name in ("veltra_sync", "curl_easy")})
-            rate = {name: count / one["seconds"] for name, one in medians.items()}
+            commands = {name: [client(name)] + arguments for name in ("veltra_sync", "curl_easy")}
+            if threads == 1:
+                commands["handed over"] = (None, commands["curl_easy"], {"BENCH_HAND_OVER": "1"})
+            rate = {name: count / one["seconds"] for name, one in alternate(commands).items()}
             work = f"{scheme} GET of 1 KiB, synchronous, " + ("one after the other" if threads == 1 else "8 threads")
             row(work, rate["veltra_sync"], rate["curl_easy"], "libcurl, reused handle", "requests/s", True,
                 0.90 if threads == 1 and scheme == "http" else None)
+            if threads == 1:
+                row(work, rate["veltra_sync"], rate["handed over"], "libcurl, handed over", "requests/s", True)
 
 
 def stalled(servers):
