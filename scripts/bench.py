@@ -293,6 +293,7 @@ def write():
 
 
 def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))  # and so that the servers are stopped as well
     servers = Servers()
     try:
         for work in (requests, stalled, memory, downloads, first_byte, instructions):
