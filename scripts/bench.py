@@ -242,9 +242,9 @@ def readers():
                            "--benchmark_report_aggregates_only=true"], stdout=subprocess.PIPE,
                           stderr=subprocess.DEVNULL, text=True, check=True)
     each = {}
-    for name, value in re.findall(r'"(\w+(?:/\d+)?)_median",[^,]*,([\d.e+]+)', done.stdout):
+    for name, value in re.findall(r'"(\w+(?:/\w+?)?)_median",[^,]*,([\d.e+]+)', done.stdout):
         work, _, size = name.partition("/")
-        each[name] = float(value) / float(size or 1)
+        each[name] = float(value) / (int(size) if size.isdigit() else 1)
         print(f"{name:58} {each[name]:12.1f} ns each")
     row("information document in order, 100,000 entries, per entry", each["ReadInformation/100000"],
         each["ReadInformation/1000"], "1,000 entries", "ns", False, 1 / 1.5)
@@ -293,7 +293,7 @@ def write():
 
 
 def main():
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))  # and so that the servers are stopped as well
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))  # by way of what stops the servers
     servers = Servers()
     try:
         for work in (requests, stalled, memory, downloads, first_byte, instructions):
