@@ -104,7 +104,7 @@ public:
      * @param strUrl http or https
      * @param strFilePath the target's path
      * @param nTimeoutA the longest that the whole transfer may take, in seconds; 0 sets no limit
-     * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves libcurl's own, 300
+     * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves the usual 30
      * @return true when the transfer succeeded, whatever the HTTP status, and all data is in storage; a rename that
      * fails is only logged (level 4) and leaves the ".bak" file
      */

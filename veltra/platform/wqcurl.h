@@ -46,8 +46,9 @@ enum WQCURL_INFO_TYPE
 typedef size_t (*WRITE_FUNCTION_t)(char* pData, size_t nSize, size_t nCount, void* pUser);
 
 /**
- * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception stops it. Called
- * about once a second at least, also while nothing arrives.
+ * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception ends it as failed.
+ * A registered transfer is asked about once a second at least, in whatever state it is: queued, looking up a name,
+ * connecting, in a TLS handshake, or without data.
  */
 typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
@@ -55,8 +56,9 @@ typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, doub
  * One transfer. It belongs to one thread at a time: to its creator until it is handed to WQCurlMulti::addHandle(), then
  * to the thread that drives the multi handle until removeHandle(). Not copyable.
  *
- * Every transfer is limited to http and https, verifies certificates and host names, follows no redirect, prints
- * nothing and raises no signal.
+ * Every transfer speaks HTTP/1.1 over http or https, verifies certificates and host names, follows no redirect, prints
+ * nothing and raises no signal. It fails when connecting (name look-up, TCP and TLS together) takes more than 30 seconds,
+ * when its peer acknowledges nothing of what was sent for 15, and when the answer breaks off in its header lines.
  */
 class VELTRA_API WQCurlEasy
 {
@@ -91,8 +93,8 @@ public:
     /** @} */
 
     /**
-     * Limits the time to connect and the whole transfer, in seconds. 0 and less leave libcurl's own limits: 300 seconds
-     * to connect, none for the whole.
+     * Limits the time to connect and the whole transfer, in seconds. 0 and less leave the usual limits: 30 seconds to
+     * connect, none for the whole.
      */
     void setTimeout(int nConnectSeconds, int nTotalSeconds);
 
@@ -129,8 +131,8 @@ public:
     {
         WQCurlEasy* pEasyHandle = nullptr; /**< the finished transfer; null when none is pending */
         bool bResult = false;              /**< true when it completed without an error */
-        std::string strErrorMsg;           /**< libcurl's error text; empty on success */
-        int nResultCode = 0;               /**< libcurl's result code */
+        std::string strErrorMsg;           /**< libcurl's error text, or the wrapper's own; empty on success */
+        int nResultCode = 0;               /**< libcurl's result code; 18 for broken header lines */
         int nSystemError = 0;              /**< errno of a failed connect, 0 otherwise */
     };
 

@@ -77,7 +77,7 @@ bool CSocketSet::IsWanted(int nDescriptor)
 CSocketSet::SOCKET_t* CSocketSet::Find(int nDescriptor)
 {
     const auto nIndex = static_cast<size_t>(nDescriptor);
-    return nIndex < m_vecSockets.size() && m_vecSockets[nIndex].bTold ? &m_vecSockets[nIndex] : nullptr;
+    return nIndex < m_vecSockets.size() && m_vecSockets[nIndex].bTracked ? &m_vecSockets[nIndex] : nullptr;
 }
 
 bool CSocketSet::Register(int nFirst, int nDescriptor, uint32_t nEvents)

@@ -34,7 +34,7 @@ public:
 private:
     struct SOCKET_t
     {
-        bool bTold = false;       /**< open, and its closing will be told */
+        bool bTracked = false;    /**< open, and its closing will be told */
         uint32_t nRegistered = 0; /**< the events that the kernel reports */
         uint32_t nWanted = 0;
     };

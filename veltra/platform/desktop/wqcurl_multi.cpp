@@ -23,15 +23,9 @@ namespace
 typedef std::chrono::steady_clock Clock;
 
 constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
+constexpr std::chrono::milliseconds ASKING_INTERVAL(1000);
 constexpr std::chrono::milliseconds PAUSE_WHEN_UNUSABLE(10);
 constexpr int EVENTS_AT_ONCE = 16; // few: what a transfer has touched is still in the cache when it ends
-
-WQCurlEasy* Owner(CURL* pEasy)
-{
-    char* pOwner = nullptr;
-    curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pOwner);
-    return reinterpret_cast<WQCurlEasy*>(pOwner);
-}
 
 struct MULTI_DELETER_t
 {
@@ -51,14 +45,18 @@ struct MULTI_DELETER_t
  */
 struct WQCurlMulti::IMPL_t
 {
+    typedef WQCurlEasy::IMPL_t EASY_t;
+
     bool Open();
     void TakeAdded();
+    void Start(EASY_t& tEasy);
     bool SocketAction(curl_socket_t nSocket, int nEvents);
     bool RunExpired();
-    void RunSilent();
-    void ResumePaused();
     void CollectFinished();
-    void Finish(WQCurlEasy* ptEasy, CURLcode eCode);
+    void AskProgress();
+    void ResumePaused();
+    void Finish(EASY_t& tEasy, CURLcode eCode);
+    bool Release(EASY_t& tEasy);
     int IdleTime() const;
     int Wait(epoll_event* ptEvents, int nMost);
     bool HandleEvent(const epoll_event& tEvent);
@@ -75,16 +73,16 @@ struct WQCurlMulti::IMPL_t
     std::atomic<bool> bReady{false};
 
     std::mutex tAddedLock;
-    std::vector<const WQCurlEasy*> vecAdded;
-    bool bWaiting = false;                   /**< the driving thread waits, or is about to; guarded by tAddedLock */
-    std::vector<const WQCurlEasy*> vecTaken; /**< swapped with it, so that both keep their memory */
+    std::vector<EASY_t*> vecAdded;
+    bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
+    std::vector<EASY_t*> vecTaken; /**< swapped with it, so that both keep their memory */
 
-    std::vector<CURL*> vecPaused; /**< have had their turn in this step, and continue in the next */
+    std::vector<EASY_t*> vecPaused; /**< have had their turn in this step, and continue in the next */
     std::list<MultiMsg> lstFinished;
     std::optional<Clock::time_point> tTimer;
-    std::unordered_set<const WQCurlEasy*> setReporting; /**< registered transfers with a progress function */
-    Clock::time_point tNextTurn;                        /**< when those get a turn again */
-    int nRunning = 0;
+    std::unordered_set<EASY_t*> setReporting; /**< running transfers whose progress functions are to be asked */
+    Clock::time_point tNextAsking;            /**< when they are asked again */
+    int nRunning = 0;                         /**< transfers that are libcurl's */
 };
 
 bool WQCurlMulti::IMPL_t::Open()
@@ -123,16 +121,11 @@ int WQCurlMulti::IMPL_t::OnCloseSocket(void* pImpl, curl_socket_t nSocket)
     return close(nSocket);
 }
 
-int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* /*pUnused*/)
+int WQCurlMulti::IMPL_t::OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nWhat, void* pImpl, void* /*pUnused*/)
 {
     const uint32_t nEvents =
         ((nWhat & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((nWhat & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
     static_cast<IMPL_t*>(pImpl)->tSockets.Want(nSocket, nEvents);
-    WQCurlEasy* ptOwner = Owner(pEasy); // libcurl has handles of its own
-    if (ptOwner != nullptr && (nEvents != 0 || ptOwner->m_pImpl->nSocket == nSocket))
-    {
-        ptOwner->m_pImpl->nSocket = nEvents != 0 ? nSocket : CURL_SOCKET_BAD;
-    }
     return 0;
 }
 
@@ -151,22 +144,33 @@ int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pI
     return 0;
 }
 
-void WQCurlMulti::IMPL_t::Finish(WQCurlEasy* ptEasy, CURLcode eCode)
+/** Takes a transfer from libcurl that has ended, or is to end now, and keeps its message for InfoRead(). */
+void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 {
+    const CURLcode eVerdict = tEasy.Verdict(eCode);
     MultiMsg tMsg;
-    tMsg.pEasyHandle = ptEasy;
-    tMsg.bResult = eCode == CURLE_OK;
-    tMsg.nResultCode = eCode;
+    tMsg.pEasyHandle = tEasy.ptOwner;
+    tMsg.bResult = eVerdict == CURLE_OK;
+    tMsg.nResultCode = eVerdict;
     if (!tMsg.bResult)
     {
         long lSystemError = 0;
-        curl_easy_getinfo(ptEasy->m_pImpl->pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
+        curl_easy_getinfo(tEasy.pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
         tMsg.nSystemError = static_cast<int>(lSystemError);
-        tMsg.strErrorMsg = ptEasy->m_pImpl->ErrorText(eCode);
+        tMsg.strErrorMsg = tEasy.ErrorText(eVerdict);
     }
+    Release(tEasy);
     lstFinished.push_back(std::move(tMsg));
-    ptEasy->m_pImpl->bEnded = true;
-    ptEasy->m_pImpl->bUnread = true;
+    tEasy.eStage = EASY_t::STAGE_FINISHED;
+}
+
+/** Takes a transfer from libcurl, finished or not; the guard against SIGPIPE is the caller's. */
+bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
+{
+    --nRunning;
+    setReporting.erase(&tEasy);
+    vecPaused.erase(std::remove(vecPaused.begin(), vecPaused.end(), &tEasy), vecPaused.end());
+    return curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
 }
 
 void WQCurlMulti::IMPL_t::CollectFinished()
@@ -174,44 +178,56 @@ void WQCurlMulti::IMPL_t::CollectFinished()
     int nLeft = 0;
     while (const CURLMsg* ptMsg = curl_multi_info_read(pMulti.get(), &nLeft))
     {
-        Finish(Owner(ptMsg->easy_handle), ptMsg->data.result);
+        const CURLcode eCode = ptMsg->data.result; // the message does not outlive its transfer's removal
+        char* pEasy = nullptr;
+        curl_easy_getinfo(ptMsg->easy_handle, CURLINFO_PRIVATE, &pEasy);
+        Finish(*reinterpret_cast<EASY_t*>(pEasy), eCode);
     }
 }
 
-/** Hands the handles that other threads have added to libcurl. One that it refuses has ended as failed. */
+/** Starts what other threads have added. */
 void WQCurlMulti::IMPL_t::TakeAdded()
 {
     vecTaken.clear();
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
         vecTaken.swap(vecAdded);
-        for (const WQCurlEasy* ptEasy : vecTaken)
+        for (EASY_t* ptEasy : vecTaken)
         {
-            ptEasy->m_pImpl->bQueued = false;
+            ptEasy->eStage = EASY_t::STAGE_RUNNING;
         }
     }
-    for (const WQCurlEasy* ptEasy : vecTaken)
+    for (EASY_t* ptEasy : vecTaken)
     {
-        if (ptEasy->m_pImpl->pfnProgress != nullptr)
-        {
-            setReporting.insert(ptEasy);
-        }
-        ptEasy->m_pImpl->ptPaused = &vecPaused;
-        CURL* pEasy = ptEasy->m_pImpl->pEasy.get();
-        curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
-        curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
-        curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
-        curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETDATA, this);
-        if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
-        {
-            Finish(Owner(pEasy), CURLE_FAILED_INIT);
-        }
+        Start(*ptEasy);
+    }
+}
+
+/** Hands a transfer to libcurl. One that it refuses has ended as failed. */
+void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
+{
+    ++nRunning;
+    if (tEasy.bReporting && tEasy.pfnProgress != nullptr)
+    {
+        setReporting.insert(&tEasy);
+    }
+    tEasy.Begin();
+    tEasy.pvecPaused = &vecPaused;
+    CURL* pEasy = tEasy.pEasy.get();
+    curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
+    curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
+    curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETDATA, this);
+    if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
+    {
+        Finish(tEasy, CURLE_FAILED_INIT);
     }
 }
 
 bool WQCurlMulti::IMPL_t::SocketAction(curl_socket_t nSocket, int nEvents)
 {
-    return curl_multi_socket_action(pMulti.get(), nSocket, nEvents, &nRunning) == CURLM_OK;
+    int nUnused = 0;
+    return curl_multi_socket_action(pMulti.get(), nSocket, nEvents, &nUnused) == CURLM_OK;
 }
 
 bool WQCurlMulti::IMPL_t::RunExpired()
@@ -225,33 +241,46 @@ bool WQCurlMulti::IMPL_t::RunExpired()
 }
 
 /**
- * Gives each transfer that has a progress function a turn once a second. libcurl asks for none as long as the peer owes
- * the answer to a connect or a TLS handshake, and the progress function is what cancels.
+ * Asks each transfer that has a progress function once a second whether it is to go on, and ends it if not. libcurl
+ * asks as well while data flow, but not in every state: during a TLS handshake or in a queue it may never do so.
  */
-void WQCurlMulti::IMPL_t::RunSilent()
+void WQCurlMulti::IMPL_t::AskProgress()
 {
-    if (Clock::now() < tNextTurn)
+    if (setReporting.empty() || Clock::now() < tNextAsking)
     {
         return;
     }
-    tNextTurn = Clock::now() + LONGEST_WAIT;
-    for (const WQCurlEasy* ptEasy : setReporting)
+    tNextAsking = Clock::now() + ASKING_INTERVAL;
+    std::vector<EASY_t*> vecStopped;
+    for (EASY_t* ptEasy : setReporting)
     {
-        if (ptEasy->m_pImpl->nSocket != CURL_SOCKET_BAD)
+        if (ptEasy->AskProgress() != 0)
         {
-            SocketAction(ptEasy->m_pImpl->nSocket, 0);
+            vecStopped.push_back(ptEasy);
         }
+    }
+    for (EASY_t* ptEasy : vecStopped)
+    {
+        ptEasy->szError[0] = '\0'; // of an address that did not answer, say
+        Finish(*ptEasy, CURLE_ABORTED_BY_CALLBACK);
     }
 }
 
-/** What libcurl has kept for a transfer comes at once, and may end its next turn as well. */
+/**
+ * Goes on with the transfers that have had their turn. What libcurl has kept for one comes inside this call: it may end
+ * the next turn as well, and its write may fail, of which libcurl keeps nothing.
+ */
 void WQCurlMulti::IMPL_t::ResumePaused()
 {
-    std::vector<CURL*> vecResumed;
+    std::vector<EASY_t*> vecResumed;
     vecResumed.swap(vecPaused);
-    for (CURL* pEasy : vecResumed)
+    for (EASY_t* ptEasy : vecResumed)
     {
-        curl_easy_pause(pEasy, CURLPAUSE_CONT);
+        const CURLcode eResult = curl_easy_pause(ptEasy->pEasy.get(), CURLPAUSE_CONT);
+        if (eResult != CURLE_OK)
+        {
+            Finish(*ptEasy, eResult);
+        }
     }
 }
 
@@ -262,14 +291,19 @@ int WQCurlMulti::IMPL_t::IdleTime() const
     {
         return 0;
     }
-    auto tIdle = LONGEST_WAIT;
+    const Clock::time_point tNow = Clock::now();
+    Clock::time_point tDue = tNow + LONGEST_WAIT;
     if (tTimer.has_value())
     {
-        /* Rounded up: waking up before the moment would only wait again. */
-        tIdle = std::clamp(std::chrono::ceil<std::chrono::milliseconds>(*tTimer - Clock::now()),
-                           std::chrono::milliseconds(0), LONGEST_WAIT);
+        tDue = std::min(tDue, *tTimer);
     }
-    return static_cast<int>(tIdle.count());
+    if (!setReporting.empty())
+    {
+        tDue = std::min(tDue, tNextAsking);
+    }
+    /* Rounded up: waking up before the moment would only wait again. */
+    const auto tIdle = std::chrono::ceil<std::chrono::milliseconds>(tDue - tNow);
+    return std::max(static_cast<int>(tIdle.count()), 0);
 }
 
 /** Waits for events, as CSocketSet::Wait(). As long as that takes, whoever adds a handle wakes up this thread. */
@@ -329,17 +363,18 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
     {
         return false;
     }
+    IMPL_t::EASY_t& tEasy = *pEasyHandle->m_pImpl;
     bool bWakeUp = false;
     {
         const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
-        m_pImpl->vecAdded.push_back(pEasyHandle);
+        m_pImpl->vecAdded.push_back(&tEasy);
         const WQCurlMulti* ptNone = nullptr;
-        if (!pEasyHandle->m_pImpl->pMulti.compare_exchange_strong(ptNone, this))
+        if (!tEasy.pMulti.compare_exchange_strong(ptNone, this))
         {
             m_pImpl->vecAdded.pop_back();
             return false;
         }
-        pEasyHandle->m_pImpl->bQueued = true;
+        tEasy.eStage = IMPL_t::EASY_t::STAGE_QUEUED;
         bWakeUp = std::exchange(m_pImpl->bWaiting, false);
     }
     /* From here on the transfer may run, finish and be freed at any moment. */
@@ -356,33 +391,28 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     {
         return false;
     }
-    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
-    tEasy.pMulti = nullptr;
-    m_pImpl->setReporting.erase(pEasyHandle);
+    IMPL_t::EASY_t& tEasy = *pEasyHandle->m_pImpl;
+    IMPL_t::EASY_t::STAGE_e eStage{};
     {
         const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
-        if (tEasy.bQueued)
+        tEasy.pMulti = nullptr;
+        eStage = std::exchange(tEasy.eStage, IMPL_t::EASY_t::STAGE_APART);
+        if (eStage == IMPL_t::EASY_t::STAGE_QUEUED)
         {
             auto& vecAdded = m_pImpl->vecAdded;
-            vecAdded.erase(std::find(vecAdded.begin(), vecAdded.end(), pEasyHandle));
-            tEasy.bQueued = false;
-            return true;
+            vecAdded.erase(std::find(vecAdded.begin(), vecAdded.end(), &tEasy));
         }
     }
-    if (tEasy.bUnread)
+    if (eStage == IMPL_t::EASY_t::STAGE_FINISHED)
     {
-        auto& lstFinished = m_pImpl->lstFinished;
-        lstFinished.erase(std::find_if(lstFinished.begin(), lstFinished.end(),
-                                       [pEasyHandle](const MultiMsg& tMsg)
-                                       { return tMsg.pEasyHandle == pEasyHandle; }));
-        tEasy.bUnread = false;
+        m_pImpl->lstFinished.remove_if([pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
     }
-    std::optional<CSigpipeGuard> tGuard;
-    if (!std::exchange(tEasy.bEnded, false))
+    if (eStage == IMPL_t::EASY_t::STAGE_RUNNING)
     {
-        tGuard.emplace(); // its connection is closed, which may write to it
+        const CSigpipeGuard tGuard; // its connection is closed, which may write to it
+        return m_pImpl->Release(tEasy);
     }
-    return curl_multi_remove_handle(m_pImpl->pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
+    return true;
 }
 
 bool WQCurlMulti::Perform(int& nRunningHandles)
@@ -394,8 +424,9 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
     const CSigpipeGuard tGuard;
     m_pImpl->TakeAdded();
     const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
-    m_pImpl->ResumePaused();
     m_pImpl->CollectFinished();
+    m_pImpl->AskProgress();
+    m_pImpl->ResumePaused();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
 }
@@ -414,14 +445,18 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     m_pImpl->CollectFinished();
     epoll_event arrEvents[EVENTS_AT_ONCE];
     const int nEvents = m_pImpl->Wait(arrEvents, EVENTS_AT_ONCE);
-    bResult = nEvents >= 0 && bResult;
+    if (nEvents < 0)
+    {
+        std::this_thread::sleep_for(PAUSE_WHEN_UNUSABLE);
+        bResult = false;
+    }
     for (int i = 0; i < nEvents; ++i)
     {
         bResult = m_pImpl->HandleEvent(arrEvents[i]) && bResult;
     }
-    m_pImpl->RunSilent();
-    m_pImpl->ResumePaused();
     m_pImpl->CollectFinished();
+    m_pImpl->AskProgress();
+    m_pImpl->ResumePaused();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
 }
@@ -433,7 +468,7 @@ WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
     {
         tMsg = std::move(m_pImpl->lstFinished.front());
         m_pImpl->lstFinished.pop_front();
-        tMsg.pEasyHandle->m_pImpl->bUnread = false;
+        tMsg.pEasyHandle->m_pImpl->eStage = IMPL_t::EASY_t::STAGE_REPORTED;
     }
     return tMsg;
 }
