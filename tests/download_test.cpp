@@ -1,7 +1,5 @@
 /* Downloads, on the worker and on the caller's thread, their cancellation and what can go wrong on disk. */
 
-#include <dlfcn.h>
-#include <netdb.h>
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -52,24 +50,7 @@ void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
     }
 }
 
-CGate g_tNameServer;
-
 } // namespace
-
-/** Comes before the system's, also for libcurl. The name server of one name is silent until its gate is opened. */
-extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* pszName, const char* pszService,
-                                                                  const addrinfo* ptHints, addrinfo** pptResult)
-{
-    static const auto s_pfnSystem = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
-    if (pszName != nullptr && std::string(pszName) == "silent.invalid")
-    {
-        while (!g_tNameServer.Wait())
-        {
-        }
-        return EAI_AGAIN;
-    }
-    return s_pfnSystem(pszName, pszService, ptHints, pptResult);
-}
 
 class CDownloadTest : public CEngineTest
 {
@@ -189,28 +170,6 @@ TEST_F(CDownloadTest, CancelsFromAnyThreadAndFromCallbacks)
     tOwn.fnOnEvent = [&] { EXPECT_TRUE(m_ptEngine->CancelDownload(tOwn.nId, true)); };
     EXPECT_EQ(Download(tOwn, ENDLESS, "own"), DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tOwn.vecPercent.size(), 1U);
-
-    /* A plain server takes the TLS greeting for a request that never ends, and keeps silent. */
-    OUTCOME_t tHandshake;
-    ASSERT_EQ(tHandshake.Download(*m_ptEngine, "https" + m_tServer.Url("/").substr(4), Path("handshake")), 1);
-    EXPECT_TRUE(tHandshake.tProgress.Wait());
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // the greeting is sent; earlier would be easier
-    EXPECT_TRUE(m_ptEngine->CancelDownload(tHandshake.nId, true));
-    ASSERT_TRUE(tHandshake.tEnded.Wait()) << "libcurl asks for no turn during a handshake";
-    EXPECT_EQ(tHandshake.eType, DOWNLOAD_TYPE_CANCEL);
-
-    OUTCOME_t tLookUp;
-    ASSERT_EQ(tLookUp.Download(*m_ptEngine, "http://silent.invalid/", Path("look-up")), 1);
-    EXPECT_TRUE(tLookUp.tProgress.Wait());
-    EXPECT_TRUE(m_ptEngine->CancelDownload(tLookUp.nId, true));
-    ASSERT_TRUE(tLookUp.tEnded.Wait()) << "libcurl waits for its look-up's thread";
-    EXPECT_EQ(tLookUp.eType, DOWNLOAD_TYPE_CANCEL);
-    const std::ptrdiff_t nDescriptors = CountDescriptors();
-    g_tNameServer.Open();
-    for (int i = 0; i < 1000 && CountDescriptors() == nDescriptors; ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // that thread closes its sockets when it ends
-    }
 
     /* Behind a request, and before a download of the same number. */
     OUTCOME_t tRequest;

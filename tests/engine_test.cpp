@@ -176,46 +176,6 @@ TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
     m_ptEngine->Destroy();
 }
 
-TEST_F(CEngineTest, MultiHandleRefusesForgetsAndDoesNotSpin)
-{
-    CLoopbackServer tServer(
-        [](CConnection& tConnection, const REQUEST_t&)
-        {
-            tConnection.Answer("answer");
-            tConnection.Shutdown();
-        });
-    WQCurl::WQCurlMulti tMulti;
-    WQCurl::WQCurlEasy tPaused;
-    WQCurl::WQCurlEasy tOther;
-    EXPECT_FALSE(tMulti.addHandle(&tPaused));
-    ASSERT_TRUE(tMulti.Initialize() && tPaused.Initialize());
-    EXPECT_TRUE(tPaused.setOption(WQCurl::URL, tServer.Url()));
-    EXPECT_TRUE(tPaused.setOption(
-        WQCurl::WRITEFUNCTION, [](char*, size_t, size_t, void*) -> size_t { return 0x10000001; })); // libcurl's pause
-    EXPECT_FALSE(tMulti.addHandle(nullptr) || tMulti.addHandle(&tOther) || tMulti.removeHandle(&tPaused));
-    EXPECT_TRUE(tMulti.addHandle(&tPaused));
-    EXPECT_FALSE(tMulti.addHandle(&tPaused));
-    EXPECT_TRUE(tMulti.removeHandle(&tPaused) && tMulti.addHandle(&tPaused)); // before libcurl has seen it
-    EXPECT_TRUE(tOther.Initialize() && tOther.setOption(WQCurl::URL, tServer.Url()) && tMulti.addHandle(&tOther));
-    EXPECT_TRUE(tOther.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe)); // which reaches nobody
-    int nRunning = 0;
-    int nWaits = 0;
-    for (const auto tEnd = steady_clock::now() + seconds(3); steady_clock::now() < tEnd; ++nWaits)
-    {
-        EXPECT_TRUE(tMulti.fdSelect(nRunning));
-        const WQCurl::WQCurlEasy* ptFinished = tMulti.InfoRead().pEasyHandle; // its connection is kept, and closed
-        EXPECT_TRUE(ptFinished == nullptr || (ptFinished == &tOther && tMulti.removeHandle(&tOther)));
-    }
-    EXPECT_EQ(nRunning, 1);
-    EXPECT_LE(nWaits, 20);
-    EXPECT_TRUE(tMulti.removeHandle(&tPaused));
-
-    EXPECT_TRUE(tOther.Initialize() && tOther.setOption(WQCurl::URL, "file:///"));
-    EXPECT_TRUE(tMulti.addHandle(&tOther) && tMulti.Perform(nRunning));
-    EXPECT_TRUE(tMulti.removeHandle(&tOther)); // finished, with its message unread
-    EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr);
-}
-
 TEST_F(CEngineTest, AnswersEveryRequestOfManyThreads)
 {
     CLoopbackServer tServer(&Serve);

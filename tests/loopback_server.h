@@ -153,6 +153,7 @@ public:
         if (bTls)
         {
             SSL_CTX_set_quiet_shutdown(m_pTlsContext, 1); // sends nothing, and so raises nothing, on the freeing thread
+            SSL_CTX_set_alpn_select_cb(m_pTlsContext, &PreferHttp2, nullptr);
             SSL_CTX_use_certificate_chain_file(m_pTlsContext, TEST_CERTIFICATES "/server.pem");
             SSL_CTX_use_PrivateKey_file(m_pTlsContext, TEST_CERTIFICATES "/server.key", SSL_FILETYPE_PEM);
         }
@@ -183,6 +184,17 @@ public:
     }
 
 private:
+    /** As most servers do; this one does not speak it, so that a client which offers it fails. */
+    static int PreferHttp2(SSL* /*pTls*/, const unsigned char** ppChosen, unsigned char* pnLength,
+                           const unsigned char* pOffered, unsigned int nOffered, void* /*pUnused*/)
+    {
+        static const unsigned char s_arrHttp2[] = {2, 'h', '2'};
+        return SSL_select_next_proto(const_cast<unsigned char**>(ppChosen), pnLength, s_arrHttp2, sizeof s_arrHttp2,
+                                     pOffered, nOffered) == OPENSSL_NPN_NEGOTIATED
+                   ? SSL_TLSEXT_ERR_OK
+                   : SSL_TLSEXT_ERR_NOACK;
+    }
+
     void Accept()
     {
         /* The application under test must see only the signals that the library raises. */
