@@ -252,7 +252,7 @@ void AddDownloadCommand(CLI::App& tApp, OPTIONS_t& tOptions)
         ->needs(pSync);
     pDownload
         ->add_option("--connect-timeout", tDownload.nConnectTimeoutSeconds,
-                     "With --sync: to connect, 0: libcurl's own limit")
+                     "With --sync: to connect, at most")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->needs(pSync);
