@@ -250,9 +250,7 @@ void AddDownloadCommand(CLI::App& tApp, OPTIONS_t& tOptions)
     pDownload->add_option("--timeout", tDownload.nTimeoutSeconds, "With --sync: for each file, 0: none")
         ->type_name("SECONDS")
         ->needs(pSync);
-    pDownload
-        ->add_option("--connect-timeout", tDownload.nConnectTimeoutSeconds,
-                     "With --sync: to connect, at most")
+    pDownload->add_option("--connect-timeout", tDownload.nConnectTimeoutSeconds, "With --sync: to connect, at most")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->needs(pSync);

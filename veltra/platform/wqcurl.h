@@ -46,9 +46,9 @@ enum WQCURL_INFO_TYPE
 typedef size_t (*WRITE_FUNCTION_t)(char* pData, size_t nSize, size_t nCount, void* pUser);
 
 /**
- * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception ends it as failed.
- * A registered transfer is asked about once a second at least, in whatever state it is: queued, looking up a name,
- * connecting, in a TLS handshake, or without data.
+ * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception ends it as
+ * failed. A registered transfer is asked about once a second at least, in whatever state it is: queued, looking up a
+ * name, connecting, in a TLS handshake, or without data.
  */
 typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
@@ -57,8 +57,9 @@ typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, doub
  * to the thread that drives the multi handle until removeHandle(). Not copyable.
  *
  * Every transfer speaks HTTP/1.1 over http or https, verifies certificates and host names, follows no redirect, prints
- * nothing and raises no signal. It fails when connecting (name look-up, TCP and TLS together) takes more than 30 seconds,
- * when its peer acknowledges nothing of what was sent for 15, and when the answer breaks off in its header lines.
+ * nothing and raises no signal. It fails when connecting (name look-up, TCP and TLS together) takes more than 30
+ * seconds, when its peer acknowledges nothing of what was sent for 15, and when the answer breaks off in its header
+ * lines.
  */
 class VELTRA_API WQCurlEasy
 {
