@@ -175,15 +175,99 @@ private:
     std::unique_ptr<IMPL_t> m_pImpl;
 };
 
-/** Process-wide settings of the desktop platform's transfers. */
+/**
+ * @name Desktop platform only
+ * What a device's maker or an application may want besides; a maker's wrapper need not offer it. Any thread may call.
+ * @{
+ */
+
+/** Which of a host's addresses are used. */
+enum IP_FAMILY_e
+{
+    IP_FAMILY_ANY = 0, /**< all, the faster family first */
+    IP_FAMILY_4 = 4,   /**< IPv4 only */
+    IP_FAMILY_6 = 6    /**< IPv6 only */
+};
+
+/**
+ * Process-wide settings of transfers. As constructed, they change nothing. A transfer takes what is set when it is
+ * initialised, in Get(), Post(), StartDownload() or SyncDownloadFile(), and keeps that.
+ */
 struct TRANSFER_DEFAULTS_t
 {
     /** Path of the CA bundle in PEM, which is trusted alone; empty: the system's. May be kept in memory for a day. */
     std::string strCaFile;
-    std::list<std::string> lstConnectTo; /**< "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO */
+    /** "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO. */
+    std::list<std::string> lstConnectTo;
+    /** "[SCHEME://][USER:PASSWORD@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
+     */
+    std::string strProxy;
+    /** Path of the client's certificate in PEM, or a PKCS#11 URI where libcurl's TLS library takes one; empty: none. */
+    std::string strClientCertificate;
+    /** The same for its key; empty: the key is in the certificate's file. Without a password. */
+    std::string strClientKey;
+    /** Speaks HTTP/2 over https with servers that do: many transfers then share a connection, and its fate. */
+    bool bHttp2 = false;
+    IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< which addresses are used */
+    /** A status of 400 and more fails the transfer, with a text that names it; of a download, nothing is kept. */
+    bool bFailOnHttpError = false;
+    int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; at least 1 */
+    /** Connections in all and to one host at the same time; 0: any number. What is over waits its turn. */
+    int nMostConnections = 0;
+    int nMostConnectionsPerHost = 0; /**< see nMostConnections */
+    /** When nothing is under way any more and more connections than this are open, all are closed. */
+    int nMostIdleConnections = 8;
+    long long nLargestAnswer = 0; /**< bytes of a request's answer; more fails the request. 0: any number */
+    long long nLargestFile = 0;   /**< bytes of a download; more fails the download. 0: any number */
+    /** Bytes per second that each transfer receives on average, at least 4096; 0: as many as come. */
+    long long nMostBytesPerSecond = 0;
 };
 
-/** Desktop platform only: settings for every transfer initialised from now on. Any thread. */
-VELTRA_API void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
+/** Settings for every transfer initialised from now on. @return false, with nothing changed, for a number out of range
+ */
+VELTRA_API bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
+
+/**
+ * Says that the device is in another network, or that its connections are of no use any more: transfers that begin from
+ * now on look names up again and use no connection that was open before. Those under way are not disturbed. Time that
+ * the device has slept has the same effect by itself.
+ */
+VELTRA_API void NetworkChanged();
+
+/** What is known of a transfer that has ended. Times are seconds since its start; 0 for what was not reached. */
+struct TRANSFER_REPORT_t
+{
+    std::string strUrl;      /**< as it was given, with a scheme */
+    int nHttpStatus = 0;     /**< of the answer; 0: none came */
+    long long nBytes = 0;    /**< of the body that have arrived */
+    double dLookUp = 0.0;    /**< until the name was looked up */
+    double dConnect = 0.0;   /**< until the server was connected */
+    double dTls = 0.0;       /**< until the TLS handshake was done */
+    double dFirstByte = 0.0; /**< until the answer began */
+    double dTotal = 0.0;     /**< until the end */
+    std::string strPeer;     /**< the address that was connected, without the port; empty: none */
+    bool bReused = false;    /**< its connection had been used before */
+    int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */
+    int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
+    std::string strErrorMsg; /**< the error text; empty on success */
+};
+
+/**
+ * Told of each transfer that ends, right before its end is reported and on the same thread: the worker's before the
+ * callback, the caller's before SyncDownloadFile() returns. So a callback learns its own status and reason from what
+ * was noted last on its thread. A transfer that Destroy() ends is reported without this. Calls may overlap on different
+ * threads. It must not throw, and must not call SetTransferObserver() or wait for a transfer.
+ * @param tReport valid only during the call
+ * @param pUserData what SetTransferObserver() was given
+ */
+typedef void (*TRANSFER_OBSERVER_t)(const TRANSFER_REPORT_t& tReport, void* pUserData);
+
+/**
+ * Has pfnObserver told of every transfer from now on, with pUserData, which the caller keeps valid; null ends that.
+ * Once it returns, the observer before it is not called any more.
+ */
+VELTRA_API void SetTransferObserver(TRANSFER_OBSERVER_t pfnObserver, void* pUserData);
+
+/** @} */
 
 } // namespace WQCurl
