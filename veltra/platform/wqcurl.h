@@ -196,16 +196,16 @@ enum IP_FAMILY_e
 struct TRANSFER_DEFAULTS_t
 {
     /** Path of the CA bundle in PEM, which is trusted alone; empty: the system's. May be kept in memory for a day. */
-    std::string strCaFile;
+    std::string strCaFile{};
     /** "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO. */
-    std::list<std::string> lstConnectTo;
+    std::list<std::string> lstConnectTo{};
     /** "[SCHEME://][USER:PASSWORD@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
      */
-    std::string strProxy;
+    std::string strProxy{};
     /** Path of the client's certificate in PEM, or a PKCS#11 URI where libcurl's TLS library takes one; empty: none. */
-    std::string strClientCertificate;
+    std::string strClientCertificate{};
     /** The same for its key; empty: the key is in the certificate's file. Without a password. */
-    std::string strClientKey;
+    std::string strClientKey{};
     /** Speaks HTTP/2 over https with servers that do: many transfers then share a connection, and its fate. */
     bool bHttp2 = false;
     IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< which addresses are used */

@@ -16,6 +16,7 @@ void CSocketSet::OnOpened(int nSocket)
         m_vecSockets.resize(nIndex + 1);
     }
     m_vecSockets[nIndex] = {true, 0, 0};
+    ++m_nOpen;
 }
 
 void CSocketSet::OnClosing(int nSocket)
@@ -31,6 +32,7 @@ void CSocketSet::OnClosing(int nSocket)
         epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
     }
     *ptSocket = {};
+    --m_nOpen;
 }
 
 bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)

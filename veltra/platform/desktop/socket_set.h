@@ -28,6 +28,9 @@ public:
     /** As epoll_wait(); interrupted by a signal, it has no events. */
     int Wait(epoll_event* ptEvents, int nMost, int nMilliseconds);
 
+    /** How many of the sockets that were opened are not closed. */
+    int CountOpen() const { return m_nOpen; }
+
     /** Whether anybody waits for the descriptor of an event that Wait() has returned. */
     bool IsWanted(int nDescriptor);
 
@@ -44,4 +47,5 @@ private:
 
     CDescriptor m_tEpoll;
     std::vector<SOCKET_t> m_vecSockets; /**< by number */
+    int m_nOpen = 0;
 };

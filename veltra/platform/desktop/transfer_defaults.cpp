@@ -18,6 +18,17 @@ std::shared_ptr<const TRANSFER_SETTINGS_t>& Settings()
     return *s_pptSettings;
 }
 
+bool IsInRange(const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    constexpr long long LEAST_BYTES_PER_SECOND = 4096; // enough to stay clear of the low-speed limit of downloads
+    const bool bFamily = tDefaults.eIpFamily == IP_FAMILY_ANY || tDefaults.eIpFamily == IP_FAMILY_4 ||
+                         tDefaults.eIpFamily == IP_FAMILY_6;
+    return bFamily && tDefaults.nConnectTimeout >= 1 && tDefaults.nMostConnections >= 0 &&
+           tDefaults.nMostConnectionsPerHost >= 0 && tDefaults.nMostIdleConnections >= 0 &&
+           tDefaults.nLargestAnswer >= 0 && tDefaults.nLargestFile >= 0 &&
+           (tDefaults.nMostBytesPerSecond == 0 || tDefaults.nMostBytesPerSecond >= LEAST_BYTES_PER_SECOND);
+}
+
 } // namespace
 
 std::shared_ptr<const TRANSFER_SETTINGS_t> CurrentSettings()
@@ -26,8 +37,12 @@ std::shared_ptr<const TRANSFER_SETTINGS_t> CurrentSettings()
     return Settings();
 }
 
-void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
+bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
 {
+    if (!IsInRange(tDefaults))
+    {
+        return false;
+    }
     auto ptSettings = std::make_shared<TRANSFER_SETTINGS_t>();
     ptSettings->tDefaults = tDefaults;
     if (!BuildList(tDefaults.lstConnectTo, ptSettings->pConnectTo))
@@ -36,6 +51,7 @@ void SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
     }
     const std::lock_guard<std::mutex> tGuard(g_tSettingsLock);
     Settings() = std::move(ptSettings);
+    return true;
 }
 
 } // namespace WQCurl

@@ -16,7 +16,6 @@ public:
         curl_share_setopt(m_pShare, CURLSHOPT_LOCKFUNC, &Lock);
         curl_share_setopt(m_pShare, CURLSHOPT_UNLOCKFUNC, &Unlock);
         curl_share_setopt(m_pShare, CURLSHOPT_USERDATA, this);
-        curl_share_setopt(m_pShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
         curl_share_setopt(m_pShare, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     }
 

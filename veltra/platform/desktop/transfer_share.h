@@ -6,8 +6,9 @@ namespace WQCurl
 {
 
 /**
- * What all transfers share: name look-ups and TLS sessions, which libcurl would otherwise keep for each handle; not
- * connections, which it does not share safely between threads. It lives as long as the process. Any thread.
+ * What all transfers share: TLS sessions, which outlive connections. Not connections, which libcurl does not share
+ * safely between threads, and not name look-ups, which are forgotten with a network. It lives as long as the process.
+ * Any thread.
  */
 CURLSH* TransferShare();
 

@@ -6,6 +6,7 @@
 
 #include "veltra/platform/desktop/easy_pool.h"
 #include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/transfer_share.h"
 
 namespace WQCurl
@@ -14,8 +15,8 @@ namespace WQCurl
 namespace
 {
 
-constexpr long CONNECT_SECONDS = 30;
 constexpr int UNACKNOWLEDGED_MILLISECONDS = 15000;
+constexpr long USUAL_BUFFER = CURL_MAX_WRITE_SIZE;
 constexpr long LARGE_BUFFER = 512L * 1024;
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
 constexpr size_t MOST_IN_A_TURN = 16; // for the short bodies that fuzzers make
@@ -49,6 +50,13 @@ CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
     }
 }
 
+long IpResolve(IP_FAMILY_e eFamily)
+{
+    return eFamily == IP_FAMILY_4   ? CURL_IPRESOLVE_V4
+           : eFamily == IP_FAMILY_6 ? CURL_IPRESOLVE_V6
+                                    : CURL_IPRESOLVE_WHATEVER;
+}
+
 } // namespace
 
 CURLcode WQCurlEasy::IMPL_t::SetUp()
@@ -67,23 +75,35 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
         }
     };
     ptSettings = CurrentSettings();
+    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
     Set(CURLOPT_PRIVATE, static_cast<void*>(this));
     Set(CURLOPT_ERRORBUFFER, szError);
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
-    /* Header names go out letter for letter, and a broken or silent connection costs one transfer. */
-    Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    Set(CURLOPT_CONNECTTIMEOUT, CONNECT_SECONDS);
+    /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
+    Set(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
+    Set(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
+    Set(CURLOPT_FAILONERROR, long{tDefaults.bFailOnHttpError});
+    Set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
     Set(CURLOPT_NOSIGNAL, 1L);
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
     Set(CURLOPT_QUICK_EXIT, 1L);
-    Set(CURLOPT_PROXY, ""); // whoever sets the environment must not choose where requests go
+    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
+    Set(CURLOPT_PROXY, tDefaults.strProxy.c_str());
+    Set(CURLOPT_NOPROXY, tDefaults.strProxy.empty() ? "*" : "");
+    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    Set(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
     Set(CURLOPT_SHARE, TransferShare());
     Set(CURLOPT_CONNECT_TO, ptSettings->pConnectTo.get());
+    if (!tDefaults.strClientCertificate.empty())
+    {
+        Set(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
+        Set(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
+    }
     const char* pszBundle = nullptr;
     curl_easy_getinfo(p, CURLINFO_CAINFO, &pszBundle);
-    if (!ptSettings->tDefaults.strCaFile.empty())
+    if (!tDefaults.strCaFile.empty())
     {
-        pszBundle = ptSettings->tDefaults.strCaFile.c_str();
+        pszBundle = tDefaults.strCaFile.c_str();
         Set(CURLOPT_CAINFO, pszBundle);
     }
     if (pszBundle != nullptr)
@@ -92,6 +112,7 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
          * megabyte, for all connections, instead of reading it for each. */
         curl_easy_setopt(p, CURLOPT_CAPATH, nullptr);
     }
+    Set(CURLOPT_BUFFERSIZE, BufferSize());
     Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     Set(CURLOPT_HEADERFUNCTION, &OnHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
@@ -129,9 +150,19 @@ void WQCurlEasy::IMPL_t::Clear()
     szError[0] = '\0';
 }
 
+long WQCurlEasy::IMPL_t::BufferSize() const
+{
+    /* Who wants progress expects much data: fewer and larger reads. A read is to last no longer than a second. */
+    const long long nMost = ptSettings->tDefaults.nMostBytesPerSecond;
+    const long lSize = bReporting ? LARGE_BUFFER : USUAL_BUFFER;
+    return nMost > 0 ? static_cast<long>(std::min<long long>(nMost, lSize)) : lSize;
+}
+
 void WQCurlEasy::IMPL_t::Begin()
 {
     bHeadersWhole = false;
+    nReceived = 0;
+    bTooLarge = false;
     tCounts = {};
     nInTurn = 0;
 }
@@ -145,15 +176,30 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
-CURLcode WQCurlEasy::IMPL_t::Verdict(CURLcode eCode)
+WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode)
 {
-    if (eCode != CURLE_OK || bHeadersWhole)
+    WQCurlMulti::MultiMsg tMsg;
+    tMsg.pEasyHandle = ptOwner;
+    tMsg.nResultCode = eCode;
+    if (bTooLarge)
     {
-        return eCode;
+        tMsg.nResultCode = CURLE_FILESIZE_EXCEEDED;
+        tMsg.strErrorMsg = "The answer is larger than the settings allow";
     }
-    constexpr std::string_view REASON = "The answer ended within its header lines";
-    szError[REASON.copy(szError, sizeof szError - 1)] = '\0';
-    return CURLE_PARTIAL_FILE;
+    else if (eCode == CURLE_OK && !bHeadersWhole)
+    {
+        tMsg.nResultCode = CURLE_PARTIAL_FILE;
+        tMsg.strErrorMsg = "The answer ended within its header lines";
+    }
+    else if (eCode != CURLE_OK)
+    {
+        long lSystemError = 0;
+        curl_easy_getinfo(pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
+        tMsg.nSystemError = static_cast<int>(lSystemError);
+        tMsg.strErrorMsg = ErrorText(eCode);
+    }
+    tMsg.bResult = tMsg.nResultCode == CURLE_OK;
+    return tMsg;
 }
 
 std::string WQCurlEasy::IMPL_t::ErrorText(CURLcode eCode) const
@@ -172,6 +218,15 @@ curl_socket_t WQCurlEasy::IMPL_t::OnOpenSocket(void* /*pUnused*/, curlsocktype /
     setsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &UNACKNOWLEDGED_MILLISECONDS,
                sizeof UNACKNOWLEDGED_MILLISECONDS);
     return nSocket;
+}
+
+bool WQCurlEasy::IMPL_t::CountReceived(size_t nBytes)
+{
+    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
+    const long long nMost = bReporting ? tDefaults.nLargestFile : tDefaults.nLargestAnswer;
+    nReceived += static_cast<long long>(nBytes);
+    bTooLarge = nMost > 0 && nReceived > nMost;
+    return !bTooLarge;
 }
 
 /** Where data arrive faster than they are consumed, libcurl would else read a hundred buffers before it returns. */
@@ -208,6 +263,10 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
 size_t WQCurlEasy::IMPL_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl)
 {
     auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    if (!ptImpl->CountReceived(nSize * nCount))
+    {
+        return CURL_WRITEFUNC_ERROR;
+    }
     if (ptImpl->pfnWrite == nullptr)
     {
         return nSize * nCount;
@@ -273,9 +332,8 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
     if (eOption == NOPROGRESS)
     {
-        /* Who wants progress expects much data: fewer and larger reads. */
         m_pImpl->bReporting = lValue == 0;
-        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, m_pImpl->bReporting ? LARGE_BUFFER : 0L);
+        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, m_pImpl->BufferSize());
     }
     return m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
@@ -349,16 +407,26 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
     CURL* pEasy = m_pImpl->Handle();
-    curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT, nConnectSeconds > 0 ? long{nConnectSeconds} : CONNECT_SECONDS);
+    if (nConnectSeconds > 0)
+    {
+        curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT, long{nConnectSeconds});
+    }
     curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, static_cast<long>(std::max(nTotalSeconds, 0)));
 }
 
 bool WQCurlEasy::send()
 {
+    if (!m_pImpl->bInitialized)
+    {
+        return m_pImpl->Check(CURLE_BAD_FUNCTION_ARGUMENT);
+    }
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
-    return m_pImpl->Check(m_pImpl->Verdict(curl_easy_perform(m_pImpl->Handle())));
+    const WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
+    m_pImpl->strLastError = tMsg.strErrorMsg;
+    TellObserver(m_pImpl->pEasy.get(), tMsg);
+    return tMsg.bResult;
 }
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)

@@ -36,6 +36,9 @@ struct WQCurlEasy::IMPL_t
     /** Forgets what Initialize() and all since have set. */
     void Clear();
 
+    /** Bytes that libcurl is to read at once. */
+    long BufferSize() const;
+
     /** Forgets the transfer before, when another is about to begin. */
     void Begin();
 
@@ -45,11 +48,14 @@ struct WQCurlEasy::IMPL_t
     /** Keeps the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
     bool Check(CURLcode eCode);
 
-    /** What a transfer comes to that has ended for libcurl: one whose header lines broke off has failed. */
-    CURLcode Verdict(CURLcode eCode);
+    /** What a transfer comes to that has ended for libcurl, as its message. */
+    WQCurlMulti::MultiMsg Outcome(CURLcode eCode);
 
     /** libcurl's own words for a failure, as detailed as it gave them. */
     std::string ErrorText(CURLcode eCode) const;
+
+    /** Counts what has arrived. @return false when that is more than the settings allow */
+    bool CountReceived(size_t nBytes);
 
     /** Counts what a transfer got of its turn; after much of it, the others get theirs. */
     void CountTurn(size_t nBytes);
@@ -83,6 +89,8 @@ struct WQCurlEasy::IMPL_t
 
     /* Of the running transfer, and the driving thread's. */
     bool bHeadersWhole = false;                 /**< the empty line that ends the answer's header lines has come */
+    long long nReceived = 0;                    /**< bytes of the body */
+    bool bTooLarge = false;                     /**< they were more than allowed */
     COUNTS_t tCounts;                           /**< what libcurl told last */
     size_t nInTurn = 0;                         /**< bytes received in this turn */
     std::vector<IMPL_t*>* pvecPaused = nullptr; /**< where its multi handle expects those that have had their turn */

@@ -10,8 +10,10 @@
 #include <utility>
 #include <vector>
 
+#include "veltra/platform/desktop/network_epoch.h"
 #include "veltra/platform/desktop/sigpipe_guard.h"
 #include "veltra/platform/desktop/socket_set.h"
+#include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/wqcurl_impl.h"
 
 namespace WQCurl
@@ -48,7 +50,9 @@ struct WQCurlMulti::IMPL_t
     typedef WQCurlEasy::IMPL_t EASY_t;
 
     bool Open();
+    bool Renew();
     void TakeAdded();
+    void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
     void Start(EASY_t& tEasy);
     bool SocketAction(curl_socket_t nSocket, int nEvents);
     bool RunExpired();
@@ -74,6 +78,7 @@ struct WQCurlMulti::IMPL_t
 
     std::mutex tAddedLock;
     std::vector<EASY_t*> vecAdded;
+    size_t nRegistered = 0;        /**< handles that are not removed yet; guarded by tAddedLock */
     bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
     std::vector<EASY_t*> vecTaken; /**< swapped with it, so that both keep their memory */
 
@@ -83,17 +88,36 @@ struct WQCurlMulti::IMPL_t
     std::unordered_set<EASY_t*> setReporting; /**< running transfers whose progress functions are to be asked */
     Clock::time_point tNextAsking;            /**< when they are asked again */
     int nRunning = 0;                         /**< transfers that are libcurl's */
+
+    unsigned nEpoch = NetworkEpoch();                    /**< the network's, as far as this knows */
+    bool bOutdated = false;                              /**< the multi handle's connections are an earlier epoch's */
+    std::shared_ptr<const TRANSFER_SETTINGS_t> ptLimits; /**< the settings whose limits the multi handle has */
 };
 
 bool WQCurlMulti::IMPL_t::Open()
 {
     tWakeUp.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    pMulti.reset(curl_multi_init());
-    return tSockets.Open() && tWakeUp.Get() >= 0 && pMulti != nullptr && tSockets.Want(tWakeUp.Get(), EPOLLIN) &&
-           curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETFUNCTION, &OnSocket) == CURLM_OK &&
-           curl_multi_setopt(pMulti.get(), CURLMOPT_SOCKETDATA, this) == CURLM_OK &&
-           curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERFUNCTION, &OnTimer) == CURLM_OK &&
-           curl_multi_setopt(pMulti.get(), CURLMOPT_TIMERDATA, this) == CURLM_OK;
+    return tSockets.Open() && tWakeUp.Get() >= 0 && tSockets.Want(tWakeUp.Get(), EPOLLIN) && Renew();
+}
+
+/**
+ * Puts a new multi handle in the place of the old one, whose connections and look-ups go with it. Nothing may run.
+ * @return false when there is none to be had, and the old one stays
+ */
+bool WQCurlMulti::IMPL_t::Renew()
+{
+    std::unique_ptr<CURLM, MULTI_DELETER_t> pNew(curl_multi_init());
+    if (pNew == nullptr || curl_multi_setopt(pNew.get(), CURLMOPT_SOCKETFUNCTION, &OnSocket) != CURLM_OK ||
+        curl_multi_setopt(pNew.get(), CURLMOPT_SOCKETDATA, this) != CURLM_OK ||
+        curl_multi_setopt(pNew.get(), CURLMOPT_TIMERFUNCTION, &OnTimer) != CURLM_OK ||
+        curl_multi_setopt(pNew.get(), CURLMOPT_TIMERDATA, this) != CURLM_OK)
+    {
+        return false;
+    }
+    pMulti = std::move(pNew);
+    ptLimits.reset();
+    tTimer.reset();
+    return true;
 }
 
 curl_socket_t WQCurlMulti::IMPL_t::OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress)
@@ -147,18 +171,7 @@ int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pI
 /** Takes a transfer from libcurl that has ended, or is to end now, and keeps its message for InfoRead(). */
 void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 {
-    const CURLcode eVerdict = tEasy.Verdict(eCode);
-    MultiMsg tMsg;
-    tMsg.pEasyHandle = tEasy.ptOwner;
-    tMsg.bResult = eVerdict == CURLE_OK;
-    tMsg.nResultCode = eVerdict;
-    if (!tMsg.bResult)
-    {
-        long lSystemError = 0;
-        curl_easy_getinfo(tEasy.pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
-        tMsg.nSystemError = static_cast<int>(lSystemError);
-        tMsg.strErrorMsg = tEasy.ErrorText(eVerdict);
-    }
+    MultiMsg tMsg = tEasy.Outcome(eCode);
     Release(tEasy);
     lstFinished.push_back(std::move(tMsg));
     tEasy.eStage = EASY_t::STAGE_FINISHED;
@@ -197,9 +210,31 @@ void WQCurlMulti::IMPL_t::TakeAdded()
             ptEasy->eStage = EASY_t::STAGE_RUNNING;
         }
     }
+    if (vecTaken.empty())
+    {
+        return;
+    }
+    const unsigned nNow = NetworkEpoch();
+    bOutdated = bOutdated || nNow != nEpoch;
+    nEpoch = nNow;
+    if (bOutdated && nRunning == 0)
+    {
+        bOutdated = !Renew();
+    }
     for (EASY_t* ptEasy : vecTaken)
     {
         Start(*ptEasy);
+    }
+}
+
+void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings)
+{
+    if (ptLimits != ptSettings)
+    {
+        ptLimits = ptSettings;
+        const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
+        curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, long{tDefaults.nMostConnections});
+        curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_HOST_CONNECTIONS, long{tDefaults.nMostConnectionsPerHost});
     }
 }
 
@@ -213,7 +248,14 @@ void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
     }
     tEasy.Begin();
     tEasy.pvecPaused = &vecPaused;
+    SetLimits(tEasy.ptSettings);
     CURL* pEasy = tEasy.pEasy.get();
+    if (bOutdated)
+    {
+        curl_easy_setopt(pEasy, CURLOPT_FRESH_CONNECT, 1L);
+        curl_easy_setopt(pEasy, CURLOPT_FORBID_REUSE, 1L);
+        curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+    }
     curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
@@ -375,6 +417,7 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
             return false;
         }
         tEasy.eStage = IMPL_t::EASY_t::STAGE_QUEUED;
+        ++m_pImpl->nRegistered;
         bWakeUp = std::exchange(m_pImpl->bWaiting, false);
     }
     /* From here on the transfer may run, finish and be freed at any moment. */
@@ -393,6 +436,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     }
     IMPL_t::EASY_t& tEasy = *pEasyHandle->m_pImpl;
     IMPL_t::EASY_t::STAGE_e eStage{};
+    bool bLast = false;
     {
         const std::lock_guard<std::mutex> tGuard(m_pImpl->tAddedLock);
         tEasy.pMulti = nullptr;
@@ -402,17 +446,23 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
             auto& vecAdded = m_pImpl->vecAdded;
             vecAdded.erase(std::find(vecAdded.begin(), vecAdded.end(), &tEasy));
         }
+        bLast = --m_pImpl->nRegistered == 0;
     }
     if (eStage == IMPL_t::EASY_t::STAGE_FINISHED)
     {
         m_pImpl->lstFinished.remove_if([pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
     }
+    bool bResult = true;
     if (eStage == IMPL_t::EASY_t::STAGE_RUNNING)
     {
         const CSigpipeGuard tGuard; // its connection is closed, which may write to it
-        return m_pImpl->Release(tEasy);
+        bResult = m_pImpl->Release(tEasy);
     }
-    return true;
+    if (bLast && m_pImpl->tSockets.CountOpen() > tEasy.ptSettings->tDefaults.nMostIdleConnections)
+    {
+        m_pImpl->Renew();
+    }
+    return bResult;
 }
 
 bool WQCurlMulti::Perform(int& nRunningHandles)
@@ -468,7 +518,9 @@ WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
     {
         tMsg = std::move(m_pImpl->lstFinished.front());
         m_pImpl->lstFinished.pop_front();
-        tMsg.pEasyHandle->m_pImpl->eStage = IMPL_t::EASY_t::STAGE_REPORTED;
+        IMPL_t::EASY_t& tEasy = *tMsg.pEasyHandle->m_pImpl;
+        tEasy.eStage = IMPL_t::EASY_t::STAGE_REPORTED;
+        TellObserver(tEasy.pEasy.get(), tMsg);
     }
     return tMsg;
 }

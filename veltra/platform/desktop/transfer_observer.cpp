@@ -1,0 +1,71 @@
+#include "veltra/platform/desktop/transfer_observer.h"
+
+#include <mutex>
+#include <shared_mutex>
+
+namespace WQCurl
+{
+
+namespace
+{
+
+std::shared_mutex g_tObserverLock; // shared by calls, so that they may overlap; who sets another one waits for them
+TRANSFER_OBSERVER_t g_pfnObserver = nullptr;
+void* g_pObserverUserData = nullptr;
+
+template <class VALUE> VALUE Info(CURL* pEasy, CURLINFO eInfo)
+{
+    VALUE tValue{};
+    curl_easy_getinfo(pEasy, eInfo, &tValue);
+    return tValue;
+}
+
+std::string Text(CURL* pEasy, CURLINFO eInfo)
+{
+    const char* pszText = Info<char*>(pEasy, eInfo);
+    return pszText != nullptr ? pszText : "";
+}
+
+double Seconds(CURL* pEasy, CURLINFO eInfo)
+{
+    return static_cast<double>(Info<curl_off_t>(pEasy, eInfo)) / 1e6;
+}
+
+TRANSFER_REPORT_t Report(CURL* pEasy, const WQCurlMulti::MultiMsg& tMsg)
+{
+    TRANSFER_REPORT_t tReport;
+    tReport.strUrl = Text(pEasy, CURLINFO_EFFECTIVE_URL);
+    tReport.nHttpStatus = static_cast<int>(Info<long>(pEasy, CURLINFO_RESPONSE_CODE));
+    tReport.nBytes = Info<curl_off_t>(pEasy, CURLINFO_SIZE_DOWNLOAD_T);
+    tReport.dLookUp = Seconds(pEasy, CURLINFO_NAMELOOKUP_TIME_T);
+    tReport.dConnect = Seconds(pEasy, CURLINFO_CONNECT_TIME_T);
+    tReport.dTls = Seconds(pEasy, CURLINFO_APPCONNECT_TIME_T);
+    tReport.dFirstByte = Seconds(pEasy, CURLINFO_STARTTRANSFER_TIME_T);
+    tReport.dTotal = Seconds(pEasy, CURLINFO_TOTAL_TIME_T);
+    tReport.strPeer = Text(pEasy, CURLINFO_PRIMARY_IP);
+    tReport.bReused = !tReport.strPeer.empty() && Info<long>(pEasy, CURLINFO_NUM_CONNECTS) == 0;
+    tReport.nResultCode = tMsg.nResultCode;
+    tReport.nSystemError = tMsg.nSystemError;
+    tReport.strErrorMsg = tMsg.strErrorMsg;
+    return tReport;
+}
+
+} // namespace
+
+void TellObserver(CURL* pEasy, const WQCurlMulti::MultiMsg& tMsg)
+{
+    const std::shared_lock<std::shared_mutex> tGuard(g_tObserverLock);
+    if (g_pfnObserver != nullptr)
+    {
+        g_pfnObserver(Report(pEasy, tMsg), g_pObserverUserData);
+    }
+}
+
+void SetTransferObserver(TRANSFER_OBSERVER_t pfnObserver, void* pUserData)
+{
+    const std::unique_lock<std::shared_mutex> tGuard(g_tObserverLock);
+    g_pfnObserver = pfnObserver;
+    g_pObserverUserData = pUserData;
+}
+
+} // namespace WQCurl
