@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <thread>
 #include <vector>
 
@@ -99,6 +100,24 @@ protected:
     static std::ptrdiff_t CountDescriptors()
     {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    }
+
+    /** The descriptors of this process's connections to a port of this machine. */
+    static std::vector<int> SocketsTo(int nPort)
+    {
+        std::vector<int> vecSockets;
+        for (const auto& tEntry : std::filesystem::directory_iterator("/proc/self/fd"))
+        {
+            sockaddr_in tPeer{};
+            socklen_t nSize = sizeof tPeer;
+            const int nSocket = std::stoi(tEntry.path().filename());
+            if (getpeername(nSocket, reinterpret_cast<sockaddr*>(&tPeer), &nSize) == 0 &&
+                ntohs(tPeer.sin_port) == nPort)
+            {
+                vecSockets.push_back(nSocket);
+            }
+        }
+        return vecSockets;
     }
 
     bool Get(const std::string& strUrl)

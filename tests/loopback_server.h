@@ -147,13 +147,17 @@ private:
 class CLoopbackServer
 {
 public:
-    explicit CLoopbackServer(CConnection::SCRIPT_t fnScript, bool bTls = false)
+    /** @param bStrict TLS only with clients that show a certificate */
+    explicit CLoopbackServer(CConnection::SCRIPT_t fnScript, bool bTls = false, bool bStrict = false)
         : m_fnScript(std::move(fnScript)), m_pTlsContext(bTls ? SSL_CTX_new(TLS_server_method()) : nullptr)
     {
         if (bTls)
         {
             SSL_CTX_set_quiet_shutdown(m_pTlsContext, 1); // sends nothing, and so raises nothing, on the freeing thread
             SSL_CTX_set_alpn_select_cb(m_pTlsContext, &PreferHttp2, nullptr);
+            SSL_CTX_load_verify_locations(m_pTlsContext, TEST_CERTIFICATES "/ca.pem", nullptr);
+            SSL_CTX_set_verify(m_pTlsContext,
+                               bStrict ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_NONE, nullptr);
             SSL_CTX_use_certificate_chain_file(m_pTlsContext, TEST_CERTIFICATES "/server.pem");
             SSL_CTX_use_PrivateKey_file(m_pTlsContext, TEST_CERTIFICATES "/server.key", SSL_FILETYPE_PEM);
         }

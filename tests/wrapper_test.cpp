@@ -1,15 +1,12 @@
 /* What the curl wrapper promises by itself, whatever libcurl, the server and the disk do. */
 
-#include <cerrno>
-#include <dlfcn.h>
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
-#include <sys/epoll.h>
 #include <sys/resource.h>
 
 #include "engine_fixture.h"
+#include "interposed.h"
 
 namespace
 {
@@ -17,64 +14,6 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-
-CGate g_tNameServer;
-std::atomic<bool> g_bRefuseHandles{false};
-std::atomic<bool> g_bFailWaits{false};
-std::atomic<int> g_nWaits{0};
-
-template <class FUNCTION> FUNCTION* Next(const char* pszName, FUNCTION* /*pfnThis*/)
-{
-    return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, pszName));
-}
-
-} // namespace
-
-/* These come before the system's and libcurl's, also for those libraries themselves. */
-extern "C"
-{
-#pragma GCC visibility push(default)
-
-    /** The name server of one name is silent until its gate is opened; another name has an address of each family. */
-    int getaddrinfo(const char* pszName, const char* pszService, const addrinfo* ptHints, addrinfo** pptResult)
-    {
-        static auto* const s_pfnNext = Next("getaddrinfo", &getaddrinfo);
-        const std::string strName = pszName != nullptr ? pszName : "";
-        if (strName == "silent.invalid")
-        {
-            while (!g_tNameServer.Wait())
-            {
-            }
-            return EAI_AGAIN;
-        }
-        if (strName == "two.invalid")
-        {
-            return s_pfnNext("127.0.0.1", pszService, ptHints, pptResult) +
-                   s_pfnNext("::1", pszService, ptHints, &(*pptResult)->ai_next);
-        }
-        return s_pfnNext(pszName, pszService, ptHints, pptResult);
-    }
-
-    int curl_multi_add_handle(void* pMulti, void* pEasy)
-    {
-        static auto* const s_pfnNext = Next("curl_multi_add_handle", &curl_multi_add_handle);
-        constexpr int OUT_OF_MEMORY = 3;
-        return g_bRefuseHandles ? OUT_OF_MEMORY : s_pfnNext(pMulti, pEasy);
-    }
-
-    int epoll_wait(int nEpoll, epoll_event* ptEvents, int nMost, int nMilliseconds)
-    {
-        static auto* const s_pfnNext = Next("epoll_wait", &epoll_wait);
-        ++g_nWaits;
-        errno = EBADF;
-        return g_bFailWaits ? -1 : s_pfnNext(nEpoll, ptEvents, nMost, nMilliseconds);
-    }
-
-#pragma GCC visibility pop
-}
-
-namespace
-{
 
 /** Listens on 127.0.0.1 and accepts nobody: its queue is full, so that who else connects hears nothing. */
 class CSilentAddress
@@ -230,7 +169,7 @@ TEST_F(CWrapperTest, CancelsInEveryState)
         EXPECT_LT(steady_clock::now() - tStart, seconds(10)) << "time-outs end it later";
     }
     const std::ptrdiff_t nDescriptors = CountDescriptors();
-    g_tNameServer.Open();
+    g_tInterposed.tNameServer.Open();
     for (int i = 0; i < 1000 && CountDescriptors() == nDescriptors; ++i)
     {
         std::this_thread::sleep_for(milliseconds(10)); // the look-up's thread closes its sockets when it ends
@@ -250,31 +189,20 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
 
     OUTCOME_t tStalled;
     ASSERT_TRUE(tStalled.Start(*m_ptEngine, GetRequest(m_tServer.Url())));
-    int nSockets = 0;
-    const auto fnLook = [&]
+    std::vector<int> vecSockets;
+    for (int i = 0; i < 1000 && vecSockets.empty(); ++i)
     {
-        for (const auto& tEntry : std::filesystem::directory_iterator("/proc/self/fd"))
-        {
-            sockaddr_in tPeer{};
-            socklen_t nSize = sizeof tPeer;
-            const int nSocket = std::stoi(tEntry.path().filename());
-            if (getpeername(nSocket, reinterpret_cast<sockaddr*>(&tPeer), &nSize) == 0 &&
-                ntohs(tPeer.sin_port) == m_tServer.Port())
-            {
-                int nMilliseconds = 0;
-                nSize = sizeof nMilliseconds;
-                EXPECT_EQ(getsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nMilliseconds, &nSize), 0);
-                EXPECT_EQ(nMilliseconds, 15000);
-                ++nSockets;
-            }
-        }
-    };
-    for (int i = 0; i < 1000 && nSockets == 0; ++i)
-    {
-        fnLook();
         std::this_thread::sleep_for(milliseconds(10));
+        vecSockets = SocketsTo(m_tServer.Port());
     }
-    EXPECT_GT(nSockets, 0);
+    EXPECT_FALSE(vecSockets.empty());
+    for (const int nSocket : vecSockets)
+    {
+        int nMilliseconds = 0;
+        socklen_t nSize = sizeof nMilliseconds;
+        EXPECT_EQ(getsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nMilliseconds, &nSize), 0);
+        EXPECT_EQ(nMilliseconds, 15000);
+    }
     EXPECT_TRUE(tDownload.tEnded.Wait());
     EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
 }
@@ -346,17 +274,17 @@ TEST_F(CWrapperTest, MultiHandleRefusesForgetsAndDoesNotSpin)
                tOther.setOption(WQCurl::NOPROGRESS, 0L);
                tOther.setOption(WQCurl::PROGRESSFUNCTION, THROW_IN_PROGRESS);
            });
-    fnEnds("a handle that libcurl refuses", false, [] { g_bRefuseHandles = true; });
-    g_bRefuseHandles = false;
+    fnEnds("a handle that libcurl refuses", false, [] { g_tInterposed.bRefuseHandles = true; });
+    g_tInterposed.bRefuseHandles = false;
 
-    g_nWaits = 0;
-    g_bFailWaits = true;
+    g_tInterposed.nWaits = 0;
+    g_tInterposed.bFailWaits = true;
     for (const auto tEnd = steady_clock::now() + milliseconds(300); steady_clock::now() < tEnd;)
     {
         EXPECT_FALSE(tMulti.fdSelect(nRunning));
     }
-    g_bFailWaits = false;
-    EXPECT_LE(g_nWaits, 100) << "a wait that fails must not be tried again at once";
+    g_tInterposed.bFailWaits = false;
+    EXPECT_LE(g_tInterposed.nWaits, 100) << "a wait that fails must not be tried again at once";
 
     fnEnds("a signal raised by a TLS library, which reaches nobody", true,
            [&]
@@ -365,13 +293,13 @@ TEST_F(CWrapperTest, MultiHandleRefusesForgetsAndDoesNotSpin)
                tOther.setOption(WQCurl::WRITEFUNCTION, [](char*, size_t nSize, size_t nCount, void*)
                                 { return raise(SIGPIPE) == 0 ? nSize * nCount : 0; });
            });
-    g_nWaits = 0;
+    g_tInterposed.nWaits = 0;
     for (const auto tEnd = steady_clock::now() + seconds(3); steady_clock::now() < tEnd;)
     {
         EXPECT_TRUE(tMulti.fdSelect(nRunning)); // the server closes the last connection meanwhile
     }
     EXPECT_EQ(nRunning, 1);
-    EXPECT_LE(g_nWaits, 20);
+    EXPECT_LE(g_tInterposed.nWaits, 20);
     EXPECT_TRUE(tMulti.removeHandle(&tStalled));
 
     EXPECT_TRUE(tOther.Initialize());

@@ -152,10 +152,11 @@ void WQCurlEasy::IMPL_t::Clear()
 
 long WQCurlEasy::IMPL_t::BufferSize() const
 {
-    /* Who wants progress expects much data: fewer and larger reads. A read is to last no longer than a second. */
+    /* Who wants progress expects much data: fewer and larger reads. Old libcurls limit speed between reads only. */
     const long long nMost = ptSettings->tDefaults.nMostBytesPerSecond;
-    const long lSize = bReporting ? LARGE_BUFFER : USUAL_BUFFER;
-    return nMost > 0 ? static_cast<long>(std::min<long long>(nMost, lSize)) : lSize;
+    return nMost > 0    ? static_cast<long>(std::min<long long>(nMost, USUAL_BUFFER))
+           : bReporting ? LARGE_BUFFER
+                        : USUAL_BUFFER;
 }
 
 void WQCurlEasy::IMPL_t::Begin()
