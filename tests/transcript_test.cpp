@@ -304,7 +304,11 @@ TEST(Transcript, WhatIsNoRequestOrComesAtTheWrongTimeIsRefused)
         [] { return rename("f.bak", "precious") + symlink("precious", "f.bak") + SYNC_DOWNLOAD() + DOWNLOAD(); },
         [] { return unlink("f.bak") + mkdir("f", 0700) + SYNC_DOWNLOAD(); }, // succeeds but for the renaming
         [] { return unlink("f.bak") + DOWNLOAD(); },
-        [] { return unlink("f.bak") + Engine().Create(); },
+        [] { return unlink("f.bak") + rmdir("f") + WriteFile("f.bak") + SYNC_DOWNLOAD(); }, // which is shorter
+        [] { return (g_tFake->lstRefused = {"-fdopen"}, WriteFile("f.bak") + SYNC_DOWNLOAD()); },
+        [] { return unlink("f.bak") + unlink("f") + mkfifo("f", 0600) + SYNC_DOWNLOAD() + DOWNLOAD(); },
+        [] { return unlink("f") + symlink("/dev/null", "f") + SYNC_DOWNLOAD(); }, // replaces the link
+        [] { return unlink("f") + Engine().Create(); },
         [&] { return (Engine().Destroy(), fnAll()); },
         [&] { return (Engine().Destroy(), Engine().Create(), fnAll()); },
         [&]
@@ -462,4 +466,8 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
 
     CSync tSync;
     EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
+    g_tFake.emplace().lstRefused = {"-sem_wait", "-sem_wait"};
+    tSync.Give();
+    tSync.Take();
+    EXPECT_TRUE(g_tFake->lstRefused.empty()) << "an interrupted wait goes on";
 }

@@ -29,6 +29,15 @@ constexpr int DOWNLOAD_STARTED = 1;
 constexpr int DOWNLOAD_FAILED = -6;
 constexpr int DOWNLOAD_EXISTS = -16;
 
+std::string TargetPath(std::string strTempFilePath)
+{
+    if (!strTempFilePath.empty())
+    {
+        strTempFilePath.erase(strTempFilePath.size() - TEMP_SUFFIX_LENGTH);
+    }
+    return strTempFilePath;
+}
+
 /** A zero character would cut off what makes the temporary path another than the target's. */
 bool IsPath(const std::string& strFilePath)
 {
@@ -45,30 +54,37 @@ typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
 /**
  * Opens a regular file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
  * What another process may put at the path meanwhile costs nothing: a link is not followed and a pipe not waited for.
- * @param nFlags O_EXCL to create the file, O_TRUNC to create or empty it
- * @return null with errno when there is none
+ * @param bTakeOver true empties and takes a file that is there already, false refuses then
+ * @return null with errno when there is none; a file that was made for it is gone again
  */
-FILE_PTR_t OpenTempFile(const std::string& strPath, int nFlags)
+FILE_PTR_t OpenTempFile(const std::string& strPath, bool bTakeOver)
 {
+    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask
-    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | nFlags, MODE);
-    FILE_PTR_t pFile(nFile >= 0 ? fdopen(nFile, "wb") : nullptr);
-    if (pFile == nullptr)
+    int nFile = open(strPath.c_str(), FLAGS | O_EXCL, MODE);
+    const bool bMade = nFile >= 0;
+    if (!bMade && errno == EEXIST && bTakeOver)
     {
-        if (nFile >= 0)
-        {
-            close(nFile);
-        }
-        return pFile;
+        nFile = open(strPath.c_str(), FLAGS | O_TRUNC, MODE);
     }
     struct stat tStat = {};
-    if (fstat(nFile, &tStat) != 0 || !S_ISREG(tStat.st_mode))
+    const bool bRegular = nFile >= 0 && fstat(nFile, &tStat) == 0 && S_ISREG(tStat.st_mode);
+    FILE_PTR_t pFile(bRegular ? fdopen(nFile, "wb") : nullptr);
+    if (pFile != nullptr)
     {
-        pFile.reset();
-        errno = EINVAL;
+        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
         return pFile;
     }
-    static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
+    const int nError = nFile >= 0 && !bRegular ? EINVAL : errno;
+    if (nFile >= 0)
+    {
+        close(nFile);
+    }
+    if (bMade)
+    {
+        remove(strPath.c_str());
+    }
+    errno = nError;
     return pFile;
 }
 
@@ -86,6 +102,23 @@ bool IsSymbolicLink(const std::string& strPath, const char* pszOperation = __bui
 }
 
 /**
+ * True for a target that a download must not replace: a device, pipe or socket. A link is replaced, and a folder fails
+ * the renaming. Logged on behalf of the calling operation.
+ */
+bool IsSpecialFile(const std::string& strPath, const char* pszOperation = __builtin_FUNCTION(),
+                   int nLine = __builtin_LINE())
+{
+    struct stat tStat = {};
+    if (lstat(strPath.c_str(), &tStat) != 0 || S_ISREG(tStat.st_mode) || S_ISLNK(tStat.st_mode) ||
+        S_ISDIR(tStat.st_mode))
+    {
+        return false;
+    }
+    VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Path [%s] is no regular file!", strPath.c_str());
+    return true;
+}
+
+/**
  * Creates the temporary file of a download that StartDownload() is to start, under whose name failures are logged.
  * @return DOWNLOAD_STARTED, or the result that StartDownload() refuses with
  */
@@ -97,11 +130,11 @@ int CreateTempFile(const std::string& strPath, FILE_PTR_t& pFile, const char* ps
         return DOWNLOAD_EXISTS;
     }
     /* A link to nothing passes that test, and opening it would create what it points to. */
-    if (IsSymbolicLink(strPath, pszOperation, nLine))
+    if (IsSymbolicLink(strPath, pszOperation, nLine) || IsSpecialFile(TargetPath(strPath), pszOperation, nLine))
     {
         return DOWNLOAD_FAILED;
     }
-    pFile = OpenTempFile(strPath, O_EXCL);
+    pFile = OpenTempFile(strPath, false);
     if (pFile == nullptr)
     {
         const int nError = errno;
@@ -112,15 +145,6 @@ int CreateTempFile(const std::string& strPath, FILE_PTR_t& pFile, const char* ps
         return DOWNLOAD_FAILED;
     }
     return IsSymbolicLink(strPath, pszOperation, nLine) ? DOWNLOAD_FAILED : DOWNLOAD_STARTED;
-}
-
-std::string TargetPath(std::string strTempFilePath)
-{
-    if (!strTempFilePath.empty())
-    {
-        strTempFilePath.erase(strTempFilePath.size() - TEMP_SUFFIX_LENGTH);
-    }
-    return strTempFilePath;
 }
 
 /** Tells the callback, if there still is one, how a download ended; logged on behalf of the calling operation. */
@@ -196,13 +220,15 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
     }
     const CLockGuard tGuard(m_tDownloadLock);
     const std::string strTempFilePath = strFilePath + TEMP_SUFFIX;
+    /* In this order: the stream is closed before its file is removed. */
+    std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover;
     FILE_PTR_t pFile;
     const int nResult = CreateTempFile(strTempFilePath, pFile, __func__, __LINE__);
     if (nResult != DOWNLOAD_STARTED)
     {
         return nResult;
     }
-    std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(&strTempFilePath);
+    ptRemover.reset(&strTempFilePath);
     auto ptReqFile = std::make_unique<_HTTP_REQ_FILE_t>();
     ptReqFile->nDownloadId = nDownloadId;
     ptReqFile->strUrl = strUrl;
@@ -213,14 +239,13 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
     auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
     auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
     *ptReqHandler = {REQ_TYPE_DOWNLOAD, ptEasyHandle.get(), ptReqFile.get()};
-    if (!m_InitDownloadRequest(ptReqHandler.get()))
+    const bool bInit = m_InitDownloadRequest(ptReqHandler.get());
+    if (!bInit || !m_SubmitRequest(ptReqHandler.get()))
     {
-        VELTRA_LOG_ERROR("Init download request error!");
-        return DOWNLOAD_FAILED;
-    }
-    if (!m_SubmitRequest(ptReqHandler.get()))
-    {
-        VELTRA_LOG_ERROR("AddEasyHandle error!");
+        pFile.reset();
+        ptEasyHandle->reset();
+        ptEasyHandle.reset();
+        VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
     /* The worker's now, and perhaps freed already. */
@@ -405,11 +430,11 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
 
     /* Opening through a link would empty the file that it points to. */
-    if (IsSymbolicLink(strTempFilePath))
+    if (IsSymbolicLink(strTempFilePath) || IsSpecialFile(strFilePath))
     {
         return false;
     }
-    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, O_TRUNC);
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, true);
     if (pFile == nullptr)
     {
         VELTRA_LOG_ERROR("Failed to open file = [%s]", strTempFilePath.c_str());
@@ -420,14 +445,20 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     tReqFile.pFile = pFile.get();
-    if (!m_InitDownloadRequest(&tReqHandler))
+    bool bWhole = m_InitDownloadRequest(&tReqHandler);
+    if (bWhole)
     {
-        return false;
+        tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
+        bWhole = tEasyHandle.send();
+        if (!bWhole)
+        {
+            VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
+        }
     }
-    tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
-    if (!tEasyHandle.send())
+    if (!bWhole)
     {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
+        pFile.reset();
+        tEasyHandle.reset();
         return false;
     }
     tEasyHandle.reset();

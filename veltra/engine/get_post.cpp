@@ -57,6 +57,7 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     if (!ptReqInfo->tSync.Create())
     {
         VELTRA_LOG_ERROR("No semaphore to wait on!");
+        tEasyHandle.reset();
         return false;
     }
     if (!m_SubmitRequest(&tReqHandler))
