@@ -5,9 +5,11 @@
  * not produce.
  */
 
+#include <array>
 #include <condition_variable>
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
@@ -319,6 +321,28 @@ TEST(Transcript, WhatIsNoRequestOrComesAtTheWrongTimeIsRefused)
         },
     };
     ExpectGolden("refusals", RunScenario(vecStarts));
+}
+
+/** The wrapper gives back the address of a handler that the engine has not made. */
+TEST(Engine, HandlerThatIsNotListedIsNeitherFreedNorMisread)
+{
+    struct
+    {
+        _REQ_HANDLER_t tHandler;
+        std::array<unsigned char, 256> arrBehind;
+    } tForeign{};
+    tForeign.arrBehind.fill(1);
+    std::promise<void> tRuns;
+    const auto fnTransfer = [&](FAKE_TRANSFER_t& tTransfer)
+    {
+        tForeign.tHandler = *static_cast<_REQ_HANDLER_t*>(tTransfer.pPrivate);
+        tTransfer.pPrivate = &tForeign.tHandler;
+        tRuns.set_value();
+    };
+    const START_t fnStart = [&] { return (ASYNC_GET(), tRuns.get_future().wait(), Engine().Destroy(), 0); };
+    const std::string strSeen = RunScenario({fnStart}, {}, fnTransfer);
+    EXPECT_NE(strSeen.find("m_HandleRequestResult! Remove request error!"), std::string::npos) << strSeen;
+    EXPECT_NE(strSeen.find("- destroy"), std::string::npos) << strSeen << "the engine's own is freed in the end";
 }
 
 namespace

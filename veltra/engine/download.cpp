@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/lock_guard.h"
 
@@ -229,31 +230,27 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         return nResult;
     }
     ptRemover.reset(&strTempFilePath);
-    auto ptReqFile = std::make_unique<_HTTP_REQ_FILE_t>();
-    ptReqFile->nDownloadId = nDownloadId;
-    ptReqFile->strUrl = strUrl;
-    ptReqFile->strTempFilePath = strTempFilePath;
-    ptReqFile->pFile = pFile.get();
-    ptReqFile->pfnDownloadCB = pfnDownloadCB;
-    ptReqFile->pUserData = pUserData;
-    auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
-    auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
-    *ptReqHandler = {REQ_TYPE_DOWNLOAD, ptEasyHandle.get(), ptReqFile.get()};
-    const bool bInit = m_InitDownloadRequest(ptReqHandler.get());
-    if (!bInit || !m_SubmitRequest(ptReqHandler.get()))
+    auto ptDownload = std::make_unique<ASYNC_DOWNLOAD_t>();
+    _HTTP_REQ_FILE_t& tReqFile = ptDownload->tRecord;
+    tReqFile.nDownloadId = nDownloadId;
+    tReqFile.strUrl = strUrl;
+    tReqFile.strTempFilePath = strTempFilePath;
+    tReqFile.pFile = pFile.get();
+    tReqFile.pfnDownloadCB = pfnDownloadCB;
+    tReqFile.pUserData = pUserData;
+    const bool bInit = m_InitDownloadRequest(ptDownload.get());
+    if (!bInit || !m_SubmitRequest(ptDownload.get()))
     {
         pFile.reset();
-        ptEasyHandle->reset();
-        ptEasyHandle.reset();
+        ptDownload->tEasyHandle.reset();
+        ptDownload.reset();
         VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
     /* The worker's now, and perhaps freed already. */
     static_cast<void>(ptRemover.release());
     static_cast<void>(pFile.release());
-    static_cast<void>(ptReqFile.release());
-    static_cast<void>(ptEasyHandle.release());
-    static_cast<void>(ptReqHandler.release());
+    static_cast<void>(ptDownload.release());
     VELTRA_LOG_ERROR("Start to download file[%s], download id[%d]", strTempFilePath.c_str(), nDownloadId);
     return DOWNLOAD_STARTED;
 }
@@ -426,8 +423,8 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     tReqFile.strUrl = strUrl;
     tReqFile.strTempFilePath = strFilePath + TEMP_SUFFIX;
     const std::string& strTempFilePath = tReqFile.strTempFilePath;
-    WQCurl::WQCurlEasy tEasyHandle;
-    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
+    TRANSFER_t tTransfer(REQ_TYPE_HTTP, &tReqFile);
+    WQCurl::WQCurlEasy& tEasyHandle = tTransfer.tEasyHandle;
 
     /* Opening through a link would empty the file that it points to. */
     if (IsSymbolicLink(strTempFilePath) || IsSpecialFile(strFilePath))
@@ -445,7 +442,7 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     tReqFile.pFile = pFile.get();
-    bool bWhole = m_InitDownloadRequest(&tReqHandler);
+    bool bWhole = m_InitDownloadRequest(&tTransfer);
     if (bWhole)
     {
         tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
@@ -47,22 +48,21 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         return false;
     }
     VELTRA_LOG_INFO("Start sync request.");
-    WQCurl::WQCurlEasy tEasyHandle;
-    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, ptReqInfo};
-    if (!m_InitRequest(&tReqHandler))
+    TRANSFER_t tTransfer(REQ_TYPE_HTTP, ptReqInfo);
+    if (!m_InitRequest(&tTransfer))
     {
-        tEasyHandle.reset();
+        tTransfer.tEasyHandle.reset();
         return false;
     }
     if (!ptReqInfo->tSync.Create())
     {
         VELTRA_LOG_ERROR("No semaphore to wait on!");
-        tEasyHandle.reset();
+        tTransfer.tEasyHandle.reset();
         return false;
     }
-    if (!m_SubmitRequest(&tReqHandler))
+    if (!m_SubmitRequest(&tTransfer))
     {
-        tEasyHandle.reset();
+        tTransfer.tEasyHandle.reset();
         ptReqInfo->tSync.Destroy();
         return false;
     }
@@ -83,19 +83,13 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
-    auto ptCopy = std::make_unique<_HTTP_REQ_INFO_t>(*ptReqInfo);
-    auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
-    *ptReqHandler = {REQ_TYPE_HTTP, ptEasyHandle.get(), ptCopy.get()};
-    if (!m_InitRequest(ptReqHandler.get()) || !m_SubmitRequest(ptReqHandler.get()))
+    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>(*ptReqInfo);
+    if (!m_InitRequest(ptRequest.get()) || !m_SubmitRequest(ptRequest.get()))
     {
-        ptEasyHandle->reset();
+        ptRequest->tEasyHandle.reset();
         return false;
     }
-    /* The worker's now, and perhaps freed already. */
-    static_cast<void>(ptReqHandler.release());
-    static_cast<void>(ptCopy.release());
-    static_cast<void>(ptEasyHandle.release());
+    static_cast<void>(ptRequest.release()); // the worker's now, and perhaps freed already
     VELTRA_LOG_INFO("Start an async request.");
     return true;
 }

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <list>
-#include <optional>
 #include <string>
 
 #include "veltra/platform/sync.h"
@@ -97,6 +96,4 @@ struct _REQ_HANDLER_t
     int eReqType = REQ_TYPE_HTTP;              /**< a REQ_TYPE_e: what ptReqInfo points to */
     WQCurl::WQCurlEasy* pEasyHandle = nullptr; /**< the transfer */
     void* ptReqInfo = nullptr;                 /**< the record */
-    std::optional<std::list<_REQ_HANDLER_t*>::iterator> itListed =
-        std::nullopt; /**< its place in the request list, if it has one */
 };

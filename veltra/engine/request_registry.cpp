@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <memory>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/lock_guard.h"
 
@@ -135,7 +136,12 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    ptReqHandler->itListed = m_lstRequest.insert(m_lstRequest.end(), ptReqHandler);
+    m_lstRequest.push_back(ptReqHandler);
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer != nullptr)
+    {
+        ptTransfer->itListed = std::prev(m_lstRequest.end());
+    }
     if (m_bIdle)
     {
         VELTRA_LOG_INFO("New Request come!");
@@ -152,22 +158,23 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
     {
         return false;
     }
-    if (ptReqHandler->eReqType == REQ_TYPE_HTTP)
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer == nullptr)
     {
-        auto* ptReqInfo = static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-        if (ptReqInfo->bSync)
-        {
-            VELTRA_LOG_INFO("This https request is sync request.");
-            return true;
-        }
-        delete ptReqInfo;
+        return true;
+    }
+    if (ptTransfer->eReqType != REQ_TYPE_HTTP)
+    {
+        delete static_cast<ASYNC_DOWNLOAD_t*>(ptTransfer);
+    }
+    else if (!static_cast<_HTTP_REQ_INFO_t*>(ptTransfer->ptReqInfo)->bSync)
+    {
+        delete static_cast<ASYNC_REQUEST_t*>(ptTransfer);
     }
     else
     {
-        delete static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
+        VELTRA_LOG_INFO("This https request is sync request.");
     }
-    delete ptReqHandler->pEasyHandle;
-    delete ptReqHandler;
     return true;
 }
 
@@ -175,12 +182,19 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    if (ptReqHandler == nullptr || !ptReqHandler->itListed.has_value())
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer == nullptr)
+    {
+        const size_t nBefore = m_lstRequest.size();
+        m_lstRequest.remove(ptReqHandler);
+        return m_lstRequest.size() != nBefore;
+    }
+    if (!ptTransfer->itListed.has_value())
     {
         return false;
     }
-    m_lstRequest.erase(*ptReqHandler->itListed);
-    ptReqHandler->itListed.reset();
+    m_lstRequest.erase(*ptTransfer->itListed);
+    ptTransfer->itListed.reset();
     return true;
 }
 
