@@ -110,6 +110,47 @@ public:
      */
     bool SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA, int nTimeoutB);
 
+    /*
+     * What GLib and the curl wrapper call on the engine's behalf, on the thread that drives the transfer; nothing for
+     * applications.
+     */
+
+    /**
+     * A GLib source function: one request-handling pass, which drives all transfers until none is left. On the worker
+     * thread only, scheduled by the engine itself.
+     * @param pData the CWebConnector; null does nothing
+     * @return always FALSE (0): the next pass is scheduled anew
+     */
+    static int HandleRequest(void* pData);
+
+    /**
+     * The write function of HTTP requests: appends what has arrived. An allocation failure passes as std::bad_alloc.
+     * @param pData nSize times nCount bytes
+     * @param pUser the std::string that they are appended to
+     * @return nSize times nCount; 0, which fails the transfer, when pData or pUser is null
+     */
+    static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
+
+    /**
+     * The write function of downloads: writes what has arrived.
+     * @param pData nCount elements of nSize bytes
+     * @param pStream the FILE that they are written to
+     * @return how many elements were written: fewer than nCount fail the transfer; 0 when pData or pStream is null
+     */
+    static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
+
+    /**
+     * The progress function of downloads: calls the download callback when the rounded percentage is another multiple
+     * of 5. A total of 0 is an unknown one, of which nothing but the beginning, 0, is reported.
+     * @param pUser the download's _HTTP_REQ_FILE_t, whose nLastPercent it updates
+     * @param dTotal what is to come, in bytes
+     * @param dNow what has come, in bytes
+     * @param dUpTotal not used
+     * @param dUpNow not used
+     * @return 0 to go on; 1, which stops the transfer, when the download has been cancelled or pUser is null
+     */
+    static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
+
 private:
     enum STATE_e
     {
@@ -120,7 +161,6 @@ private:
 
     /* Lifecycle and worker loop */
     void t_Main() override;
-    static int HandleRequest(void* pData);
     bool m_DoMultiPerform(int& nRunningHandles);
     bool m_CurlMultiSelect(int& nRunningHandles);
     bool m_CheckLeftRequest();
@@ -140,7 +180,6 @@ private:
     bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
     bool m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
     _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
-    static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
 
     /* GET and POST */
     bool m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
@@ -150,8 +189,6 @@ private:
     /* Downloads */
     bool m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler);
     void m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
-    static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
-    static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
     /*
      * Where locks meet, they are taken in this order: m_tDownloadLock, m_tSubmitLock, then one of m_tRequestLock and
