@@ -457,6 +457,36 @@ TEST(Transcript, ReadersOfTheDocuments)
                    });
 }
 
+namespace
+{
+
+/** Comes before the library's own statics, and so goes after them. */
+struct LATE_CALLER_t
+{
+    ~LATE_CALLER_t()
+    {
+        if (bCalls)
+        {
+            const std::string strDUID = CAIAuth().GetDUID();
+            _exit(strDUID.size() == 1000 && strDUID.find_first_not_of('d') == std::string::npos ? 7 : 8);
+        }
+    }
+    bool bCalls = false;
+} g_tLate;
+
+} // namespace
+
+TEST(Platform, IdentityOutlivesWhoAsksForIt)
+{
+    EXPECT_EXIT(
+        {
+            CAIAuth::SetIdentity({"X1", std::string(1000, 'd'), "", "", "", 0});
+            g_tLate.bCalls = true;
+            exit(0);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
 {
     const auto fnText = [](size_t i) { return std::string(i * 2 + i % 2, 'x'); }; // 127 and 128 are among them
@@ -484,7 +514,18 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
     }
     CKVRDebug::PrintLog(4, "information\n");
     CKVRDebug::PrintLog(0, "after\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "before\nafter\n");
+    for (const bool bWanted : {false, true}) // when the record begins; it ends under the other level
+    {
+        CKVRDebug::SetLevel(bWanted ? 4 : 3);
+        CKVRDebug::PrintLog(4, "begun, ");
+        CKVRDebug::SetLevel(bWanted ? 3 : 4);
+        CKVRDebug::PrintLog(4, "ended\n");
+    }
+    CKVRDebug::SetLevel(0);
+    CKVRDebug::PrintLog(4, "information without an end");
+    CKVRDebug::PrintLog(0, "error\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "before\nafter\nbegun, ended\nerror\n");
+    CKVRDebug::PrintLog(4, "\n");
 
     CSync tSync;
     EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);

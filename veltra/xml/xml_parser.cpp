@@ -43,7 +43,7 @@ APPBIN_SERVER_INFO_t ReadEntry(const pugi::xml_node& tFile)
 
 /**
  * Walks the entries of an information document. Each that fnWanted accepts is read and offered to the map, which keeps
- * an older record of the same identifier; either way fnTaken learns of it.
+ * an older record of the same identifier; either way fnTaken then learns of the entry's identifier and URL.
  */
 template <class WANTED, class TAKEN>
 void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo,
@@ -56,8 +56,8 @@ void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPB
         if (fnWanted(tFile))
         {
             APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
-            fnTaken(tInfo);
             itNext = std::next(mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
+            fnTaken(tFile.attribute("id").value(), tFile.attribute("url").value());
         }
     }
 }
@@ -103,10 +103,10 @@ bool CXmlParser::ParseAppBinaryServerInfoXml(const std::string& strXml,
         return std::binary_search(vecWanted.begin(), vecWanted.end(), strId);
     };
     const char* const pszOperation = __func__;
-    const auto fnTaken = [pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
+    const auto fnTaken = [pszOperation](const char* pszId, const char* pszUrl)
     {
-        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
+        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId,
+                           pszUrl);
     };
     ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
     return true;
@@ -127,11 +127,11 @@ bool CXmlParser::ParseCERTAppBinaryServerInfoXml(const std::string& strXml,
         return std::string_view(tFile.attribute("id").value()).substr(0, PREFIX.size()) == PREFIX;
     };
     const char* const pszOperation = __func__;
-    const auto fnTaken = [&vecCERTAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
+    const auto fnTaken = [&vecCERTAppBinaryId, pszOperation](const char* pszId, const char* pszUrl)
     {
-        vecCERTAppBinaryId.push_back(tInfo.strId);
-        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
+        vecCERTAppBinaryId.emplace_back(pszId);
+        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId,
+                           pszUrl);
     };
     ReadEntries(tDocument, mapCERTAppBinaryInfo, fnWanted, fnTaken);
     return true;
@@ -150,11 +150,11 @@ bool CXmlParser::ParseDefaultAppBinaryServerInfoXml(const std::string& strXml,
     const auto fnWanted = [](const pugi::xml_node& tFile)
     { return std::string_view(tFile.attribute("boot").value()) == "yes"; };
     const char* const pszOperation = __func__;
-    const auto fnTaken = [&vecDefaultAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
+    const auto fnTaken = [&vecDefaultAppBinaryId, pszOperation](const char* pszId, const char* pszUrl)
     {
-        vecDefaultAppBinaryId.push_back(tInfo.strId);
+        vecDefaultAppBinaryId.emplace_back(pszId);
         VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
+                           pszId, pszUrl);
     };
     ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
     return true;

@@ -34,9 +34,38 @@ std::mutex g_tSinkLock;
 CKVRDebug::LOG_SINK_t g_pfnSink = &WriteToStandardError;
 void* g_pSinkUserData = nullptr;
 
-/* The record that this thread is writing, and whether the sink runs on it: what a sink logs would wait for itself. */
-thread_local std::string t_strRecord;
-thread_local bool t_bInSink = false;
+/** The record that a thread has begun and not ended. Whether it is written was decided when it began. */
+struct RECORD_t
+{
+    enum STATE_e
+    {
+        STATE_NONE,
+        STATE_DROPPED,
+        STATE_WRITTEN
+    } eState = STATE_NONE;
+    unsigned int nLevel = 0;
+};
+
+thread_local RECORD_t t_tRecord;
+thread_local std::string t_strRecord; // its text; apart, as it costs what is dropped nothing so
+thread_local bool t_bInSink = false;  // the sink runs on this thread: what it logs would wait for itself
+
+/** @return whether a call's text belongs to a record that is written, after beginning one if need be */
+bool BeginOrGoOn(unsigned int level)
+{
+    RECORD_t& tRecord = t_tRecord;
+    if (tRecord.eState != RECORD_t::STATE_NONE && tRecord.nLevel == level)
+    {
+        return tRecord.eState == RECORD_t::STATE_WRITTEN;
+    }
+    const bool bWanted = level <= g_nLevel.load(std::memory_order_relaxed);
+    if (tRecord.eState != RECORD_t::STATE_WRITTEN)
+    {
+        tRecord.nLevel = level;
+        tRecord.eState = bWanted ? RECORD_t::STATE_WRITTEN : RECORD_t::STATE_DROPPED;
+    }
+    return bWanted;
+}
 
 void AppendFormatted(std::string& strText, const char* format, va_list tArguments)
 {
@@ -62,12 +91,12 @@ void AppendFormatted(std::string& strText, const char* format, va_list tArgument
     va_end(tCopy);
 }
 
-void DeliverRecord(unsigned int level)
+void DeliverRecord()
 {
     {
         const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
         t_bInSink = true;
-        g_pfnSink(level, t_strRecord.c_str(), g_pSinkUserData);
+        g_pfnSink(t_tRecord.nLevel, t_strRecord.c_str(), g_pSinkUserData);
         t_bInSink = false;
     }
     t_strRecord.clear();
@@ -77,8 +106,18 @@ void DeliverRecord(unsigned int level)
 
 void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
 {
-    if (level > g_nLevel.load(std::memory_order_relaxed) || t_bInSink)
+    if (t_bInSink)
     {
+        return;
+    }
+    const size_t nFormat = strlen(format);
+    const bool bEnds = nFormat > 0 && format[nFormat - 1] == '\n';
+    if (!BeginOrGoOn(level))
+    {
+        if (bEnds && t_tRecord.eState == RECORD_t::STATE_DROPPED)
+        {
+            t_tRecord.eState = RECORD_t::STATE_NONE;
+        }
         return;
     }
     va_list tArguments;
@@ -92,11 +131,10 @@ void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
         /* A lost text is better than a failed request. */
     }
     va_end(tArguments);
-
-    const size_t nFormat = strlen(format);
-    if (nFormat > 0 && format[nFormat - 1] == '\n')
+    if (bEnds)
     {
-        DeliverRecord(level);
+        DeliverRecord();
+        t_tRecord.eState = RECORD_t::STATE_NONE;
     }
 }
 
