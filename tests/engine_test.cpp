@@ -289,7 +289,9 @@ TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
     int nLeft = 20;
     tChain.fnOnEvent = [&]
     {
-        EXPECT_FALSE(Get(tServer.Url()));
+        _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url());
+        EXPECT_FALSE(m_ptEngine->Get(&tRequest, true));
+        EXPECT_NE(tRequest.strErrorReason, "");
         m_ptEngine->Destroy(); // refused as well
         EXPECT_TRUE(--nLeft == 0 || tChain.Start(*m_ptEngine, GetRequest(tServer.Url())));
     };

@@ -138,6 +138,8 @@ int StartHttp(int eMethod, bool bSync, const std::list<std::string>& lstHeader, 
     tRequest.eMethod = eMethod;
     tRequest.strUrl = "http://x/";
     tRequest.lstHeader = lstHeader;
+    tRequest.bResult = bSync; // as another request has left them
+    tRequest.strErrorReason = bSync ? "stale" : "";
     tRequest.strResponse = "old ";
     tRequest.pfnRequestCB = pfnCB;
     tRequest.pUserData = g_szUser;

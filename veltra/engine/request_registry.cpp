@@ -1,4 +1,4 @@
-/* Set-up of HTTP requests, and the registry of all transfers: the request list and the multi handle. */
+/* The registry of all transfers: the request list and the multi handle. */
 
 #include <glib.h>
 #include <memory>
@@ -8,72 +8,7 @@
 #include "veltra/platform/lock_guard.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
-#include "veltra/engine/easy_option.h"
-
-namespace
-{
-
-constexpr long HTTP_TIMEOUT_SECONDS = 30;
-
-} // namespace
-
-bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
-{
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    if (!ptReqHandler->pEasyHandle->Initialize())
-    {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
-        return false;
-    }
-    if (!m_SetEasyHandleOptions(ptReqHandler))
-    {
-        VELTRA_LOG_ERROR("Set curl easy option error!");
-        return false;
-    }
-    VELTRA_LOG_INFO("Init new request end.");
-    return true;
-}
-
-bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
-{
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
-    bool bSet = false;
-    switch (tReqInfo.eMethod)
-    {
-    case HTTP_METHOD_GET:
-        bSet = SetOption(tEasy, WQCurl::HTTPGET, 1L, "Set WQCurl::HTTPGET error = [%s]");
-        break;
-    case HTTP_METHOD_POST:
-        bSet = SetOption(tEasy, WQCurl::POST, 1L, "Set WQCurl::POST error = [%s]") &&
-               SetOption(tEasy, WQCurl::POSTFIELDS, tReqInfo.strPostData, "Set WQCurl::POSTFIELDS error = [%s]") &&
-               SetOption(tEasy, WQCurl::POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()),
-                         "Set WQCurl::POSTFIELDSIZE error = [%s]");
-        break;
-    default:
-        VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
-        break;
-    }
-    bSet = bSet && SetOption(tEasy, WQCurl::URL, tReqInfo.strUrl, "Set WQCurl::URL error = [%s]") &&
-           SetOption(tEasy, WQCurl::WRITEFUNCTION, &WriteDataCBFunc, "Set WQCurl::WRITEFUNCTION error = [%s]") &&
-           SetOption(tEasy, WQCurl::WRITEDATA, &tReqInfo.strResponse, "SetWQCurl::WRITEDATA error = [%s]") &&
-           SetOption(tEasy, WQCurl::TIMEOUT, HTTP_TIMEOUT_SECONDS, "Set WQCurl::TIMEOUT error = [%s]") &&
-           SetOption(tEasy, WQCurl::PRIVATE, ptReqHandler, "Set WQCurl::PRIVATE error = [%s]") &&
-           SetOption(tEasy, WQCurl::NOSIGNAL, 1L, "Set WQCurl::NOSIGNAL error = [%s]") &&
-           SetOption(tEasy, WQCurl::HTTPHEADER, tReqInfo.lstHeader, "Set WQCurl::HTTPHEADER error = [%s]");
-    if (bSet)
-    {
-        VELTRA_LOG_INFO("WQCurl last error info = [%s]", tEasy.getLastError().c_str());
-    }
-    return bSet;
-}
+#include "veltra/log.h"
 
 /**
  * Lists a transfer and registers it, as one step to the worker: it is listed first, so that it is found however soon it
@@ -209,14 +144,4 @@ _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHand
         }
     }
     return nullptr;
-}
-
-size_t CWebConnector::WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser)
-{
-    if (pUser == nullptr || pData == nullptr)
-    {
-        return 0;
-    }
-    static_cast<std::string*>(pUser)->append(pData, nSize * nCount);
-    return nSize * nCount;
 }
