@@ -82,7 +82,7 @@ FILE_PTR_t OpenFile(const std::string& strPath, bool bTakeOver)
     }
     if (bMade)
     {
-        remove(strPath.c_str());
+        static_cast<void>(remove(strPath.c_str()));
     }
     errno = nError;
     return pFile;

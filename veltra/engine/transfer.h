@@ -34,7 +34,6 @@ struct TRANSFER_t : _REQ_HANDLER_t
 template <class RECORD, REQ_TYPE_e TYPE> struct OWNED_TRANSFER_t : TRANSFER_t
 {
     OWNED_TRANSFER_t() : TRANSFER_t(TYPE, &tRecord) {}
-    explicit OWNED_TRANSFER_t(const RECORD& tOther) : TRANSFER_t(TYPE, &tRecord), tRecord(tOther) {}
 
     RECORD tRecord;
 };
