@@ -154,7 +154,17 @@ TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
     }
     tDownload.tEnded.Open(-1);
     tRequest.pfnRequestCB = nullptr;
-    FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, true); }, fnStillWhole);
+    FailEveryAllocation(
+        [&]
+        {
+            tRequest.strErrorReason = "stale";
+            m_ptEngine->Get(&tRequest, true);
+        },
+        [&]
+        {
+            EXPECT_NE(tRequest.strErrorReason, "stale");
+            fnStillWhole();
+        });
     EXPECT_EQ(tRequest.strResponse, "answer");
     FailEveryAllocation([&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
                         [&] { std::filesystem::remove(strFile + ".bak"); });

@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <deque>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <semaphore.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -55,8 +57,8 @@ bool IsTempFileOpen()
 } // namespace
 
 /*
- * In place of the C library's. What they do as another process would: "-file" puts a file where there was none when it
- * was looked for, "-link" a link in the place of the file that has just been opened.
+ * In place of the C library's. What they do as another process would: "-file" and "-look" put a file or a link where
+ * there was none when it was looked for, "-link" puts a link in the place of the file that has just been opened.
  */
 
 extern "C" int fsync(int /*nDescriptor*/)
@@ -76,12 +78,23 @@ extern "C" int access(const char* pszPath, int nMode) noexcept
     return nResult;
 }
 
+extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
+{
+    const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
+    if (!Permits("look", errno))
+    {
+        std::ofstream("precious") << "precious";
+        static_cast<void>(symlink("precious", "f.bak"));
+    }
+    return nResult;
+}
+
 extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
 {
     static const auto s_pfnSystem = reinterpret_cast<decltype(&fdopen)>(dlsym(RTLD_NEXT, "fdopen"));
     if (!Permits("link", 0))
     {
-        rename("f.bak", "precious");
+        static_cast<void>(rename("f.bak", "precious"));
         static_cast<void>(symlink("precious", "f.bak"));
     }
     return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;

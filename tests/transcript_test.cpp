@@ -302,6 +302,11 @@ TEST(Transcript, WhatIsNoRequestOrComesAtTheWrongTimeIsRefused)
         [] { return Engine().SyncDownloadFile("u", "no/f", 0, 0); },
         [] { return symlink("nothing", "f.bak") + SYNC_DOWNLOAD() + DOWNLOAD(); },
         [] { return unlink("f.bak") + mkfifo("f.bak", 0600) + SYNC_DOWNLOAD() + DOWNLOAD(); },
+        []
+        {
+            const int nReader = open("f.bak", O_RDONLY | O_NONBLOCK); // with which the pipe can be written to
+            return SYNC_DOWNLOAD() + close(nReader);
+        },
         [] { return unlink("f.bak") + WriteFile("f.bak") + DOWNLOAD(); },
         [] { return rename("f.bak", "precious") + symlink("precious", "f.bak") + SYNC_DOWNLOAD() + DOWNLOAD(); },
         [] { return unlink("f.bak") + mkdir("f", 0700) + SYNC_DOWNLOAD(); }, // succeeds but for the renaming
