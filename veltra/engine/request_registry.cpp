@@ -11,9 +11,8 @@
 #include "veltra/log.h"
 
 /**
- * Lists a transfer and registers it, as one step to the worker: it is listed first, so that it is found however soon it
- * ends, and a worker that ends the engine never meets it half-way. Refused, it is on neither, and nothing is freed;
- * accepted, it belongs to the worker.
+ * A transfer is listed first, so that it is found however soon it ends, and under the lock that a worker takes before
+ * it ends the engine, so that it is never met half-way. Refused, it is on neither, and nothing is freed.
  */
 bool CWebConnector::m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler)
 {
@@ -86,7 +85,6 @@ void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
     VELTRA_LOG_INFO("Add new request.");
 }
 
-/** Takes a handler off the list and frees what the engine owns of it: all but a synchronous request's. */
 bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     if (!m_UnlistRequest(ptReqHandler))
@@ -96,7 +94,7 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
     TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
     if (ptTransfer == nullptr)
     {
-        return true;
+        return true; // what belongs to a handler of somebody else is not the engine's
     }
     if (ptTransfer->eReqType != REQ_TYPE_HTTP)
     {
@@ -113,7 +111,6 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
     return true;
 }
 
-/** Takes a handler off the list and frees nothing. */
 bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);

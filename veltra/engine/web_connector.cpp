@@ -225,7 +225,6 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
     return bKnown;
 }
 
-/** Ends all that is left as failed, when the loop has been quit and nothing new is accepted. */
 void CWebConnector::m_AbortRequests()
 {
     std::vector<_REQ_HANDLER_t*> vecLeft;

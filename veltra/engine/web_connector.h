@@ -127,7 +127,9 @@ public:
 
     /**
      * The write function of HTTP requests: appends what has arrived. An allocation failure passes as std::bad_alloc.
-     * @param pData nSize times nCount bytes
+     * @param pData what has arrived, any bytes; not zero-terminated
+     * @param nSize how many bytes an element has
+     * @param nCount how many elements there are
      * @param pUser the std::string that they are appended to
      * @return nSize times nCount; 0, which fails the transfer, when pData or pUser is null
      */
@@ -135,7 +137,9 @@ public:
 
     /**
      * The write function of downloads: writes what has arrived.
-     * @param pData nCount elements of nSize bytes
+     * @param pData what has arrived, any bytes; not zero-terminated
+     * @param nSize how many bytes an element has
+     * @param nCount how many elements there are
      * @param pStream the FILE that they are written to
      * @return how many elements were written: fewer than nCount fail the transfer; 0 when pData or pStream is null
      */
@@ -182,7 +186,7 @@ private:
 
     /* The registry of all transfers */
 
-    /** Lists a transfer and registers it, as one step to the worker, whose it is then. Caller's thread. */
+    /** Lists a transfer and registers it, as one step to the worker, whose it is if this succeeds. Caller's thread. */
     bool m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler);
     /** Registers an easy handle, after initialising the multi handle if that is still to be done. Caller's thread. */
     bool m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
@@ -190,8 +194,7 @@ private:
     bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
     /** Lists a handler and schedules a pass if the engine is idle. Caller's thread. */
     void m_PushRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Unlists a handler and frees what the engine owns of it; false, with nothing freed, if it is not listed. Worker.
-     */
+    /** Unlists a handler and frees what the engine owns of it; false, freeing nothing, if it is not listed. Worker. */
     bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
     /** Unlists a handler and frees nothing; false if it is not listed. Any thread. */
     bool m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
