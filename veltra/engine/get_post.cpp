@@ -103,8 +103,7 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>();
-    ptRequest->tRecord = *ptReqInfo;
+    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>(*ptReqInfo);
     if (!m_InitRequest(ptRequest.get()) || !m_SubmitRequest(ptRequest.get()))
     {
         ptRequest->tEasyHandle.reset();

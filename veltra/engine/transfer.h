@@ -34,6 +34,8 @@ struct TRANSFER_t : _REQ_HANDLER_t
 template <class RECORD, REQ_TYPE_e TYPE> struct OWNED_TRANSFER_t : TRANSFER_t
 {
     OWNED_TRANSFER_t() : TRANSFER_t(TYPE, &tRecord) {}
+    // NOLINTNEXTLINE(modernize-pass-by-value): the original stays its owner's, so that there is a copy to be made
+    explicit OWNED_TRANSFER_t(const RECORD& tOriginal) : TRANSFER_t(TYPE, &tRecord), tRecord(tOriginal) {}
 
     RECORD tRecord;
 };
