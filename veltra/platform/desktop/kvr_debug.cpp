@@ -44,16 +44,16 @@ struct RECORD_t
         STATE_WRITTEN
     } eState = STATE_NONE;
     unsigned int nLevel = 0;
+    bool bInSink = false; /**< the sink runs on this thread: what it logs would wait for itself */
 };
 
+/* The text is apart and each call looks the record up once: most records are dropped, and that must cost little. */
 thread_local RECORD_t t_tRecord;
-thread_local std::string t_strRecord; // its text; apart, as it costs what is dropped nothing so
-thread_local bool t_bInSink = false;  // the sink runs on this thread: what it logs would wait for itself
+thread_local std::string t_strText;
 
 /** @return whether a call's text belongs to a record that is written, after beginning one if need be */
-bool BeginOrGoOn(unsigned int level)
+bool BeginOrGoOn(RECORD_t& tRecord, unsigned int level)
 {
-    RECORD_t& tRecord = t_tRecord;
     if (tRecord.eState != RECORD_t::STATE_NONE && tRecord.nLevel == level)
     {
         return tRecord.eState == RECORD_t::STATE_WRITTEN;
@@ -91,50 +91,54 @@ void AppendFormatted(std::string& strText, const char* format, va_list tArgument
     va_end(tCopy);
 }
 
-void DeliverRecord()
+void DeliverRecord(RECORD_t& tRecord)
 {
     {
         const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
-        t_bInSink = true;
-        g_pfnSink(t_tRecord.nLevel, t_strRecord.c_str(), g_pSinkUserData);
-        t_bInSink = false;
+        tRecord.bInSink = true;
+        g_pfnSink(tRecord.nLevel, t_strText.c_str(), g_pSinkUserData);
+        tRecord.bInSink = false;
     }
-    t_strRecord.clear();
+    t_strText.clear();
+    tRecord.eState = RECORD_t::STATE_NONE;
 }
 
 } // namespace
 
 void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
 {
-    if (t_bInSink)
+    RECORD_t& tRecord = t_tRecord;
+    if (tRecord.bInSink)
     {
         return;
+    }
+    const bool bWritten = BeginOrGoOn(tRecord, level);
+    if (bWritten)
+    {
+        va_list tArguments;
+        va_start(tArguments, format);
+        try
+        {
+            AppendFormatted(t_strText, format, tArguments);
+        }
+        catch (const std::bad_alloc&)
+        {
+            /* A lost text is better than a failed request. */
+        }
+        va_end(tArguments);
     }
     const size_t nFormat = strlen(format);
-    const bool bEnds = nFormat > 0 && format[nFormat - 1] == '\n';
-    if (!BeginOrGoOn(level))
+    if (nFormat == 0 || format[nFormat - 1] != '\n')
     {
-        if (bEnds && t_tRecord.eState == RECORD_t::STATE_DROPPED)
-        {
-            t_tRecord.eState = RECORD_t::STATE_NONE;
-        }
         return;
     }
-    va_list tArguments;
-    va_start(tArguments, format);
-    try
+    if (bWritten)
     {
-        AppendFormatted(t_strRecord, format, tArguments);
+        DeliverRecord(tRecord);
     }
-    catch (const std::bad_alloc&)
+    else if (tRecord.eState == RECORD_t::STATE_DROPPED)
     {
-        /* A lost text is better than a failed request. */
-    }
-    va_end(tArguments);
-    if (bEnds)
-    {
-        DeliverRecord();
-        t_tRecord.eState = RECORD_t::STATE_NONE;
+        tRecord.eState = RECORD_t::STATE_NONE;
     }
 }
 
