@@ -120,9 +120,15 @@ TEST_F(CEngineTest, CallbacksForOthersAnswerWhateverTheyAreGiven)
         EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, dTotal, dNow, 9, 9), 0) << dNow << " of " << dTotal;
     }
     EXPECT_EQ(tOutcome.vecPercent, (std::vector<int>{0, 5, 15, 95, 100, 40}));
+    tOutcome.vecPercent.clear();
+    for (int i = 0; i <= 34; ++i) // each twice
+    {
+        EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 1000, std::min(i / 2 * 60, 1000), 0, 0), 0);
+    }
+    EXPECT_EQ(tOutcome.vecPercent, (std::vector<int>{0, 30, 60, 90, 100}));
     tRecord.pfnDownloadCB = nullptr;
     EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 0);
-    EXPECT_EQ(tRecord.nLastPercent, 40);
+    EXPECT_EQ(tRecord.nLastPercent, 100);
     tRecord.bCancel = true;
     EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 1);
     EXPECT_EQ(CWebConnector::ProgressCBFunc(nullptr, 100, 50, 0, 0), 1);
