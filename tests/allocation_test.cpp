@@ -89,6 +89,35 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     FailEveryAllocation([&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
     EXPECT_EQ(mapInfo.size(), 1U);
     EXPECT_EQ(vecId.size(), 1U);
+
+    /* Inserted, then appended, then logged: what a list or a record names is in the map. */
+    const auto fnInOrder = [&]
+    {
+        EXPECT_LE(vecId.size(), mapInfo.size());
+        vecId.clear();
+        mapInfo.clear();
+    };
+    fnInOrder();
+    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnInOrder);
+    fnInOrder();
+    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); }, fnInOrder);
+    fnInOrder();
+    typedef std::pair<decltype(mapInfo), decltype(vecId)> OUTPUTS_t;
+    OUTPUTS_t tOutputs;
+    CKVRDebug::SetSink(
+        [](unsigned int, const char*, void* pOutputs)
+        {
+            const auto* ptOutputs = static_cast<OUTPUTS_t*>(pOutputs);
+            EXPECT_EQ(ptOutputs->first.size(), 1U);
+            EXPECT_EQ(ptOutputs->second.size(), 1U);
+        },
+        &tOutputs);
+    tParser.ParseCERTAppBinaryServerInfoXml(strInformation, tOutputs.first, tOutputs.second);
+    tOutputs.first.clear();
+    tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, tOutputs.second, tOutputs.first);
+    tOutputs.first.clear();
+    tParser.ParseAppBinaryServerInfoXml(strInformation, tOutputs.first, tOutputs.second);
+    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);
 }
@@ -125,7 +154,17 @@ TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
     }
     tDownload.tEnded.Open(-1);
     tRequest.pfnRequestCB = nullptr;
-    FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, true); }, fnStillWhole);
+    FailEveryAllocation(
+        [&]
+        {
+            tRequest.strErrorReason = "stale";
+            m_ptEngine->Get(&tRequest, true);
+        },
+        [&]
+        {
+            EXPECT_NE(tRequest.strErrorReason, "stale");
+            fnStillWhole();
+        });
     EXPECT_EQ(tRequest.strResponse, "answer");
     FailEveryAllocation([&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
                         [&] { std::filesystem::remove(strFile + ".bak"); });

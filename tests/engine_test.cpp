@@ -85,6 +85,55 @@ TEST_F(CEngineTest, SendsWhatTheRecordSaysAndAppendsTheAnswer)
     }
 }
 
+TEST_F(CEngineTest, CallbacksForOthersAnswerWhateverTheyAreGiven)
+{
+    EXPECT_EQ(CWebConnector::HandleRequest(nullptr), 0);
+
+    char szData[] = "a\0bcdef";
+    std::string strText = "old ";
+    EXPECT_EQ(CWebConnector::WriteDataCBFunc(szData, 3, 2, &strText), 6U);
+    EXPECT_EQ(CWebConnector::WriteDataCBFunc(szData, 1, 0, &strText), 0U);
+    EXPECT_EQ(CWebConnector::WriteDataCBFunc(nullptr, 1, 1, &strText), 0U);
+    EXPECT_EQ(CWebConnector::WriteDataCBFunc(szData, 1, 1, nullptr), 0U);
+    EXPECT_EQ(strText, std::string("old a\0bcde", 10));
+
+    FILE* pFile = fopen(Path("file").c_str(), "wb");
+    ASSERT_NE(pFile, nullptr);
+    EXPECT_EQ(CWebConnector::WriteDataToFileCBFunc(szData, 3, 2, pFile), 2U);
+    EXPECT_EQ(CWebConnector::WriteDataToFileCBFunc(nullptr, 1, 1, pFile), 0U);
+    EXPECT_EQ(CWebConnector::WriteDataToFileCBFunc(szData, 1, 1, nullptr), 0U);
+    fclose(pFile);
+    EXPECT_EQ(ReadFile(Path("file")), std::string("a\0bcde", 6));
+    pFile = fopen(Path("file").c_str(), "rb");
+    EXPECT_EQ(CWebConnector::WriteDataToFileCBFunc(szData, 3, 2, pFile), 0U) << "which cannot be written to";
+    fclose(pFile);
+
+    OUTCOME_t tOutcome;
+    _HTTP_REQ_FILE_t tRecord;
+    tRecord.pfnDownloadCB = &OUTCOME_t::OnDownload;
+    tRecord.pUserData = &tOutcome;
+    const std::pair<double, double> arrSteps[] = {{0, 0},      {0, 7},       {1000, 44},  {1000, 45},
+                                                  {1000, 54},  {1000, 150},  {100, 15},   {1000, 949},
+                                                  {1000, 945}, {1000, 1000}, {1e12, 4e11}};
+    for (const auto& [dTotal, dNow] : arrSteps)
+    {
+        EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, dTotal, dNow, 9, 9), 0) << dNow << " of " << dTotal;
+    }
+    EXPECT_EQ(tOutcome.vecPercent, (std::vector<int>{0, 5, 15, 95, 100, 40}));
+    tOutcome.vecPercent.clear();
+    for (int i = 0; i <= 34; ++i) // each twice
+    {
+        EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 1000, std::min(i / 2 * 60, 1000), 0, 0), 0);
+    }
+    EXPECT_EQ(tOutcome.vecPercent, (std::vector<int>{0, 30, 60, 90, 100}));
+    tRecord.pfnDownloadCB = nullptr;
+    EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 0);
+    EXPECT_EQ(tRecord.nLastPercent, 100);
+    tRecord.bCancel = true;
+    EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 1);
+    EXPECT_EQ(CWebConnector::ProgressCBFunc(nullptr, 100, 50, 0, 0), 1);
+}
+
 TEST_F(CEngineTest, FailsWithTheReason)
 {
     CLoopbackServer tServer(
@@ -206,7 +255,9 @@ TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
     int nLeft = 20;
     tChain.fnOnEvent = [&]
     {
-        EXPECT_FALSE(Get(tServer.Url()));
+        _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url());
+        EXPECT_FALSE(m_ptEngine->Get(&tRequest, true));
+        EXPECT_NE(tRequest.strErrorReason, "");
         m_ptEngine->Destroy(); // refused as well
         EXPECT_TRUE(--nLeft == 0 || tChain.Start(*m_ptEngine, GetRequest(tServer.Url())));
     };

@@ -4,7 +4,15 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <deque>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <semaphore.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "veltra/platform/kvr_debug.h"
@@ -25,12 +33,77 @@ bool FAKE_WQCURL_t::Allows(const std::string& strStep)
     return bAllowed;
 }
 
-/** In place of the C library's. */
+namespace
+{
+
+/** @return false for a call of the C library that is to fail with nError */
+bool Permits(const std::string& strCall, int nError)
+{
+    errno = nError;
+    return !g_tFake.has_value() || g_tFake->Allows(strCall);
+}
+
+bool IsTempFileOpen()
+{
+    const std::filesystem::directory_iterator tOpen("/proc/self/fd");
+    return std::any_of(begin(tOpen), end(tOpen),
+                       [](const auto& tEntry)
+                       {
+                           std::error_code tGone;
+                           return read_symlink(tEntry.path(), tGone).filename() == "f.bak";
+                       });
+}
+
+} // namespace
+
+/*
+ * In place of the C library's. What they do as another process would: "-file" and "-look" put a file or a link where
+ * there was none when it was looked for, "-link" puts a link in the place of the file that has just been opened.
+ */
+
 extern "C" int fsync(int /*nDescriptor*/)
 {
     Note("fsync");
-    errno = EIO;
-    return g_tFake->Allows("fsync") ? 0 : -1;
+    return Permits("fsync", EIO) ? 0 : -1;
+}
+
+extern "C" int access(const char* pszPath, int nMode) noexcept
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&access)>(dlsym(RTLD_NEXT, "access"));
+    const int nResult = s_pfnSystem(pszPath, nMode);
+    if (!Permits("file", ENOENT))
+    {
+        std::ofstream(pszPath) << "precious";
+    }
+    return nResult;
+}
+
+extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
+{
+    const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
+    if (!Permits("look", errno))
+    {
+        std::ofstream("precious") << "precious";
+        static_cast<void>(symlink("precious", "f.bak"));
+    }
+    return nResult;
+}
+
+extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&fdopen)>(dlsym(RTLD_NEXT, "fdopen"));
+    if (!Permits("link", 0))
+    {
+        static_cast<void>(rename("f.bak", "precious"));
+        static_cast<void>(symlink("precious", "f.bak"));
+    }
+    return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
+}
+
+extern "C" int sem_wait(sem_t* ptSemaphore)
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&sem_wait)>(dlsym(RTLD_NEXT, "sem_wait"));
+    return Permits("sem_wait", EINTR) ? s_pfnSystem(ptSemaphore) : -1;
 }
 
 namespace WQCurl
@@ -146,7 +219,7 @@ std::string WQCurlEasy::getLastError()
 
 void WQCurlEasy::reset()
 {
-    m_pImpl->Step("reset");
+    m_pImpl->Step(IsTempFileOpen() ? "reset with the file open" : "reset");
 }
 
 struct WQCurlMulti::IMPL_t
@@ -197,10 +270,6 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
 bool WQCurlMulti::fdSelect(int& nRunningHandles)
 {
     nRunningHandles = 3;
-    if (!g_tFake->Allows("fdSelect"))
-    {
-        return false;
-    }
     std::vector<WQCurlEasy*> vecDriven;
     {
         std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
@@ -220,7 +289,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     {
         Note("fdSelect, finished " + std::to_string(m_pImpl->dqFinished.size()));
     }
-    return true;
+    return m_pImpl->dqFinished.empty() || g_tFake->Allows("fdSelect"); // what has finished waits for the next
 }
 
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()

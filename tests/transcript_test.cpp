@@ -5,9 +5,11 @@
  * not produce.
  */
 
+#include <array>
 #include <condition_variable>
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
@@ -136,6 +138,8 @@ int StartHttp(int eMethod, bool bSync, const std::list<std::string>& lstHeader, 
     tRequest.eMethod = eMethod;
     tRequest.strUrl = "http://x/";
     tRequest.lstHeader = lstHeader;
+    tRequest.bResult = bSync; // as another request has left them
+    tRequest.strErrorReason = bSync ? "stale" : "";
     tRequest.strResponse = "old ";
     tRequest.pfnRequestCB = pfnCB;
     tRequest.pUserData = g_szUser;
@@ -184,8 +188,6 @@ void Deliver(FAKE_TRANSFER_t& tTransfer)
 
     char szData[] = "body";
     const bool bFile = tTransfer.pProgressData != nullptr;
-    EXPECT_EQ(tTransfer.pfnWrite(nullptr, 1, 4, tTransfer.pWriteData), 0U);
-    EXPECT_EQ(tTransfer.pfnWrite(szData, 1, 4, nullptr), 0U);
     EXPECT_EQ(tTransfer.pfnWrite(szData, 1, 1, tTransfer.pWriteData), 1U);
     EXPECT_EQ(tTransfer.pfnWrite(szData + 1, 3, 1, tTransfer.pWriteData), bFile ? 1U : 3U);
     EXPECT_TRUE(!bFile || std::filesystem::file_size("f.bak") == 4) << "nothing is held back";
@@ -300,11 +302,20 @@ TEST(Transcript, WhatIsNoRequestOrComesAtTheWrongTimeIsRefused)
         [] { return Engine().SyncDownloadFile("u", "no/f", 0, 0); },
         [] { return symlink("nothing", "f.bak") + SYNC_DOWNLOAD() + DOWNLOAD(); },
         [] { return unlink("f.bak") + mkfifo("f.bak", 0600) + SYNC_DOWNLOAD() + DOWNLOAD(); },
+        []
+        {
+            const int nReader = open("f.bak", O_RDONLY | O_NONBLOCK); // with which the pipe can be written to
+            return SYNC_DOWNLOAD() + close(nReader);
+        },
         [] { return unlink("f.bak") + WriteFile("f.bak") + DOWNLOAD(); },
         [] { return rename("f.bak", "precious") + symlink("precious", "f.bak") + SYNC_DOWNLOAD() + DOWNLOAD(); },
         [] { return unlink("f.bak") + mkdir("f", 0700) + SYNC_DOWNLOAD(); }, // succeeds but for the renaming
         [] { return unlink("f.bak") + DOWNLOAD(); },
-        [] { return unlink("f.bak") + Engine().Create(); },
+        [] { return unlink("f.bak") + rmdir("f") + WriteFile("f.bak") + SYNC_DOWNLOAD(); }, // which is shorter
+        [] { return (g_tFake->lstRefused = {"-fdopen"}, WriteFile("f.bak") + SYNC_DOWNLOAD()); },
+        [] { return unlink("f.bak") + unlink("f") + mkfifo("f", 0600) + SYNC_DOWNLOAD() + DOWNLOAD(); },
+        [] { return unlink("f") + symlink("/dev/null", "f") + SYNC_DOWNLOAD(); }, // replaces the link
+        [] { return unlink("f") + Engine().Create(); },
         [&] { return (Engine().Destroy(), fnAll()); },
         [&] { return (Engine().Destroy(), Engine().Create(), fnAll()); },
         [&]
@@ -315,6 +326,28 @@ TEST(Transcript, WhatIsNoRequestOrComesAtTheWrongTimeIsRefused)
         },
     };
     ExpectGolden("refusals", RunScenario(vecStarts));
+}
+
+/** The wrapper gives back the address of a handler that the engine has not made. */
+TEST(Engine, HandlerThatIsNotListedIsNeitherFreedNorMisread)
+{
+    struct
+    {
+        _REQ_HANDLER_t tHandler;
+        std::array<unsigned char, 256> arrBehind;
+    } tForeign{};
+    tForeign.arrBehind.fill(1);
+    std::promise<void> tRuns;
+    const auto fnTransfer = [&](FAKE_TRANSFER_t& tTransfer)
+    {
+        tForeign.tHandler = *static_cast<_REQ_HANDLER_t*>(tTransfer.pPrivate);
+        tTransfer.pPrivate = &tForeign.tHandler;
+        tRuns.set_value();
+    };
+    const START_t fnStart = [&] { return (ASYNC_GET(), tRuns.get_future().wait(), Engine().Destroy(), 0); };
+    const std::string strSeen = RunScenario({fnStart}, {}, fnTransfer);
+    EXPECT_NE(strSeen.find("m_HandleRequestResult! Remove request error!"), std::string::npos) << strSeen;
+    EXPECT_NE(strSeen.find("- destroy"), std::string::npos) << strSeen << "the engine's own is freed in the end";
 }
 
 namespace
@@ -431,6 +464,36 @@ TEST(Transcript, ReadersOfTheDocuments)
                    });
 }
 
+namespace
+{
+
+/** Comes before the library's own statics, and so goes after them. */
+struct LATE_CALLER_t
+{
+    ~LATE_CALLER_t()
+    {
+        if (bCalls)
+        {
+            const std::string strDUID = CAIAuth().GetDUID();
+            _exit(strDUID.size() == 1000 && strDUID.find_first_not_of('d') == std::string::npos ? 7 : 8);
+        }
+    }
+    bool bCalls = false;
+} g_tLate;
+
+} // namespace
+
+TEST(Platform, IdentityOutlivesWhoAsksForIt)
+{
+    EXPECT_EXIT(
+        {
+            CAIAuth::SetIdentity({"X1", std::string(1000, 'd'), "", "", "", 0});
+            g_tLate.bCalls = true;
+            exit(0);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
 {
     const auto fnText = [](size_t i) { return std::string(i * 2 + i % 2, 'x'); }; // 127 and 128 are among them
@@ -458,8 +521,23 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
     }
     CKVRDebug::PrintLog(4, "information\n");
     CKVRDebug::PrintLog(0, "after\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "before\nafter\n");
+    for (const bool bWanted : {false, true}) // when the record begins; it ends under the other level
+    {
+        CKVRDebug::SetLevel(bWanted ? 4 : 3);
+        CKVRDebug::PrintLog(4, "begun, ");
+        CKVRDebug::SetLevel(bWanted ? 3 : 4);
+        CKVRDebug::PrintLog(4, "ended\n");
+    }
+    CKVRDebug::SetLevel(0);
+    CKVRDebug::PrintLog(4, "information without an end");
+    CKVRDebug::PrintLog(0, "error\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "before\nafter\nbegun, ended\nerror\n");
+    CKVRDebug::PrintLog(4, "\n");
 
     CSync tSync;
     EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
+    g_tFake.emplace().lstRefused = {"-sem_wait", "-sem_wait"};
+    tSync.Give();
+    tSync.Take();
+    EXPECT_TRUE(g_tFake->lstRefused.empty()) << "an interrupted wait goes on";
 }

@@ -1,26 +1,19 @@
-/* Downloads into files. */
+/* Downloads into files: on the worker, with events and cancellation, and on the calling thread. */
 
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <fcntl.h>
 #include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include "veltra/engine/temp_file.h"
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/lock_guard.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
 #include "veltra/engine/easy_option.h"
 
-static_assert(sizeof(off_t) == 8, "files over 2 GiB need _FILE_OFFSET_BITS=64");
-
 namespace
 {
 
-constexpr char TEMP_SUFFIX[] = ".bak";
-constexpr size_t TEMP_SUFFIX_LENGTH = sizeof TEMP_SUFFIX - 1;
 constexpr long LOW_SPEED_BYTES_PER_SECOND = 1024;
 constexpr long LOW_SPEED_SECONDS = 30;
 constexpr int PROGRESS_STEP = 5;
@@ -29,104 +22,9 @@ constexpr int DOWNLOAD_STARTED = 1;
 constexpr int DOWNLOAD_FAILED = -6;
 constexpr int DOWNLOAD_EXISTS = -16;
 
-/** A zero character would cut off what makes the temporary path another than the target's. */
-bool IsPath(const std::string& strFilePath)
-{
-    return !strFilePath.empty() && strFilePath.find('\0') == std::string::npos;
-}
-
-struct FILE_CLOSER_t
-{
-    // cppcheck-suppress doubleFree ; it takes the calls of unique_ptr for calls on one file
-    void operator()(FILE* pFile) const { static_cast<void>(fclose(pFile)); }
-};
-typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
-
-/**
- * Opens a regular file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
- * What another process may put at the path meanwhile costs nothing: a link is not followed and a pipe not waited for.
- * @param nFlags O_EXCL to create the file, O_TRUNC to create or empty it
- * @return null with errno when there is none
- */
-FILE_PTR_t OpenTempFile(const std::string& strPath, int nFlags)
-{
-    constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask
-    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | nFlags, MODE);
-    FILE_PTR_t pFile(nFile >= 0 ? fdopen(nFile, "wb") : nullptr);
-    if (pFile == nullptr)
-    {
-        if (nFile >= 0)
-        {
-            close(nFile);
-        }
-        return pFile;
-    }
-    struct stat tStat = {};
-    if (fstat(nFile, &tStat) != 0 || !S_ISREG(tStat.st_mode))
-    {
-        pFile.reset();
-        errno = EINVAL;
-        return pFile;
-    }
-    static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
-    return pFile;
-}
-
-/** True for a symbolic link, logged on behalf of the calling operation. */
-bool IsSymbolicLink(const std::string& strPath, const char* pszOperation = __builtin_FUNCTION(),
-                    int nLine = __builtin_LINE())
-{
-    struct stat tStat = {};
-    if (lstat(strPath.c_str(), &tStat) != 0 || !S_ISLNK(tStat.st_mode))
-    {
-        return false;
-    }
-    VELTRA_LOG_ERROR_AT(pszOperation, nLine, "path [%s] is a symb link! there's security risk!", strPath.c_str());
-    return true;
-}
-
-/**
- * Creates the temporary file of a download that StartDownload() is to start, under whose name failures are logged.
- * @return DOWNLOAD_STARTED, or the result that StartDownload() refuses with
- */
-int CreateTempFile(const std::string& strPath, FILE_PTR_t& pFile, const char* pszOperation, int nLine)
-{
-    if (access(strPath.c_str(), F_OK) == 0)
-    {
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "File [%s] is already downloading, return!", strPath.c_str());
-        return DOWNLOAD_EXISTS;
-    }
-    /* A link to nothing passes that test, and opening it would create what it points to. */
-    if (IsSymbolicLink(strPath, pszOperation, nLine))
-    {
-        return DOWNLOAD_FAILED;
-    }
-    pFile = OpenTempFile(strPath, O_EXCL);
-    if (pFile == nullptr)
-    {
-        const int nError = errno;
-        char szBuffer[256] = "";
-        const char* pszText = strerror_r(nError, szBuffer, sizeof szBuffer);
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Failed to create file = [%s], errno[%d], errmsg[%s, %s]",
-                            strPath.c_str(), nError, pszText, szBuffer);
-        return DOWNLOAD_FAILED;
-    }
-    return IsSymbolicLink(strPath, pszOperation, nLine) ? DOWNLOAD_FAILED : DOWNLOAD_STARTED;
-}
-
-std::string TargetPath(std::string strTempFilePath)
-{
-    if (!strTempFilePath.empty())
-    {
-        strTempFilePath.erase(strTempFilePath.size() - TEMP_SUFFIX_LENGTH);
-    }
-    return strTempFilePath;
-}
-
 /** Tells the callback, if there still is one, how a download ended; logged on behalf of the calling operation. */
 void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::MultiMsg& tMsg,
-                   const std::string& strFilePath, double dSpeed, const char* pszOperation = __builtin_FUNCTION(),
-                   int nLine = __builtin_LINE())
+                   const std::string& strFilePath, double dSpeed, LOG_PLACE_t tPlace = {})
 {
     /* In this order: a silent cancellation clears the callback before it sets the flag, so that it is never reported.
      */
@@ -140,38 +38,20 @@ void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::
     if (bCancel)
     {
         pfnDownloadCB(nId, DOWNLOAD_TYPE_CANCEL, 0, dSpeed, tReqFile.pUserData);
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Downloading[%d] file[%s] is canceled.", nId, strFilePath.c_str());
+        VELTRA_LOG_ERROR_AT(tPlace, "Downloading[%d] file[%s] is canceled.", nId, strFilePath.c_str());
     }
     else if (tMsg.bResult)
     {
         pfnDownloadCB(nId, DOWNLOAD_TYPE_SUCCESS, 0, dSpeed, tReqFile.pUserData);
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Download[%d] file[%s] successfully", nId, strFilePath.c_str());
+        VELTRA_LOG_ERROR_AT(tPlace, "Download[%d] file[%s] successfully", nId, strFilePath.c_str());
     }
     else
     {
         pfnDownloadCB(nId, DOWNLOAD_TYPE_FAIL, 0, dSpeed, tReqFile.pUserData);
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId,
-                            strFilePath.c_str(), tMsg.strErrorMsg.c_str());
+        VELTRA_LOG_ERROR_AT(tPlace, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId, strFilePath.c_str(),
+                            tMsg.strErrorMsg.c_str());
     }
 }
-
-/** Brings a file to storage and closes it. @return false when some of it did not get there */
-bool FlushAndClose(FILE_PTR_t pFile)
-{
-    const bool bFlushed = fflush(pFile.get()) == 0 && (fsync(fileno(pFile.get())) == 0 || errno == EINVAL);
-    return fclose(pFile.release()) == 0 && bFlushed;
-}
-
-/** Takes away the temporary file, at the path it is given, of a download that has not been started. */
-struct TEMP_FILE_REMOVER_t
-{
-    void operator()(const std::string* pstrPath) const
-    {
-        const int nResult = remove(pstrPath->c_str());
-        VELTRA_LOG_ERROR_AT("StartDownload", __LINE__, "Failed to add download request, rm file %s, ret is [%d]",
-                            pstrPath->c_str(), nResult);
-    }
-};
 
 } // namespace
 
@@ -195,40 +75,37 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         return DOWNLOAD_FAILED;
     }
     const CLockGuard tGuard(m_tDownloadLock);
-    const std::string strTempFilePath = strFilePath + TEMP_SUFFIX;
-    FILE_PTR_t pFile;
-    const int nResult = CreateTempFile(strTempFilePath, pFile, __func__, __LINE__);
-    if (nResult != DOWNLOAD_STARTED)
+    const std::string strTempFilePath = TempPath(strFilePath);
+    /* In this order: the stream is closed before its file is removed. */
+    std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(nullptr, {LOG_PLACE_t()});
+    bool bExists = false;
+    FILE_PTR_t pFile = CreateTempFile(strTempFilePath, bExists);
+    if (pFile == nullptr)
     {
-        return nResult;
+        return bExists ? DOWNLOAD_EXISTS : DOWNLOAD_FAILED;
     }
-    std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(&strTempFilePath);
-    auto ptReqFile = std::make_unique<_HTTP_REQ_FILE_t>();
-    ptReqFile->nDownloadId = nDownloadId;
-    ptReqFile->strUrl = strUrl;
-    ptReqFile->strTempFilePath = strTempFilePath;
-    ptReqFile->pFile = pFile.get();
-    ptReqFile->pfnDownloadCB = pfnDownloadCB;
-    ptReqFile->pUserData = pUserData;
-    auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
-    auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
-    *ptReqHandler = {REQ_TYPE_DOWNLOAD, ptEasyHandle.get(), ptReqFile.get()};
-    if (!m_InitDownloadRequest(ptReqHandler.get()))
+    ptRemover.reset(&strTempFilePath);
+    auto ptDownload = std::make_unique<ASYNC_DOWNLOAD_t>();
+    _HTTP_REQ_FILE_t& tReqFile = ptDownload->tRecord;
+    tReqFile.nDownloadId = nDownloadId;
+    tReqFile.strUrl = strUrl;
+    tReqFile.strTempFilePath = strTempFilePath;
+    tReqFile.pFile = pFile.get();
+    tReqFile.pfnDownloadCB = pfnDownloadCB;
+    tReqFile.pUserData = pUserData;
+    const bool bInit = m_InitDownloadRequest(ptDownload.get());
+    if (!bInit || !m_SubmitRequest(ptDownload.get()))
     {
-        VELTRA_LOG_ERROR("Init download request error!");
-        return DOWNLOAD_FAILED;
-    }
-    if (!m_SubmitRequest(ptReqHandler.get()))
-    {
-        VELTRA_LOG_ERROR("AddEasyHandle error!");
+        pFile.reset();
+        ptDownload->tEasyHandle.reset();
+        ptDownload.reset();
+        VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
     /* The worker's now, and perhaps freed already. */
     static_cast<void>(ptRemover.release());
     static_cast<void>(pFile.release());
-    static_cast<void>(ptReqFile.release());
-    static_cast<void>(ptEasyHandle.release());
-    static_cast<void>(ptReqHandler.release());
+    static_cast<void>(ptDownload.release());
     VELTRA_LOG_ERROR("Start to download file[%s], download id[%d]", strTempFilePath.c_str(), nDownloadId);
     return DOWNLOAD_STARTED;
 }
@@ -246,20 +123,14 @@ bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
         VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
         return false;
     }
-    const bool bSet =
-        SetOption(tEasy, WQCurl::HTTPGET, 1L, "Set WQCurl::HTTPGET error = [%s]") &&
-        SetOption(tEasy, WQCurl::URL, ptReqFile->strUrl, "Set WQCurl::URL error = [%s]") &&
-        SetOption(tEasy, WQCurl::PRIVATE, ptReqHandler, "Set WQCurl::PRIVATE error = [%s]") &&
-        SetOption(tEasy, WQCurl::NOPROGRESS, 0L, "Set WQCurl::NOPROGRESS error = [%s]") &&
-        SetOption(tEasy, WQCurl::NOSIGNAL, 1L, "Set WQCurl::NOSIGNAL error = [%s]") &&
-        SetOption(tEasy, WQCurl::WRITEFUNCTION, &WriteDataToFileCBFunc, "Set WQCurl::WRITEFUNCTION error = [%s]") &&
-        SetOption(tEasy, WQCurl::WRITEDATA, ptReqFile->pFile, "Set WQCurl::WRITEDATA error = [%s]") &&
-        (ptReqFile->pfnDownloadCB == nullptr ||
-         SetOption(tEasy, WQCurl::PROGRESSFUNCTION, &ProgressCBFunc, "Set WQCurl::PROGRESSFUNCTION error = [%s]")) &&
-        SetOption(tEasy, WQCurl::PROGRESSDATA, ptReqFile, "Set WQCurl::PROGRESSDATA error = [%s]") &&
-        SetOption(tEasy, WQCurl::LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND,
-                  "Set WQCurl::LOW_SPEED_LIMIT error = [%s]") &&
-        SetOption(tEasy, WQCurl::LOW_SPEED_TIME, LOW_SPEED_SECONDS, "Set WQCurl::LOW_SPEED_TIME error = [%s]");
+    const bool bSet = SET_OPTION(tEasy, HTTPGET, 1L) && SET_OPTION(tEasy, URL, ptReqFile->strUrl) &&
+                      SET_OPTION(tEasy, PRIVATE, ptReqHandler) && SET_OPTION(tEasy, NOPROGRESS, 0L) &&
+                      SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataToFileCBFunc) &&
+                      SET_OPTION(tEasy, WRITEDATA, ptReqFile->pFile) &&
+                      (ptReqFile->pfnDownloadCB == nullptr || SET_OPTION(tEasy, PROGRESSFUNCTION, &ProgressCBFunc)) &&
+                      SET_OPTION(tEasy, PROGRESSDATA, ptReqFile) &&
+                      SET_OPTION(tEasy, LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND) &&
+                      SET_OPTION(tEasy, LOW_SPEED_TIME, LOW_SPEED_SECONDS);
     if (bSet)
     {
         VELTRA_LOG_INFO("Init new download[%d] request end.", ptReqFile->nDownloadId);
@@ -399,35 +270,31 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     _HTTP_REQ_FILE_t tReqFile;
     tReqFile.nDownloadId = CreateDownloadId();
     tReqFile.strUrl = strUrl;
-    tReqFile.strTempFilePath = strFilePath + TEMP_SUFFIX;
+    tReqFile.strTempFilePath = TempPath(strFilePath);
     const std::string& strTempFilePath = tReqFile.strTempFilePath;
-    WQCurl::WQCurlEasy tEasyHandle;
-    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
+    TRANSFER_t tTransfer(REQ_TYPE_HTTP, &tReqFile);
+    WQCurl::WQCurlEasy& tEasyHandle = tTransfer.tEasyHandle;
 
-    /* Opening through a link would empty the file that it points to. */
-    if (IsSymbolicLink(strTempFilePath))
-    {
-        return false;
-    }
-    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, O_TRUNC);
+    FILE_PTR_t pFile = TakeOverTempFile(strTempFilePath);
     if (pFile == nullptr)
-    {
-        VELTRA_LOG_ERROR("Failed to open file = [%s]", strTempFilePath.c_str());
-        return false;
-    }
-    if (IsSymbolicLink(strTempFilePath))
     {
         return false;
     }
     tReqFile.pFile = pFile.get();
-    if (!m_InitDownloadRequest(&tReqHandler))
+    bool bWhole = m_InitDownloadRequest(&tTransfer);
+    if (bWhole)
     {
-        return false;
+        tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
+        bWhole = tEasyHandle.send();
+        if (!bWhole)
+        {
+            VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
+        }
     }
-    tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
-    if (!tEasyHandle.send())
+    if (!bWhole)
     {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
+        pFile.reset();
+        tEasyHandle.reset();
         return false;
     }
     tEasyHandle.reset();

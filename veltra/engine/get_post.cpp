@@ -1,11 +1,30 @@
-/* Synchronous and asynchronous GET and POST. */
+/* Synchronous and asynchronous GET and POST, from their set-up to their end. */
 
 #include <memory>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
-#include "veltra/log.h"
+#include "veltra/engine/easy_option.h"
+
+namespace
+{
+
+constexpr long HTTP_TIMEOUT_SECONDS = 30;
+
+/* The one text of its kind that is misspelt: integrators search for it as it has always been. */
+constexpr char MISSPELT_WRITEDATA_ERROR[] = "SetWQCurl::WRITEDATA error = [%s]";
+
+/** Logs why a synchronous request is refused, on behalf of the calling operation, and leaves it in the record. */
+bool Refuse(_HTTP_REQ_INFO_t& tReqInfo, const char* pszReason, LOG_PLACE_t tPlace = {})
+{
+    VELTRA_LOG_ERROR_AT(tPlace, "%s", pszReason);
+    tReqInfo.strErrorReason = pszReason;
+    return false;
+}
+
+} // namespace
 
 bool CWebConnector::Get(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync)
 {
@@ -37,32 +56,34 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         VELTRA_LOG_ERROR("Input param is NULL.");
         return false;
     }
+    ptReqInfo->bResult = false;
+    ptReqInfo->strErrorReason.clear();
     if (!m_CheckRunning())
     {
+        ptReqInfo->strErrorReason = "The engine is not running!";
         return false;
     }
     if (m_tWorkerId.load() == std::this_thread::get_id())
     {
-        VELTRA_LOG_ERROR("A synchronous request on the worker thread would wait for itself!");
-        return false;
+        return Refuse(*ptReqInfo, "A synchronous request on the worker thread would wait for itself!");
     }
     VELTRA_LOG_INFO("Start sync request.");
-    WQCurl::WQCurlEasy tEasyHandle;
-    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, ptReqInfo};
-    if (!m_InitRequest(&tReqHandler))
+    TRANSFER_t tTransfer(REQ_TYPE_HTTP, ptReqInfo);
+    if (!m_InitRequest(&tTransfer))
     {
-        tEasyHandle.reset();
+        tTransfer.tEasyHandle.reset();
         return false;
     }
     if (!ptReqInfo->tSync.Create())
     {
-        VELTRA_LOG_ERROR("No semaphore to wait on!");
-        return false;
+        tTransfer.tEasyHandle.reset();
+        return Refuse(*ptReqInfo, "No semaphore to wait on!");
     }
-    if (!m_SubmitRequest(&tReqHandler))
+    if (!m_SubmitRequest(&tTransfer))
     {
-        tEasyHandle.reset();
+        tTransfer.tEasyHandle.reset();
         ptReqInfo->tSync.Destroy();
+        ptReqInfo->strErrorReason = "The transfer could not be registered with the engine";
         return false;
     }
     ptReqInfo->tSync.Take();
@@ -82,21 +103,83 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    auto ptReqHandler = std::make_unique<_REQ_HANDLER_t>();
-    auto ptCopy = std::make_unique<_HTTP_REQ_INFO_t>(*ptReqInfo);
-    auto ptEasyHandle = std::make_unique<WQCurl::WQCurlEasy>();
-    *ptReqHandler = {REQ_TYPE_HTTP, ptEasyHandle.get(), ptCopy.get()};
-    if (!m_InitRequest(ptReqHandler.get()) || !m_SubmitRequest(ptReqHandler.get()))
+    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>(*ptReqInfo);
+    if (!m_InitRequest(ptRequest.get()) || !m_SubmitRequest(ptRequest.get()))
     {
-        ptEasyHandle->reset();
+        ptRequest->tEasyHandle.reset();
         return false;
     }
-    /* The worker's now, and perhaps freed already. */
-    static_cast<void>(ptReqHandler.release());
-    static_cast<void>(ptCopy.release());
-    static_cast<void>(ptEasyHandle.release());
+    static_cast<void>(ptRequest.release()); // the worker's now, and perhaps freed already
     VELTRA_LOG_INFO("Start an async request.");
     return true;
+}
+
+bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
+{
+    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
+    {
+        return false;
+    }
+    if (!ptReqHandler->pEasyHandle->Initialize())
+    {
+        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
+        static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo)->strErrorReason =
+            "The transfer could not be initialised";
+        return false;
+    }
+    if (!m_SetEasyHandleOptions(ptReqHandler))
+    {
+        VELTRA_LOG_ERROR("Set curl easy option error!");
+        return false;
+    }
+    VELTRA_LOG_INFO("Init new request end.");
+    return true;
+}
+
+bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
+{
+    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
+    {
+        return false;
+    }
+    auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
+    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
+    bool bSet = false;
+    switch (tReqInfo.eMethod)
+    {
+    case HTTP_METHOD_GET:
+        bSet = SET_OPTION(tEasy, HTTPGET, 1L);
+        break;
+    case HTTP_METHOD_POST:
+        bSet = SET_OPTION(tEasy, POST, 1L) && SET_OPTION(tEasy, POSTFIELDS, tReqInfo.strPostData) &&
+               SET_OPTION(tEasy, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
+        break;
+    default:
+        VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
+        tReqInfo.strErrorReason = "eMethod is neither GET nor POST: " + std::to_string(tReqInfo.eMethod);
+        return false;
+    }
+    bSet = bSet && SET_OPTION(tEasy, URL, tReqInfo.strUrl) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataCBFunc) &&
+           SetOption(tEasy, WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
+           SET_OPTION(tEasy, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tEasy, PRIVATE, ptReqHandler) &&
+           SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, HTTPHEADER, tReqInfo.lstHeader);
+    if (!bSet)
+    {
+        tReqInfo.strErrorReason = tEasy.getLastError();
+        return false;
+    }
+    VELTRA_LOG_INFO("WQCurl last error info = [%s]", tEasy.getLastError().c_str());
+    return true;
+}
+
+size_t CWebConnector::WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser)
+{
+    if (pUser == nullptr || pData == nullptr)
+    {
+        return 0;
+    }
+    static_cast<std::string*>(pUser)->append(pData, nSize * nCount);
+    return nSize * nCount;
 }
 
 void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)

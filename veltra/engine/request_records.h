@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <list>
-#include <optional>
 #include <string>
 
 #include "veltra/platform/sync.h"
@@ -39,7 +38,7 @@ enum DOWNLOAD_TYPE_e
  * downloads and cancel downloads. It must not throw and must not make a synchronous request, which would wait for
  * itself and is refused; while it runs, no other transfer of the engine goes on.
  *
- * @param bResult true when the transfer succeeded, whatever the server's HTTP status
+ * @param bResult the record's: see _HTTP_REQ_INFO_t::bResult
  * @param strErrorMsg the error text of the transfer; empty on success
  * @param strResponse the response body; for a synchronous request the caller's own
  * @param pUserData the record's pUserData
@@ -65,17 +64,18 @@ typedef void (*DOWNLOAD_CB_t)(int nDownloadId, DOWNLOAD_TYPE_e eType, int nPerce
 struct _HTTP_REQ_INFO_t
 {
     int eMethod = 0;                          /**< an HTTP_METHOD_e; decides over Get() and Post() alike */
-    std::string strUrl;                       /**< the full URL, http or https */
-    std::list<std::string> lstHeader;         /**< extra header lines ("Name: value"), sent unchecked: no line breaks */
-    std::string strPostData;                  /**< the body of a POST, any bytes; ignored for GET */
+    std::string strUrl{};                     /**< the full URL, http or https */
+    std::list<std::string> lstHeader{};       /**< extra header lines ("Name: value"), sent unchecked: no line breaks */
+    std::string strPostData{};                /**< the body of a POST, any bytes; ignored for GET */
     HTTP_REQUEST_CB_t pfnRequestCB = nullptr; /**< needed for an asynchronous request */
     void* pUserData = nullptr;                /**< handed to the callback; not owned */
 
-    bool bResult = false;       /**< true when the transfer succeeded, whatever the server's HTTP status */
-    std::string strResponse;    /**< the response body is appended; never cleared */
-    bool bSync = false;         /**< set by Get() and Post() */
-    CSync tSync;                /**< what a synchronous caller waits on; nothing for the caller */
-    std::string strErrorReason; /**< the error text of the finished transfer; empty on success */
+    /** Success: a whole answer has come, whatever its HTTP status, which is not examined. */
+    bool bResult = false;
+    std::string strResponse{};    /**< the response body is appended; never cleared */
+    bool bSync = false;           /**< set by Get() and Post() */
+    CSync tSync{};                /**< what a synchronous caller waits on; nothing for the caller */
+    std::string strErrorReason{}; /**< why the transfer failed or a synchronous request was refused; else empty */
 };
 
 /** One file download, the engine's own record. Destroying it does not close pFile. */
@@ -84,8 +84,8 @@ struct _HTTP_REQ_FILE_t
     int nDownloadId = 0;                               /**< names it in CancelDownload() and in events */
     int nLastPercent = -1;                             /**< the last percentage that was reported */
     std::atomic<bool> bCancel{false};                  /**< set by any thread, read by the worker */
-    std::string strUrl;                                /**< what is downloaded */
-    std::string strTempFilePath;                       /**< the target path followed by ".bak" */
+    std::string strUrl{};                              /**< what is downloaded */
+    std::string strTempFilePath{};                     /**< the target path followed by ".bak" */
     FILE* pFile = nullptr;                             /**< the temporary file's stream; null once it is closed */
     std::atomic<DOWNLOAD_CB_t> pfnDownloadCB{nullptr}; /**< cleared by any thread, read by the worker */
     void* pUserData = nullptr;                         /**< for the callback; not owned */
@@ -97,6 +97,4 @@ struct _REQ_HANDLER_t
     int eReqType = REQ_TYPE_HTTP;              /**< a REQ_TYPE_e: what ptReqInfo points to */
     WQCurl::WQCurlEasy* pEasyHandle = nullptr; /**< the transfer */
     void* ptReqInfo = nullptr;                 /**< the record */
-    std::optional<std::list<_REQ_HANDLER_t*>::iterator> itListed =
-        std::nullopt; /**< its place in the request list, if it has one */
 };

@@ -1,83 +1,18 @@
-/* Set-up of HTTP requests, and the registry of all transfers: the request list and the multi handle. */
+/* The registry of all transfers: the request list and the multi handle. */
 
 #include <glib.h>
 #include <memory>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/lock_guard.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
-#include "veltra/engine/easy_option.h"
-
-namespace
-{
-
-constexpr long HTTP_TIMEOUT_SECONDS = 30;
-
-} // namespace
-
-bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
-{
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    if (!ptReqHandler->pEasyHandle->Initialize())
-    {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
-        return false;
-    }
-    if (!m_SetEasyHandleOptions(ptReqHandler))
-    {
-        VELTRA_LOG_ERROR("Set curl easy option error!");
-        return false;
-    }
-    VELTRA_LOG_INFO("Init new request end.");
-    return true;
-}
-
-bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
-{
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
-    bool bSet = false;
-    switch (tReqInfo.eMethod)
-    {
-    case HTTP_METHOD_GET:
-        bSet = SetOption(tEasy, WQCurl::HTTPGET, 1L, "Set WQCurl::HTTPGET error = [%s]");
-        break;
-    case HTTP_METHOD_POST:
-        bSet = SetOption(tEasy, WQCurl::POST, 1L, "Set WQCurl::POST error = [%s]") &&
-               SetOption(tEasy, WQCurl::POSTFIELDS, tReqInfo.strPostData, "Set WQCurl::POSTFIELDS error = [%s]") &&
-               SetOption(tEasy, WQCurl::POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()),
-                         "Set WQCurl::POSTFIELDSIZE error = [%s]");
-        break;
-    default:
-        VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
-        break;
-    }
-    bSet = bSet && SetOption(tEasy, WQCurl::URL, tReqInfo.strUrl, "Set WQCurl::URL error = [%s]") &&
-           SetOption(tEasy, WQCurl::WRITEFUNCTION, &WriteDataCBFunc, "Set WQCurl::WRITEFUNCTION error = [%s]") &&
-           SetOption(tEasy, WQCurl::WRITEDATA, &tReqInfo.strResponse, "SetWQCurl::WRITEDATA error = [%s]") &&
-           SetOption(tEasy, WQCurl::TIMEOUT, HTTP_TIMEOUT_SECONDS, "Set WQCurl::TIMEOUT error = [%s]") &&
-           SetOption(tEasy, WQCurl::PRIVATE, ptReqHandler, "Set WQCurl::PRIVATE error = [%s]") &&
-           SetOption(tEasy, WQCurl::NOSIGNAL, 1L, "Set WQCurl::NOSIGNAL error = [%s]") &&
-           SetOption(tEasy, WQCurl::HTTPHEADER, tReqInfo.lstHeader, "Set WQCurl::HTTPHEADER error = [%s]");
-    if (bSet)
-    {
-        VELTRA_LOG_INFO("WQCurl last error info = [%s]", tEasy.getLastError().c_str());
-    }
-    return bSet;
-}
+#include "veltra/log.h"
 
 /**
- * Lists a transfer and registers it, as one step to the worker: it is listed first, so that it is found however soon it
- * ends, and a worker that ends the engine never meets it half-way. Refused, it is on neither, and nothing is freed;
- * accepted, it belongs to the worker.
+ * A transfer is listed first, so that it is found however soon it ends, and under the lock that a worker takes before
+ * it ends the engine, so that it is never met half-way. Refused, it is on neither, and nothing is freed.
  */
 bool CWebConnector::m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler)
 {
@@ -135,7 +70,12 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    ptReqHandler->itListed = m_lstRequest.insert(m_lstRequest.end(), ptReqHandler);
+    m_lstRequest.push_back(ptReqHandler);
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer != nullptr)
+    {
+        ptTransfer->itListed = std::prev(m_lstRequest.end());
+    }
     if (m_bIdle)
     {
         VELTRA_LOG_INFO("New Request come!");
@@ -145,42 +85,48 @@ void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
     VELTRA_LOG_INFO("Add new request.");
 }
 
-/** Takes a handler off the list and frees what the engine owns of it: all but a synchronous request's. */
 bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     if (!m_UnlistRequest(ptReqHandler))
     {
         return false;
     }
-    if (ptReqHandler->eReqType == REQ_TYPE_HTTP)
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer == nullptr)
     {
-        auto* ptReqInfo = static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-        if (ptReqInfo->bSync)
-        {
-            VELTRA_LOG_INFO("This https request is sync request.");
-            return true;
-        }
-        delete ptReqInfo;
+        return true; // what belongs to a handler of somebody else is not the engine's
+    }
+    if (ptTransfer->eReqType != REQ_TYPE_HTTP)
+    {
+        delete static_cast<ASYNC_DOWNLOAD_t*>(ptTransfer);
+    }
+    else if (!static_cast<_HTTP_REQ_INFO_t*>(ptTransfer->ptReqInfo)->bSync)
+    {
+        delete static_cast<ASYNC_REQUEST_t*>(ptTransfer);
     }
     else
     {
-        delete static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
+        VELTRA_LOG_INFO("This https request is sync request.");
     }
-    delete ptReqHandler->pEasyHandle;
-    delete ptReqHandler;
     return true;
 }
 
-/** Takes a handler off the list and frees nothing. */
 bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    if (ptReqHandler == nullptr || !ptReqHandler->itListed.has_value())
+    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
+    if (ptTransfer == nullptr)
+    {
+        const size_t nBefore = m_lstRequest.size();
+        m_lstRequest.remove(ptReqHandler);
+        return m_lstRequest.size() != nBefore;
+    }
+    if (!ptTransfer->itListed.has_value())
     {
         return false;
     }
-    m_lstRequest.erase(*ptReqHandler->itListed);
-    ptReqHandler->itListed.reset();
+    m_lstRequest.erase(*ptTransfer->itListed);
+    ptTransfer->itListed.reset();
     return true;
 }
 
@@ -195,14 +141,4 @@ _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHand
         }
     }
     return nullptr;
-}
-
-size_t CWebConnector::WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser)
-{
-    if (pUser == nullptr || pData == nullptr)
-    {
-        return 0;
-    }
-    static_cast<std::string*>(pUser)->append(pData, nSize * nCount);
-    return nSize * nCount;
 }

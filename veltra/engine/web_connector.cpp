@@ -182,19 +182,18 @@ void CWebConnector::m_HandleCompletedRequest()
             VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][getInfo()] return false!");
             tMsg.bResult = false;
             tMsg.strErrorMsg = "The finished transfer's request could not be read back";
-            m_FinishRequest(m_FindRequest(tMsg.pEasyHandle), tMsg);
+            m_FinishRequest(m_FindRequest(tMsg.pEasyHandle), tMsg, LOG_PLACE_t());
             return;
         }
-        if (!m_FinishRequest(static_cast<_REQ_HANDLER_t*>(pPrivate), tMsg))
+        if (!m_FinishRequest(static_cast<_REQ_HANDLER_t*>(pPrivate), tMsg, LOG_PLACE_t()))
         {
             return;
         }
     }
 }
 
-/** Logs on behalf of the calling operation. @return false for a request of unknown kind */
 bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg,
-                                    const char* pszOperation, int nLine)
+                                    const LOG_PLACE_t& tPlace)
 {
     const WQCurl::WQCurlEasy* pEasyHandle = tMsg.pEasyHandle;
     if (ptReqHandler == nullptr)
@@ -213,20 +212,19 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
         m_HandleDownloadRequest(ptReqHandler, tMsg);
         break;
     default:
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Unknow request type[%d]!", ptReqHandler->eReqType);
+        VELTRA_LOG_ERROR_AT(tPlace, "Unknow request type[%d]!", ptReqHandler->eReqType);
         bKnown = false;
         break;
     }
     if (!bWhole || !bKnown)
     {
-        /* Nobody knows what it owns, but it must not keep the pass from ending. */
+        /* What such a request owns is not known and stays, but it must not keep the pass from ending. */
         m_RemoveEasyHandle(pEasyHandle);
         m_UnlistRequest(ptReqHandler);
     }
     return bKnown;
 }
 
-/** Ends all that is left as failed, when the loop has been quit and nothing new is accepted. */
 void CWebConnector::m_AbortRequests()
 {
     std::vector<_REQ_HANDLER_t*> vecLeft;
@@ -240,7 +238,7 @@ void CWebConnector::m_AbortRequests()
         WQCurl::WQCurlMulti::MultiMsg tMsg;
         tMsg.pEasyHandle = ptReqHandler->pEasyHandle;
         tMsg.strErrorMsg = "The engine was destroyed before the transfer had ended";
-        m_FinishRequest(ptReqHandler, tMsg);
+        m_FinishRequest(ptReqHandler, tMsg, LOG_PLACE_t());
     }
 }
 

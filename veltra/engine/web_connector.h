@@ -15,6 +15,7 @@
 
 struct _GMainContext;
 struct _GMainLoop;
+struct LOG_PLACE_t;
 
 /**
  * The transfer engine of the process: CSingleton<CWebConnector>::GetInstance(). One worker thread drives all its
@@ -52,11 +53,12 @@ public:
      * seconds.
      *
      * @param ptReqInfo the caller's. bSync true: used until the call returns; its bResult, strResponse and
-     * strErrorReason then tell the outcome. bSync false: copied, so that it may be reused or freed after the call.
+     * strErrorReason then tell the outcome, also of a call that was refused. bSync false: copied, so that it may be
+     * reused or freed after the call.
      * @param bSync true blocks until the transfer has ended (and is refused on the worker thread, in a callback); false
      *        returns at once
-     * @return bSync true: whether the transfer succeeded, whatever the HTTP status. bSync false: whether it was
-     * started; then pfnRequestCB is called once, otherwise never.
+     * @return bSync true: the record's bResult. bSync false: whether the request was started; then pfnRequestCB is
+     * called once, otherwise never.
      */
     bool Get(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync);
 
@@ -68,12 +70,12 @@ public:
 
     /**
      * Starts to download strUrl in the background, into strFilePath followed by ".bak"; that file is renamed to
-     * strFilePath after a successful transfer and removed after any other. A download that stays below 1024 bytes per
-     * second for 30 seconds fails. The HTTP status is not examined.
+     * strFilePath after a successful transfer (see _HTTP_REQ_INFO_t::bResult) and removed after any other. A download
+     * that stays below 1024 bytes per second for 30 seconds fails.
      *
      * @param nDownloadId from CreateDownloadId()
      * @param strUrl http or https; copied
-     * @param strFilePath the target's path; copied
+     * @param strFilePath the target's path; copied. A device, pipe or socket there refuses the download
      * @param pfnDownloadCB told of progress and the end; required
      * @param pUserData handed to the callback; not owned
      * @return 1 when it is under way; -16 when the ".bak" file exists already, because that target is being downloaded
@@ -102,13 +104,58 @@ public:
      * same target apart. A download that stays below 1024 bytes per second for 30 seconds fails.
      *
      * @param strUrl http or https
-     * @param strFilePath the target's path
+     * @param strFilePath the target's path. A device, pipe or socket there refuses the download
      * @param nTimeoutA the longest that the whole transfer may take, in seconds; 0 sets no limit
      * @param nTimeoutB the longest that connecting may take, in seconds; 0 leaves the usual 30
-     * @return true when the transfer succeeded, whatever the HTTP status, and all data is in storage; a rename that
-     * fails is only logged (level 4) and leaves the ".bak" file
+     * @return true when the transfer succeeded (see _HTTP_REQ_INFO_t::bResult) and all data is in storage; a rename
+     * that fails is only logged (level 4) and leaves the ".bak" file
      */
     bool SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA, int nTimeoutB);
+
+    /*
+     * What GLib and the curl wrapper call on the engine's behalf, on the thread that drives the transfer; nothing for
+     * applications.
+     */
+
+    /**
+     * A GLib source function: one request-handling pass, which drives all transfers until none is left. On the worker
+     * thread only, scheduled by the engine itself.
+     * @param pData the CWebConnector; null does nothing
+     * @return always FALSE (0): the next pass is scheduled anew
+     */
+    static int HandleRequest(void* pData);
+
+    /**
+     * The write function of HTTP requests: appends what has arrived. An allocation failure passes as std::bad_alloc.
+     * @param pData what has arrived, any bytes; not zero-terminated
+     * @param nSize how many bytes an element has
+     * @param nCount how many elements there are
+     * @param pUser the std::string that they are appended to
+     * @return nSize times nCount; 0, which fails the transfer, when pData or pUser is null
+     */
+    static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
+
+    /**
+     * The write function of downloads: writes what has arrived.
+     * @param pData what has arrived, any bytes; not zero-terminated
+     * @param nSize how many bytes an element has
+     * @param nCount how many elements there are
+     * @param pStream the FILE that they are written to
+     * @return how many elements were written: fewer than nCount fail the transfer; 0 when pData or pStream is null
+     */
+    static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
+
+    /**
+     * The progress function of downloads: calls the download callback when the rounded percentage is another multiple
+     * of 5. A total of 0 is an unknown one, of which nothing but the beginning, 0, is reported.
+     * @param pUser the download's _HTTP_REQ_FILE_t, whose nLastPercent it updates
+     * @param dTotal what is to come, in bytes
+     * @param dNow what has come, in bytes
+     * @param dUpTotal not used
+     * @param dUpNow not used
+     * @return 0 to go on; 1, which stops the transfer, when the download has been cancelled or pUser is null
+     */
+    static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
 private:
     enum STATE_e
@@ -119,39 +166,60 @@ private:
     };
 
     /* Lifecycle and worker loop */
+
+    /** The worker thread's body: runs the loop, then ends what is left. Worker. */
     void t_Main() override;
-    static int HandleRequest(void* pData);
+    /** Drives all transfers one step at the start of a pass. Worker. */
     bool m_DoMultiPerform(int& nRunningHandles);
+    /** Waits for something to do and drives the transfers. Worker. */
     bool m_CurlMultiSelect(int& nRunningHandles);
+    /** Tells whether a pass has to go on; if not, the next submission schedules another. Worker. */
     bool m_CheckLeftRequest();
+    /** Finishes each transfer that has ended. Worker. */
     void m_HandleCompletedRequest();
-    bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg,
-                         const char* pszOperation = __builtin_FUNCTION(), int nLine = __builtin_LINE());
+    /** Finishes one by its kind, and unlists what cannot be; false for an unknown kind. Logs for its caller. Worker. */
+    bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg, const LOG_PLACE_t& tPlace);
+    /** Ends all that is left as failed, when the loop has been quit and nothing new is accepted. Worker. */
     void m_AbortRequests();
+    /** Tells, and logs if not, whether the engine is between Create() and Destroy(). Any thread. */
     bool m_CheckRunning() const;
 
-    /* Set-up and registry */
-    bool m_InitRequest(_REQ_HANDLER_t* ptReqHandler);
-    bool m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler);
+    /* The registry of all transfers */
+
+    /** Lists a transfer and registers it, as one step to the worker, whose it is if this succeeds. Caller's thread. */
     bool m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Registers an easy handle, after initialising the multi handle if that is still to be done. Caller's thread. */
     bool m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
+    /** Unregisters an easy handle. Worker. */
     bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
+    /** Lists a handler and schedules a pass if the engine is idle. Caller's thread. */
     void m_PushRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Unlists a handler and frees what the engine owns of it; false, freeing nothing, if it is not listed. Worker. */
     bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Unlists a handler and frees nothing; false if it is not listed. Any thread. */
     bool m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Finds the listed handler of an easy handle; null if there is none. Worker. */
     _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
-    static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
 
     /* GET and POST */
+
+    /** Makes a request over the caller's record and waits for its end. Caller's thread. */
     bool m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
+    /** Starts a request over a copy of the caller's record. Caller's thread. */
     bool m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
+    /** Makes a request's easy handle ready to be submitted. Caller's thread. */
+    bool m_InitRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Sets the options of a request from its record. Caller's thread. */
+    bool m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler);
+    /** Finishes a request: outcome, callback, release. Worker. */
     void m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
 
     /* Downloads */
+
+    /** Makes a download's easy handle ready to be submitted or sent. Caller's thread. */
     bool m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Finishes a download: file, final event, release. Worker. */
     void m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
-    static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
-    static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
     /*
      * Where locks meet, they are taken in this order: m_tDownloadLock, m_tSubmitLock, then one of m_tRequestLock and

@@ -8,12 +8,12 @@
 /** What the desktop platform answers as the device's identity. */
 struct DEVICE_IDENTITY_t
 {
-    std::string strChipset;     /**< what GetChipset() answers */
-    std::string strDUID;        /**< what GetDUID() answers */
-    std::string strMAC;         /**< what GetMAC() answers */
-    std::string strCountryCode; /**< what GetCountryCode() answers */
-    std::string strModelID;     /**< what GetModelID() answers */
-    int nServerType = 0;        /**< 0: production query host, anything else: test query host */
+    std::string strChipset{};     /**< what GetChipset() answers */
+    std::string strDUID{};        /**< what GetDUID() answers */
+    std::string strMAC{};         /**< what GetMAC() answers */
+    std::string strCountryCode{}; /**< what GetCountryCode() answers */
+    std::string strModelID{};     /**< what GetModelID() answers */
+    int nServerType = 0;          /**< 0: production query host, anything else: test query host */
 };
 
 /**

@@ -21,7 +21,10 @@ public:
     /** Adds printf-style text to the calling thread's current record. Never throws: without memory, text is lost. */
     static void PrintLog(unsigned int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    /** Drops records of a higher level than this before they are formatted. 0 (errors) at start; 4 adds information. */
+    /**
+     * Drops records of a higher level than this before they are formatted, from the next that is begun on. 0 (errors)
+     * at start; 4 adds information.
+     */
     static void SetLevel(unsigned int level);
 
     /**

@@ -8,14 +8,14 @@ namespace
 
 /** What the three information operations share: the request, logged on behalf of the calling operation. */
 bool RequestInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, std::string& strInfo,
-                 const char* pszOperation = __builtin_FUNCTION(), int nLine = __builtin_LINE())
+                 LOG_PLACE_t tPlace = {})
 {
-    VELTRA_LOG_INFO_AT(pszOperation, nLine, "Server AppBinary url = [%s]", strServerUrl.c_str());
+    VELTRA_LOG_INFO_AT(tPlace, "Server AppBinary url = [%s]", strServerUrl.c_str());
     const bool bResult = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strInfo);
-    VELTRA_LOG_INFO_AT(pszOperation, nLine, "request AppBinary info is %s", strInfo.c_str());
+    VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strInfo.c_str());
     if (!bResult)
     {
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Request AppBinary Server info Error!");
+        VELTRA_LOG_ERROR_AT(tPlace, "Request AppBinary Server info Error!");
     }
     return bResult;
 }

@@ -11,17 +11,16 @@ namespace
 {
 
 /** Loads a document on behalf of the calling operation, under whose name a failure is logged. */
-bool LoadDocument(const std::string& strXml, pugi::xml_document& tDocument,
-                  const char* pszOperation = __builtin_FUNCTION(), int nLine = __builtin_LINE())
+bool LoadDocument(const std::string& strXml, pugi::xml_document& tDocument, LOG_PLACE_t tPlace = {})
 {
     if (strXml.empty())
     {
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "Input Xml info is empty!");
+        VELTRA_LOG_ERROR_AT(tPlace, "Input Xml info is empty!");
         return false;
     }
     if (!tDocument.load_string(strXml.c_str(), pugi::parse_default))
     {
-        VELTRA_LOG_ERROR_AT(pszOperation, nLine, "doc.load strXml.c_str() error!");
+        VELTRA_LOG_ERROR_AT(tPlace, "doc.load strXml.c_str() error!");
         return false;
     }
     return true;
@@ -43,7 +42,7 @@ APPBIN_SERVER_INFO_t ReadEntry(const pugi::xml_node& tFile)
 
 /**
  * Walks the entries of an information document. Each that fnWanted accepts is read and offered to the map, which keeps
- * an older record of the same identifier; either way fnTaken learns of it.
+ * an older record of the same identifier; either way fnTaken then learns of the entry's identifier and URL.
  */
 template <class WANTED, class TAKEN>
 void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo,
@@ -56,8 +55,8 @@ void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPB
         if (fnWanted(tFile))
         {
             APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
-            fnTaken(tInfo);
             itNext = std::next(mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
+            fnTaken(tFile.attribute("id").value(), tFile.attribute("url").value());
         }
     }
 }
@@ -102,12 +101,9 @@ bool CXmlParser::ParseAppBinaryServerInfoXml(const std::string& strXml,
         const std::string_view strId(tFile.attribute("id").value());
         return std::binary_search(vecWanted.begin(), vecWanted.end(), strId);
     };
-    const char* const pszOperation = __func__;
-    const auto fnTaken = [pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
-    {
-        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
-    };
+    const LOG_PLACE_t tPlace;
+    const auto fnTaken = [tPlace](const char* pszId, const char* pszUrl)
+    { VELTRA_LOG_INFO_AT(tPlace, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId, pszUrl); };
     ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
     return true;
 }
@@ -126,12 +122,11 @@ bool CXmlParser::ParseCERTAppBinaryServerInfoXml(const std::string& strXml,
         constexpr std::string_view PREFIX = "empCERT";
         return std::string_view(tFile.attribute("id").value()).substr(0, PREFIX.size()) == PREFIX;
     };
-    const char* const pszOperation = __func__;
-    const auto fnTaken = [&vecCERTAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
+    const LOG_PLACE_t tPlace;
+    const auto fnTaken = [&vecCERTAppBinaryId, tPlace](const char* pszId, const char* pszUrl)
     {
-        vecCERTAppBinaryId.push_back(tInfo.strId);
-        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
+        vecCERTAppBinaryId.emplace_back(pszId);
+        VELTRA_LOG_INFO_AT(tPlace, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId, pszUrl);
     };
     ReadEntries(tDocument, mapCERTAppBinaryInfo, fnWanted, fnTaken);
     return true;
@@ -149,12 +144,11 @@ bool CXmlParser::ParseDefaultAppBinaryServerInfoXml(const std::string& strXml,
     vecDefaultAppBinaryId.clear();
     const auto fnWanted = [](const pugi::xml_node& tFile)
     { return std::string_view(tFile.attribute("boot").value()) == "yes"; };
-    const char* const pszOperation = __func__;
-    const auto fnTaken = [&vecDefaultAppBinaryId, pszOperation](const APPBIN_SERVER_INFO_t& tInfo)
+    const LOG_PLACE_t tPlace;
+    const auto fnTaken = [&vecDefaultAppBinaryId, tPlace](const char* pszId, const char* pszUrl)
     {
-        vecDefaultAppBinaryId.push_back(tInfo.strId);
-        VELTRA_LOG_INFO_AT(pszOperation, __LINE__, "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]",
-                           tInfo.strId.c_str(), tInfo.strUrl.c_str());
+        vecDefaultAppBinaryId.emplace_back(pszId);
+        VELTRA_LOG_INFO_AT(tPlace, "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]", pszId, pszUrl);
     };
     ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
     return true;

@@ -9,10 +9,11 @@ namespace
 
 std::mutex g_tIdentityLock;
 
+/** It is never destroyed: threads may ask for it while the process ends. */
 DEVICE_IDENTITY_t& Identity()
 {
-    static DEVICE_IDENTITY_t s_tIdentity;
-    return s_tIdentity;
+    static auto* const s_ptIdentity = new DEVICE_IDENTITY_t;
+    return *s_ptIdentity;
 }
 
 template <class T> T Read(T DEVICE_IDENTITY_t::*pField)

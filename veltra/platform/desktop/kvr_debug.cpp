@@ -34,9 +34,38 @@ std::mutex g_tSinkLock;
 CKVRDebug::LOG_SINK_t g_pfnSink = &WriteToStandardError;
 void* g_pSinkUserData = nullptr;
 
-/* The record that this thread is writing, and whether the sink runs on it: what a sink logs would wait for itself. */
-thread_local std::string t_strRecord;
-thread_local bool t_bInSink = false;
+/** The record that a thread has begun and not ended. Whether it is written was decided when it began. */
+struct RECORD_t
+{
+    enum STATE_e
+    {
+        STATE_NONE,
+        STATE_DROPPED,
+        STATE_WRITTEN
+    } eState = STATE_NONE;
+    unsigned int nLevel = 0;
+    bool bInSink = false; /**< the sink runs on this thread: what it logs would wait for itself */
+};
+
+/* The text is apart and each call looks the record up once: most records are dropped, and that must cost little. */
+thread_local RECORD_t t_tRecord;
+thread_local std::string t_strText;
+
+/** @return whether a call's text belongs to a record that is written, after beginning one if need be */
+bool BeginOrGoOn(RECORD_t& tRecord, unsigned int level)
+{
+    if (tRecord.eState != RECORD_t::STATE_NONE && tRecord.nLevel == level)
+    {
+        return tRecord.eState == RECORD_t::STATE_WRITTEN;
+    }
+    const bool bWanted = level <= g_nLevel.load(std::memory_order_relaxed);
+    if (tRecord.eState != RECORD_t::STATE_WRITTEN)
+    {
+        tRecord.nLevel = level;
+        tRecord.eState = bWanted ? RECORD_t::STATE_WRITTEN : RECORD_t::STATE_DROPPED;
+    }
+    return bWanted;
+}
 
 void AppendFormatted(std::string& strText, const char* format, va_list tArguments)
 {
@@ -62,41 +91,54 @@ void AppendFormatted(std::string& strText, const char* format, va_list tArgument
     va_end(tCopy);
 }
 
-void DeliverRecord(unsigned int level)
+void DeliverRecord(RECORD_t& tRecord)
 {
     {
         const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
-        t_bInSink = true;
-        g_pfnSink(level, t_strRecord.c_str(), g_pSinkUserData);
-        t_bInSink = false;
+        tRecord.bInSink = true;
+        g_pfnSink(tRecord.nLevel, t_strText.c_str(), g_pSinkUserData);
+        tRecord.bInSink = false;
     }
-    t_strRecord.clear();
+    t_strText.clear();
+    tRecord.eState = RECORD_t::STATE_NONE;
 }
 
 } // namespace
 
 void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
 {
-    if (level > g_nLevel.load(std::memory_order_relaxed) || t_bInSink)
+    RECORD_t& tRecord = t_tRecord;
+    if (tRecord.bInSink)
     {
         return;
     }
-    va_list tArguments;
-    va_start(tArguments, format);
-    try
+    const bool bWritten = BeginOrGoOn(tRecord, level);
+    if (bWritten)
     {
-        AppendFormatted(t_strRecord, format, tArguments);
+        va_list tArguments;
+        va_start(tArguments, format);
+        try
+        {
+            AppendFormatted(t_strText, format, tArguments);
+        }
+        catch (const std::bad_alloc&)
+        {
+            /* A lost text is better than a failed request. */
+        }
+        va_end(tArguments);
     }
-    catch (const std::bad_alloc&)
-    {
-        /* A lost text is better than a failed request. */
-    }
-    va_end(tArguments);
-
     const size_t nFormat = strlen(format);
-    if (nFormat > 0 && format[nFormat - 1] == '\n')
+    if (nFormat == 0 || format[nFormat - 1] != '\n')
     {
-        DeliverRecord(level);
+        return;
+    }
+    if (bWritten)
+    {
+        DeliverRecord(tRecord);
+    }
+    else if (tRecord.eState == RECORD_t::STATE_DROPPED)
+    {
+        tRecord.eState = RECORD_t::STATE_NONE;
     }
 }
 
