@@ -205,6 +205,7 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
     }
     EXPECT_TRUE(tDownload.tEnded.Wait());
     EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
+    EXPECT_TRUE(tStalled.tEnded.Wait());
 }
 
 TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
