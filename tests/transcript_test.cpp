@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include "fake_wqcurl.h"
@@ -540,4 +541,42 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
     tSync.Give();
     tSync.Take();
     EXPECT_EQ(g_nInterruptions, 0) << "an interrupted wait goes on";
+}
+
+TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
+{
+    const auto fnLog = [](unsigned int nLevel, const char* pszText)
+    { CKVRDebug::PrintLog(nLevel, "\033[1;31;42m %s\033[0m \n", pszText); };
+    const auto fnSeen = [&](CKVRDebug::LOG_SINK_t pfnSink, void* pUserData)
+    {
+        testing::internal::CaptureStderr(); // which is no terminal
+        CKVRDebug::SetSink(pfnSink, pUserData);
+        CKVRDebug::SetLevel(4);
+        for (const char* pszText : {"Start http/https Request!", "broken", "broken", "broken", "other"})
+        {
+            fnLog(0, pszText);
+        }
+        fnLog(4, "information");
+        CKVRDebug::SetLevel(0);
+        CKVRDebug::SetSink(nullptr, nullptr);
+        return testing::internal::GetCapturedStderr();
+    };
+    const std::string strErrors = "broken\nbroken\nbroken\nother\n";
+    EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\n" + strErrors + "information\n");
+    CKVRDebug::FOLDING_t tFolding;
+    EXPECT_EQ(fnSeen(&CKVRDebug::FoldRepeats, &tFolding),
+              "Start http/https Request!\nbroken\n… 2 more like this\nother\ninformation\n");
+    openlog("", LOG_PERROR, LOG_USER);
+    const auto fnSyslog = [&](int nLowest)
+    {
+        setlogmask(LOG_UPTO(nLowest));
+        std::string strSeen = fnSeen(&CKVRDebug::WriteToSyslog, nullptr);
+        while (Replace(strSeen, ": ", "")) // behind an empty name
+        {
+        }
+        return strSeen;
+    };
+    EXPECT_EQ(fnSyslog(LOG_ERR), strErrors);
+    EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\n" + strErrors);
+    closelog();
 }

@@ -2,6 +2,10 @@
 
 #include "veltra/platform/kvr_debug.h"
 
+/* What frames an error record's text, for a terminal to colour. */
+#define VELTRA_LOG_FRAME_BEGIN "\033[1;31;42m "
+#define VELTRA_LOG_FRAME_END "\033[0m "
+
 /*
  * The library's own log records. A .cpp that logs first names its module:
  *
@@ -53,11 +57,11 @@ inline void LogHeading(unsigned int level, const char* pszModule, LOG_PLACE_t tP
 inline void LogErrorBegin(const char* pszModule, LOG_PLACE_t tPlace)
 {
     LogHeading(0, pszModule, tPlace);
-    CKVRDebug::PrintLog(0, "\033[1;31;42m ");
+    CKVRDebug::PrintLog(0, VELTRA_LOG_FRAME_BEGIN);
 }
 
 inline void LogErrorEnd()
 {
-    CKVRDebug::PrintLog(0, "\033[0m ");
+    CKVRDebug::PrintLog(0, VELTRA_LOG_FRAME_END);
     CKVRDebug::PrintLog(0, "\n");
 }

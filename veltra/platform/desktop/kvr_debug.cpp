@@ -8,30 +8,14 @@
 #include <mutex>
 #include <new>
 #include <string>
-#include <unistd.h>
 
 namespace
 {
 
-void WriteToStandardError(unsigned int /*level*/, const char* record, void* /*pUserData*/)
-{
-    size_t nLeft = strlen(record);
-    while (nLeft > 0)
-    {
-        const ssize_t nWritten = write(STDERR_FILENO, record, nLeft);
-        if (nWritten <= 0)
-        {
-            return;
-        }
-        record += nWritten;
-        nLeft -= static_cast<size_t>(nWritten);
-    }
-}
-
 std::atomic<unsigned int> g_nLevel{0};
 
 std::mutex g_tSinkLock;
-CKVRDebug::LOG_SINK_t g_pfnSink = &WriteToStandardError;
+CKVRDebug::LOG_SINK_t g_pfnSink = &CKVRDebug::WriteToStandardError;
 void* g_pSinkUserData = nullptr;
 
 /** The record that a thread has begun and not ended. Whether it is written was decided when it began. */

@@ -1,0 +1,107 @@
+/* Where log records can go. */
+
+#include <cstdio>
+#include <new>
+#include <string_view>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "veltra/log.h"
+
+namespace
+{
+
+/** A record for a reader that shows no colours. */
+std::string WithoutFrame(const char* record)
+{
+    std::string strText = record;
+    for (const std::string_view strMark : {VELTRA_LOG_FRAME_BEGIN, VELTRA_LOG_FRAME_END})
+    {
+        const size_t nFound = strText.find(strMark);
+        if (nFound != std::string::npos)
+        {
+            strText.erase(nFound, strMark.size());
+        }
+    }
+    return strText;
+}
+
+void Write(std::string_view strText)
+{
+    while (!strText.empty())
+    {
+        const ssize_t nWritten = write(STDERR_FILENO, strText.data(), strText.size());
+        if (nWritten <= 0)
+        {
+            return;
+        }
+        strText.remove_prefix(static_cast<size_t>(nWritten));
+    }
+}
+
+/** Whether a record of level 0 tells that all is well: the engine writes these where everybody sees them. */
+bool IsMilestone(std::string_view strRecord)
+{
+    for (const char* pszText : {"Start http/https Request!", "Left running handles = [", "Start to download file[",
+                                "] successfully", "] is canceled.", "Download request type does not match"})
+    {
+        if (strRecord.find(pszText) != std::string_view::npos)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+void CKVRDebug::WriteToStandardError(unsigned int /*level*/, const char* record, void* /*pUserData*/)
+{
+    try
+    {
+        Write(isatty(STDERR_FILENO) == 1 ? record : WithoutFrame(record));
+    }
+    catch (const std::bad_alloc&)
+    {
+        Write(record);
+    }
+}
+
+void CKVRDebug::WriteToSyslog(unsigned int level, const char* record, void* /*pUserData*/)
+{
+    const int nPriority = level > 0 ? LOG_INFO : IsMilestone(record) ? LOG_NOTICE : LOG_ERR;
+    try
+    {
+        syslog(nPriority, "%s", WithoutFrame(record).c_str());
+    }
+    catch (const std::bad_alloc&)
+    {
+        syslog(nPriority, "%s", record);
+    }
+}
+
+void CKVRDebug::FoldRepeats(unsigned int level, const char* record, void* pFolding)
+{
+    FOLDING_t& tFolding = *static_cast<FOLDING_t*>(pFolding);
+    if (tFolding.strLast == record)
+    {
+        ++tFolding.nRepeats;
+        return;
+    }
+    if (tFolding.nRepeats > 0)
+    {
+        char szText[64];
+        snprintf(szText, sizeof szText, "… %lu more like this\n", tFolding.nRepeats);
+        tFolding.pfnSink(level, szText, tFolding.pSinkUserData);
+    }
+    tFolding.nRepeats = 0;
+    try
+    {
+        tFolding.strLast = record;
+    }
+    catch (const std::bad_alloc&)
+    {
+        tFolding.strLast.clear();
+    }
+    tFolding.pfnSink(level, record, tFolding.pSinkUserData);
+}
