@@ -3,6 +3,7 @@
 # Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck fuzz
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
 
 checks=("$@")
 [ ${#checks[@]} -gt 0 ] || checks=(sanitizers valgrind tidy cppcheck fuzz)
@@ -82,9 +83,8 @@ fuzz()
     done
 }
 
-bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-    libcli11-dev nlohmann-json3-dev libgtest-dev libssl-dev openssl git clang clang-tidy clang-format cppcheck \
-    libclang-rt-14-dev valgrind
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" \
+    git clang clang-tidy clang-format cppcheck libclang-rt-dev valgrind
 mkdir -p build
 for check in "${checks[@]}"; do
     case $check in
