@@ -7,7 +7,7 @@ debian_sources() # RELEASE
     local own keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     own=$(. /etc/os-release && echo "$VERSION_CODENAME")
     apt-get indextargets --format "deb [signed-by=$keyring] \$(REPO_URI) \$(CODENAME) \$(COMPONENT)" \
-        'Created-By: Packages' 'Origin: Debian' | sort -u | sed "s/ $own\([ -]\)/ $1\1/" | grep . && return
+        'Created-By: Packages' 'Origin: Debian' | sort -u | sed "s/ $own\([ -]\)/ $1\1/" | grep . && return 0
     echo "apt knows none of Debian's archives: is it in need of an update?" >&2
     return 1
 }
@@ -41,7 +41,7 @@ leave_fresh_debian()
     fi
     [ -n "${fresh_debian-}" ] || return 0
     for try in 1 2 3 4 5; do
-        rm -rf "$fresh_debian" 2>/dev/null && return
+        rm -rf "$fresh_debian" 2>/dev/null && return 0
         sleep "$try" # for its last processes to go
     done
     rm -rf "$fresh_debian"

@@ -45,7 +45,7 @@ run_nginx() # DIR
     PATH=$PATH:/usr/sbin nginx -p "$1" -c "$1/nginx.conf" -e "$1/error.log" 2>/dev/null &
     nginx_pid=$!
     # It writes this file once it has its ports.
-    wait_until 20 test -s "$1/nginx.pid" -o ! -d "/proc/$nginx_pid" && [ -s "$1/nginx.pid" ] && return
+    wait_until 20 test -s "$1/nginx.pid" -o ! -d "/proc/$nginx_pid" && [ -s "$1/nginx.pid" ] && return 0
     stop_nginx
     return 1
 }
@@ -59,7 +59,7 @@ start_nginx() # DIR SERVERS
         nginx_port=$(free_port) nginx_tls_port=$(free_port)
         echo "== Starting nginx on 127.0.0.1 (attempt $try)"
         nginx_config "$1" "$2" >"$1/nginx.conf"
-        run_nginx "$1" && return
+        run_nginx "$1" && return 0
     done
     cat "$1/error.log" >&2
     return 1
