@@ -39,7 +39,8 @@ chroot "\$root" sh -c 'DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-i
     >"\$root/tmp/apt.log"
 veltra --version
 veltra --help
-veltra get "http://127.0.0.1:$nginx_port/document" | tee /dev/stderr | cmp - "$work/document"
+veltra get "http://127.0.0.1:$nginx_port/document" >"\$root/tmp/document"
+cmp "\$root/tmp/document" "$work/document"
 END
 chmod -R a+rX,a+x "$work"
 echo "== Installing the packages in a fresh Debian, from the archives of this machine's own packages"

@@ -48,6 +48,7 @@ mkdir "$work/www" "$work/files"
 head -c 1000 /dev/urandom >"$work/www/small"
 head -c 300000 /dev/urandom >"$work/www/large"
 start_nginx "$work" servers
+disown "$nginx_pid" # or the shell would tell of its end
 (
     trap 'exit 0' TERM
     while true; do
@@ -55,7 +56,7 @@ start_nginx "$work" servers
         wait $!
         kill_nginx
         sleep 0.3
-        run_nginx "$work" || true
+        run_nginx "$work" && disown "$nginx_pid"
     done
 ) &
 nginx_keeper=$!

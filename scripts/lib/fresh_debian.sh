@@ -27,6 +27,7 @@ in_fresh_debian() # RELEASE PACKAGES TRIAL
     wait "$fresh_debian_pid"
     fresh_debian_pid=
     leave_fresh_debian
+    fresh_debian=
 }
 
 # For a trap: also when it is interrupted.
