@@ -14,7 +14,9 @@ make_sysroot() {
     trap 'rm -rf "$work"' EXIT
     mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
     touch "$work/status"
-    debian_sources "$(. /etc/os-release && echo "$VERSION_CODENAME")" >"$work/sources"
+    local own
+    own=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    debian_sources "$own" | grep " $own main$" >"$work/sources" # without what came after the release
     local apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Sandbox::User=
         -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"
         -o "Dir::Etc::sourcelist=$work/sources" -o Dir::Etc::sourceparts=-)

@@ -1,13 +1,17 @@
 # shellcheck shell=bash
 # Fresh minimal roots of Debian, from the same archives as this machine's own packages; to be sourced.
 
+own_release()
+{
+    (. /etc/os-release && echo "$VERSION_CODENAME")
+}
+
 # The lines of sources.list: this machine's own, with RELEASE in the place of its own release.
 debian_sources() # RELEASE
 {
-    local own keyring=/usr/share/keyrings/debian-archive-keyring.gpg
-    own=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    local keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     apt-get indextargets --format "deb [signed-by=$keyring] \$(REPO_URI) \$(CODENAME) \$(COMPONENT)" \
-        'Created-By: Packages' 'Origin: Debian' | sort -u | sed "s/ $own\([ -]\)/ $1\1/" | grep . && return 0
+        'Created-By: Packages' 'Origin: Debian' | sort -u | sed "s/ $(own_release)\([ -]\)/ $1\1/" | grep . && return 0
     echo "apt knows none of Debian's archives: is it in need of an update?" >&2
     return 1
 }
