@@ -15,7 +15,7 @@ make_sysroot() {
     mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
     touch "$work/status"
     local own
-    own=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    own=$(own_release)
     debian_sources "$own" | grep " $own main$" >"$work/sources" # without what came after the release
     local apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Sandbox::User=
         -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"

@@ -19,6 +19,8 @@ for package in "$packages"/*.deb; do
     dpkg-deb --field "$package"
     dpkg-deb --contents "$package"
 done
+dpkg-deb --field "$packages"/libveltra[0-9]*.deb Depends | grep -q 'libcurl4 (>= 7\.87)' ||
+    { echo "package: the library does not ask for the libcurl that its wrapper needs" >&2; exit 1; }
 
 work=$(mktemp -d)
 trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
