@@ -5,7 +5,7 @@ set(CPACK_PACKAGE_CONTACT "The Veltra developers <developers@veltra.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL library development)
-if(VELTRA_BUILD_TOOL)
+if(BUILD_TOOL)
     list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
 
@@ -24,6 +24,10 @@ set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "web access for TV applications - library
 HTTP and HTTPS requests, file downloads with progress and cancellation,
 and the device-identified query for app-binary servers, on one engine with
 one worker thread for the whole process.")
+if(VELTRA_PLATFORM STREQUAL desktop)
+    # Of the options that the wrapper sets, the library's symbols say nothing.
+    set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libcurl4 (>= ${curl_version})")
+endif()
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 # Debian's way to refresh the linker's cache; CPack adds scripts that do the same on its own.

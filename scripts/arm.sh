@@ -3,9 +3,10 @@
 # under build/ and keeps there: nothing foreign is installed on this machine.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
+source scripts/lib/fresh_debian.sh
 sysroot=$PWD/build/armhf-sysroot
-libraries=(libcurl4-openssl-dev libglib2.0-dev libpugixml-dev libcli11-dev nlohmann-json3-dev libgtest-dev
-    libssl-dev ca-certificates)
+libraries=("${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" ca-certificates)
 
 # From the same archives as this machine's own packages, in apt's way, but with no state shared with this machine.
 make_sysroot() {
@@ -13,8 +14,9 @@ make_sysroot() {
     trap 'rm -rf "$work"' EXIT
     mkdir -p "$work/lists/partial" "$work/cache/archives/partial"
     touch "$work/status"
-    apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' \
-        "Release: $(. /etc/os-release && echo "$VERSION_CODENAME")" 'Component: main' | sort -u >"$work/sources"
+    local own
+    own=$(own_release)
+    debian_sources "$own" | grep " $own main$" >"$work/sources" # without what came after the release
     local apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Sandbox::User=
         -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"
         -o "Dir::Etc::sourcelist=$work/sources" -o Dir::Etc::sourceparts=-)
@@ -56,7 +58,7 @@ check_footprint() {
     within 20000 "$("${footprint[@]}" https 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTPS
 }
 
-bash scripts/install-deps.sh g++-arm-linux-gnueabihf qemu-user-static cmake ninja-build pkg-config openssl file
+install_packages g++-arm-linux-gnueabihf qemu-user-static cmake ninja-build pkg-config openssl file
 if [ "$(cat "$sysroot/complete" 2>/dev/null)" != "${libraries[*]}" ]; then
     echo "== Unpacking Debian's armhf libraries in build/armhf-sysroot"
     make_sysroot

@@ -1,18 +1,18 @@
-"""Runs each work alternately for ours and the peers, and writes the table of ratios and its chart."""
+"""Runs each work alternately for ours and the peers, and writes the table of ratios and its chart; see bench.sh."""
 
 import os
 import re
 import resource
 import shutil
-import signal
-import socket
 import statistics
 import subprocess
 import sys
-import tempfile
 import time
+import types
 
 build, docs = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+# nginx, plain and with TLS; a server that accepts and never answers; where nginx's large file is, and room for more
+servers = types.SimpleNamespace(port=sys.argv[3], tls_port=sys.argv[4], silent_port=sys.argv[5], memory=sys.argv[6])
 quick = "--quick" in sys.argv
 rounds = 3 if quick else 7
 FRESH = ", fresh handles"
@@ -22,66 +22,6 @@ rows = []  # work, peer's name, ours, peer's, ratio, unit, target ratio or None
 
 def client(name):
     return f"{build}/bench/{name}"
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-class Servers:
-    """nginx with the files, plain and with TLS, and a server that accepts and never answers."""
-
-    def __init__(self):
-        self.dir = tempfile.mkdtemp(prefix="veltra-bench-")
-        www = self.dir + "/www"
-        os.makedirs(www)
-        with open(www + "/1k", "wb") as small:
-            small.write(os.urandom(1024))
-        self.memory = tempfile.mkdtemp(prefix="veltra-bench-", dir="/dev/shm")
-        with open(self.memory + "/1g", "wb") as large:
-            large.truncate((128 if quick else 1024) << 20)
-        os.chmod(self.dir, 0o755)
-        os.chmod(self.memory, 0o755)
-        for _ in range(5):
-            self.port, self.tls_port = free_port(), free_port()
-            with open(self.dir + "/nginx.conf", "w") as conf:
-                conf.write(self.configuration(www))
-            command = ["nginx", "-e", self.dir + "/error.log", "-p", self.dir, "-c", self.dir + "/nginx.conf"]
-            self.nginx = subprocess.Popen(command, stderr=subprocess.DEVNULL)
-            time.sleep(0.5)
-            if self.nginx.poll() is None:
-                break
-        else:
-            sys.exit("nginx does not start: see " + self.dir + "/error.log")
-        self.silent = subprocess.Popen([client("soak"), "--serve"], stdout=subprocess.PIPE, text=True)
-        self.silent_port = int(self.silent.stdout.readline().split()[0])
-
-    def configuration(self, www):
-        temporary = "\n".join(f"{kind}_temp_path {self.dir}/{kind};"
-                              for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
-        user = "user root;" if os.getuid() == 0 else ""
-        return f"""{user}
-daemon off; worker_processes 1; pid {self.dir}/pid;
-events {{ worker_connections 8192; }}
-http {{
-    access_log off; sendfile on; tcp_nopush on; keepalive_requests 100000000; {temporary}
-    server {{
-        listen 127.0.0.1:{self.port} backlog=4096;
-        listen 127.0.0.1:{self.tls_port} ssl backlog=4096;
-        ssl_certificate {certificates}/server.pem; ssl_certificate_key {certificates}/server.key;
-        root {www};
-        location = /1g {{ root {self.memory}; }}
-    }}
-}}"""
-
-    def stop(self):
-        for process in (self.nginx, self.silent):
-            process.send_signal(signal.SIGTERM)
-            process.wait()
-        shutil.rmtree(self.dir)
-        shutil.rmtree(self.memory)
 
 
 def run(command, env=None):
@@ -122,7 +62,7 @@ def row(work, ours, peer, peer_name, unit, higher_is_better, target=None):
     print(f"{work:58} {peer_name:24} {ours:12.2f} {peer:12.2f} {unit:10} ratio {ratio:6.2f}{mark}", flush=True)
 
 
-def requests(servers):
+def requests():
     scale = 0.2 if quick else 1
     for scheme, port in (("http", servers.port), ("https", servers.tls_port)):
         url = f"{scheme}://127.0.0.1:{port}/1k"
@@ -163,7 +103,7 @@ def requests(servers):
                 row(work, rate["veltra_sync"], rate["handed over"], "libcurl, handed over", "requests/s", True)
 
 
-def stalled(servers):
+def stalled():
     url, silent = f"http://127.0.0.1:{servers.port}/1k", f"http://127.0.0.1:{servers.silent_port}/stall"
     count = 8000 if quick else 40000
     for number in (0, 200, 1000):
@@ -175,7 +115,7 @@ def stalled(servers):
                 "requests/s", True, target if number == 1000 else None)
 
 
-def memory(servers):
+def memory():
     """What a transfer adds to the peak: with a thousand at work or silent, less what one at work takes."""
     url, silent = f"http://127.0.0.1:{servers.port}/1k", f"http://127.0.0.1:{servers.silent_port}/stall"
     loads = {"one": [url, "1000", "1", certificates + "/ca.pem"],
@@ -192,7 +132,7 @@ def memory(servers):
                 "KiB", False, target)
 
 
-def downloads(servers):
+def downloads():
     url, folder = f"http://127.0.0.1:{servers.port}/1g", servers.memory + "/got"
 
     def clean():
@@ -216,14 +156,14 @@ def downloads(servers):
                     medians[peer][key], name, "s", False, target)
 
 
-def first_byte(servers):
+def first_byte():
     arguments = [f"http://127.0.0.1:{servers.port}/1k", "1", "1", certificates + "/ca.pem"]
     medians = alternate({name: [client(name)] + arguments for name in ("veltra_sync", "curl_easy")})
     row("start-up to the first answer", medians["veltra_sync"]["seconds"] * 1e3, medians["curl_easy"]["seconds"] * 1e3,
         "libcurl", "ms", False)
 
 
-def instructions(servers):
+def instructions():
     counts = {}
     for name in ("veltra_sync", "curl_easy"):
         totals = []
@@ -293,14 +233,8 @@ def write():
 
 
 def main():
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))  # by way of what stops the servers
-    servers = Servers()
-    try:
-        for work in (requests, stalled, memory, downloads, first_byte, instructions):
-            work(servers)
-        readers()
-    finally:
-        servers.stop()
+    for work in (requests, stalled, memory, downloads, first_byte, instructions, readers):
+        work()
     if not quick:
         write()
     missed = [one for one in rows if one[6] is not None and one[4] < one[6]]

@@ -3,12 +3,54 @@
 # docs/performance.md with its chart: scripts/bench.sh [--quick]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
+source scripts/lib/nginx.sh
+[ "${1-}" = --quick ] && large=128M || large=1G
 
-bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-    libcli11-dev libgtest-dev libbenchmark-dev libssl-dev libsoup-3.0-dev glib-networking openssl nginx-light curl \
-    aria2 valgrind python3-minimal
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" \
+    libbenchmark-dev libsoup-3.0-dev glib-networking nginx-light curl aria2 valgrind python3-minimal
 echo "== Building"
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOOL=OFF >/dev/null
 cmake --build build/bench --target bench soak >/dev/null
+
+dir=$(mktemp -d) memory=$(mktemp -d -p /dev/shm)
+silent='' measuring=''
+stop() {
+    for pid in $measuring $silent; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" || true
+    done
+    stop_nginx
+    rm -rf "$dir" "$memory"
+}
+trap stop EXIT
+certificates=$PWD/build/bench/tests/certificates
+servers() {
+    cat <<END
+    sendfile on;
+    tcp_nopush on;
+    keepalive_requests 100000000;
+    server {
+        listen 127.0.0.1:$nginx_port backlog=4096;
+        listen 127.0.0.1:$nginx_tls_port ssl backlog=4096;
+        ssl_certificate "$certificates/server.pem";
+        ssl_certificate_key "$certificates/server.key";
+        root "$dir/www";
+        location = /1g { root "$memory"; }
+    }
+END
+}
+mkdir "$dir/www"
+head -c 1024 /dev/urandom >"$dir/www/1k"
+truncate -s "$large" "$memory/1g"
+chmod a+rx "$dir" "$memory"
+start_nginx "$dir" servers
+build/bench/bench/soak --serve >"$dir/ports" &
+silent=$!
+wait_until 10 test -s "$dir/ports"
+read -r silent_port _ <"$dir/ports"
 echo "== Measuring"
-exec python3 scripts/bench.py build/bench docs "$@"
+python3 scripts/bench.py build/bench docs "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "$@" &
+measuring=$!
+wait "$measuring"
+measuring=

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Every check that takes longer than the tests: sanitizers, valgrind, static analysis and a minute of each fuzzer.
-# Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck fuzz
+# Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck port fuzz
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
 
 checks=("$@")
-[ ${#checks[@]} -gt 0 ] || checks=(sanitizers valgrind tidy cppcheck fuzz)
+[ ${#checks[@]} -gt 0 ] || checks=(sanitizers valgrind tidy cppcheck port fuzz)
 fuzz_seconds=${FUZZ_SECONDS:-60}
 report=()
 
@@ -48,8 +49,9 @@ sources()
 
 tidy()
 {
-    echo "== clang-format and clang-tidy"
+    echo "== clang-format and clang-tidy, and each public header by itself"
     cmake --preset debug >/dev/null
+    cmake --build --preset debug --target all_verify_interface_header_sets >/dev/null
     git ls-files -- '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
     note "clang-format: $(git ls-files -- '*.cpp' '*.h' | wc -l) files without a finding"
     sources | grep -v ^bench/ | xargs -P "$(nproc)" -n 1 clang-tidy -p build/debug --quiet 2>build/check.log ||
@@ -63,6 +65,16 @@ run_cppcheck()
     sources | xargs cppcheck --enable=warning,performance,portability --inline-suppr --error-exitcode=1 --quiet \
         --language=c++ --std=c++17 -I .
     note "cppcheck: $(sources | wc -l) files without a finding"
+}
+
+port()
+{
+    echo "== The wrapper's tests over a maker's library, whose part our own platform plays"
+    g++ -std=c++17 -fPIC -shared -I . veltra/platform/desktop/*.cpp -lcurl -pthread -o build/libmaker.so
+    cmake -S . -B build/port -G Ninja -DVELTRA_PLATFORM=external -DVELTRA_WRAPPER_TESTS="$PWD/build/libmaker.so" >/dev/null
+    cmake --build build/port >/dev/null
+    ctest --test-dir build/port -j "$(nproc)" >build/check.log || { cat build/check.log; return 1; }
+    note "port: $(grep -E '^[0-9]+% tests passed' build/check.log)"
 }
 
 fuzz()
@@ -82,13 +94,12 @@ fuzz()
     done
 }
 
-bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-    libcli11-dev nlohmann-json3-dev libgtest-dev libssl-dev openssl git clang clang-tidy clang-format cppcheck \
-    libclang-rt-14-dev valgrind
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" \
+    git clang clang-tidy clang-format cppcheck libclang-rt-dev valgrind
 mkdir -p build
 for check in "${checks[@]}"; do
     case $check in
-    sanitizers | tidy | fuzz) "$check" ;;
+    sanitizers | tidy | port | fuzz) "$check" ;;
     valgrind) valgrind_tests ;;
     cppcheck) run_cppcheck ;;
     *) echo "check: there is no check $check" >&2 && exit 2 ;;

@@ -4,21 +4,24 @@
 # Usage: scripts/demo.sh [PRESET], by default "release".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
+source scripts/lib/nginx.sh
 
 query_host=query.veltra.example
 apps_host=apps.veltra.example
 preset=${1:-release}
 build=build/demo-$preset
-server=
 client=
 verified=0
 dir=$(mktemp -d "${TMPDIR:-/tmp}/veltra-demo.XXXXXX")
 
-stop() # PID
+stop()
 {
-    [ -z "$1" ] || { kill "$1" 2>/dev/null && wait "$1"; } || true
+    [ -z "$client" ] || { kill "$client" 2>/dev/null && wait "$client"; } || true
+    stop_nginx
+    rm -rf "$dir"
 }
-trap 'stop "$client"; stop "$server"; rm -rf "$dir"' EXIT
+trap stop EXIT
 
 fail()
 {
@@ -32,8 +35,7 @@ build_tool()
     # A copy of this demo that runs beside must not build in the same place.
     exec 9>build/demo.lock
     flock 9
-    bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-        libcli11-dev nlohmann-json3-dev openssl nginx-light jq
+    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light jq
     echo "== Building the library and the tool (preset $preset)"
     cmake --preset "$preset" -B "$build" -DVELTRA_BUILD_TESTS=OFF -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >/dev/null
     cmake --build "$build"
@@ -54,7 +56,7 @@ make_documents()
 {
     echo "== Making the two documents and some megabytes of random files"
     local www=$dir/www name
-    mkdir -p "$www/files" "$dir/got" "$dir/tmp"
+    mkdir -p "$www/files" "$dir/got"
     for name in player:5 store:8 certificates:1 archive:24; do
         head -c "${name#*:}M" /dev/urandom >"$www/files/${name%:*}.bin"
     done
@@ -82,76 +84,33 @@ entry() # ID FILE BOOT
         "<signature>$(sha256sum "$path" | cut -c 1-64)</signature></file>"
 }
 
-nginx_config() # PORT
+# Its TLS is on nginx_tls_port.
+servers()
 {
-    [ "$(id -u)" -ne 0 ] || echo "user root;" # who else could read the files in $dir
     cat <<END
-daemon off;
-worker_processes 1;
-pid $dir/nginx.pid;
-error_log $dir/error.log;
-events { worker_connections 64; }
-http {
-    access_log $dir/access.log;
-    client_body_temp_path $dir/tmp;
-    proxy_temp_path $dir/tmp;
-    fastcgi_temp_path $dir/tmp;
-    uwsgi_temp_path $dir/tmp;
-    scgi_temp_path $dir/tmp;
-    default_type application/octet-stream;
-    ssl_certificate $dir/server.pem;
-    ssl_certificate_key $dir/server.key;
+    ssl_certificate "$dir/server.pem";
+    ssl_certificate_key "$dir/server.key";
     map "\$http_duid|\$http_macaddr|\$http_category|\$http_countrycode|\$http_modelid|\$http_param" \$known_device {
         "~^DEMO-0001\|02:00:5e:00:53:01\|EMP\|DE\|DEMO-TV\|DEMOCHIP,5\.100\$" 1;
         default 0;
     }
     server {
-        listen 127.0.0.1:$1 ssl;
+        listen 127.0.0.1:$nginx_tls_port ssl;
         server_name $query_host;
+        access_log "$dir/access.log";
         location = /openapi/device/auth/query {
             if (\$known_device = 0) { return 403; }
-            alias $dir/www/servers.xml;
+            alias "$dir/www/servers.xml";
         }
     }
     server {
-        listen 127.0.0.1:$1 ssl;
+        listen 127.0.0.1:$nginx_tls_port ssl;
         server_name $apps_host;
-        root $dir/www;
+        root "$dir/www";
         # Its second half takes minutes, so that it is still under way when it is cancelled.
         location = /files/archive.bin { limit_rate_after 12m; limit_rate 64k; }
     }
-}
 END
-}
-
-# Another process may take the port between the moment the system names it and nginx's own bind: try a few.
-start_nginx()
-{
-    local try
-    for try in 1 2 3 4 5; do
-        port=$(perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(LocalAddr => "127.0.0.1", Listen => 1)->sockport')
-        echo "== Starting nginx on 127.0.0.1:$port"
-        nginx_config "$port" >"$dir/nginx.conf"
-        PATH=$PATH:/usr/sbin nginx -p "$dir" -c "$dir/nginx.conf" -e "$dir/error.log" &
-        server=$!
-        # It writes this file once it has the port.
-        wait_until 20 test -s "$dir/nginx.pid" -o ! -d "/proc/$server" || fail "nginx does not start"
-        [ ! -s "$dir/nginx.pid" ] || return 0
-        wait "$server" || echo "nginx could not start (attempt $try)"
-        server=
-    done
-    cat "$dir/error.log" >&2
-    fail "nginx found no port"
-}
-
-wait_until() # SECONDS COMMAND...
-{
-    local deadline=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        [ "$SECONDS" -lt "$deadline" ] || return 1
-        sleep 0.1
-    done
 }
 
 veltra()
@@ -234,9 +193,9 @@ sync_download()
 build_tool
 make_certificates
 make_documents
-start_nginx
-tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443:127.0.0.1:$port"
-    --connect-to "$apps_host:443:127.0.0.1:$port" --chipset DEMOCHIP --mac 02:00:5e:00:53:01 --country DE
+start_nginx "$dir" servers || fail "nginx does not start"
+tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443:127.0.0.1:$nginx_tls_port"
+    --connect-to "$apps_host:443:127.0.0.1:$nginx_tls_port" --chipset DEMOCHIP --mac 02:00:5e:00:53:01 --country DE
     --model DEMO-TV)
 query_servers
 read_information
@@ -244,6 +203,5 @@ download_files
 cancel_download
 sync_download
 echo "== Stopping nginx"
-stop "$server"
-server=
+stop_nginx
 echo "== Done: $verified downloaded files verified against their sources, one download cancelled without a trace"

@@ -2,8 +2,9 @@
 # Builds the manual into build/docs/html and checks the tool's manual page; any warning fails.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
 
-bash scripts/install-deps.sh doxygen graphviz groff
+install_packages doxygen graphviz groff
 version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 [ -n "$version" ] || { echo "docs: CMakeLists.txt names no version" >&2; exit 1; }
 echo "== Building the manual of version $version"

@@ -2,10 +2,13 @@
 # Makes the Debian packages in build/packages, installs them in a fresh Debian and tries the tool there.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
+source scripts/lib/nginx.sh
+source scripts/lib/fresh_debian.sh
 packages=$PWD/build/packages
 
-bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-    libcli11-dev nlohmann-json3-dev dpkg-dev file mmdebstrap python3
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" dpkg-dev file mmdebstrap \
+    debian-archive-keyring nginx-light
 echo "== Building the packages"
 cmake --preset release -B "$packages" -DCMAKE_INSTALL_PREFIX=/usr -DVELTRA_BUILD_TESTS=OFF >/dev/null
 cmake --build "$packages"
@@ -16,16 +19,16 @@ for package in "$packages"/*.deb; do
     dpkg-deb --field "$package"
     dpkg-deb --contents "$package"
 done
+dpkg-deb --field "$packages"/libveltra[0-9]*.deb Depends | grep -q 'libcurl4 (>= 7\.87)' ||
+    { echo "package: the library does not ask for the libcurl that its wrapper needs" >&2; exit 1; }
 
 work=$(mktemp -d)
-server=
-trap '[ -z "$server" ] || kill "$server"; rm -rf "$work"' EXIT
-echo "== Starting a server on loopback"
+trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
+servers() {
+    echo "server { listen 127.0.0.1:$nginx_port; root \"$work\"; }"
+}
 seq 5 >"$work/document"
-python3 -u -m http.server --bind 127.0.0.1 --directory "$work" 0 >"$work/server" 2>/dev/null &
-server=$!
-for _ in $(seq 100); do grep -q port "$work/server" && break; sleep 0.1; done
-port=$(grep -oP '(?<=port )\d+' "$work/server")
+start_nginx "$work" servers
 
 # mmdebstrap runs this for its new root, in which the user who started it may have no rights outside.
 cat >"$work/trial" <<END
@@ -38,11 +41,9 @@ chroot "\$root" sh -c 'DEBIAN_FRONTEND=noninteractive apt-get -qq install --no-i
     >"\$root/tmp/apt.log"
 veltra --version
 veltra --help
-veltra get "http://127.0.0.1:$port/document" | tee /dev/stderr | cmp - "$work/document"
+veltra get "http://127.0.0.1:$nginx_port/document" >"\$root/tmp/document"
+cmp "\$root/tmp/document" "$work/document"
 END
 chmod -R a+rX,a+x "$work"
 echo "== Installing the packages in a fresh Debian, from the archives of this machine's own packages"
-apt-get indextargets --format 'deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' 'Origin: Debian' |
-    sort -u >"$work/sources"
-mmdebstrap --quiet --variant=apt --customize-hook="$work/trial" \
-    "$(. /etc/os-release && echo "$VERSION_CODENAME")" /dev/null "$work/sources"
+in_fresh_debian "$(own_release)" ca-certificates "$work/trial"

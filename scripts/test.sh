@@ -2,10 +2,10 @@
 # Builds everything and runs all tests, installing what that needs: scripts/test.sh [PRESET], by default "debug".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/packages.sh
 preset=${1:-debug}
 
-bash scripts/install-deps.sh g++ cmake ninja-build pkg-config libcurl4-openssl-dev libglib2.0-dev libpugixml-dev \
-    libcli11-dev nlohmann-json3-dev libgtest-dev libssl-dev openssl
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
 echo "== Building (preset $preset)"
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"

@@ -182,7 +182,7 @@ TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)
     EXPECT_TRUE(tLarge.tEnded.Wait());
     g_nLargest = SIZE_MAX;
     EXPECT_FALSE(tLarge.bResult);
-    EXPECT_NE(tLarge.strError.find("writing"), std::string::npos) << tLarge.strError;
+    EXPECT_NE(tLarge.strError.find("writ"), std::string::npos) << tLarge.strError;
 }
 
 TEST_F(CEngineTest, WorkerWithoutMemoryEndsTheProcess)

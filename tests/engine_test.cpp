@@ -149,11 +149,11 @@ TEST_F(CEngineTest, FailsWithTheReason)
     setenv("http_proxy", "http://127.0.0.1:1", 1); // must not matter
     const std::array<std::string, 3> arrCases[] = {
         {tServer.Url("/moved"), "", "moved"},
-        {tServer.Url("/cut"), "transfer closed with 5 bytes remaining to read", "part"},
+        {tServer.Url("/cut"), "5 bytes", "part"},
         {tServer.Url("/nonsense"), "HTTP/0.9", ""},
-        {"file:///etc/hostname", "Protocol \"file\" not supported", ""},
-        {"ftp://127.0.0.1/x", "Protocol \"ftp\" not supported", ""},
-        {"dict://127.0.0.1:1/x", "Protocol \"dict\" not supported", ""},
+        {"file:///etc/hostname", "Protocol \"file\"", ""},
+        {"ftp://127.0.0.1/x", "Protocol \"ftp\"", ""},
+        {"dict://127.0.0.1:1/x", "Protocol \"dict\"", ""},
         {"", "URL", ""},
         {"http://127.0.0.1:1/", "Failed to connect", ""},
     };

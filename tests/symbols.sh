@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Compares what the library exports, and what a device build needs from the maker's libraries, with the lists in
-# tests/symbols/: symbols.sh NM LIBRARY desktop|external
+# veltra/symbols/: symbols.sh NM LIBRARY desktop|external
 set -euo pipefail
 nm=$1 library=$2 platform=$3
-cd "$(dirname "${BASH_SOURCE[0]}")/symbols"
+cd "$(dirname "${BASH_SOURCE[0]}")/../veltra/symbols"
 export LC_ALL=C
 
 # Names as one writes them. Of the sizes, which differ between processors, only the write functions' are seen.

@@ -243,8 +243,8 @@ void AddDownloadCommand(CLI::App& tApp, OPTIONS_t& tOptions)
     DOWNLOAD_OPTIONS_t& tDownload = tOptions.tDownload;
     CLI::App* pDownload =
         AddCommand(tApp, tOptions, "download", "Download files, whatever the HTTP status of each", &RunDownload);
-    pDownload->add_option("URL FILE", tDownload.vecUrlAndFile, "Pairs of what to download and where to put it")
-        ->type_name("")
+    pDownload->add_option("URL", tDownload.vecUrlAndFile, "Pairs of what to download and where to put it")
+        ->type_name("FILE")
         ->required();
     CLI::Option* pSync = pDownload->add_flag("--sync", tDownload.bSync, "One after the other, flushed to the disk");
     pDownload->add_option("--timeout", tDownload.nTimeoutSeconds, "With --sync: for each file, 0: none")

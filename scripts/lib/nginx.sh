@@ -1,0 +1,74 @@
+# shellcheck shell=bash
+# nginx on loopback, out of one folder, on ports that the system chooses; to be sourced.
+
+wait_until() # SECONDS COMMAND...
+{
+    local deadline=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        [ "$SECONDS" -lt "$deadline" ] || return 1
+        sleep 0.1
+    done
+}
+
+# Another process may take it before it is used.
+free_port()
+{
+    perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(LocalAddr => "127.0.0.1", Listen => 1)->sockport'
+}
+
+nginx_config() # DIR SERVERS
+{
+    local temporary
+    [ "$(id -u)" -ne 0 ] || echo "user root;" # who else could read the files in DIR
+    cat <<END
+daemon off;
+worker_processes 1;
+pid "$1/nginx.pid";
+error_log "$1/error.log";
+events { worker_connections 8192; }
+http {
+    access_log off;
+    default_type application/octet-stream;
+END
+    for temporary in client_body proxy fastcgi uwsgi scgi; do
+        echo "    ${temporary}_temp_path \"$1/$temporary\";"
+    done
+    "$2"
+    echo "}"
+}
+
+# With the configuration that DIR holds; nginx_pid is its process.
+run_nginx() # DIR
+{
+    rm -f "$1/nginx.pid"
+    PATH=$PATH:/usr/sbin nginx -p "$1" -c "$1/nginx.conf" -e "$1/error.log" 2>/dev/null &
+    nginx_pid=$!
+    # It writes this file once it has its ports.
+    wait_until 20 test -s "$1/nginx.pid" -o ! -d "/proc/$nginx_pid" && [ -s "$1/nginx.pid" ] && return 0
+    stop_nginx
+    return 1
+}
+
+# SERVERS is a function that prints the server blocks, which listen on nginx_port and, by TLS, nginx_tls_port.
+start_nginx() # DIR SERVERS
+{
+    local try
+    for try in 1 2 3 4 5; do
+        # shellcheck disable=SC2034 # for SERVERS
+        nginx_port=$(free_port) nginx_tls_port=$(free_port)
+        echo "== Starting nginx on 127.0.0.1 (attempt $try)"
+        nginx_config "$1" "$2" >"$1/nginx.conf"
+        run_nginx "$1" && return 0
+    done
+    cat "$1/error.log" >&2
+    return 1
+}
+
+stop_nginx()
+{
+    [ -n "${nginx_pid-}" ] || return 0
+    kill "$nginx_pid" 2>/dev/null || true
+    wait "$nginx_pid" || true
+    nginx_pid=
+}
