@@ -1,12 +1,10 @@
 #include <algorithm>
 #include <chrono>
-#include <list>
 #include <mutex>
 #include <optional>
 #include <sys/eventfd.h>
 #include <thread>
 #include <unistd.h>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -27,7 +25,15 @@ typedef std::chrono::steady_clock Clock;
 constexpr std::chrono::milliseconds LONGEST_WAIT(1000);
 constexpr std::chrono::milliseconds ASKING_INTERVAL(1000);
 constexpr std::chrono::milliseconds PAUSE_WHEN_UNUSABLE(10);
-constexpr int EVENTS_AT_ONCE = 16; // few: what a transfer has touched is still in the cache when it ends
+/* Few: what a transfer has touched is still in the cache when it ends, and who starts last finds the connections of
+ * those who have ended. */
+constexpr int EVENTS_AT_ONCE = 16;
+constexpr size_t STARTS_AT_ONCE = 16;
+
+template <class ELEMENT> void Erase(std::vector<ELEMENT*>& vecElements, ELEMENT* ptElement)
+{
+    vecElements.erase(std::remove(vecElements.begin(), vecElements.end(), ptElement), vecElements.end());
+}
 
 struct MULTI_DELETER_t
 {
@@ -51,7 +57,7 @@ struct WQCurlMulti::IMPL_t
 
     bool Open();
     bool Renew();
-    void TakeAdded();
+    void StartAdded();
     void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
     void Start(EASY_t& tEasy);
     bool SocketAction(curl_socket_t nSocket, int nEvents);
@@ -77,17 +83,17 @@ struct WQCurlMulti::IMPL_t
     std::atomic<bool> bReady{false};
 
     std::mutex tAddedLock;
-    std::vector<EASY_t*> vecAdded;
+    std::vector<EASY_t*> vecAdded; /**< not libcurl's yet; guarded by tAddedLock */
     size_t nRegistered = 0;        /**< handles that are not removed yet; guarded by tAddedLock */
     bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
-    std::vector<EASY_t*> vecTaken; /**< swapped with it, so that both keep their memory */
 
-    std::vector<EASY_t*> vecPaused; /**< have had their turn in this step, and continue in the next */
-    std::list<MultiMsg> lstFinished;
+    std::vector<EASY_t*> vecPaused;    /**< have had their turn in this step, and continue in the next */
+    std::vector<MultiMsg> vecFinished; /**< in the order of their ends; those before nUnread have been read */
+    size_t nUnread = 0;
     std::optional<Clock::time_point> tTimer;
-    std::unordered_set<EASY_t*> setReporting; /**< running transfers whose progress functions are to be asked */
-    Clock::time_point tNextAsking;            /**< when they are asked again */
-    int nRunning = 0;                         /**< transfers that are libcurl's */
+    std::vector<EASY_t*> vecReporting; /**< running transfers whose progress functions are to be asked */
+    Clock::time_point tNextAsking;     /**< when they are asked again */
+    int nRunning = 0;                  /**< transfers that are libcurl's */
 
     unsigned nEpoch = NetworkEpoch();                    /**< the network's, as far as this knows */
     bool bOutdated = false;                              /**< the multi handle's connections are an earlier epoch's */
@@ -173,7 +179,7 @@ void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 {
     MultiMsg tMsg = tEasy.Outcome(eCode);
     Release(tEasy);
-    lstFinished.push_back(std::move(tMsg));
+    vecFinished.push_back(std::move(tMsg));
     tEasy.eStage = EASY_t::STAGE_FINISHED;
 }
 
@@ -181,8 +187,8 @@ void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
 {
     --nRunning;
-    setReporting.erase(&tEasy);
-    vecPaused.erase(std::remove(vecPaused.begin(), vecPaused.end(), &tEasy), vecPaused.end());
+    Erase(vecReporting, &tEasy);
+    Erase(vecPaused, &tEasy);
     return curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
 }
 
@@ -198,19 +204,21 @@ void WQCurlMulti::IMPL_t::CollectFinished()
     }
 }
 
-/** Starts what other threads have added. */
-void WQCurlMulti::IMPL_t::TakeAdded()
+/** Starts the first of those that other threads have added. */
+void WQCurlMulti::IMPL_t::StartAdded()
 {
-    vecTaken.clear();
+    EASY_t* arrTaken[STARTS_AT_ONCE];
+    size_t nTaken = 0;
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
-        vecTaken.swap(vecAdded);
-        for (EASY_t* ptEasy : vecTaken)
+        for (; nTaken < std::min(STARTS_AT_ONCE, vecAdded.size()); ++nTaken)
         {
-            ptEasy->eStage = EASY_t::STAGE_RUNNING;
+            arrTaken[nTaken] = vecAdded[nTaken];
+            arrTaken[nTaken]->eStage = EASY_t::STAGE_RUNNING;
         }
+        vecAdded.erase(vecAdded.begin(), vecAdded.begin() + static_cast<std::ptrdiff_t>(nTaken));
     }
-    if (vecTaken.empty())
+    if (nTaken == 0)
     {
         return;
     }
@@ -221,10 +229,7 @@ void WQCurlMulti::IMPL_t::TakeAdded()
     {
         bOutdated = !Renew();
     }
-    for (EASY_t* ptEasy : vecTaken)
-    {
-        Start(*ptEasy);
-    }
+    std::for_each(arrTaken, arrTaken + nTaken, [this](EASY_t* ptEasy) { Start(*ptEasy); });
 }
 
 void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings)
@@ -244,7 +249,7 @@ void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
     ++nRunning;
     if (tEasy.bReporting && tEasy.pfnProgress != nullptr)
     {
-        setReporting.insert(&tEasy);
+        vecReporting.push_back(&tEasy);
     }
     tEasy.Begin();
     tEasy.pvecPaused = &vecPaused;
@@ -288,13 +293,13 @@ bool WQCurlMulti::IMPL_t::RunExpired()
  */
 void WQCurlMulti::IMPL_t::AskProgress()
 {
-    if (setReporting.empty() || Clock::now() < tNextAsking)
+    if (vecReporting.empty() || Clock::now() < tNextAsking)
     {
         return;
     }
     tNextAsking = Clock::now() + ASKING_INTERVAL;
     std::vector<EASY_t*> vecStopped;
-    for (EASY_t* ptEasy : setReporting)
+    for (EASY_t* ptEasy : vecReporting)
     {
         if (ptEasy->AskProgress() != 0)
         {
@@ -329,7 +334,7 @@ void WQCurlMulti::IMPL_t::ResumePaused()
 /** How long there is nothing to do, in milliseconds. */
 int WQCurlMulti::IMPL_t::IdleTime() const
 {
-    if (!lstFinished.empty() || !vecPaused.empty())
+    if (nUnread < vecFinished.size() || !vecPaused.empty())
     {
         return 0;
     }
@@ -339,7 +344,7 @@ int WQCurlMulti::IMPL_t::IdleTime() const
     {
         tDue = std::min(tDue, *tTimer);
     }
-    if (!setReporting.empty())
+    if (!vecReporting.empty())
     {
         tDue = std::min(tDue, tNextAsking);
     }
@@ -443,14 +448,16 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
         eStage = std::exchange(tEasy.eStage, IMPL_t::EASY_t::STAGE_APART);
         if (eStage == IMPL_t::EASY_t::STAGE_QUEUED)
         {
-            auto& vecAdded = m_pImpl->vecAdded;
-            vecAdded.erase(std::find(vecAdded.begin(), vecAdded.end(), &tEasy));
+            Erase(m_pImpl->vecAdded, &tEasy);
         }
         bLast = --m_pImpl->nRegistered == 0;
     }
     if (eStage == IMPL_t::EASY_t::STAGE_FINISHED)
     {
-        m_pImpl->lstFinished.remove_if([pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
+        const auto itUnread = m_pImpl->vecFinished.begin() + static_cast<std::ptrdiff_t>(m_pImpl->nUnread);
+        m_pImpl->vecFinished.erase(std::find_if(itUnread, m_pImpl->vecFinished.end(),
+                                                [pEasyHandle](const MultiMsg& tMsg)
+                                                { return tMsg.pEasyHandle == pEasyHandle; }));
     }
     bool bResult = true;
     if (eStage == IMPL_t::EASY_t::STAGE_RUNNING)
@@ -472,7 +479,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
         return false;
     }
     const CSigpipeGuard tGuard;
-    m_pImpl->TakeAdded();
+    m_pImpl->StartAdded();
     const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
@@ -490,7 +497,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     const CSigpipeGuard tGuard;
     /* What is due comes before the wait: a transfer is started, waited for and ended in one call. */
-    m_pImpl->TakeAdded();
+    m_pImpl->StartAdded();
     bool bResult = m_pImpl->RunExpired();
     m_pImpl->CollectFinished();
     epoll_event arrEvents[EVENTS_AT_ONCE];
@@ -513,15 +520,16 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
 
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
-    MultiMsg tMsg;
-    if (!m_pImpl->lstFinished.empty())
+    if (m_pImpl->nUnread == m_pImpl->vecFinished.size())
     {
-        tMsg = std::move(m_pImpl->lstFinished.front());
-        m_pImpl->lstFinished.pop_front();
-        IMPL_t::EASY_t& tEasy = *tMsg.pEasyHandle->m_pImpl;
-        tEasy.eStage = IMPL_t::EASY_t::STAGE_REPORTED;
-        TellObserver(tEasy.pEasy.get(), tMsg);
+        m_pImpl->vecFinished.clear();
+        m_pImpl->nUnread = 0;
+        return MultiMsg();
     }
+    MultiMsg tMsg = std::move(m_pImpl->vecFinished[m_pImpl->nUnread++]);
+    IMPL_t::EASY_t& tEasy = *tMsg.pEasyHandle->m_pImpl;
+    tEasy.eStage = IMPL_t::EASY_t::STAGE_REPORTED;
+    TellObserver(tEasy.pEasy.get(), tMsg);
     return tMsg;
 }
 
