@@ -11,6 +11,7 @@ namespace
 
 thread_local int t_nUntilFailure = -1; // negative: none fails
 std::atomic<size_t> g_nLargest{SIZE_MAX};
+thread_local long t_nAllocations = 0;
 
 void* Allocate(size_t nSize)
 {
@@ -50,6 +51,7 @@ void FailEveryAllocation(
 
 void* operator new(size_t nSize)
 {
+    ++t_nAllocations;
     void* pMemory = Allocate(nSize);
     if (pMemory == nullptr)
     {
@@ -183,6 +185,31 @@ TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)
     g_nLargest = SIZE_MAX;
     EXPECT_FALSE(tLarge.bResult);
     EXPECT_NE(tLarge.strError.find("writ"), std::string::npos) << tLarge.strError;
+}
+
+TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWarm)
+{
+    CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer("answer"); });
+    m_ptEngine->Create();
+    OUTCOME_t tOutcome;
+    _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url());
+    tRequest.pfnRequestCB = &OUTCOME_t::OnRequest;
+    tRequest.pUserData = &tOutcome;
+    long nWorker = 0;
+    long nWorkerBefore = 0;
+    tOutcome.fnOnEvent = [&] { nWorker = t_nAllocations - std::exchange(nWorkerBefore, t_nAllocations); };
+    for (int i = 1; i <= 20; ++i)
+    {
+        const long nBefore = t_nAllocations;
+        EXPECT_TRUE(m_ptEngine->Get(&tRequest, false));
+        const long nCaller = t_nAllocations - nBefore;
+        EXPECT_TRUE(tOutcome.tEnded.Wait(i));
+        if (i > 10)
+        {
+            EXPECT_EQ(nCaller, 2) << "the transfer and its URL";
+            EXPECT_EQ(nWorker, 0);
+        }
+    }
 }
 
 TEST_F(CEngineTest, WorkerWithoutMemoryEndsTheProcess)

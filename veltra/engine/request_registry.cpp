@@ -70,7 +70,12 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    m_lstRequest.push_back(ptReqHandler);
+    if (m_lstSpare.empty())
+    {
+        m_lstSpare.emplace_back();
+    }
+    m_lstSpare.front() = ptReqHandler;
+    m_lstRequest.splice(m_lstRequest.end(), m_lstSpare, m_lstSpare.begin());
     TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
     if (ptTransfer != nullptr)
     {
@@ -125,7 +130,7 @@ bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
     {
         return false;
     }
-    m_lstRequest.erase(*ptTransfer->itListed);
+    m_lstSpare.splice(m_lstSpare.begin(), m_lstRequest, *ptTransfer->itListed);
     ptTransfer->itListed.reset();
     return true;
 }

@@ -225,8 +225,9 @@ private:
      * Where locks meet, they are taken in this order: m_tDownloadLock, m_tSubmitLock, then one of m_tRequestLock and
      * m_tMultiLock, which are never held together. None is held while a callback of the application runs.
      */
-    pthread_mutex_t m_tRequestLock;          /**< guards m_lstRequest and m_bIdle */
+    pthread_mutex_t m_tRequestLock;          /**< guards the two lists and m_bIdle */
     std::list<_REQ_HANDLER_t*> m_lstRequest; /**< handlers of all transfers under way, oldest first; not owned */
+    std::list<_REQ_HANDLER_t*> m_lstSpare;   /**< places in that list that are free, kept to be used again */
     _GMainContext* m_pMainContext = nullptr; /**< the worker's */
     _GMainLoop* m_pMainLoop = nullptr;       /**< what the worker runs */
     bool m_bIdle = true;                     /**< no request-handling pass is scheduled or running */
