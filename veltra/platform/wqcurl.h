@@ -221,6 +221,12 @@ struct TRANSFER_DEFAULTS_t
     long long nLargestFile = 0;   /**< bytes of a download; more fails the download. 0: any number */
     /** Bytes per second that each transfer receives on average, at least 4096; 0: as many as come. */
     long long nMostBytesPerSecond = 0;
+    /**
+     * How often in a row the rest of a download that a network broke is asked for before it fails; attempts that bring
+     * 256 KiB do not count. 0: never. Only for servers that let the rest be told from that of another file.
+     */
+    int nResumeAttempts = 0;
+    int nResumeSeconds = 0; /**< since a download's begin, after which the rest is not asked for; 0: any number */
 };
 
 /** Settings for every transfer initialised from now on. @return false, with nothing changed, for a number out of range
@@ -234,17 +240,21 @@ VELTRA_API bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
  */
 VELTRA_API void NetworkChanged();
 
-/** What is known of a transfer that has ended. Times are seconds since its start; 0 for what was not reached. */
+/**
+ * What is known of a transfer that has ended. Times are seconds since its start, or for a download of several attempts
+ * since the start of the last one, and 0 for what was not reached.
+ */
 struct TRANSFER_REPORT_t
 {
     std::string strUrl;      /**< as it was given, with a scheme */
     int nHttpStatus = 0;     /**< of the answer; 0: none came */
-    long long nBytes = 0;    /**< of the body that have arrived */
+    long long nBytes = 0;    /**< of the body that have arrived, by all attempts; none of them arrived twice */
+    int nAttempts = 1;       /**< more than 1 for a download whose rest was asked for */
     double dLookUp = 0.0;    /**< until the name was looked up */
     double dConnect = 0.0;   /**< until the server was connected */
     double dTls = 0.0;       /**< until the TLS handshake was done */
     double dFirstByte = 0.0; /**< until the answer began */
-    double dTotal = 0.0;     /**< until the end */
+    double dTotal = 0.0;     /**< until the end; since the start of the first attempt */
     std::string strPeer;     /**< the address that was connected, without the port; empty: none */
     bool bReused = false;    /**< its connection had been used before */
     int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */

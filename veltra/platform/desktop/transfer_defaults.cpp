@@ -25,7 +25,8 @@ bool IsInRange(const TRANSFER_DEFAULTS_t& tDefaults)
                          tDefaults.eIpFamily == IP_FAMILY_6;
     return bFamily && tDefaults.nConnectTimeout >= 1 && tDefaults.nMostConnections >= 0 &&
            tDefaults.nMostConnectionsPerHost >= 0 && tDefaults.nMostIdleConnections >= 0 &&
-           tDefaults.nLargestAnswer >= 0 && tDefaults.nLargestFile >= 0 &&
+           tDefaults.nResumeAttempts >= 0 && tDefaults.nResumeSeconds >= 0 && tDefaults.nLargestAnswer >= 0 &&
+           tDefaults.nLargestFile >= 0 &&
            (tDefaults.nMostBytesPerSecond == 0 || tDefaults.nMostBytesPerSecond >= LEAST_BYTES_PER_SECOND);
 }
 

@@ -31,17 +31,18 @@ double Seconds(CURL* pEasy, CURLINFO eInfo)
     return static_cast<double>(Info<curl_off_t>(pEasy, eInfo)) / 1e6;
 }
 
-TRANSFER_REPORT_t Report(CURL* pEasy, const WQCurlMulti::MultiMsg& tMsg)
+TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
 {
     TRANSFER_REPORT_t tReport;
     tReport.strUrl = Text(pEasy, CURLINFO_EFFECTIVE_URL);
     tReport.nHttpStatus = static_cast<int>(Info<long>(pEasy, CURLINFO_RESPONSE_CODE));
-    tReport.nBytes = Info<curl_off_t>(pEasy, CURLINFO_SIZE_DOWNLOAD_T);
+    tReport.nBytes = tResume.Received();
+    tReport.nAttempts = tResume.Attempts();
     tReport.dLookUp = Seconds(pEasy, CURLINFO_NAMELOOKUP_TIME_T);
     tReport.dConnect = Seconds(pEasy, CURLINFO_CONNECT_TIME_T);
     tReport.dTls = Seconds(pEasy, CURLINFO_APPCONNECT_TIME_T);
     tReport.dFirstByte = Seconds(pEasy, CURLINFO_STARTTRANSFER_TIME_T);
-    tReport.dTotal = Seconds(pEasy, CURLINFO_TOTAL_TIME_T);
+    tReport.dTotal = tResume.Attempts() > 1 ? tResume.SecondsSinceBegin() : Seconds(pEasy, CURLINFO_TOTAL_TIME_T);
     tReport.strPeer = Text(pEasy, CURLINFO_PRIMARY_IP);
     tReport.bReused = !tReport.strPeer.empty() && Info<long>(pEasy, CURLINFO_NUM_CONNECTS) == 0;
     tReport.nResultCode = tMsg.nResultCode;
@@ -52,12 +53,12 @@ TRANSFER_REPORT_t Report(CURL* pEasy, const WQCurlMulti::MultiMsg& tMsg)
 
 } // namespace
 
-void TellObserver(CURL* pEasy, const WQCurlMulti::MultiMsg& tMsg)
+void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
 {
     const std::shared_lock<std::shared_mutex> tGuard(g_tObserverLock);
     if (g_pfnObserver != nullptr)
     {
-        g_pfnObserver(Report(pEasy, tMsg), g_pObserverUserData);
+        g_pfnObserver(Report(pEasy, tResume, tMsg), g_pObserverUserData);
     }
 }
 

@@ -3,6 +3,8 @@
 #include <netinet/tcp.h>
 #include <string_view>
 #include <sys/socket.h>
+#include <thread>
+#include <utility>
 
 #include "veltra/platform/desktop/easy_pool.h"
 #include "veltra/platform/desktop/sigpipe_guard.h"
@@ -145,6 +147,7 @@ void WQCurlEasy::IMPL_t::Clear()
     pfnProgress = nullptr;
     pProgressData = nullptr;
     pPrivate = nullptr;
+    lTotalSeconds = 0;
     pvecPaused = nullptr;
     strLastError.clear();
     szError[0] = '\0';
@@ -162,10 +165,32 @@ long WQCurlEasy::IMPL_t::BufferSize() const
 void WQCurlEasy::IMPL_t::Begin()
 {
     bHeadersWhole = false;
-    nReceived = 0;
+    tResume.Begin(ptSettings->tDefaults, bReporting, lTotalSeconds);
     bTooLarge = false;
     tCounts = {};
     nInTurn = 0;
+}
+
+CURLcode WQCurlEasy::IMPL_t::BeginRest()
+{
+    bHeadersWhole = false;
+    nInTurn = 0;
+    szError[0] = '\0';
+    return tResume.AskForRest(pEasy.get(), pHeaders.get());
+}
+
+CURLcode WQCurlEasy::IMPL_t::WaitForRest(CResume::Clock::time_point tNext) const
+{
+    constexpr std::chrono::seconds ASKING_INTERVAL(1);
+    for (auto tNow = CResume::Clock::now(); tNow < tNext; tNow = CResume::Clock::now())
+    {
+        std::this_thread::sleep_until(std::min(tNext, tNow + ASKING_INTERVAL));
+        if (bReporting && AskProgress() != 0)
+        {
+            return CURLE_ABORTED_BY_CALLBACK;
+        }
+    }
+    return CURLE_OK;
 }
 
 bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
@@ -186,6 +211,16 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode)
     {
         tMsg.nResultCode = CURLE_FILESIZE_EXCEEDED;
         tMsg.strErrorMsg = "The answer is larger than the settings allow";
+    }
+    else if (tResume.Reason() != nullptr)
+    {
+        tMsg.nResultCode = CURLE_RANGE_ERROR;
+        tMsg.strErrorMsg = tResume.Reason();
+    }
+    else if (eCode == CURLE_OK && tResume.IsShort())
+    {
+        tMsg.nResultCode = CURLE_PARTIAL_FILE;
+        tMsg.strErrorMsg = "The rest of the file is not as long as was announced";
     }
     else if (eCode == CURLE_OK && !bHeadersWhole)
     {
@@ -225,8 +260,8 @@ bool WQCurlEasy::IMPL_t::CountReceived(size_t nBytes)
 {
     const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
     const long long nMost = bReporting ? tDefaults.nLargestFile : tDefaults.nLargestAnswer;
-    nReceived += static_cast<long long>(nBytes);
-    bTooLarge = nMost > 0 && nReceived > nMost;
+    tResume.Count(nBytes);
+    bTooLarge = nMost > 0 && tResume.Received() > nMost;
     return !bTooLarge;
 }
 
@@ -256,7 +291,11 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
         long lStatus = 0;
         curl_easy_getinfo(ptImpl->pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
-        ptImpl->bHeadersWhole = !bInterim;
+        const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
+        if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
+        {
+            return 0;
+        }
     }
     return nSize * nCount;
 }
@@ -289,7 +328,10 @@ int WQCurlEasy::IMPL_t::OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nN
                                    curl_off_t nUpNow)
 {
     auto* ptImpl = static_cast<IMPL_t*>(pImpl);
-    ptImpl->tCounts = {nTotal, nNow, nUpTotal, nUpNow};
+    /* Of the whole, however many attempts that takes; a total that is unknown stays so. */
+    const CResume& tResume = ptImpl->tResume;
+    const curl_off_t nWhole = tResume.Attempts() > 1 ? tResume.Total() : nTotal;
+    ptImpl->tCounts = {nWhole, tResume.Before() + nNow, nUpTotal, nUpNow};
     return ptImpl->AskProgress();
 }
 
@@ -331,6 +373,10 @@ bool WQCurlEasy::Initialize()
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
+    if (eOption == TIMEOUT)
+    {
+        m_pImpl->lTotalSeconds = lValue;
+    }
     if (eOption == NOPROGRESS)
     {
         m_pImpl->bReporting = lValue == 0;
@@ -408,11 +454,12 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
     CURL* pEasy = m_pImpl->Handle();
+    m_pImpl->lTotalSeconds = std::max(nTotalSeconds, 0);
     if (nConnectSeconds > 0)
     {
         curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT, long{nConnectSeconds});
     }
-    curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, static_cast<long>(std::max(nTotalSeconds, 0)));
+    curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, m_pImpl->lTotalSeconds);
 }
 
 bool WQCurlEasy::send()
@@ -424,9 +471,16 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
-    const WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
+    CURL* pEasy = m_pImpl->pEasy.get();
+    WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(pEasy));
+    while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
+    {
+        CURLcode eResult = m_pImpl->WaitForRest(*tNext);
+        eResult = eResult == CURLE_OK ? m_pImpl->BeginRest() : eResult;
+        tMsg = m_pImpl->Outcome(eResult == CURLE_OK ? curl_easy_perform(pEasy) : eResult);
+    }
     m_pImpl->strLastError = tMsg.strErrorMsg;
-    TellObserver(m_pImpl->pEasy.get(), tMsg);
+    TellObserver(pEasy, m_pImpl->tResume, tMsg);
     return tMsg.bResult;
 }
 
@@ -438,7 +492,9 @@ bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
     {
         return false;
     }
-    *pdValue = static_cast<double>(nSpeed);
+    const CResume& tResume = m_pImpl->tResume;
+    *pdValue = tResume.Attempts() > 1 ? static_cast<double>(tResume.Received()) / tResume.SecondsSinceBegin()
+                                      : static_cast<double>(nSpeed);
     return true;
 }
 

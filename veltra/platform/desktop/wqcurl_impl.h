@@ -3,7 +3,7 @@
 #include <atomic>
 #include <vector>
 
-#include "veltra/platform/desktop/transfer_defaults.h"
+#include "veltra/platform/desktop/resume.h"
 
 namespace WQCurl
 {
@@ -41,6 +41,12 @@ struct WQCurlEasy::IMPL_t
 
     /** Forgets the transfer before, when another is about to begin. */
     void Begin();
+
+    /** Forgets the attempt before, when the rest of what it broke off is to be asked for. @return a refusal */
+    CURLcode BeginRest();
+
+    /** Waits until that is to happen, on the calling thread. @return CURLE_OK, or why the transfer is over */
+    CURLcode WaitForRest(CResume::Clock::time_point tNext) const;
 
     /** For libcurl's functions, which refuse null. */
     CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }
@@ -82,6 +88,7 @@ struct WQCurlEasy::IMPL_t
     PROGRESS_FUNCTION_t pfnProgress = nullptr;
     void* pProgressData = nullptr;
     void* pPrivate = nullptr;
+    long lTotalSeconds = 0; /**< the longest that the transfer may take; 0: any time */
 
     /** The multi handle that it is registered with. */
     std::atomic<const WQCurlMulti*> pMulti{nullptr};
@@ -89,8 +96,8 @@ struct WQCurlEasy::IMPL_t
 
     /* Of the running transfer, and the driving thread's. */
     bool bHeadersWhole = false;                 /**< the empty line that ends the answer's header lines has come */
-    long long nReceived = 0;                    /**< bytes of the body */
-    bool bTooLarge = false;                     /**< they were more than allowed */
+    CResume tResume;                            /**< counts the body, and knows of attempts before */
+    bool bTooLarge = false;                     /**< the body is larger than allowed */
     COUNTS_t tCounts;                           /**< what libcurl told last */
     size_t nInTurn = 0;                         /**< bytes received in this turn */
     std::vector<IMPL_t*>* pvecPaused = nullptr; /**< where its multi handle expects those that have had their turn */

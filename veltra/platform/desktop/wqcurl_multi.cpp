@@ -60,6 +60,8 @@ struct WQCurlMulti::IMPL_t
     void StartAdded();
     void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
     void Start(EASY_t& tEasy);
+    void Drive(EASY_t& tEasy);
+    void AskForRests();
     bool SocketAction(curl_socket_t nSocket, int nEvents);
     bool RunExpired();
     void CollectFinished();
@@ -87,13 +89,14 @@ struct WQCurlMulti::IMPL_t
     size_t nRegistered = 0;        /**< handles that are not removed yet; guarded by tAddedLock */
     bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
 
-    std::vector<EASY_t*> vecPaused;    /**< have had their turn in this step, and continue in the next */
+    std::vector<EASY_t*> vecPaused; /**< have had their turn in this step, and continue in the next */
+    std::vector<std::pair<Clock::time_point, EASY_t*>> vecBroken; /**< whose rest is asked for at these times */
     std::vector<MultiMsg> vecFinished; /**< in the order of their ends; those before nUnread have been read */
     size_t nUnread = 0;
     std::optional<Clock::time_point> tTimer;
     std::vector<EASY_t*> vecReporting; /**< running transfers whose progress functions are to be asked */
     Clock::time_point tNextAsking;     /**< when they are asked again */
-    int nRunning = 0;                  /**< transfers that are libcurl's */
+    int nRunning = 0;                  /**< transfers that are libcurl's, or will be again */
 
     unsigned nEpoch = NetworkEpoch();                    /**< the network's, as far as this knows */
     bool bOutdated = false;                              /**< the multi handle's connections are an earlier epoch's */
@@ -174,10 +177,21 @@ int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pI
     return 0;
 }
 
-/** Takes a transfer from libcurl that has ended, or is to end now, and keeps its message for InfoRead(). */
+/**
+ * Takes a transfer from libcurl that has ended, or is to end now, and keeps its message for InfoRead(); one whose rest
+ * is to be asked for goes on instead.
+ */
 void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 {
     MultiMsg tMsg = tEasy.Outcome(eCode);
+    const auto tNext = tEasy.tResume.NextAttempt(tMsg.nResultCode);
+    if (tNext.has_value())
+    {
+        Erase(vecPaused, &tEasy);
+        curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get());
+        vecBroken.emplace_back(*tNext, &tEasy);
+        return;
+    }
     Release(tEasy);
     vecFinished.push_back(std::move(tMsg));
     tEasy.eStage = EASY_t::STAGE_FINISHED;
@@ -189,6 +203,9 @@ bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
     --nRunning;
     Erase(vecReporting, &tEasy);
     Erase(vecPaused, &tEasy);
+    vecBroken.erase(std::remove_if(vecBroken.begin(), vecBroken.end(),
+                                   [&tEasy](const auto& tBroken) { return tBroken.second == &tEasy; }),
+                    vecBroken.end());
     return curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get()) == CURLM_OK;
 }
 
@@ -265,9 +282,33 @@ void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
     curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
     curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETDATA, this);
-    if (curl_multi_add_handle(pMulti.get(), pEasy) != CURLM_OK)
+    Drive(tEasy);
+}
+
+/** Has libcurl drive a transfer. One that it refuses has ended as failed. */
+void WQCurlMulti::IMPL_t::Drive(EASY_t& tEasy)
+{
+    if (curl_multi_add_handle(pMulti.get(), tEasy.pEasy.get()) != CURLM_OK)
     {
         Finish(tEasy, CURLE_FAILED_INIT);
+    }
+}
+
+/** Goes on with the broken transfers whose time has come. */
+void WQCurlMulti::IMPL_t::AskForRests()
+{
+    if (vecBroken.empty())
+    {
+        return;
+    }
+    const auto itDue = std::partition(vecBroken.begin(), vecBroken.end(),
+                                      [tNow = Clock::now()](const auto& tBroken) { return tBroken.first > tNow; });
+    const std::vector<std::pair<Clock::time_point, EASY_t*>> vecDue(itDue, vecBroken.end());
+    vecBroken.erase(itDue, vecBroken.end());
+    for (const auto& [tTime, ptEasy] : vecDue)
+    {
+        const CURLcode eResult = ptEasy->BeginRest();
+        eResult == CURLE_OK ? Drive(*ptEasy) : Finish(*ptEasy, eResult);
     }
 }
 
@@ -347,6 +388,10 @@ int WQCurlMulti::IMPL_t::IdleTime() const
     if (!vecReporting.empty())
     {
         tDue = std::min(tDue, tNextAsking);
+    }
+    for (const auto& tBroken : vecBroken)
+    {
+        tDue = std::min(tDue, tBroken.first);
     }
     /* Rounded up: waking up before the moment would only wait again. */
     const auto tIdle = std::chrono::ceil<std::chrono::milliseconds>(tDue - tNow);
@@ -480,6 +525,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
     }
     const CSigpipeGuard tGuard;
     m_pImpl->StartAdded();
+    m_pImpl->AskForRests();
     const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
@@ -498,6 +544,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     const CSigpipeGuard tGuard;
     /* What is due comes before the wait: a transfer is started, waited for and ended in one call. */
     m_pImpl->StartAdded();
+    m_pImpl->AskForRests();
     bool bResult = m_pImpl->RunExpired();
     m_pImpl->CollectFinished();
     epoll_event arrEvents[EVENTS_AT_ONCE];
@@ -529,7 +576,7 @@ WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
     MultiMsg tMsg = std::move(m_pImpl->vecFinished[m_pImpl->nUnread++]);
     IMPL_t::EASY_t& tEasy = *tMsg.pEasyHandle->m_pImpl;
     tEasy.eStage = IMPL_t::EASY_t::STAGE_REPORTED;
-    TellObserver(tEasy.pEasy.get(), tMsg);
+    TellObserver(tEasy.pEasy.get(), tEasy.tResume, tMsg);
     return tMsg;
 }
 

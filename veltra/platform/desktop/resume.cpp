@@ -1,0 +1,203 @@
+#include "veltra/platform/desktop/resume.h"
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+
+namespace WQCurl
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr seconds LONGEST_PAUSE(30);
+constexpr int MOST_DOUBLINGS = 5;        // of a second: more is above the longest pause
+constexpr long long MUCH = 262144;       // bytes: an attempt that brought so many was worth it
+constexpr time_t UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
+
+/** The value of a header line of the last answer; empty if it has none. */
+std::string Header(CURL* pEasy, const char* pszName)
+{
+    curl_header* ptHeader = nullptr;
+    const bool bFound = curl_easy_header(pEasy, pszName, 0, CURLH_HEADER, -1, &ptHeader) == CURLHE_OK;
+    return bFound ? ptHeader->value : "";
+}
+
+/** What tells one state of a file from another byte by byte; empty when the server offers no such thing. */
+std::string StrongValidator(CURL* pEasy)
+{
+    const std::string strTag = Header(pEasy, "ETag");
+    if (strTag.size() >= 2 && strTag.front() == '"' && strTag.back() == '"')
+    {
+        return strTag;
+    }
+    const std::string strModified = Header(pEasy, "Last-Modified");
+    const time_t nModified = curl_getdate(strModified.c_str(), nullptr);
+    const time_t nDate = curl_getdate(Header(pEasy, "Date").c_str(), nullptr);
+    const bool bStrong = nModified >= 0 && nDate >= 0 && nDate - nModified >= UNCHANGED_SECONDS;
+    return bStrong && strTag.empty() ? strModified : "";
+}
+
+/** Whether this is what a network does, and not the server, the disk or the application. */
+bool IsOfNetwork(int nCode)
+{
+    switch (nCode)
+    {
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/** Any time up to a second, two, four …: many devices that a server has lost do not come back together. */
+milliseconds Pause(int nVain)
+{
+    static thread_local std::minstd_rand s_tRandom(std::random_device{}());
+    const milliseconds tLongest = std::min<milliseconds>(LONGEST_PAUSE, seconds(1 << std::min(nVain, MOST_DOUBLINGS)));
+    return milliseconds(std::uniform_int_distribution<long long>(0, tLongest.count())(s_tRandom));
+}
+
+} // namespace
+
+void CResume::Begin(const TRANSFER_DEFAULTS_t& tDefaults, bool bDownload, long lTotalSeconds)
+{
+    *this = CResume();
+    m_bAllowed = bDownload && tDefaults.nResumeAttempts > 0;
+    m_nMostAttempts = tDefaults.nResumeAttempts;
+    m_lTotalSeconds = lTotalSeconds;
+    m_lResumeSeconds = tDefaults.nResumeSeconds;
+    m_tBegun = Clock::now();
+}
+
+bool CResume::TakesAnswer(CURL* pEasy)
+{
+    if (!m_bAllowed)
+    {
+        return true;
+    }
+    long lStatus = 0;
+    curl_easy_getinfo(pEasy, CURLINFO_RESPONSE_CODE, &lStatus);
+    return m_nAttempts == 1 ? TakesWhole(pEasy, lStatus) : TakesRest(pEasy, lStatus);
+}
+
+bool CResume::TakesWhole(CURL* pEasy, long lStatus)
+{
+    if (lStatus == 206)
+    {
+        return Refuse("The server has sent a part of the file unasked");
+    }
+    if (lStatus == 200)
+    {
+        m_strValidator = StrongValidator(pEasy);
+        m_nTotal = std::max(strtoll(Header(pEasy, "Content-Length").c_str(), nullptr, 10), 0LL);
+    }
+    return true;
+}
+
+bool CResume::TakesRest(CURL* pEasy, long lStatus)
+{
+    if (lStatus == 429 || lStatus == 503)
+    {
+        m_bBusy = true;
+        m_lRetryAfter = strtol(Header(pEasy, "Retry-After").c_str(), nullptr, 10);
+        return Refuse("The server is too busy to send the rest of the file");
+    }
+    if (lStatus != 206)
+    {
+        return Refuse("The server does not send the rest of the file, or the file has changed");
+    }
+    long long nFirst = -1;
+    long long nLast = -1;
+    long long nTotal = -1;
+    int nLength = 0;
+    const std::string strRange = Header(pEasy, "Content-Range");
+    const bool bRange = sscanf(strRange.c_str(), "bytes %lld-%lld/%lld%n", &nFirst, &nLast, &nTotal, &nLength) == 3 &&
+                        static_cast<size_t>(nLength) == strRange.size();
+    if (!bRange || nFirst != m_nReceived || nLast != nTotal - 1 || (m_nTotal > 0 && nTotal != m_nTotal))
+    {
+        return Refuse("The server has sent another part of the file than the rest");
+    }
+    m_nTotal = nTotal;
+    return true;
+}
+
+bool CResume::Refuse(const char* pszReason)
+{
+    m_pszReason = pszReason;
+    return false;
+}
+
+std::optional<CResume::Clock::time_point> CResume::NextAttempt(int nCode)
+{
+    const bool bBroken = m_bBusy || IsOfNetwork(nCode);
+    const bool bTooMuch = m_nTotal > 0 && m_nReceived > m_nTotal;
+    m_nVain = m_nReceived - m_nBefore >= MUCH ? 0 : m_nVain;
+    if (m_strValidator.empty() || !bBroken || bTooMuch || m_nVain >= m_nMostAttempts)
+    {
+        return std::nullopt;
+    }
+    const milliseconds tPause =
+        std::max<milliseconds>(Pause(m_nVain), std::min<milliseconds>(LONGEST_PAUSE, seconds(m_lRetryAfter)));
+    const Clock::time_point tNext = Clock::now() + tPause;
+    for (const long lMost : {m_lTotalSeconds, m_lResumeSeconds})
+    {
+        if (lMost > 0 && tNext >= m_tBegun + seconds(lMost))
+        {
+            return std::nullopt;
+        }
+    }
+    ++m_nVain;
+    ++m_nAttempts;
+    m_nBefore = m_nReceived;
+    m_bBusy = false;
+    m_lRetryAfter = 0;
+    m_pszReason = nullptr;
+    return tNext;
+}
+
+CURLcode CResume::AskForRest(CURL* pEasy, const curl_slist* pHeaders)
+{
+    std::list<std::string> lstHeader;
+    for (; pHeaders != nullptr; pHeaders = pHeaders->next)
+    {
+        lstHeader.emplace_back(pHeaders->data);
+    }
+    lstHeader.push_back("If-Range: " + m_strValidator);
+    if (!BuildList(lstHeader, m_pHeaders))
+    {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    const std::string strRange = std::to_string(m_nReceived) + "-";
+    const CURLcode eResult = curl_easy_setopt(pEasy, CURLOPT_RANGE, strRange.c_str());
+    if (m_lTotalSeconds > 0)
+    {
+        const auto tLeft = std::chrono::ceil<milliseconds>(m_tBegun + seconds(m_lTotalSeconds) - Clock::now());
+        curl_easy_setopt(pEasy, CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(tLeft.count()), 1L));
+    }
+    curl_easy_setopt(pEasy, CURLOPT_FAILONERROR, 0L); // statuses are judged here
+    /* The way to the server may be another one by now. */
+    curl_easy_setopt(pEasy, CURLOPT_FRESH_CONNECT, 1L);
+    curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+    return eResult == CURLE_OK ? curl_easy_setopt(pEasy, CURLOPT_HTTPHEADER, m_pHeaders.get()) : eResult;
+}
+
+double CResume::SecondsSinceBegin() const
+{
+    return std::chrono::duration<double>(Clock::now() - m_tBegun).count();
+}
+
+} // namespace WQCurl
