@@ -21,7 +21,7 @@ void OnTransfer(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
 
 int main(int nArguments, char* arrArguments[])
 {
-    const int nSeconds = nArguments == 3 ? std::atoi(arrArguments[2]) : 0;
+    const long lSeconds = nArguments == 3 ? std::strtol(arrArguments[2], nullptr, 10) : 0;
     sigset_t tSignals;
     sigemptyset(&tSignals);
     for (const int nSignal : {SIGUSR1, SIGINT, SIGTERM})
@@ -29,7 +29,7 @@ int main(int nArguments, char* arrArguments[])
         sigaddset(&tSignals, nSignal);
     }
     /* They are taken below, by this thread, and not by a handler, in which the library must not be called. */
-    if (nSeconds < 1 || pthread_sigmask(SIG_BLOCK, &tSignals, nullptr) != 0)
+    if (lSeconds < 1 || pthread_sigmask(SIG_BLOCK, &tSignals, nullptr) != 0)
     {
         static_cast<void>(std::fprintf(stderr, "usage: after_standby URL SECONDS\n"));
         return 2;
@@ -43,7 +43,7 @@ int main(int nArguments, char* arrArguments[])
         tRequest.eMethod = HTTP_METHOD_GET;
         tRequest.strUrl = arrArguments[1];
         ptEngine->Get(&tRequest, true); // the observer tells how it ended
-        const timespec tPause{nSeconds, 0};
+        const timespec tPause{lSeconds, 0};
         nSignal = sigtimedwait(&tSignals, nullptr, &tPause);
         if (nSignal == SIGUSR1)
         {

@@ -39,8 +39,8 @@ bool IsClockRight()
 
 int main(int nArguments, char* arrArguments[])
 {
-    int nSecondsLeft = nArguments == 3 ? std::atoi(arrArguments[2]) : 0;
-    if (nSecondsLeft < 1)
+    long lSecondsLeft = nArguments == 3 ? std::strtol(arrArguments[2], nullptr, 10) : 0;
+    if (lSecondsLeft < 1)
     {
         static_cast<void>(std::fprintf(stderr, "usage: clock_at_boot URL SECONDS\n"));
         return 2;
@@ -60,11 +60,11 @@ int main(int nArguments, char* arrArguments[])
         const bool bClockRight = IsClockRight(); // before: it may become right meanwhile
         bAnswered = ptEngine->Get(&tRequest, true);
         std::printf("%s %s\n", bAnswered ? "answered" : "failed:", tRequest.strErrorReason.c_str());
-        bLast = nResultCode != CERTIFICATE_REFUSED || bClockRight || nSecondsLeft == 0;
-        while (!bAnswered && !bLast && !IsClockRight() && nSecondsLeft > 0)
+        bLast = nResultCode != CERTIFICATE_REFUSED || bClockRight || lSecondsLeft == 0;
+        while (!bAnswered && !bLast && !IsClockRight() && lSecondsLeft > 0)
         {
             std::this_thread::sleep_for(std::chrono::seconds(1));
-            --nSecondsLeft;
+            --lSecondsLeft;
         }
     }
     ptEngine->Destroy();

@@ -68,7 +68,7 @@ int main(int nArguments, char* arrArguments[])
         /* A name of its own, and not the URL's, which could lead anywhere. */
         const std::string strTarget = std::string(arrArguments[1]) + "/" + std::to_string(nId);
         const int nStarted = ptEngine->StartDownload(nId, arrArguments[i], strTarget, &OnDownload, &tEnds);
-        nUnderWay += nStarted == 1;
+        nUnderWay += nStarted == 1 ? 1 : 0;
         std::printf("%d %s: %s\n", nId, arrArguments[i], nStarted == 1 ? "under way" : "refused");
     }
     int nStored = 0;
@@ -79,7 +79,7 @@ int main(int nArguments, char* arrArguments[])
         const END_t tEnd = std::move(tEnds.queEnds.front());
         tEnds.queEnds.pop_front();
         tGuard.unlock();
-        nStored += tEnd.bStored;
+        nStored += tEnd.bStored ? 1 : 0;
         const WQCurl::TRANSFER_REPORT_t& tReport = tEnd.tReport;
         std::printf("%d %s: status %d, %lld bytes in %.1f s, code %d %s\n", tEnd.nId,
                     tEnd.bStored ? "stored" : "failed", tReport.nHttpStatus, tReport.nBytes, tReport.dTotal,

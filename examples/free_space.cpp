@@ -11,7 +11,7 @@
 namespace
 {
 
-constexpr std::uintmax_t RESERVE = 16 * 1024 * 1024; // bytes that the rest of the device is to keep
+constexpr std::uintmax_t RESERVE = 16777216; // bytes that the rest of the device is to keep
 
 bool HasRoom(const std::filesystem::path& tTarget, std::uintmax_t nSize)
 {
@@ -35,7 +35,8 @@ int main(int nArguments, char* arrArguments[])
 {
     WQCurl::TRANSFER_DEFAULTS_t tSettings;
     tSettings.bFailOnHttpError = true;
-    tSettings.nLargestFile = nArguments == 4 ? std::atoll(arrArguments[3]) : 0; // whatever the server sends
+    tSettings.nLargestFile =
+        nArguments == 4 ? std::strtoll(arrArguments[3], nullptr, 10) : 0; // whatever the server sends
     if (tSettings.nLargestFile <= 0 || !WQCurl::SetTransferDefaults(tSettings))
     {
         static_cast<void>(std::fprintf(stderr, "usage: free_space URL FILE SIZE\n"));

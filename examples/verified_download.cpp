@@ -49,7 +49,7 @@ int main(int nArguments, char* arrArguments[])
 {
     WQCurl::TRANSFER_DEFAULTS_t tSettings;
     tSettings.bFailOnHttpError = true; // an error page is not worth its download
-    tSettings.nLargestFile = nArguments == 5 ? std::atoll(arrArguments[3]) : 0;
+    tSettings.nLargestFile = nArguments == 5 ? std::strtoll(arrArguments[3], nullptr, 10) : 0;
     if (tSettings.nLargestFile <= 0 || !WQCurl::SetTransferDefaults(tSettings))
     {
         static_cast<void>(std::fprintf(stderr, "usage: verified_download URL FILE SIZE SHA256\n"));
@@ -67,8 +67,8 @@ int main(int nArguments, char* arrArguments[])
     const bool bStored = bRight && std::rename(strNew.c_str(), strTarget.c_str()) == 0;
     if (!bStored)
     {
-        std::remove(strNew.c_str());
-        std::remove((strNew + ".bak").c_str()); // what a failed synchronous download leaves
+        static_cast<void>(std::remove(strNew.c_str()));
+        static_cast<void>(std::remove((strNew + ".bak").c_str())); // what a failed synchronous download leaves
     }
     std::printf("%s\n", bStored ? "stored" : !bWhole ? "not downloaded" : !bRight ? "not the right file" : "not moved");
     return bStored ? 0 : 1;
