@@ -1,0 +1,59 @@
+/* Downloads a file if there is room for it: free_space URL FILE SIZE */
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+
+#include "veltra/veltra.h"
+
+namespace
+{
+
+constexpr std::uintmax_t RESERVE = 16777216; // bytes that the rest of the device is to keep
+
+bool HasRoom(const std::filesystem::path& tTarget, std::uintmax_t nSize)
+{
+    std::error_code tError;
+    const auto tFolder = tTarget.has_parent_path() ? tTarget.parent_path() : std::filesystem::path(".");
+    const std::uintmax_t nFree = std::filesystem::space(tFolder, tError).available; // without what is root's alone
+    return !tError && nFree > RESERVE && nFree - RESERVE >= nSize;
+}
+
+void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pUserData)
+{
+    if (eType != DOWNLOAD_TYPE_PROGRESS)
+    {
+        static_cast<std::promise<DOWNLOAD_TYPE_e>*>(pUserData)->set_value(eType);
+    }
+}
+
+} // namespace
+
+int main(int nArguments, char* arrArguments[])
+{
+    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    tSettings.bFailOnHttpError = true;
+    tSettings.nLargestFile =
+        nArguments == 4 ? std::strtoll(arrArguments[3], nullptr, 10) : 0; // whatever the server sends
+    if (tSettings.nLargestFile <= 0 || !WQCurl::SetTransferDefaults(tSettings))
+    {
+        static_cast<void>(std::fprintf(stderr, "usage: free_space URL FILE SIZE\n"));
+        return 2;
+    }
+    if (!HasRoom(arrArguments[2], static_cast<std::uintmax_t>(tSettings.nLargestFile)))
+    {
+        std::printf("there is no room for the file\n");
+        return 1;
+    }
+    CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
+    ptEngine->Create();
+    std::promise<DOWNLOAD_TYPE_e> tEnd;
+    const int nStarted =
+        ptEngine->StartDownload(ptEngine->CreateDownloadId(), arrArguments[1], arrArguments[2], &OnDownload, &tEnd);
+    const bool bStored = nStarted == 1 && tEnd.get_future().get() == DOWNLOAD_TYPE_SUCCESS;
+    ptEngine->Destroy();
+    std::printf("%s\n", bStored ? "stored" : nStarted == 1 ? "failed" : "refused");
+    return bStored ? 0 : 1;
+}
