@@ -172,6 +172,30 @@ TEST_F(CSettingsTest, TransfersBeyondTheMostConnectionsWaitAndCanBeEnded)
     }
 }
 
+TEST_F(CSettingsTest, RequestThatWaitsForAConnectionEndsInItsTimeAllTheSame)
+{
+    CLoopbackServer tServer(
+        [](CConnection& tConnection, const REQUEST_t&)
+        {
+            tConnection.Send("HTTP/1.1 200 OK\r\n\r\n");
+            while (tConnection.Send(std::string(2000, 'd'))) // fast enough to go on for ever
+            {
+                std::this_thread::sleep_for(milliseconds(500));
+            }
+        });
+    m_tSettings.nMostConnections = 1;
+    EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
+    OUTCOME_t tDownload;
+    ASSERT_EQ(tDownload.Download(*m_ptEngine, tServer.Url(), Path("file")), 1);
+    OUTCOME_t tRequest;
+    ASSERT_TRUE(tRequest.Start(*m_ptEngine, GetRequest(tServer.Url())));
+    EXPECT_TRUE(tRequest.tEnded.Wait());
+    EXPECT_FALSE(tRequest.bResult);
+    EXPECT_NE(tRequest.strError, "");
+    EXPECT_EQ(tDownload.tEnded.Count(), 0);
+    m_ptEngine->Destroy();
+}
+
 TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept)
 {
     CGate tArrived;

@@ -61,6 +61,8 @@ public:
     /**
      * Passes records on, but of several that are the same in a row only the first; the next other one follows on a
      * record like "… 128 more like this".
+     * @param level the record's
+     * @param record the record
      * @param pFolding a FOLDING_t
      */
     static void FoldRepeats(unsigned int level, const char* record, void* pFolding);

@@ -246,7 +246,7 @@ VELTRA_API void NetworkChanged();
  */
 struct TRANSFER_REPORT_t
 {
-    std::string strUrl;      /**< as it was given, with a scheme */
+    std::string strUrl;      /**< as it was given, at most with a "/" added for an empty path */
     int nHttpStatus = 0;     /**< of the answer; 0: none came */
     long long nBytes = 0;    /**< of the body that have arrived, by all attempts; none of them arrived twice */
     int nAttempts = 1;       /**< more than 1 for a download whose rest was asked for */

@@ -335,6 +335,12 @@ int WQCurlEasy::IMPL_t::OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nN
     return ptImpl->AskProgress();
 }
 
+bool WQCurlEasy::IMPL_t::IsOverdue() const
+{
+    constexpr double GRACE_SECONDS = 1; // libcurl ends what has a connection, and says more of it
+    return lTotalSeconds > 0 && tResume.SecondsSinceBegin() > static_cast<double>(lTotalSeconds) + GRACE_SECONDS;
+}
+
 int WQCurlEasy::IMPL_t::AskProgress() const
 {
     if (pfnProgress == nullptr)

@@ -66,6 +66,9 @@ struct WQCurlEasy::IMPL_t
     /** Counts what a transfer got of its turn; after much of it, the others get theirs. */
     void CountTurn(size_t nBytes);
 
+    /** Whether the transfer has taken longer than it may. libcurl does not look at what waits for a connection. */
+    bool IsOverdue() const;
+
     /** Asks the progress function, if there is one, whether to go on, with the last known counts. @return 0 for yes */
     int AskProgress() const;
 

@@ -94,9 +94,9 @@ struct WQCurlMulti::IMPL_t
     std::vector<MultiMsg> vecFinished; /**< in the order of their ends; those before nUnread have been read */
     size_t nUnread = 0;
     std::optional<Clock::time_point> tTimer;
-    std::vector<EASY_t*> vecReporting; /**< running transfers whose progress functions are to be asked */
-    Clock::time_point tNextAsking;     /**< when they are asked again */
-    int nRunning = 0;                  /**< transfers that are libcurl's, or will be again */
+    std::vector<EASY_t*> vecWatched; /**< running transfers that are to be asked whether they go on */
+    Clock::time_point tNextAsking;   /**< when they are asked again */
+    int nRunning = 0;                /**< transfers that are libcurl's, or will be again */
 
     unsigned nEpoch = NetworkEpoch();                    /**< the network's, as far as this knows */
     bool bOutdated = false;                              /**< the multi handle's connections are an earlier epoch's */
@@ -201,7 +201,7 @@ void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
 {
     --nRunning;
-    Erase(vecReporting, &tEasy);
+    Erase(vecWatched, &tEasy);
     Erase(vecPaused, &tEasy);
     vecBroken.erase(std::remove_if(vecBroken.begin(), vecBroken.end(),
                                    [&tEasy](const auto& tBroken) { return tBroken.second == &tEasy; }),
@@ -264,9 +264,11 @@ void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTING
 void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
 {
     ++nRunning;
-    if (tEasy.bReporting && tEasy.pfnProgress != nullptr)
+    const TRANSFER_DEFAULTS_t& tDefaults = tEasy.ptSettings->tDefaults;
+    const bool bMayQueue = tDefaults.nMostConnections > 0 || tDefaults.nMostConnectionsPerHost > 0;
+    if ((tEasy.bReporting && tEasy.pfnProgress != nullptr) || (bMayQueue && tEasy.lTotalSeconds > 0))
     {
-        vecReporting.push_back(&tEasy);
+        vecWatched.push_back(&tEasy);
     }
     tEasy.Begin();
     tEasy.pvecPaused = &vecPaused;
@@ -334,23 +336,24 @@ bool WQCurlMulti::IMPL_t::RunExpired()
  */
 void WQCurlMulti::IMPL_t::AskProgress()
 {
-    if (vecReporting.empty() || Clock::now() < tNextAsking)
+    if (vecWatched.empty() || Clock::now() < tNextAsking)
     {
         return;
     }
     tNextAsking = Clock::now() + ASKING_INTERVAL;
-    std::vector<EASY_t*> vecStopped;
-    for (EASY_t* ptEasy : vecReporting)
+    std::vector<std::pair<EASY_t*, CURLcode>> vecStopped;
+    for (EASY_t* ptEasy : vecWatched)
     {
-        if (ptEasy->AskProgress() != 0)
+        const bool bStop = ptEasy->bReporting && ptEasy->AskProgress() != 0;
+        if (bStop || ptEasy->IsOverdue())
         {
-            vecStopped.push_back(ptEasy);
+            vecStopped.emplace_back(ptEasy, bStop ? CURLE_ABORTED_BY_CALLBACK : CURLE_OPERATION_TIMEDOUT);
         }
     }
-    for (EASY_t* ptEasy : vecStopped)
+    for (const auto& [ptEasy, eCode] : vecStopped)
     {
         ptEasy->szError[0] = '\0'; // of an address that did not answer, say
-        Finish(*ptEasy, CURLE_ABORTED_BY_CALLBACK);
+        Finish(*ptEasy, eCode);
     }
 }
 
@@ -385,7 +388,7 @@ int WQCurlMulti::IMPL_t::IdleTime() const
     {
         tDue = std::min(tDue, *tTimer);
     }
-    if (!vecReporting.empty())
+    if (!vecWatched.empty())
     {
         tDue = std::min(tDue, tNextAsking);
     }
