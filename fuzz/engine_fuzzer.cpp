@@ -5,7 +5,7 @@
 #include <future>
 #include <unistd.h>
 
-#include "tests/loopback_server.h"
+#include "loopback_server.h"
 #include "veltra/veltra.h"
 
 namespace

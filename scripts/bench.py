@@ -16,7 +16,7 @@ build, docs = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
 quick = "--quick" in sys.argv
 rounds = 3 if quick else 7
 FRESH = ", fresh handles"
-certificates = build + "/tests/certificates"
+certificates = build + "/loopback/certificates"
 rows = []  # work, peer's name, ours, peer's, ratio, unit, target ratio or None
 
 

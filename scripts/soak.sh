@@ -31,7 +31,7 @@ stop() {
 trap stop EXIT
 
 echo "== Starting the hostile server"
-certificates=build/soak/tests/certificates
+certificates=build/soak/loopback/certificates
 build/soak/bench/soak --serve >"$work/ports" &
 hostile=$!
 for _ in $(seq 100); do [ -s "$work/ports" ] && break; sleep 0.1; done

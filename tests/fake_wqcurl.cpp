@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
-#include <vector>
+#include <map>
+#include <numeric>
 
 #include "veltra/platform/kvr_debug.h"
 
@@ -19,7 +19,7 @@ void Note(const std::string& strStep)
 bool FAKE_WQCURL_t::Allows(const std::string& strStep)
 {
     const std::lock_guard<std::mutex> tGuard(tLock);
-    const auto it = std::find(lstRefused.begin(), lstRefused.end(), "-" + strStep);
+    const auto it = std::find(lstRefused.begin(), lstRefused.end(), strStep);
     const bool bAllowed = it == lstRefused.end();
     lstRefused.erase(it, bAllowed ? it : std::next(it));
     return bAllowed;
@@ -38,22 +38,56 @@ namespace WQCurl
 
 struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
 {
-    /** Options are written down together with the step that follows them, by number. */
+    /* What an option is set to: kept where a transfer needs it, and as text. */
+    static std::string Keep(int, long lValue) { return std::to_string(lValue); }
+    static std::string Keep(int, const std::string& strValue) { return strValue; }
+    static std::string Keep(int, const std::list<std::string>& lstValue)
+    {
+        return std::accumulate(lstValue.begin(), lstValue.end(), std::string(),
+                               [](const auto& strAll, const auto& strOne) { return strAll + strOne + ";"; });
+    }
+    std::string Keep(int, WRITE_FUNCTION_t pfnValue) { return (pfnWrite = pfnValue, "write"); }
+    std::string Keep(int, PROGRESS_FUNCTION_t pfnValue) { return (pfnProgress = pfnValue, "progress"); }
+    std::string Keep(int eOption, void* pValue)
+    {
+        (eOption == WRITEDATA ? pWriteData : eOption == PROGRESSDATA ? pProgressData : pPrivate) = pValue;
+        return "pointer";
+    }
+
+    /** Options are written down before the step that follows them; what came before a refused one is known. */
     bool Set(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
     {
-        const std::string strNumber = std::to_string(static_cast<int>(eOption));
-        strOptions += strNumber + "=" + strValue + " ";
-        strLastError = g_tFake->Allows(strNumber) ? "" : "no " + strNumber;
-        return strLastError.empty();
+#define NAMED(OPTION)   \
+    {                   \
+        OPTION, #OPTION \
+    }
+        static const std::map<int, std::string> s_mapNames{
+            NAMED(NOSIGNAL),       NAMED(NOPROGRESS), NAMED(POST),         NAMED(HTTPGET),
+            NAMED(POSTFIELDSIZE),  NAMED(TIMEOUT),    NAMED(URL),          NAMED(LOW_SPEED_LIMIT),
+            NAMED(LOW_SPEED_TIME), NAMED(POSTFIELDS), NAMED(HTTPHEADER),   NAMED(WRITEFUNCTION),
+            NAMED(WRITEDATA),      NAMED(PRIVATE),    NAMED(PROGRESSDATA), NAMED(PROGRESSFUNCTION)};
+        const std::string& strName = s_mapNames.at(eOption);
+        const bool bAllowed = bReady && g_tFake->Allows(strName);
+        strOptions = bAllowed ? strOptions + " " + strName + "=" + strValue : "Initialize …";
+        return Ended(bAllowed, "no " + strName);
+    }
+
+    bool Ended(bool bResult, const std::string& strError)
+    {
+        strLastError = bResult ? strLastError : strError;
+        return bResult;
     }
 
     void Step(const std::string& strStep)
     {
-        Note(strOptions + strStep);
+        strOptions.empty() ? void() : Note(strOptions);
         strOptions.clear();
+        Note(strStep);
     }
 
     WQCurlEasy* ptOwner = nullptr;
+    const WQCurlMulti* pMulti = nullptr; /**< where it is registered */
+    bool bReady = false;
     std::string strOptions;
     std::string strLastError;
 };
@@ -70,49 +104,21 @@ WQCurlEasy::~WQCurlEasy()
 
 bool WQCurlEasy::Initialize()
 {
-    m_pImpl->strOptions = "Initialize ";
-    return g_tFake->Allows("Initialize");
+    m_pImpl->strOptions = "Initialize";
+    return m_pImpl->bReady = g_tFake->Allows("Initialize");
 }
 
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
-{
-    return m_pImpl->Set(eOption, std::to_string(lValue));
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
-{
-    return m_pImpl->Set(eOption, strValue);
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue)
-{
-    std::string strValue;
-    for (const std::string& strItem : lstValue)
-    {
-        strValue += strItem + "|";
+#define SETTER(TYPE)                                                    \
+    bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, TYPE tValue) \
+    {                                                                   \
+        return m_pImpl->Set(eOption, m_pImpl->Keep(eOption, tValue));   \
     }
-    return m_pImpl->Set(eOption, strValue);
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
-{
-    m_pImpl->pfnWrite = pfnWrite;
-    return m_pImpl->Set(eOption, "write");
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress)
-{
-    m_pImpl->pfnProgress = pfnProgress;
-    return m_pImpl->Set(eOption, "progress");
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
-{
-    (eOption == WRITEDATA      ? m_pImpl->pWriteData
-     : eOption == PROGRESSDATA ? m_pImpl->pProgressData
-                               : m_pImpl->pPrivate) = pValue;
-    return m_pImpl->Set(eOption, "pointer");
-}
+SETTER(const long&)
+SETTER(const std::string&)
+SETTER(const std::list<std::string>&)
+SETTER(WRITE_FUNCTION_t)
+SETTER(PROGRESS_FUNCTION_t)
+SETTER(void*)
 
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
@@ -122,21 +128,24 @@ void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 bool WQCurlEasy::send()
 {
     m_pImpl->Step("send");
-    g_tFake->fnTransfer(*m_pImpl);
-    m_pImpl->strLastError = g_tFake->Allows("transfer") ? "" : "broken";
-    return m_pImpl->strLastError.empty();
+    if (m_pImpl->bReady)
+    {
+        g_tFake->fnTransfer(*m_pImpl);
+    }
+    return m_pImpl->Ended(m_pImpl->bReady && g_tFake->Allows("transfer"), "broken");
 }
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
 {
-    *pdValue = 1.5;
+    *pdValue = eInfo == SPEED_DOWNLOAD ? 1.5 : *pdValue;
     return eInfo == SPEED_DOWNLOAD;
 }
 
 bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
 {
-    *ppValue = g_tFake->Allows("private") ? m_pImpl->pPrivate : nullptr;
-    return eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
+    const bool bKnown = eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
+    *ppValue = !bKnown ? *ppValue : g_tFake->Allows("private") ? m_pImpl->pPrivate : nullptr;
+    return bKnown;
 }
 
 std::string WQCurlEasy::getLastError()
@@ -147,14 +156,16 @@ std::string WQCurlEasy::getLastError()
 void WQCurlEasy::reset()
 {
     m_pImpl->Step("reset");
+    m_pImpl->bReady = false;
+    m_pImpl->strLastError.clear();
 }
 
 struct WQCurlMulti::IMPL_t
 {
     bool bReady = false;
     std::condition_variable tAdded;
-    std::vector<WQCurlEasy*> vecRunning;
-    std::deque<MultiMsg> dqFinished;
+    std::list<WQCurlEasy*> lstRunning;
+    std::list<MultiMsg> lstFinished;
 };
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
@@ -163,27 +174,41 @@ WQCurlMulti::~WQCurlMulti() = default;
 
 bool WQCurlMulti::Initialize()
 {
-    m_pImpl->bReady = g_tFake->Allows("multi");
-    return m_pImpl->bReady;
+    return m_pImpl->bReady = g_tFake->Allows("multi");
 }
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    pEasyHandle->m_pImpl->Step("addHandle");
-    if (!m_pImpl->bReady || !g_tFake->Allows("addHandle"))
+    if (pEasyHandle == nullptr)
+    {
+        return false;
+    }
+    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
+    tEasy.Step("addHandle");
+    if (!m_pImpl->bReady || !tEasy.bReady || tEasy.pMulti != nullptr || !g_tFake->Allows("addHandle"))
     {
         return false;
     }
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    m_pImpl->vecRunning.push_back(pEasyHandle->m_pImpl->ptOwner);
+    tEasy.pMulti = this;
+    m_pImpl->lstRunning.push_back(tEasy.ptOwner);
     m_pImpl->tAdded.notify_all();
     return true;
 }
 
-bool WQCurlMulti::removeHandle(const WQCurlEasy* /*pEasyHandle*/)
+bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
 {
     Note("removeHandle");
-    return g_tFake->Allows("removeHandle");
+    if (pEasyHandle == nullptr || pEasyHandle->m_pImpl->pMulti != this)
+    {
+        return false;
+    }
+    pEasyHandle->m_pImpl->pMulti = nullptr;
+    m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
+    const bool bAllowed = g_tFake->Allows("removeHandle");
+    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
+    m_pImpl->lstRunning.remove(pEasyHandle->m_pImpl->ptOwner);
+    return bAllowed;
 }
 
 bool WQCurlMulti::Perform(int& nRunningHandles)
@@ -201,24 +226,24 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     {
         return false;
     }
-    std::vector<WQCurlEasy*> vecDriven;
+    std::list<WQCurlEasy*> lstDriven;
     {
         std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
-        const auto fnEnough = [this] { return m_pImpl->vecRunning.size() >= g_tFake->nTogether; };
-        if (m_pImpl->dqFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnEnough))
+        const auto fnEnough = [this] { return m_pImpl->lstRunning.size() >= g_tFake->nTogether; };
+        if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnEnough))
         {
-            vecDriven.swap(m_pImpl->vecRunning);
+            lstDriven.swap(m_pImpl->lstRunning);
         }
     }
-    for (WQCurlEasy* ptEasy : vecDriven)
+    for (WQCurlEasy* ptEasy : lstDriven)
     {
         g_tFake->fnTransfer(*ptEasy->m_pImpl);
         const bool bResult = g_tFake->Allows("transfer");
-        m_pImpl->dqFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
+        m_pImpl->lstFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
     }
-    if (!m_pImpl->dqFinished.empty())
+    if (!m_pImpl->lstFinished.empty())
     {
-        Note("fdSelect, finished " + std::to_string(m_pImpl->dqFinished.size()));
+        Note("fdSelect finishes " + std::to_string(m_pImpl->lstFinished.size()));
     }
     return true;
 }
@@ -226,10 +251,10 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
     MultiMsg tMsg;
-    if (!m_pImpl->dqFinished.empty())
+    if (!m_pImpl->lstFinished.empty())
     {
-        tMsg = m_pImpl->dqFinished.front();
-        m_pImpl->dqFinished.pop_front();
+        tMsg = m_pImpl->lstFinished.front();
+        m_pImpl->lstFinished.pop_front();
     }
     return tMsg;
 }
