@@ -73,5 +73,5 @@ echo "== Traffic for $minutes minutes"
 good=http://127.0.0.1:$port bad=http://127.0.0.1:$plain secure=https://127.0.0.1:$tls
 build/soak/bench/soak --seconds "$seconds" --folder "$work/files" --cacert "$certificates/ca.pem" \
     $good/small $good/small $good/small $good/large $good/large $good/missing \
-    $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
+    $bad/echo/ $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
     $secure/chunked $secure/reset $secure/cut https://localhost:$tls/chunked http://127.0.0.1:1/refused file:///etc/hostname

@@ -218,43 +218,17 @@ TEST_F(CDownloadTest, CancelsFromAnyThreadAndFromCallbacks)
     OUTCOME_t tNamesake;
     ASSERT_TRUE(tRequest.Start(*m_ptEngine, GetRequest(m_tServer.Url(STALL))));
     ASSERT_EQ(Start(tSilent, STALL, "silent"), 1);
-    ASSERT_EQ(
-        m_ptEngine->StartDownload(tSilent.nId, m_tServer.Url(STALL), Path("2"), &OUTCOME_t::OnDownload, &tNamesake), 1);
+    ASSERT_EQ(tNamesake.Download(*m_ptEngine, m_tServer.Url(STALL), Path("2"), tSilent.nId), 1);
     EXPECT_TRUE(tSilent.tProgress.Wait());
     EXPECT_FALSE(m_ptEngine->CancelDownload(tSilent.nId + 1, false));
     EXPECT_TRUE(m_ptEngine->CancelDownload(tSilent.nId, false));
+    tSilent.ptEngine = nullptr;
     EXPECT_TRUE(m_ptEngine->CancelDownload(tSilent.nId, true)) << "does not bring the callback back";
     m_ptEngine->Destroy();
     EXPECT_EQ(tSilent.tEnded.Count(), 0);
     EXPECT_EQ(tNamesake.eType, DOWNLOAD_TYPE_FAIL);
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
     EXPECT_FALSE(m_ptEngine->CancelDownload(tOwn.nId, true));
-}
-
-TEST_F(CDownloadTest, CancellationRacesCompletion)
-{
-    std::vector<OUTCOME_t> vecDownloads(3000);
-    for (size_t i = 0; i < vecDownloads.size(); ++i)
-    {
-        const bool bNotify = i % 2 == 0;
-        ASSERT_EQ(Start(vecDownloads[i], TINY, std::to_string(i)), 1);
-        for (size_t nSpins = i % 50 * 20; nSpins > 0; --nSpins)
-        {
-            std::this_thread::yield(); // moves the cancellation through the whole life of the download
-        }
-        if (!m_ptEngine->CancelDownload(vecDownloads[i].nId, bNotify) || bNotify)
-        {
-            ASSERT_TRUE(vecDownloads[i].tEnded.Wait());
-        }
-    }
-    m_ptEngine->Destroy();
-    for (size_t i = 0; i < vecDownloads.size(); ++i)
-    {
-        const std::string strPath = Path(std::to_string(i));
-        EXPECT_LE(vecDownloads[i].tEnded.Count(), 1);
-        EXPECT_FALSE(std::filesystem::exists(strPath + ".bak"));
-        EXPECT_TRUE(vecDownloads[i].eType != DOWNLOAD_TYPE_SUCCESS || ReadFile(strPath) == BODY.substr(0, 4));
-    }
 }
 
 TEST_F(CDownloadTest, FileBeyondTwoGigabytesLetsOtherTransfersGoFirst)

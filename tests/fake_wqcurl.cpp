@@ -105,6 +105,7 @@ WQCurlEasy::~WQCurlEasy()
 bool WQCurlEasy::Initialize()
 {
     m_pImpl->strOptions = "Initialize";
+    m_pImpl->strLastError.clear();
     return m_pImpl->bReady = g_tFake->Allows("Initialize");
 }
 
