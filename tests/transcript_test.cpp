@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -90,6 +91,9 @@ private:
             Replace(strLine, "[KVR][", std::to_string(nLevel) + " ");
             Replace(strLine, "()] \033[1;31;42m ", "! ") ? Replace(strLine, "\033[0m \n", "\n")
                                                          : Replace(strLine, "()] ", ": ");
+            strLine.pop_back();
+            Replace(strLine, "\n", "↵");
+            strLine += "\n";
         }
         const std::string strLast = strSeen.substr(strSeen.rfind('\n', strSeen.size() - 2) + 1);
         if (strLine.rfind("- ", 0) == 0 && strLast.rfind("- ", 0) == 0 && strLast.find('=') == std::string::npos)
@@ -119,54 +123,34 @@ std::string Between(const std::string& strLines, const std::string& strFrom, con
     return strLines.substr(fnLine(nFrom), fnLine(nTo) - fnLine(nFrom));
 }
 
-/** One scenario of a golden file. */
-struct SCENARIO_t
-{
-    std::string strHeading; /**< with one alternative of each choice */
-    std::string strChosen;  /**< what {} stands for */
-};
-
-std::vector<SCENARIO_t> ReadHeading(const std::string& strHeading)
-{
-    std::string strChoice = strHeading.substr(0, strHeading.find(' '));
-    for (const std::string& strWord : Split(strHeading.substr(0, strHeading.find('<')), ' '))
-    {
-        strChoice = strWord.find('|') != std::string::npos ? strWord : strChoice;
-    }
-    std::vector<SCENARIO_t> vecScenarios;
-    for (const std::string& strChosen : Split(strChoice, '|'))
-    {
-        vecScenarios.push_back({strHeading, strChosen.substr(strChosen[0] == '-')});
-        Replace(vecScenarios.back().strHeading, strChoice, strChosen);
-    }
-    return vecScenarios;
-}
-
 /** Runs all scenarios of a golden file and compares what comes of each. */
 void ExpectGolden(const std::string& strName, const std::function<std::string(const std::string&)>& fnRun)
 {
-    std::vector<SCENARIO_t> vecScenarios;
+    std::vector<std::pair<std::string, std::string>> vecScenarios; // the heading with one of its choice, and that one
     std::map<std::string, std::string> mapLines;
-    size_t nFirst = 0; // of those whose headings stand above each other
+    size_t nFirst = 0; // of those to which the lines belong
     for (const std::string& strLine : Split(ReadFile(GOLDEN_FOLDER "/" + strName), '\n'))
     {
         if (strLine.rfind("== ", 0) == 0)
         {
-            const std::vector<SCENARIO_t> vecNew = ReadHeading(strLine.substr(3));
-            vecScenarios.insert(vecScenarios.end(), vecNew.begin(), vecNew.end());
+            std::smatch tWord;
+            const bool bChoice = std::regex_search(strLine, tWord, std::regex("^[^<]*?([^ <|]+(\\|[^ <|]+)+)"));
+            const std::string strChoice = bChoice ? std::string(tWord[1]) : Split(strLine, ' ')[1];
+            for (const std::string& strChosen : Split(strChoice, '|'))
+            {
+                vecScenarios.emplace_back(strLine.substr(3), strChosen.substr(strChosen[0] == '-'));
+                Replace(vecScenarios.back().first, strChoice, strChosen);
+            }
             continue;
         }
         nFirst = strLine.empty() ? vecScenarios.size() : nFirst;
-        const size_t nColon = strLine.find(": ");
-        const size_t nDots = strLine.find("..", nColon);
-        const bool bElsewhere = strLine.rfind(">> ", 0) == 0;
-        const std::string strLines =
-            bElsewhere ? Between(mapLines[strLine.substr(3, nColon - 3)],
-                                 strLine.substr(nColon + 2, nDots - nColon - 2), strLine.substr(nDots + 2))
-                       : strLine + "\n";
+        std::smatch tPart;
+        const std::string strLines = std::regex_match(strLine, tPart, std::regex(">> (.+?): (.*)\\.\\.(.*)"))
+                                         ? Between(mapLines[tPart[1]], tPart[2], tPart[3])
+                                         : strLine + "\n";
         for (size_t i = nFirst; i < vecScenarios.size(); ++i)
         {
-            mapLines[vecScenarios[i].strHeading] += strLines;
+            mapLines[vecScenarios[i].first] += strLines;
         }
     }
     EXPECT_FALSE(vecScenarios.empty());
@@ -340,8 +324,9 @@ std::string RunScenario(const std::string& strHeading)
     std::string strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
     EXPECT_NE(mkdtemp(strFolder.data()), nullptr);
     std::filesystem::current_path(strFolder);
-    std::string strDocument = strHeading.substr(std::min(strHeading.find('<'), strHeading.size()));
-    Replace(strDocument, "\\n", "\n");
+    const std::string strWritten = strHeading.substr(std::min(strHeading.find('<'), strHeading.size()));
+    std::string strDocument = strWritten;
+    Replace(strDocument, "↵", "\n");
     Replace(strDocument, "\\0", std::string(1, '\0'));
     TEXTS_t vecStarts;
     TEXTS_t vecCounts;
@@ -394,7 +379,7 @@ std::string RunScenario(const std::string& strHeading)
         const bool bFile = lstat(pszFile, &tStat) == 0 && S_ISREG(tStat.st_mode);
         strSeen += bFile ? std::string("file ") + pszFile + ": [" + ReadFile(pszFile) + "]\n" : "";
     }
-    Replace(strSeen, strDocument.empty() ? "no document" : strDocument, "(document)");
+    Replace(strSeen, strWritten.empty() ? "no document" : strWritten, "(document)");
     std::filesystem::current_path(WHERE_STARTED);
     std::filesystem::remove_all(strFolder);
     return strSeen;
@@ -407,23 +392,12 @@ TEST(Transcript, OfTheEngine)
     ExpectGolden("engine.txt", &RunScenario);
 }
 
-/** The engine's own records are left out. */
+/** The engine's own records, and its worker's, are left out. */
 TEST(Transcript, OfTheQueries)
 {
-    ExpectGolden("queries.txt",
-                 [](const std::string& strHeading)
-                 {
-                     std::string strSeen;
-                     for (const std::string& strLine : Split(RunScenario(strHeading), '\n'))
-                     {
-                         if (strLine == "worker:")
-                         {
-                             break;
-                         }
-                         strSeen += strLine.find("WebConnector::") == std::string::npos ? strLine + "\n" : "";
-                     }
-                     return strSeen;
-                 });
+    const std::regex tEngines("worker:\n[^]*|\\d WebConnector::.*\n");
+    ExpectGolden("queries.txt", [&](const std::string& strHeading)
+                 { return std::regex_replace(RunScenario(strHeading), tEngines, ""); });
 }
 
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)

@@ -1,5 +1,5 @@
-/* The contract that PORTING.md states, as far as a fake can be held to it: built over the fake and over the real
- * wrapper. */
+/* The contract that PORTING.md states, as far as a fake can be held to it: built over the fake and over the real one.
+ */
 
 #include <gtest/gtest.h>
 
@@ -10,19 +10,7 @@
 #include "loopback_server.h"
 #endif
 
-namespace
-{
-
-using WQCurl::WQCurlEasy;
-using WQCurl::WQCurlMulti;
-
-size_t Append(char* pData, size_t nSize, size_t nCount, void* pText)
-{
-    static_cast<std::string*>(pText)->append(pData, nSize * nCount);
-    return nSize * nCount;
-}
-
-} // namespace
+using namespace WQCurl;
 
 class CWrapperTest : public testing::Test
 {
@@ -31,37 +19,37 @@ protected:
     CWrapperTest()
     {
         static char s_szAnswer[] = "answer";
-        g_tFake.emplace().fnTransfer = [](FAKE_TRANSFER_t& tTransfer)
-        { tTransfer.pfnWrite(s_szAnswer, 1, 6, tTransfer.pWriteData); };
+        g_tFake.emplace().fnTransfer = [](FAKE_TRANSFER_t& t) { t.pfnWrite(s_szAnswer, 1, 6, t.pWriteData); };
     }
-    std::string Good()
+    std::string Url(bool bGood)
     {
-        return "http://x/";
-    }
-    std::string Bad()
-    {
-        return (g_tFake->lstRefused.push_back("transfer"), "http://x/");
+        return (g_tFake->lstRefused = {bGood ? "nothing" : "transfer"}, "http://x/");
     }
 #else
-    std::string Good()
+    std::string Url(bool bGood)
     {
-        return m_tServer.Url();
-    }
-    std::string Bad()
-    {
-        return "http://127.0.0.1:1/";
+        return bGood ? m_tServer.Url() : "http://127.0.0.1:1/";
     }
 
     CLoopbackServer m_tServer{[](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer("answer"); }};
 #endif
 
-    void SetUp(WQCurlEasy& tEasy, const std::string& strUrl)
+    /** Makes a handle ready for a transfer that succeeds, or for one that fails. */
+    void SetUp(WQCurlEasy& tEasy, bool bGood = true)
     {
+        m_strBody.clear();
         EXPECT_TRUE(tEasy.Initialize());
-        EXPECT_TRUE(tEasy.setOption(WQCurl::URL, strUrl));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEFUNCTION, &Append));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEDATA, &m_strBody));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::PRIVATE, &tEasy));
+        EXPECT_EQ(tEasy.getLastError(), "");
+        EXPECT_TRUE(tEasy.setOption(URL, Url(bGood)));
+        EXPECT_TRUE(tEasy.setOption(WRITEFUNCTION, &Append));
+        EXPECT_TRUE(tEasy.setOption(WRITEDATA, &m_strBody));
+        EXPECT_TRUE(tEasy.setOption(PRIVATE, &tEasy));
+    }
+
+    static size_t Append(char* pData, size_t nSize, size_t nCount, void* pText)
+    {
+        static_cast<std::string*>(pText)->append(pData, nSize * nCount);
+        return nSize * nCount;
     }
 
     std::string m_strBody;
@@ -72,75 +60,69 @@ TEST_F(CWrapperTest, EasyHandleTransfersOnceInitialisedAndTellsWhyNot)
     WQCurlEasy tEasy;
     tEasy.reset();
     EXPECT_EQ(tEasy.getLastError(), "");
-    EXPECT_FALSE(tEasy.setOption(WQCurl::URL, Good()));
-    EXPECT_NE(tEasy.getLastError(), "");
-    EXPECT_FALSE(tEasy.setOption(WQCurl::WRITEFUNCTION, &Append));
-    EXPECT_FALSE(tEasy.send());
     for (int nRound = 0; nRound < 2; ++nRound)
     {
-        m_strBody.clear();
-        SetUp(tEasy, Good());
-        EXPECT_EQ(tEasy.getLastError(), "");
+        EXPECT_FALSE(tEasy.setOption(URL, Url(true))) << "needs Initialize(), before as well as after reset()";
+        EXPECT_NE(tEasy.getLastError(), "");
+        EXPECT_FALSE(tEasy.setOption(WRITEFUNCTION, &Append));
+        EXPECT_FALSE(tEasy.send());
+
+        SetUp(tEasy);
         EXPECT_TRUE(tEasy.send());
         EXPECT_EQ(m_strBody, "answer");
         void* pPrivate = nullptr;
         double dSpeed = -1.0;
-        EXPECT_FALSE(tEasy.getInfo(WQCurl::SPEED_DOWNLOAD, &pPrivate));
-        EXPECT_FALSE(tEasy.getInfo(WQCurl::PRIVATE_INFO, &dSpeed));
+        EXPECT_FALSE(tEasy.getInfo(SPEED_DOWNLOAD, &pPrivate));
         EXPECT_EQ(pPrivate, nullptr);
+        EXPECT_FALSE(tEasy.getInfo(PRIVATE_INFO, &dSpeed));
         EXPECT_EQ(dSpeed, -1.0);
-        EXPECT_TRUE(tEasy.getInfo(WQCurl::PRIVATE_INFO, &pPrivate));
-        EXPECT_TRUE(tEasy.getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed));
+        EXPECT_TRUE(tEasy.getInfo(PRIVATE_INFO, &pPrivate));
         EXPECT_EQ(pPrivate, &tEasy);
+        EXPECT_TRUE(tEasy.getInfo(SPEED_DOWNLOAD, &dSpeed));
         EXPECT_GT(dSpeed, 0.0);
 
-        SetUp(tEasy, Bad());
+        SetUp(tEasy, false);
         EXPECT_FALSE(tEasy.send());
         EXPECT_NE(tEasy.getLastError(), "");
         tEasy.reset();
         EXPECT_EQ(tEasy.getLastError(), "");
-        EXPECT_FALSE(tEasy.setOption(WQCurl::URL, Good()));
     }
 }
 
 TEST_F(CWrapperTest, MultiHandleTellsOfEachTransferOnceAndRefusesWhatIsNone)
 {
     WQCurlMulti tMulti;
-    WQCurlEasy arrEasy[3];
-    SetUp(arrEasy[0], Good());
-    EXPECT_FALSE(tMulti.addHandle(&arrEasy[0])) << "not initialised";
+    WQCurlEasy tEasy;
+    WQCurlEasy tRemoved;
+    SetUp(tEasy);
+    EXPECT_FALSE(tMulti.addHandle(&tEasy)) << "needs Initialize() itself";
     ASSERT_TRUE(tMulti.Initialize());
     EXPECT_FALSE(tMulti.addHandle(nullptr));
-    EXPECT_FALSE(tMulti.addHandle(&arrEasy[1])) << "not initialised either";
+    EXPECT_FALSE(tMulti.addHandle(&tRemoved)) << "not initialised";
     EXPECT_FALSE(tMulti.removeHandle(nullptr));
-    EXPECT_FALSE(tMulti.removeHandle(&arrEasy[0])) << "not added";
-    EXPECT_TRUE(tMulti.addHandle(&arrEasy[0]));
-    EXPECT_FALSE(tMulti.addHandle(&arrEasy[0])) << "twice";
-    SetUp(arrEasy[2], Good());
-    EXPECT_TRUE(tMulti.addHandle(&arrEasy[2]));
-    EXPECT_TRUE(tMulti.removeHandle(&arrEasy[2])); // nothing is told of it
-    for (int i = 0; i < 2; ++i)
+    for (const bool bGood : {true, false})
     {
+        SetUp(tRemoved);
+        EXPECT_TRUE(tMulti.addHandle(&tRemoved));
+        EXPECT_TRUE(tMulti.removeHandle(&tRemoved)) << "before it has begun: nothing is told of it";
+        SetUp(tEasy, bGood);
+        EXPECT_FALSE(tMulti.removeHandle(&tEasy)) << "not added";
+        EXPECT_TRUE(tMulti.addHandle(&tEasy));
+        EXPECT_FALSE(tMulti.addHandle(&tEasy)) << "twice";
         int nRunning = -1;
-        WQCurlMulti::MultiMsg tMsg;
         EXPECT_TRUE(tMulti.Perform(nRunning));
         EXPECT_GE(nRunning, 0);
+        WQCurlMulti::MultiMsg tMsg;
         for (int nWaits = 0; nWaits < 10000 && tMsg.pEasyHandle == nullptr; ++nWaits)
         {
             EXPECT_TRUE(tMulti.fdSelect(nRunning));
             tMsg = tMulti.InfoRead();
         }
-        ASSERT_EQ(tMsg.pEasyHandle, &arrEasy[i]);
-        EXPECT_EQ(tMsg.bResult, i == 0);
-        EXPECT_EQ(tMsg.strErrorMsg.empty(), i == 0) << tMsg.strErrorMsg;
+        ASSERT_EQ(tMsg.pEasyHandle, &tEasy);
+        EXPECT_EQ(tMsg.bResult, bGood);
+        EXPECT_EQ(tMsg.strErrorMsg.empty(), bGood) << tMsg.strErrorMsg;
         EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr);
-        EXPECT_TRUE(tMulti.removeHandle(&arrEasy[i]));
-        EXPECT_FALSE(tMulti.removeHandle(&arrEasy[i])) << "twice";
-        if (i == 0)
-        {
-            EXPECT_EQ(m_strBody, "answer");
-            SetUp(arrEasy[1], Bad());
-            EXPECT_TRUE(tMulti.addHandle(&arrEasy[1]));
-        }
+        EXPECT_TRUE(tMulti.removeHandle(&tEasy));
+        EXPECT_FALSE(tMulti.removeHandle(&tEasy)) << "twice";
     }
 }
