@@ -37,7 +37,6 @@ struct OUTCOME_t
         ptOutcome->bResult = bResult;
         ptOutcome->strError = strErrorMsg;
         ptOutcome->strResponse = strResponse;
-        ptOutcome->tThread = std::this_thread::get_id();
         ptOutcome->fnOnEvent();
         ptOutcome->tEnded.Open();
     }
@@ -78,7 +77,6 @@ struct OUTCOME_t
     bool bResult = false;
     std::string strError;
     std::string strResponse;
-    std::thread::id tThread;
 
     CGate tProgress;
     int nId = 0;

@@ -36,12 +36,17 @@ extern "C" int fsync(int /*nDescriptor*/)
 namespace WQCurl
 {
 
+typedef std::list<std::string> LIST_t;
+
 struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
 {
+    explicit IMPL_t(WQCurlEasy* ptEasy) : ptOwner(ptEasy) {}
+    ~IMPL_t() { Step("destroy"); }
+
     /* What an option is set to: kept where a transfer needs it, and as text. */
     static std::string Keep(int, long lValue) { return std::to_string(lValue); }
     static std::string Keep(int, const std::string& strValue) { return strValue; }
-    static std::string Keep(int, const std::list<std::string>& lstValue)
+    static std::string Keep(int, const LIST_t& lstValue)
     {
         return std::accumulate(lstValue.begin(), lstValue.end(), std::string(),
                                [](const auto& strAll, const auto& strOne) { return strAll + strOne + ";"; });
@@ -55,7 +60,7 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
     }
 
     /** Options are written down before the step that follows them; what came before a refused one is known. */
-    bool Set(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
+    template <class VALUE> bool Set(WQCURL_OPTION_TYPE eOption, const VALUE& tValue)
     {
 #define NAMED(OPTION)   \
     {                   \
@@ -68,14 +73,8 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
             NAMED(WRITEDATA),      NAMED(PRIVATE),    NAMED(PROGRESSDATA), NAMED(PROGRESSFUNCTION)};
         const std::string& strName = s_mapNames.at(eOption);
         const bool bAllowed = bReady && g_tFake->Allows(strName);
-        strOptions = bAllowed ? strOptions + " " + strName + "=" + strValue : "Initialize …";
+        strOptions = bAllowed ? strOptions + " " + strName + "=" + Keep(eOption, tValue) : "Initialize …";
         return Ended(bAllowed, "no " + strName);
-    }
-
-    bool Ended(bool bResult, const std::string& strError)
-    {
-        strLastError = bResult ? strLastError : strError;
-        return bResult;
     }
 
     void Step(const std::string& strStep)
@@ -85,81 +84,39 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
         Note(strStep);
     }
 
-    WQCurlEasy* ptOwner = nullptr;
-    const WQCurlMulti* pMulti = nullptr; /**< where it is registered */
+    bool Ended(bool bResult, const std::string& strError)
+    {
+        strLastError = bResult ? strLastError : strError;
+        return bResult;
+    }
+
+    bool Send()
+    {
+        Step("send");
+        bReady ? g_tFake->fnTransfer(*this) : void();
+        return Ended(bReady && g_tFake->Allows("transfer"), "broken");
+    }
+
+    bool Private(WQCURL_INFO_TYPE eInfo, void** ppValue) const
+    {
+        const bool bKnown = eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
+        *ppValue = !bKnown ? *ppValue : g_tFake->Allows("private") ? pPrivate : nullptr;
+        return bKnown;
+    }
+
+    bool Become(bool bInitialized, const std::string& strWritten)
+    {
+        strOptions = strWritten;
+        strLastError.clear();
+        return bReady = bInitialized;
+    }
+
+    WQCurlEasy* const ptOwner;
+    const void* pMulti = nullptr; /**< where it is registered */
     bool bReady = false;
     std::string strOptions;
     std::string strLastError;
 };
-
-WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>())
-{
-    m_pImpl->ptOwner = this;
-}
-
-WQCurlEasy::~WQCurlEasy()
-{
-    m_pImpl->Step("destroy");
-}
-
-bool WQCurlEasy::Initialize()
-{
-    m_pImpl->strOptions = "Initialize";
-    m_pImpl->strLastError.clear();
-    return m_pImpl->bReady = g_tFake->Allows("Initialize");
-}
-
-#define SETTER(TYPE)                                                    \
-    bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, TYPE tValue) \
-    {                                                                   \
-        return m_pImpl->Set(eOption, m_pImpl->Keep(eOption, tValue));   \
-    }
-SETTER(const long&)
-SETTER(const std::string&)
-SETTER(const std::list<std::string>&)
-SETTER(WRITE_FUNCTION_t)
-SETTER(PROGRESS_FUNCTION_t)
-SETTER(void*)
-
-void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
-{
-    m_pImpl->Step("setTimeout " + std::to_string(nConnectSeconds) + " " + std::to_string(nTotalSeconds));
-}
-
-bool WQCurlEasy::send()
-{
-    m_pImpl->Step("send");
-    if (m_pImpl->bReady)
-    {
-        g_tFake->fnTransfer(*m_pImpl);
-    }
-    return m_pImpl->Ended(m_pImpl->bReady && g_tFake->Allows("transfer"), "broken");
-}
-
-bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
-{
-    *pdValue = eInfo == SPEED_DOWNLOAD ? 1.5 : *pdValue;
-    return eInfo == SPEED_DOWNLOAD;
-}
-
-bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
-{
-    const bool bKnown = eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
-    *ppValue = !bKnown ? *ppValue : g_tFake->Allows("private") ? m_pImpl->pPrivate : nullptr;
-    return bKnown;
-}
-
-std::string WQCurlEasy::getLastError()
-{
-    return m_pImpl->strLastError;
-}
-
-void WQCurlEasy::reset()
-{
-    m_pImpl->Step("reset");
-    m_pImpl->bReady = false;
-    m_pImpl->strLastError.clear();
-}
 
 struct WQCurlMulti::IMPL_t
 {
@@ -169,14 +126,34 @@ struct WQCurlMulti::IMPL_t
     std::list<MultiMsg> lstFinished;
 };
 
+/* An operation in one line. */
+#define OPERATION(SIGNATURE, BODY) \
+    SIGNATURE                      \
+    {                              \
+        BODY;                      \
+    }
+
+WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>(this)) {}
+WQCurlEasy::~WQCurlEasy() = default;
+OPERATION(bool WQCurlEasy::Initialize(), return m_pImpl->Become(g_tFake->Allows("Initialize"), "Initialize"))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const long& l), return m_pImpl->Set(e, l))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const std::string& str), return m_pImpl->Set(e, str))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const LIST_t& lst), return m_pImpl->Set(e, lst))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, WRITE_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, PROGRESS_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, void* p), return m_pImpl->Set(e, p))
+OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
+          m_pImpl->Step("setTimeout " + std::to_string(n) + " " + std::to_string(nAll)))
+OPERATION(bool WQCurlEasy::send(), return m_pImpl->Send())
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_pImpl->Private(e, pp))
+OPERATION(std::string WQCurlEasy::getLastError(), return m_pImpl->strLastError)
+OPERATION(void WQCurlEasy::reset(), m_pImpl->Step("reset"); m_pImpl->Become(false, ""))
+
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
-
 WQCurlMulti::~WQCurlMulti() = default;
-
-bool WQCurlMulti::Initialize()
-{
-    return m_pImpl->bReady = g_tFake->Allows("multi");
-}
+OPERATION(bool WQCurlMulti::Initialize(), return m_pImpl->bReady = g_tFake->Allows("multi"))
+OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tFake->Allows("Perform"))
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
@@ -200,23 +177,13 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
 {
     Note("removeHandle");
-    if (pEasyHandle == nullptr || pEasyHandle->m_pImpl->pMulti != this)
-    {
-        return false;
-    }
-    pEasyHandle->m_pImpl->pMulti = nullptr;
-    m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
-    const bool bAllowed = g_tFake->Allows("removeHandle");
+    const bool bHere = pEasyHandle != nullptr && pEasyHandle->m_pImpl->pMulti == this;
+    const bool bAllowed = bHere && g_tFake->Allows("removeHandle");
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    m_pImpl->lstRunning.remove(pEasyHandle->m_pImpl->ptOwner);
+    bHere ? void(pEasyHandle->m_pImpl->pMulti = nullptr) : void();
+    m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
+    m_pImpl->lstRunning.remove_if([=](const WQCurlEasy* pEasy) { return pEasy == pEasyHandle; });
     return bAllowed;
-}
-
-bool WQCurlMulti::Perform(int& nRunningHandles)
-{
-    Note("Perform");
-    nRunningHandles = 3;
-    return g_tFake->Allows("Perform");
 }
 
 /** Only waits that have something to tell are written down: how many there are without is a matter of time. */
@@ -242,21 +209,18 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
         const bool bResult = g_tFake->Allows("transfer");
         m_pImpl->lstFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
     }
-    if (!m_pImpl->lstFinished.empty())
-    {
-        Note("fdSelect finishes " + std::to_string(m_pImpl->lstFinished.size()));
-    }
+    m_pImpl->lstFinished.empty() ? void() : Note("fdSelect finishes " + std::to_string(m_pImpl->lstFinished.size()));
     return true;
 }
 
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
-    MultiMsg tMsg;
-    if (!m_pImpl->lstFinished.empty())
+    if (m_pImpl->lstFinished.empty())
     {
-        tMsg = m_pImpl->lstFinished.front();
-        m_pImpl->lstFinished.pop_front();
+        return {};
     }
+    MultiMsg tMsg = m_pImpl->lstFinished.front();
+    m_pImpl->lstFinished.pop_front();
     return tMsg;
 }
 

@@ -222,7 +222,7 @@ void Prepare(const char* pszPath, const std::string& strWhat)
                         : strWhat == "pipe"   ? mkfifo(pszPath, 0600)
                                               : !(std::ofstream(pszPath) << strWhat).flush();
     EXPECT_EQ(nFailed, 0) << pszPath;
-    EXPECT_TRUE(strWhat == "link" || utimensat(AT_FDCWD, pszPath, arrAfter2038, 0) == 0);
+    EXPECT_EQ(strWhat == "link" ? 0 : utimensat(AT_FDCWD, pszPath, arrAfter2038, 0), 0) << pszPath;
 }
 
 /** Delivers a body, or makes the request one that the engine cannot finish. */
