@@ -128,18 +128,26 @@ void ExpectGolden(const std::string& strName, const std::function<std::string(co
 {
     std::vector<std::pair<std::string, std::string>> vecScenarios; // the heading with one of its choice, and that one
     std::map<std::string, std::string> mapLines;
-    size_t nFirst = 0; // of those to which the lines belong
+    std::map<std::string, std::string> mapFirst; // the first heading of what is started
+    size_t nFirst = 0;                           // of those to which the lines belong
     for (const std::string& strLine : Split(ReadFile(GOLDEN_FOLDER "/" + strName), '\n'))
     {
         if (strLine.rfind("== ", 0) == 0)
         {
-            std::smatch tWord;
-            const bool bChoice = std::regex_search(strLine, tWord, std::regex("^[^<]*?([^ <|]+(\\|[^ <|]+)+)"));
-            const std::string strChoice = bChoice ? std::string(tWord[1]) : Split(strLine, ' ')[1];
+            std::smatch tPart;
+            std::regex_match(strLine, tPart, std::regex("== (.+?)( \\.\\.(.+))?"));
+            const std::string strHeading = tPart[1];
+            const std::string strLike = tPart[3];
+            const bool bChoice = std::regex_search(strHeading, tPart, std::regex("^[^<]*?([^ <|]+(\\|[^ <|]+)+)"));
+            const std::string strChoice = bChoice ? std::string(tPart[1]) : Split(strHeading, ' ')[0];
             for (const std::string& strChosen : Split(strChoice, '|'))
             {
-                vecScenarios.emplace_back(strLine.substr(3), strChosen.substr(strChosen[0] == '-'));
-                Replace(vecScenarios.back().first, strChoice, strChosen);
+                std::string strRun = strHeading;
+                Replace(strRun, strChoice, strChosen);
+                std::regex_search(strRun, tPart, std::regex("(^| )([A-Z]\\w+)"));
+                const std::string strFirst = mapFirst.try_emplace(tPart[2], strRun).first->second;
+                mapLines[strRun] = strLike.empty() ? "" : Between(mapLines[strFirst], "", strLike);
+                vecScenarios.emplace_back(strRun, strChosen.substr(strChosen[0] == '-'));
             }
             continue;
         }
