@@ -192,18 +192,19 @@ public:
     {
     }
 
-    void Run(const std::atomic<bool>& bGoOn)
+    /** Goes on while it may; bAsync with asynchronous requests alone, which come thickest. */
+    void Run(const std::atomic<bool>& bGoOn, bool bAsync)
     {
         while (bGoOn)
         {
-            if (m_lstTransfers.size() > 200)
+            if (m_lstTransfers.size() > (bAsync ? 10 : 200))
             {
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                std::this_thread::sleep_for(std::chrono::microseconds(bAsync ? 100 : 5000));
                 m_lstTransfers.remove_if([](const TRANSFER_t& tTransfer) { return tTransfer.nEnded > 0; });
             }
             else
             {
-                One();
+                One(bAsync ? ASYNC_REQUEST : Random(8));
             }
         }
     }
@@ -217,7 +218,9 @@ public:
 private:
     int Random(int nLimit) { return std::uniform_int_distribution<int>(0, nLimit - 1)(m_tRandom); }
 
-    void One()
+    static constexpr int ASYNC_REQUEST = 2;
+
+    void One(int nKind)
     {
         _HTTP_REQ_INFO_t tRequest;
         tRequest.strUrl = m_vecUrls[static_cast<size_t>(Random(static_cast<int>(m_vecUrls.size())))];
@@ -244,7 +247,7 @@ private:
         const std::string strFile = m_strFolder + std::to_string(m_nFiles++ % 50);
         CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
         bool bResult = false;
-        switch (Random(8))
+        switch (nKind)
         {
         case 0:
         case 1:
@@ -253,7 +256,7 @@ private:
             ++g_tBooks.nSync;
             g_tBooks.nSyncFailed += !bResult;
             break;
-        case 2:
+        case ASYNC_REQUEST:
         case 3:
         case 4:
             tRequest.pfnRequestCB = &TRANSFER_t::OnRequest;
@@ -336,13 +339,20 @@ RESOURCES_t Resources()
     return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), nResident * sysconf(_SC_PAGESIZE) / 1024};
 }
 
-/** Runs the traffic of several threads over one engine after the other, and ends each under it. */
+/**
+ * Runs the traffic of several threads over one engine after the other, and ends each under it. Of many engines three in
+ * four end while the traffic has hardly begun.
+ */
 void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::milliseconds tLength, int nEngines)
 {
-    std::mt19937 tRandom; // NOLINT(cert-msc51-cpp): the same each time
-    std::uniform_int_distribution<long> tMicroseconds(0, 2 * std::chrono::microseconds(tLength).count() / nEngines);
+    std::mt19937 tRandom;        // NOLINT(cert-msc51-cpp): the same each time
+    constexpr int LONGER = 4;    // every fourth
+    constexpr long BRIEF = 2000; // microseconds
+    const long nLongest = std::max(2 * LONGER * std::chrono::microseconds(tLength).count() / nEngines, BRIEF);
     for (int i = 0; i < nEngines; ++i)
     {
+        const bool bBrief = i % LONGER != 0;
+        std::uniform_int_distribution<long> tLife(0, bBrief ? BRIEF : nLongest);
         CWebConnector tEngine;
         CSingleton<CWebConnector>::m_pObj = &tEngine;
         g_tWorker = std::thread::id();
@@ -351,9 +361,9 @@ void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::milliseconds tLeng
         std::list<std::thread> lstThreads;
         for (CTraffic& tTraffic : lstTraffic)
         {
-            lstThreads.emplace_back(&CTraffic::Run, &tTraffic, std::cref(bGoOn));
+            lstThreads.emplace_back(&CTraffic::Run, &tTraffic, std::cref(bGoOn), bBrief);
         }
-        std::this_thread::sleep_for(nEngines == 1 ? tLength : std::chrono::microseconds(tMicroseconds(tRandom)));
+        std::this_thread::sleep_for(nEngines == 1 ? tLength : std::chrono::microseconds(tLife(tRandom)));
         tEngine.Destroy();
         bGoOn = false;
         for (std::thread& tThread : lstThreads)

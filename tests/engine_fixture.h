@@ -27,7 +27,7 @@ struct OUTCOME_t
         if (ptEngine != nullptr && tEnded.Count() == 0)
         {
             ADD_FAILURE() << (nId != 0 ? "download " + std::to_string(nId) : "a request") << " has not ended";
-            ptEngine->Destroy();
+            ptEngine.load()->Destroy();
         }
     }
 
@@ -71,7 +71,7 @@ struct OUTCOME_t
         return nStarted;
     }
 
-    CWebConnector* ptEngine = nullptr; /**< which owes the last event; null when there will be none */
+    std::atomic<CWebConnector*> ptEngine{nullptr}; /**< which owes the last event; null when there will be none */
     std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
     bool bResult = false;

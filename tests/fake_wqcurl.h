@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -28,7 +29,7 @@ struct FAKE_WQCURL_t
 
     std::list<std::string> lstRefused;                /**< names of steps and options */
     std::function<void(FAKE_TRANSFER_t&)> fnTransfer; /**< runs each transfer, on the thread that drives it */
-    size_t nTogether = 1;                             /**< transfers end as soon as so many run */
+    std::atomic<size_t> nTogether{1};                 /**< transfers end as soon as so many run */
     std::mutex tLock;
 };
 

@@ -366,7 +366,7 @@ std::string RunScenario(const std::string& strHeading)
         }
         for (const std::string& strStart : vecStarts)
         {
-            g_tFake->nTogether += strStart.back() == '+';
+            g_tFake->nTogether += strStart.back() == '+' ? 1 : 0;
             const int nResult = STARTS.at(strStart.substr(0, strStart.find('+')))();
             Note("returned " + std::to_string(nResult));
             if (strStart.back() == '+')
