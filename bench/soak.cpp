@@ -341,18 +341,18 @@ RESOURCES_t Resources()
 
 /**
  * Runs the traffic of several threads over one engine after the other, and ends each under it. Of many engines three in
- * four end while the traffic has hardly begun.
+ * four end while the traffic has hardly begun; together the others live about as long as is asked for.
  */
 void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::milliseconds tLength, int nEngines)
 {
-    std::mt19937 tRandom;        // NOLINT(cert-msc51-cpp): the same each time
-    constexpr int LONGER = 4;    // every fourth
-    constexpr long BRIEF = 2000; // microseconds
-    const long nLongest = std::max(2 * LONGER * std::chrono::microseconds(tLength).count() / nEngines, BRIEF);
+    std::mt19937 tRandom;
+    constexpr int LONGER = 4;
+    constexpr long long BRIEF = 2000; // microseconds
+    const long long nLongest = 2 * LONGER * std::chrono::microseconds(tLength).count() / nEngines;
     for (int i = 0; i < nEngines; ++i)
     {
         const bool bBrief = i % LONGER != 0;
-        std::uniform_int_distribution<long> tLife(0, bBrief ? BRIEF : nLongest);
+        std::uniform_int_distribution<long long> tLife(0, bBrief ? BRIEF : nLongest);
         CWebConnector tEngine;
         CSingleton<CWebConnector>::m_pObj = &tEngine;
         g_tWorker = std::thread::id();
