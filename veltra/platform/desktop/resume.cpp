@@ -13,7 +13,11 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+constexpr seconds LONGEST_PAUSE(0);
+#else
 constexpr seconds LONGEST_PAUSE(30);
+#endif
 constexpr int MOST_DOUBLINGS = 5;        // of a second: more is above the longest pause
 constexpr long long MUCH = 262144;       // bytes: an attempt that brought so many was worth it
 constexpr time_t UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second

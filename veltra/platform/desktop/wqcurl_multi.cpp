@@ -331,8 +331,9 @@ bool WQCurlMulti::IMPL_t::RunExpired()
 }
 
 /**
- * Asks each transfer that has a progress function once a second whether it is to go on, and ends it if not. libcurl
- * asks as well while data flow, but not in every state: during a TLS handshake or in a queue it may never do so.
+ * Asks each transfer that has a progress function once a second whether it is to go on, and ends it if not, or if its
+ * time is over. libcurl looks as well while data flow, but not in every state: during a TLS handshake or in a queue it
+ * may never do so.
  */
 void WQCurlMulti::IMPL_t::AskProgress()
 {
