@@ -5,6 +5,7 @@ seconds, once a connection stalls until the client gives it up. After half of MI
 and the old one is refused. COUNT-FILE holds the bytes passed on so far, and the number of cuts.
 """
 import itertools
+import os
 import select
 import socket
 import struct
@@ -16,6 +17,7 @@ CUT_AFTER = 5 * 1024 * 1024
 server_port, mib, hosts, count_file = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3], sys.argv[4]
 ADDRESSES = ("127.0.0.1", "127.0.0.2")
 relayed = cuts = 0
+lock = threading.Lock()
 
 
 def listen(address, port):
@@ -24,6 +26,14 @@ def listen(address, port):
     listener.bind((address, port))
     listener.listen()
     return listener
+
+
+def note():
+    """Replaces the file as a whole: it is read as soon as this process has been stopped."""
+    with lock:
+        with open(count_file + ".new", "w", encoding="ascii") as count:
+            count.write(f"{relayed} {cuts}\n")
+        os.replace(count_file + ".new", count_file)
 
 
 def relay(client, number):
@@ -46,8 +56,7 @@ def relay(client, number):
                 relayed += len(data)
                 left -= len(data)
     cuts += 1
-    with open(count_file, "w", encoding="ascii") as count:
-        count.write(f"{relayed} {cuts}\n")
+    note()
     if number == 3:
         select.select([client], [], [])  # until it is closed
     if number % 2 == 1:
@@ -61,8 +70,7 @@ def serve(client, number):
             relay(client, number)
     except OSError:
         pass
-    with open(count_file, "w", encoding="ascii") as count:
-        count.write(f"{relayed} {cuts}\n")
+    note()
 
 
 listener = listen(ADDRESSES[0], 0)
