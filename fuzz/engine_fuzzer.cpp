@@ -11,7 +11,7 @@
 #include <future>
 #include <unistd.h>
 
-#include "tests/loopback_server.h"
+#include "loopback_server.h"
 #include "tests/test_helpers.h"
 #include "veltra/veltra.h"
 
