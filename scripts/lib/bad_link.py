@@ -2,10 +2,13 @@
 
 It prints its port. Each connection is cut after 5 MiB, in turn in order and by a reset; once nobody listens for two
 seconds, once a connection stalls until the client gives it up. After half of MIB, the hosts file names another address,
-and the old one is refused. COUNT-FILE holds the bytes passed on so far, and the number of cuts.
+and the old one is refused. When it is stopped, it writes how many bytes it has
+passed on, and the number of cuts, to COUNT-FILE.
 """
 import itertools
+import os
 import select
+import signal
 import socket
 import struct
 import sys
@@ -24,6 +27,12 @@ def listen(address, port):
     listener.bind((address, port))
     listener.listen()
     return listener
+
+
+def end(_signal, _frame):
+    with open(count_file, "w", encoding="ascii") as count:
+        count.write(f"{relayed} {cuts}\n")
+    os._exit(0)
 
 
 def relay(client, number):
@@ -46,8 +55,6 @@ def relay(client, number):
                 relayed += len(data)
                 left -= len(data)
     cuts += 1
-    with open(count_file, "w", encoding="ascii") as count:
-        count.write(f"{relayed} {cuts}\n")
     if number == 3:
         select.select([client], [], [])  # until it is closed
     if number % 2 == 1:
@@ -61,10 +68,9 @@ def serve(client, number):
             relay(client, number)
     except OSError:
         pass
-    with open(count_file, "w", encoding="ascii") as count:
-        count.write(f"{relayed} {cuts}\n")
 
 
+signal.signal(signal.SIGTERM, end)
 listener = listen(ADDRESSES[0], 0)
 port = listener.getsockname()[1]
 print(port, flush=True)
