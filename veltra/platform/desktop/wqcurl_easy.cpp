@@ -173,6 +173,14 @@ void WQCurlEasy::IMPL_t::Begin()
 
 CURLcode WQCurlEasy::IMPL_t::BeginRest()
 {
+    /* Some libcurls must not make two transfers with one handle; see CPool::Recycle(). */
+    EASY_PTR_t pNext(curl_easy_duphandle(pEasy.get()));
+    if (pNext == nullptr)
+    {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    curl_easy_setopt(pNext.get(), CURLOPT_SHARE, TransferShare());
+    pEasy = std::move(pNext);
     bHeadersWhole = false;
     nInTurn = 0;
     szError[0] = '\0';
