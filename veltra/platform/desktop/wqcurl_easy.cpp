@@ -485,16 +485,15 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
-    CURL* pEasy = m_pImpl->pEasy.get();
-    WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(pEasy));
+    WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
     while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
     {
         CURLcode eResult = m_pImpl->WaitForRest(*tNext);
         eResult = eResult == CURLE_OK ? m_pImpl->BeginRest() : eResult;
-        tMsg = m_pImpl->Outcome(eResult == CURLE_OK ? curl_easy_perform(pEasy) : eResult);
+        tMsg = m_pImpl->Outcome(eResult == CURLE_OK ? curl_easy_perform(m_pImpl->pEasy.get()) : eResult);
     }
     m_pImpl->strLastError = tMsg.strErrorMsg;
-    TellObserver(pEasy, m_pImpl->tResume, tMsg);
+    TellObserver(m_pImpl->pEasy.get(), m_pImpl->tResume, tMsg);
     return tMsg.bResult;
 }
 
