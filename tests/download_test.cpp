@@ -65,24 +65,8 @@ TEST_F(CDownloadTest, SynchronousDownloadIsQuietTimedAndTakesAnId)
     EXPECT_FALSE(m_ptEngine->CancelDownload(nBefore + 1, true));
 }
 
-TEST_F(CDownloadTest, CancelsFromAnyThreadAndFromCallbacks)
+TEST_F(CDownloadTest, CancelsFromCallbacksAndInSilence)
 {
-    std::vector<OUTCOME_t> vecDownloads(60);
-    for (size_t i = 0; i < vecDownloads.size(); ++i)
-    {
-        ASSERT_EQ(Start(vecDownloads[i], Url(ENDLESS), std::to_string(i)), 1);
-    }
-    const auto fnCancel = [&](size_t i)
-    {
-        EXPECT_TRUE(vecDownloads[i].tProgress.Wait());
-        EXPECT_TRUE(m_ptEngine->CancelDownload(vecDownloads[i].nId, true));
-    };
-    ForEach(4, vecDownloads.size(), fnCancel);
-    for (OUTCOME_t& tDownload : vecDownloads)
-    {
-        ASSERT_TRUE(tDownload.tEnded.Wait());
-        EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_CANCEL);
-    }
     OUTCOME_t tOwn;
     tOwn.fnOnEvent = [&] { EXPECT_TRUE(m_ptEngine->CancelDownload(tOwn.nId, true)); };
     EXPECT_EQ(Download(tOwn, Url(ENDLESS)), DOWNLOAD_TYPE_CANCEL);
