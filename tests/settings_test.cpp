@@ -80,7 +80,8 @@ TEST_F(CSettingsTest, TransfersBeyondTheMostConnectionsWaitAndEndAllTheSame)
         OUTCOME_t arrDownloads[3];
         OUTCOME_t tRequest;
     } arrCases[2];
-    m_tSettings.nMostBytesPerSecond = 4096; // keeps the first one's connection in use for ever
+    WQCurl::SetTransferObserver(nullptr, nullptr); // the fixture's is for one engine
+    m_tSettings.nMostBytesPerSecond = 4096;        // keeps the first one's connection in use for ever
     for (const bool bPerHost : {false, true})
     {
         auto& [tEngine, arrDownloads, tRequest] = arrCases[bPerHost ? 1 : 0];
