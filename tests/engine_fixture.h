@@ -165,8 +165,8 @@ protected:
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
-    /** The descriptors of this process's connections to the server. */
-    std::vector<int> Sockets() const
+    /** The descriptors of this process's connections to a server. */
+    static std::vector<int> SocketsTo(const CLoopbackServer& tServer)
     {
         std::vector<int> vecSockets;
         for (const auto& tEntry : std::filesystem::directory_iterator("/proc/self/fd"))
@@ -175,7 +175,7 @@ protected:
             socklen_t nSize = sizeof tPeer;
             const int nSocket = std::stoi(tEntry.path().filename());
             if (getpeername(nSocket, reinterpret_cast<sockaddr*>(&tPeer), &nSize) == 0 &&
-                ntohs(tPeer.sin_port) == m_tServer->Port())
+                ntohs(tPeer.sin_port) == tServer.Port())
             {
                 vecSockets.push_back(nSocket);
             }

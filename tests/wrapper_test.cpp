@@ -131,7 +131,7 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
     OUTCOME_t tStalled;
     ASSERT_TRUE(Start(tStalled, Url(STALL)));
     ASSERT_TRUE(m_tArrived.Wait());
-    const std::vector<int> vecSockets = Sockets();
+    const std::vector<int> vecSockets = SocketsTo(*m_tServer);
     EXPECT_EQ(vecSockets.size(), 2U);
     for (const int nSocket : vecSockets)
     {
