@@ -4,12 +4,59 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <optional>
+#include <signal.h>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
 #include "loopback_server.h"
 #include "test_helpers.h"
 #include "veltra/veltra.h"
+
+using namespace std::chrono_literals;
+
+/** A million bytes, of which no part is like another. */
+inline const std::string BODY = []
+{
+    std::string strBody;
+    for (int i = 0; strBody.size() < 1000000; ++i)
+    {
+        strBody += std::to_string(i) + " ";
+    }
+    return strBody.substr(0, 1000000);
+}();
+
+inline double SecondsOf(const std::function<void()>& fnOperation)
+{
+    const auto tStart = std::chrono::steady_clock::now();
+    fnOperation();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
+}
+
+/** For what nobody announces. @return false when it takes longer than any test may */
+inline bool WaitUntil(const std::function<bool()>& fnIsTrue)
+{
+    for (int i = 0; i < 3000 && !fnIsTrue(); ++i)
+    {
+        std::this_thread::sleep_for(10ms);
+    }
+    return fnIsTrue();
+}
+
+/** Limits the size of files, which stands in for a full disk. */
+inline void LimitFiles(rlim_t nBytes)
+{
+    const rlimit tLimit{nBytes, RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tLimit), 0);
+}
+
+/** A write function that stands in for TLS libraries which write without care for the signal. */
+inline size_t RaiseSigpipe(char* /*pData*/, size_t nSize, size_t nCount, void* /*pUser*/)
+{
+    return raise(SIGPIPE) == 0 ? nSize * nCount : 0;
+}
 
 inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
 {
@@ -86,26 +133,29 @@ struct OUTCOME_t
     double dSpeed = 0.0;
 };
 
-/** An engine and a folder of its own for each test, which must leave no descriptor behind. */
+/** A running engine, a server and a folder of its own for each test, which must leave no descriptor behind. */
 class CEngineTest : public testing::Test
 {
 protected:
     CEngineTest()
     {
         CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-        WQCurl::SetTransferDefaults({TEST_CERTIFICATES "/ca.pem", {}});
+        m_tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
         EXPECT_NE(mkdtemp(m_strFolder.data()), nullptr);
         /* One request, for what libcurl and GLib open at the first and keep. */
         m_ptEngine->Create();
         Get("");
         m_ptEngine.reset();
         m_nDescriptors = CountDescriptors();
+        m_tServer.emplace(m_fnServe);
         m_ptEngine = std::make_unique<CWebConnector>();
+        m_ptEngine->Create();
     }
 
     ~CEngineTest() override
     {
         m_ptEngine.reset();
+        m_tServer.reset();
         EXPECT_EQ(CountDescriptors(), m_nDescriptors);
         std::filesystem::remove_all(m_strFolder);
     }
@@ -115,8 +165,8 @@ protected:
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
-    /** The descriptors of this process's connections to a port of this machine. */
-    static std::vector<int> SocketsTo(int nPort)
+    /** The descriptors of this process's connections to a server. */
+    static std::vector<int> SocketsTo(const CLoopbackServer& tServer)
     {
         std::vector<int> vecSockets;
         for (const auto& tEntry : std::filesystem::directory_iterator("/proc/self/fd"))
@@ -125,7 +175,7 @@ protected:
             socklen_t nSize = sizeof tPeer;
             const int nSocket = std::stoi(tEntry.path().filename());
             if (getpeername(nSocket, reinterpret_cast<sockaddr*>(&tPeer), &nSize) == 0 &&
-                ntohs(tPeer.sin_port) == nPort)
+                ntohs(tPeer.sin_port) == tServer.Port())
             {
                 vecSockets.push_back(nSocket);
             }
@@ -133,17 +183,119 @@ protected:
         return vecSockets;
     }
 
-    bool Get(const std::string& strUrl)
-    {
-        _HTTP_REQ_INFO_t tRequest = GetRequest(strUrl);
-        return m_ptEngine->Get(&tRequest, true);
-    }
-
+    std::string Url(const std::string& strPath = "/") const { return m_tServer->Url(strPath); }
+    /** Where the server never answers the TLS handshake. */
+    std::string SilentTlsUrl() const { return "https" + Url().substr(4); }
     std::string Path(const std::string& strName) const { return m_strFolder + "/" + strName; }
 
+    /** Makes a GET with the settings as they are then. @return the answer, or "failed: " and the reason */
+    std::string Answer(const std::string& strUrl)
+    {
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
+        _HTTP_REQ_INFO_t tRequest = GetRequest(strUrl);
+        return m_ptEngine->Get(&tRequest, true) ? tRequest.strResponse : "failed: " + tRequest.strErrorReason;
+    }
+
+    bool Get(const std::string& strUrl) { return Answer(strUrl).rfind("failed: ", 0) != 0; }
+
+    bool Start(OUTCOME_t& tRequest, const std::string& strUrl)
+    {
+        return tRequest.Start(*m_ptEngine, GetRequest(strUrl));
+    }
+
+    int Start(OUTCOME_t& tDownload, const std::string& strUrl, const std::string& strName, int nOldId = 0)
+    {
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
+        return tDownload.Download(*m_ptEngine, strUrl, Path(strName), nOldId);
+    }
+
+    /** Downloads on the worker. @return the last event */
+    DOWNLOAD_TYPE_e Download(OUTCOME_t& tDownload, const std::string& strUrl, const std::string& strName = "file")
+    {
+        EXPECT_EQ(Start(tDownload, strUrl, strName), 1);
+        EXPECT_TRUE(tDownload.tEnded.Wait());
+        return tDownload.eType;
+    }
+
+    DOWNLOAD_TYPE_e Download(const std::string& strUrl)
+    {
+        OUTCOME_t tDownload;
+        return Download(tDownload, strUrl);
+    }
+
+    bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
+    {
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
+        return m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
+    }
+
+    /* Paths of the server besides "/4" and "/404", which say what comes. All others are echoed. */
+    const std::string RAW = "/raw";                  /**< m_strRaw, after which the connection is closed */
+    const std::string STALL = "/stall";              /**< nothing; after a length, half of that */
+    const std::string GATED = "/gated";              /**< an echo, once m_tGoOn is open */
+    const std::string ENDLESS = "/1125899906842624"; /**< the body again and again */
+
+    WQCurl::TRANSFER_DEFAULTS_t m_tSettings;
+    std::string m_strRaw;
+    CGate m_tArrived; /**< opened by each request that reaches the server */
+    CGate m_tGoOn;
+    const CConnection::SCRIPT_t m_fnServe = [this](CConnection& tConnection, const REQUEST_t& tRequest)
+    { Serve(tConnection, tRequest); };
+    std::optional<CLoopbackServer> m_tServer;
     std::unique_ptr<CWebConnector> m_ptEngine = std::make_unique<CWebConnector>();
 
 private:
+    void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
+    {
+        const std::string& strPath = tRequest.strPath;
+        const std::string strEnd = strPath.substr(strPath.rfind('/'));
+        const unsigned long long nLength = strtoull(&strPath[1], nullptr, 10);
+        m_tArrived.Open();
+        if (strPath == RAW)
+        {
+            tConnection.Send(m_strRaw);
+        }
+        else if (nLength > 0 && strPath != "/404")
+        {
+            bool bGoOn = tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(nLength) + "\r\n\r\n");
+            unsigned long long nLeft = strEnd == strPath ? nLength : nLength / 2;
+            for (; bGoOn && nLeft > 0; nLeft -= std::min<unsigned long long>(nLeft, BODY.size()))
+            {
+                bGoOn = tConnection.Send(BODY.substr(0, nLeft));
+            }
+        }
+        else if (strPath != STALL)
+        {
+            EXPECT_TRUE(strPath != GATED || m_tGoOn.Wait());
+            tConnection.Answer(tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
+                               strPath == "/404" ? "404 Not Found" : "200 OK");
+        }
+        strEnd == STALL                     ? tConnection.Stall()
+        : strEnd == "/reset"                ? tConnection.Reset()
+        : strEnd == "/cut" || strEnd == RAW ? tConnection.Shutdown()
+                                            : void();
+    }
+
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
     std::ptrdiff_t m_nDescriptors = 0;
+};
+
+/** Knows what the observer was told last, by the thread that waited for the transfer or runs its callback. */
+class CObservedTest : public CEngineTest
+{
+protected:
+    CObservedTest()
+    {
+        const auto pfnObserve = [](const WQCurl::TRANSFER_REPORT_t& tReport, void* pThis)
+        {
+            auto* ptThis = static_cast<CObservedTest*>(pThis);
+            ptThis->m_tReport = tReport;
+            ptThis->m_tReporter = std::this_thread::get_id();
+        };
+        WQCurl::SetTransferObserver(pfnObserve, this);
+    }
+    ~CObservedTest() override { WQCurl::SetTransferObserver(nullptr, nullptr); }
+
+    WQCurl::TRANSFER_REPORT_t m_tReport;
+    std::thread::id m_tReporter;
 };
