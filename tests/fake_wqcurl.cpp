@@ -126,10 +126,7 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
     /** Options are written down before the step that follows them; what came before a refused one is known. */
     template <class VALUE> bool Set(WQCURL_OPTION_TYPE eOption, const VALUE& tValue)
     {
-#define NAMED(OPTION)   \
-    {                   \
-        OPTION, #OPTION \
-    }
+#define NAMED(OPTION) std::pair<const int, std::string>(OPTION, #OPTION)
         static const std::map<int, std::string> s_mapNames{
             NAMED(NOSIGNAL),       NAMED(NOPROGRESS), NAMED(POST),         NAMED(HTTPGET),
             NAMED(POSTFIELDSIZE),  NAMED(TIMEOUT),    NAMED(URL),          NAMED(LOW_SPEED_LIMIT),
@@ -221,19 +218,16 @@ OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tF
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    if (pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
-    tEasy.Step("addHandle");
-    if (!m_pImpl->bReady || !tEasy.bReady || tEasy.pMulti != nullptr || !g_tFake->Allows("addHandle"))
+    WQCurlEasy::IMPL_t* ptEasy = pEasyHandle != nullptr ? pEasyHandle->m_pImpl.get() : nullptr;
+    ptEasy != nullptr ? ptEasy->Step("addHandle") : void();
+    if (ptEasy == nullptr || !m_pImpl->bReady || !ptEasy->bReady || ptEasy->pMulti != nullptr ||
+        !g_tFake->Allows("addHandle"))
     {
         return false;
     }
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    tEasy.pMulti = this;
-    m_pImpl->lstRunning.push_back(tEasy.ptOwner);
+    ptEasy->pMulti = this;
+    m_pImpl->lstRunning.push_back(ptEasy->ptOwner);
     m_pImpl->tAdded.notify_all();
     return true;
 }

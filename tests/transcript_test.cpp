@@ -258,19 +258,15 @@ void GoOn(const FAKE_TRANSFER_t& tTransfer, const TEXTS_t& vecCounts)
     EXPECT_EQ(tTransfer.pfnProgress(tTransfer.pProgressData, 100, 25, 0, 0), 1);
 }
 
-typedef std::map<std::string, APPBIN_SERVER_INFO_t> INFO_MAP_t;
-typedef std::function<bool(ICVeltra& tFacade, const std::string& strUrl, TEXTS_t& vecText, INFO_MAP_t& mapInfo)>
-    QUERY_t;
-
 /** Asks, and tells what is left in containers that were not empty before. */
-std::function<int()> Query(const QUERY_t& fnQuery)
+template <class QUERY> std::function<int()> Query(QUERY fnQuery)
 {
     return [fnQuery]
     {
         CAIAuth::SetIdentity({g_tFake->Allows("chipset") ? "X1" : "", "d-u:id", "00:11", "KR", "model",
                               g_tFake->Allows("production") ? 0 : -1});
         TEXTS_t vecText{"old", "a", "a", ""};
-        INFO_MAP_t mapInfo;
+        std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
         mapInfo["old"].strUrl = "kept";
         ICVeltra tFacade;
         const bool bResult = fnQuery(tFacade, Url(), vecText, mapInfo);
@@ -305,13 +301,14 @@ const std::map<std::string, std::function<int()>> STARTS{
     {"CANCEL", [] { return Engine().CancelDownload(7, true); }},
     {"CREATE", [] { return Engine().Create(); }},
     {"DESTROY", [] { return (Engine().Destroy(), 0); }},
-    {"GetAppBinaryServerUrl", Query([](auto& t, auto&, auto& vec, auto&) { return t.GetAppBinaryServerUrl(vec); })},
-    {"GetServerAppBinaryInfo",
-     Query([](auto& t, auto& strUrl, auto& vec, auto& map) { return t.GetServerAppBinaryInfo(strUrl, map, vec); })},
+    {"GetAppBinaryServerUrl",
+     Query([](auto& t, const auto&, auto& vec, auto&) { return t.GetAppBinaryServerUrl(vec); })},
+    {"GetServerAppBinaryInfo", Query([](auto& t, const auto& strUrl, auto& vec, auto& map)
+                                     { return t.GetServerAppBinaryInfo(strUrl, map, vec); })},
     {"GetCERTAppBinaryInfo",
-     Query([](auto& t, auto& strUrl, auto& vec, auto& map) { return t.GetCERTAppBinaryInfo(strUrl, map, vec); })},
-    {"GetDefaultAppBinaryInfo",
-     Query([](auto& t, auto& strUrl, auto& vec, auto& map) { return t.GetDefaultAppBinaryInfo(strUrl, vec, map); })}};
+     Query([](auto& t, const auto& strUrl, auto& vec, auto& map) { return t.GetCERTAppBinaryInfo(strUrl, map, vec); })},
+    {"GetDefaultAppBinaryInfo", Query([](auto& t, const auto& strUrl, auto& vec, auto& map)
+                                      { return t.GetDefaultAppBinaryInfo(strUrl, vec, map); })}};
 
 const std::filesystem::path WHERE_STARTED = std::filesystem::current_path();
 
