@@ -1,5 +1,4 @@
-/* The contract that PORTING.md states, as far as a fake can be held to it: built over the fake and over the real one.
- */
+/* The contract that PORTING.md states, as far as a fake can be held to it: over the fake and over the real one. */
 
 #include <gtest/gtest.h>
 

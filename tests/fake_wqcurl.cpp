@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <numeric>
@@ -44,23 +43,9 @@ bool Permits(const std::string& strCall, int nError)
     return !g_tFake.has_value() || g_tFake->Allows(strCall);
 }
 
-bool IsTempFileOpen()
-{
-    const std::filesystem::directory_iterator tOpen("/proc/self/fd");
-    return std::any_of(begin(tOpen), end(tOpen),
-                       [](const auto& tEntry)
-                       {
-                           std::error_code tGone;
-                           return read_symlink(tEntry.path(), tGone).filename() == "f.bak";
-                       });
-}
-
 } // namespace
 
-/*
- * In place of the C library's. What they do as another process would: "-file" and "-look" put a file or a link where
- * there was none when it was looked for, "-link" puts a link in the place of the file that has just been opened.
- */
+/* In place of the C library's. */
 
 extern "C" int fsync(int /*nDescriptor*/)
 {
@@ -68,36 +53,35 @@ extern "C" int fsync(int /*nDescriptor*/)
     return Permits("fsync", EIO) ? 0 : -1;
 }
 
-extern "C" int access(const char* pszPath, int nMode) noexcept
-{
-    const int nResult = faccessat(AT_FDCWD, pszPath, nMode, 0);
-    if (!Permits("file", ENOENT))
-    {
-        std::ofstream(pszPath) << "precious";
-    }
-    return nResult;
-}
-
-extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
-{
-    const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
-    if (!Permits("look", errno))
-    {
-        std::ofstream("precious") << "precious";
-        static_cast<void>(symlink("precious", "f.bak"));
-    }
-    return nResult;
-}
-
 extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
 {
     static const auto s_pfnSystem = reinterpret_cast<decltype(&fdopen)>(dlsym(RTLD_NEXT, "fdopen"));
-    if (!Permits("link", 0))
-    {
-        static_cast<void>(rename("f.bak", "precious"));
-        static_cast<void>(symlink("precious", "f.bak"));
-    }
     return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
+}
+
+/**
+ * Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
+ * "-file" put a link or a file where there was none when it was looked for.
+ */
+extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
+{
+    const auto fnPutLink = [] { return symlink("precious", "f.bak"); };
+    if (access("f.bak", F_OK) == 0 && !Permits("link", 0))
+    {
+        static_cast<void>(rename("f.bak", "precious") + fnPutLink());
+    }
+    const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
+    const int nError = errno;
+    if (!Permits("look", nError))
+    {
+        std::ofstream("precious") << "precious";
+        static_cast<void>(fnPutLink());
+    }
+    if (!Permits("file", nError))
+    {
+        std::ofstream("f.bak") << "precious";
+    }
+    return nResult;
 }
 
 /** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */
@@ -142,10 +126,7 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
     /** Options are written down before the step that follows them; what came before a refused one is known. */
     template <class VALUE> bool Set(WQCURL_OPTION_TYPE eOption, const VALUE& tValue)
     {
-#define NAMED(OPTION)   \
-    {                   \
-        OPTION, #OPTION \
-    }
+#define NAMED(OPTION) std::pair<const int, std::string>(OPTION, #OPTION)
         static const std::map<int, std::string> s_mapNames{
             NAMED(NOSIGNAL),       NAMED(NOPROGRESS), NAMED(POST),         NAMED(HTTPGET),
             NAMED(POSTFIELDSIZE),  NAMED(TIMEOUT),    NAMED(URL),          NAMED(LOW_SPEED_LIMIT),
@@ -228,8 +209,7 @@ OPERATION(bool WQCurlEasy::send(), return m_pImpl->Send())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_pImpl->Private(e, pp))
 OPERATION(std::string WQCurlEasy::getLastError(), return m_pImpl->strLastError)
-OPERATION(void WQCurlEasy::reset(), m_pImpl->Step(IsTempFileOpen() ? "reset with the file open" : "reset");
-          m_pImpl->Become(false, ""))
+OPERATION(void WQCurlEasy::reset(), m_pImpl->Step("reset"); m_pImpl->Become(false, ""))
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
 WQCurlMulti::~WQCurlMulti() = default;
@@ -238,19 +218,16 @@ OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tF
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    if (pEasyHandle == nullptr)
-    {
-        return false;
-    }
-    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
-    tEasy.Step("addHandle");
-    if (!m_pImpl->bReady || !tEasy.bReady || tEasy.pMulti != nullptr || !g_tFake->Allows("addHandle"))
+    WQCurlEasy::IMPL_t* ptEasy = pEasyHandle != nullptr ? pEasyHandle->m_pImpl.get() : nullptr;
+    ptEasy != nullptr ? ptEasy->Step("addHandle") : void();
+    if (ptEasy == nullptr || !m_pImpl->bReady || !ptEasy->bReady || ptEasy->pMulti != nullptr ||
+        !g_tFake->Allows("addHandle"))
     {
         return false;
     }
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    tEasy.pMulti = this;
-    m_pImpl->lstRunning.push_back(tEasy.ptOwner);
+    ptEasy->pMulti = this;
+    m_pImpl->lstRunning.push_back(ptEasy->ptOwner);
     m_pImpl->tAdded.notify_all();
     return true;
 }
