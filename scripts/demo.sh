@@ -35,7 +35,7 @@ build_tool()
     # A copy of this demo that runs beside must not build in the same place.
     exec 9>build/demo.lock
     flock 9
-    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light jq
+    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light
     echo "== Building the library and the tool (preset $preset)"
     cmake --preset "$preset" -B "$build" -DVELTRA_BUILD_TESTS=OFF -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >/dev/null
     cmake --build "$build"
@@ -142,21 +142,17 @@ read_information()
     echo "== Reading the server's document: the default entries"
     veltra info "$server_url" --default
     echo "== Reading the server's document: two entries by identifier, as JSON"
-    veltra info "$server_url" --id empPlayer empStore --json
+    veltra info "$server_url" --id empPlayer,empStore --json
 }
 
-download_files()
+fetch_files()
 {
-    local urls url arguments=()
-    echo "== Downloading the default entries and the store"
-    urls=$({ veltra info "$server_url" --default --json && veltra info "$server_url" --id empStore --json; } |
-        jq -r '.[].url')
-    for url in $urls; do
-        arguments+=("$url" "$dir/got/${url##*/}")
-    done
-    veltra download "${arguments[@]}"
-    for url in $urls; do
-        verify "$dir/got/${url##*/}" "$dir/www/files/${url##*/}"
+    local pair
+    echo "== Fetching the default entries, and then the store as well"
+    veltra fetch "$dir/got" --duid DEMO-0001 --default
+    veltra fetch "$dir/got" --duid DEMO-0001 --id empPlayer,empStore
+    for pair in empPlayer:player empCERTRoot:certificates empStore:store; do
+        verify "$dir/got/${pair%:*}" "$dir/www/files/${pair#*:}.bin"
     done
 }
 
@@ -199,7 +195,7 @@ tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443
     --model DEMO-TV)
 query_servers
 read_information
-download_files
+fetch_files
 cancel_download
 sync_download
 echo "== Stopping nginx"
