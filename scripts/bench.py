@@ -16,7 +16,7 @@ servers = types.SimpleNamespace(port=sys.argv[3], tls_port=sys.argv[4], silent_p
 quick = "--quick" in sys.argv
 rounds = 3 if quick else 7
 FRESH = ", fresh handles"
-certificates = build + "/tests/certificates"
+certificates = build + "/loopback/certificates"
 rows = []  # work, peer's name, ours, peer's, ratio, unit, target ratio or None
 
 

@@ -13,7 +13,11 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+constexpr seconds LONGEST_PAUSE(0);
+#else
 constexpr seconds LONGEST_PAUSE(30);
+#endif
 constexpr int MOST_DOUBLINGS = 5;        // of a second: more is above the longest pause
 constexpr long long MUCH = 262144;       // bytes: an attempt that brought so many was worth it
 constexpr time_t UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
@@ -29,12 +33,12 @@ std::string Header(CURL* pEasy, const char* pszName)
 /** What tells one state of a file from another byte by byte; empty when the server offers no such thing. */
 std::string StrongValidator(CURL* pEasy)
 {
-    const std::string strTag = Header(pEasy, "ETag");
+    std::string strTag = Header(pEasy, "ETag");
     if (strTag.size() >= 2 && strTag.front() == '"' && strTag.back() == '"')
     {
         return strTag;
     }
-    const std::string strModified = Header(pEasy, "Last-Modified");
+    std::string strModified = Header(pEasy, "Last-Modified");
     const time_t nModified = curl_getdate(strModified.c_str(), nullptr);
     const time_t nDate = curl_getdate(Header(pEasy, "Date").c_str(), nullptr);
     const bool bStrong = nModified >= 0 && nDate >= 0 && nDate - nModified >= UNCHANGED_SECONDS;
@@ -120,19 +124,14 @@ bool CResume::TakesRest(CURL* pEasy, long lStatus)
     {
         return Refuse("The server does not send the rest of the file, or the file has changed");
     }
-    long long nFirst = -1;
-    long long nLast = -1;
-    long long nTotal = -1;
-    int nLength = 0;
     const std::string strRange = Header(pEasy, "Content-Range");
-    const bool bRange = sscanf(strRange.c_str(), "bytes %lld-%lld/%lld%n", &nFirst, &nLast, &nTotal, &nLength) == 3 &&
-                        static_cast<size_t>(nLength) == strRange.size();
-    if (!bRange || nFirst != m_nReceived || nLast != nTotal - 1 || (m_nTotal > 0 && nTotal != m_nTotal))
+    if (m_nTotal == 0)
     {
-        return Refuse("The server has sent another part of the file than the rest");
+        m_nTotal = strtoll(strRange.substr(strRange.find('/') + 1).c_str(), nullptr, 10);
     }
-    m_nTotal = nTotal;
-    return true;
+    const std::string strRest =
+        "bytes " + std::to_string(m_nReceived) + "-" + std::to_string(m_nTotal - 1) + "/" + std::to_string(m_nTotal);
+    return strRange == strRest || Refuse("The server has sent another part of the file than the rest");
 }
 
 bool CResume::Refuse(const char* pszReason)
