@@ -268,6 +268,10 @@ void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
+    if (pfnCommand == &RunFetch)
+    {
+        tOptions.tDownload.eView = VIEW_BARS_ALONE;
+    }
     if (tOptions.bQuiet || tOptions.bJson)
     {
         tOptions.tDownload.eView = VIEW_NOTHING;

@@ -65,7 +65,10 @@ ENTRY_t MakeEntry(const OPTIONS_t& tOptions, const APPBIN_SERVER_INFO_t& tInfo)
     return tEntry;
 }
 
-/** Reads the document of the first server that has one. Says on standard error why others have not. */
+/**
+ * Reads the document of the first server that has one with entries: any XML could be one without. Says on standard
+ * error why others have not.
+ */
 bool FindDocument(CSession& tSession, const OPTIONS_t& tOptions, INFO_MAP_t& mapInfo)
 {
     std::vector<std::string> vecUrl;
@@ -77,13 +80,14 @@ bool FindDocument(CSession& tSession, const OPTIONS_t& tOptions, INFO_MAP_t& map
     {
         mapInfo.clear();
         const std::string strReason = GetInfo(tSession, tOptions, strUrl, mapInfo);
-        if (strReason.empty())
+        if (!mapInfo.empty())
         {
             return true;
         }
-        PrintError(strUrl, strReason);
+        PrintError(strUrl, strReason.empty() ? "the document has no such entries" : strReason);
     }
-    PrintError("cannot fetch", vecUrl.empty() ? "the server list is empty" : "no server has a readable document");
+    PrintError("cannot fetch",
+               vecUrl.empty() ? "the server list is empty" : "no server has a document with the entries");
     return false;
 }
 
@@ -130,7 +134,7 @@ void PrintTable(const std::vector<ENTRY_t>& vecEntry)
     for (const ENTRY_t& tEntry : vecEntry)
     {
         const std::string strReason = tEntry.Reason();
-        printf("%s  %s  %12lld  %8.1f  %s%s%s\n", fnPad(Printable(tEntry.strId), nIdColumns).c_str(),
+        printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tEntry.strId), nIdColumns).c_str(),
                fnPad(Printable(tEntry.tDownload.strFile), nFileColumns).c_str(), tEntry.Bytes(),
                tEntry.tEnd.tReport.dTotal, tEntry.Result(), strReason.empty() ? "" : ": ",
                Printable(strReason).c_str());

@@ -113,17 +113,27 @@ std::string Line(const PROGRESS_t& tProgress, const LAYOUT_t& tLayout)
     return strLine;
 }
 
+VIEW_e OffTerminal(VIEW_e eView)
+{
+    switch (eView)
+    {
+    case VIEW_BARS:
+        return VIEW_LINES;
+    case VIEW_BARS_ALONE:
+        return VIEW_NOTHING;
+    default:
+        return eView;
+    }
+}
+
 } // namespace
 
-CProgressView::CProgressView(VIEW_e eView)
-    : m_eView(eView == VIEW_BARS && isatty(STDOUT_FILENO) == 0 ? VIEW_LINES : eView)
-{
-}
+CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : OffTerminal(eView)) {}
 
 void CProgressView::PrintEnd(const std::string& strName, const std::string& strOutcome)
 {
     m_EraseBars();
-    if (m_eView != VIEW_NOTHING)
+    if (m_eView == VIEW_LINES || m_eView == VIEW_BARS)
     {
         printf("%s: %s\n", strName.c_str(), strOutcome.c_str());
     }
@@ -131,17 +141,18 @@ void CProgressView::PrintEnd(const std::string& strName, const std::string& strO
 
 void CProgressView::PrintFailure(const std::string& strName, const std::string& strReason)
 {
-    m_EraseBars();
-    if (m_eView == VIEW_LINES || (m_eView == VIEW_BARS && isatty(STDERR_FILENO) == 0))
+    /* Once only where both go to the same terminal. */
+    if (!m_HasBars() || isatty(STDERR_FILENO) == 0)
     {
-        printf("%s: failed, %s\n", strName.c_str(), strReason.c_str());
+        PrintEnd(strName, "failed, " + strReason);
     }
+    m_EraseBars();
     PrintError(strName, strReason);
 }
 
 void CProgressView::Show(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary)
 {
-    if (m_eView == VIEW_BARS)
+    if (m_HasBars())
     {
         m_ShowBars(vecProgress, strSummary);
     }

@@ -19,7 +19,8 @@ enum VIEW_e
 {
     VIEW_NOTHING,
     VIEW_LINES,
-    VIEW_BARS /**< on a terminal; elsewhere plain lines */
+    VIEW_BARS,      /**< on a terminal; elsewhere plain lines */
+    VIEW_BARS_ALONE /**< the same without a line for what has ended, and elsewhere nothing */
 };
 
 /**
@@ -44,6 +45,7 @@ public:
     void Show(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);
 
 private:
+    bool m_HasBars() const { return m_eView == VIEW_BARS || m_eView == VIEW_BARS_ALONE; }
     void m_EraseBars();
     void m_ShowLines(const std::vector<PROGRESS_t>& vecProgress);
     void m_ShowBars(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);

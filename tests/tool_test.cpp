@@ -1,0 +1,170 @@
+/* The command-line tool, run as its users run it. */
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "loopback_server.h"
+#include "test_helpers.h"
+
+namespace
+{
+
+/** A folder of its own for each test, in which the tool runs. */
+class ToolTest : public ::testing::Test
+{
+protected:
+    ToolTest() { std::filesystem::create_directory(m_strFolder); }
+    ~ToolTest() override { std::filesystem::remove_all(m_arrFolder.data()); }
+
+    /** @return the exit status; m_strOut and m_strError receive what was printed */
+    int Run(const std::string& strArguments)
+    {
+        const int nStatus =
+            system(("cd " + m_strFolder + " && (" TOOL " " + strArguments + ") >../out 2>../err").c_str());
+        m_strOut = Read("../out");
+        m_strError = Read("../err");
+        return WEXITSTATUS(nStatus);
+    }
+    std::string FirstError() const { return m_strError.substr(0, m_strError.find('\n')); }
+    std::string Read(const std::string& strName) const { return ReadFile(m_strFolder + "/" + strName); }
+    void Write(const std::string& strName, const std::string& strText) const
+    {
+        std::ofstream(m_strFolder + "/" + strName) << strText;
+    }
+    std::set<std::string> Files() const
+    {
+        std::set<std::string> setName;
+        for (const auto& tEntry : std::filesystem::directory_iterator(m_strFolder))
+        {
+            setName.insert(tEntry.path().filename());
+        }
+        return setName;
+    }
+
+    std::array<char, 32> m_arrFolder{"/tmp/tool_test.XXXXXX"};
+    const std::string m_strFolder = mkdtemp(m_arrFolder.data()) + std::string("/run");
+    std::string m_strOut, m_strError;
+};
+
+TEST_F(ToolTest, EndsWithItsStatusAndAWord)
+{
+    CLoopbackServer tServer(
+        [](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            const bool bCut = tRequest.strPath == "/cut";
+            bCut ? tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), tConnection.Shutdown()
+                 : void(tConnection.Answer("body", tRequest.strPath == "/404" ? "404 Not Found" : "200 OK"));
+        });
+    Write("old.bak", "");
+    symlink("old", (m_strFolder + "/link").c_str());
+    const std::string strSum = "230d8358dc8e8890b4c58deeb62912ee2f20357ae92a5cc861b98e68fe31acb5";
+    const struct
+    {
+        std::string strArguments; // URL/ stands for the server's
+        int nStatus;
+        const char* pszError; // the first line's beginning
+    } arrCase[] = {
+        {"", 2, "veltra: a command is missing"},
+        {"--bogus", 2, "veltra: no such option: --bogus"},
+        {"bogus", 2, "veltra: no such command: bogus"},
+        {"get --bogus", 2, "veltra: no such option: --bogus"},
+        {"get URL/ more", 2, "veltra: unexpected argument: more"},
+        {"get URL/ -H nonsense", 2, "veltra: -H: 'nonsense' is no header line"},
+        {"--connect-to nonsense get URL/", 2, "veltra: --connect-to: 'nonsense' is not of the form"},
+        {"download --sync --timeout -5 URL/ x", 2, "veltra: --timeout: '-5' is no whole number"},
+        {"download --limit-rate 1 URL/ x", 2, "veltra: --limit-rate: '1' is no number of bytes, at least 4096"},
+        {"info URL/", 2, "veltra: one of --id, --cert and --default must say"},
+        {"download URL/ x URL/", 2, "veltra: download: this URL has no FILE: URL/"},
+        {"download URL/ -", 2, "veltra: download: -: a download goes into a file"},
+        {"download URL/ x URL/ y --size 4", 2, "veltra: download: --sha256 and --size are for a single file"},
+        {"download URL/ x URL/ nodir/x", 1, "veltra: nodir/x: No such file or directory"},
+        {"download URL/ x URL/ link", 1, "veltra: link: is a symbolic link"},
+        {"download URL/ x URL/ x", 1, "veltra: x: is named twice"},
+        {"download URL/ x URL/ /dev/null", 1, "veltra: /dev/null: is no regular file"},
+        {"download URL/ x URL/ .", 1, "veltra: .: is a folder"},
+        {"download URL/ old", 1, "veltra: old: old.bak exists: another download is writing it, or one that was killed"},
+        {"download URL/ x --size 5", 1, "veltra: x: wrong size: 4 bytes instead of 5"},
+        {"download URL/ x --sha256 " + std::string(64, 'a'), 1, "veltra: x: wrong SHA-256: 230d8358"},
+        {"download URL/404 x", 1, "veltra: x: HTTP 404"},
+        {"download --retry 0 URL/cut x", 1, "veltra: x: transfer closed with"},
+        {"get --fail URL/404", 1, "veltra: URL/404: HTTP 404"},
+        {"info --id A --id B URL/", 1, "veltra: URL/: the answer is no well-formed XML"},
+        {"info --id A,B URL/404", 1, "veltra: URL/404: HTTP 404"},
+        {"servers", 1, "veltra: cannot get the server list: the device has no chipset name"},
+        {"get URL/ >&-", 1, "veltra: standard output: Bad file descriptor"},
+        {"download -q --jobs 1 URL/ a URL/ b", 0, ""},
+        {"download URL/ old --force", 0, ""},
+        {"download URL/ d --size 4 --sha256 " + strSum, 0, ""},
+        {"download --no-fail URL/404 c", 0, ""},
+        {"get URL/404", 0, ""},
+    };
+    for (const auto& tCase : arrCase)
+    {
+        const auto fnInsert = [&tServer](std::string strText)
+        {
+            for (size_t n = 0; (n = strText.find("URL/")) != std::string::npos;)
+            {
+                strText.replace(n, 4, tServer.Url());
+            }
+            return strText;
+        };
+        SCOPED_TRACE(tCase.strArguments);
+        EXPECT_EQ(Run(fnInsert(tCase.strArguments)), tCase.nStatus);
+        const std::string strExpected = fnInsert(tCase.pszError);
+        EXPECT_EQ(FirstError().substr(0, strExpected.empty() ? 99 : strExpected.size()), strExpected);
+    }
+    EXPECT_EQ(Files(),
+              (std::set<std::string>{"a", "b", "c", "d", "link", "old"})); // nothing has reached x, and nothing is left
+}
+
+TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
+{
+    CLoopbackServer tServer(
+        [](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            const std::string strHost = "https://query.veltra.example";
+            std::string strDocument = "<emplist>";
+            for (const char* pszId : {"good", "there", "short", "missing", "../out"})
+            {
+                strDocument += std::string("<file id=\"") + pszId + "\" boot=\"yes\" size=\"4\" url=\"" + strHost +
+                               "/" + pszId + "\"/>";
+            }
+            const std::map<std::string, std::string> mapAnswer = {
+                {"/openapi/device/auth/query", "<rsp stat=\"ok\"><rm><queryinfo><notice><server url=\"" + strHost +
+                                                   "/broken\"/><server url=\"" + strHost +
+                                                   "/document\"/></notice></queryinfo></rm></rsp>"},
+                {"/document", strDocument + "</emplist>"},
+                {"/good", "good"},
+                {"/there", "new!"},
+                {"/short", "abc"}};
+            const auto itAnswer = mapAnswer.find(tRequest.strPath);
+            itAnswer != mapAnswer.end() ? tConnection.Answer(itAnswer->second)
+                                        : tConnection.Answer("<emplist/>", "404 Not Found");
+        },
+        true);
+    Write("there", "old!");
+    const std::string strFetch =
+        "fetch . --default --chipset C --query-host 127.0.0.1:" + std::to_string(tServer.Port()) +
+        " --cacert " TEST_CERTIFICATES "/ca.pem ";
+    EXPECT_EQ(Run(strFetch), 1);
+    EXPECT_EQ(FirstError(), "veltra: https://query.veltra.example/broken: HTTP 404");
+    for (const char* pszRow : {"./good                4", "done", "present", "failed: wrong size: 3 bytes instead of 4",
+                               "failed: HTTP 404", "failed: its identifier is no file name"})
+    {
+        EXPECT_NE(m_strOut.find(pszRow), std::string::npos) << pszRow << " in\n" << m_strOut;
+    }
+    EXPECT_EQ(Files(), (std::set<std::string>{"good", "there"}));
+    EXPECT_EQ(Read("there"), "old!");
+    EXPECT_EQ(Run(strFetch + "--force -q"), 1);
+    EXPECT_EQ(Read("there"), "new!");
+    EXPECT_EQ(m_strOut, "");
+}
+
+} // namespace
