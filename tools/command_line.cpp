@@ -207,6 +207,8 @@ void AddOtherCommands(PARSER_t& tParser)
     pFetch->add_flag("--force", tOptions.tDownload.bForce,
                      "Replace files that are there, and take over temporary ones");
     AddRunOptions(pFetch, tOptions);
+    CLI::App* pDoctor = tParser.AddCommand("doctor", "Say what is wrong when nothing works", &RunDoctor);
+    pDoctor->add_option("URL", tOptions.strUrl, "What to try; by default the query service");
 }
 
 std::string CheckDownload(const OPTIONS_t& tOptions)
@@ -265,7 +267,7 @@ std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
 /** What follows from several options together. */
 void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
-    const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost;
+    const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
     if (pfnCommand == &RunFetch)

@@ -1,6 +1,5 @@
 /* The command-line client, over the public API. */
 
-#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <exception>
@@ -42,7 +41,7 @@ int Main(int argc, char** argv)
     }
     if ((fflush(stdout) != 0 || ferror(stdout) != 0) && nStatus == 0)
     {
-        return PrintError("standard output", SystemText(errno));
+        return PrintError("standard output", "cannot be written");
     }
     return nStatus;
 }
