@@ -5,6 +5,7 @@
 #include <ctime>
 #include <curl/curl.h>
 #include <fstream>
+#include <glib.h>
 #include <memory>
 #include <netdb.h>
 #include <sys/socket.h>
@@ -231,7 +232,7 @@ void CDoctor::m_LookAtProxy() const
     strFinding = nUserEnd == std::string::npos ? strFinding : "(user) " + strFinding.substr(nUserEnd + 1);
     for (const char* pszName : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
     {
-        strFinding += getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
+        strFinding += g_getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
     }
     m_Say("proxy", strFinding);
 }

@@ -111,11 +111,11 @@ long long FileSize(const std::string& strPath)
 
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 {
-    if (const std::string strRefusal = FolderRefusal(FolderOf(tDownload.strFile)); !strRefusal.empty())
+    if (std::string strRefusal = FolderRefusal(FolderOf(tDownload.strFile)); !strRefusal.empty())
     {
         return strRefusal;
     }
-    if (const std::string strRefusal = KindRefusal(tDownload.strFile); !strRefusal.empty())
+    if (std::string strRefusal = KindRefusal(tDownload.strFile); !strRefusal.empty())
     {
         return strRefusal;
     }
