@@ -86,7 +86,7 @@ TEST_F(ToolTest, EndsWithItsStatusAndAWord)
         {"download $URL/ x --size 5", 1, "x: wrong size: 4 bytes instead of 5"},
         {"download $URL/ x --sha256 " + std::string(64, 'a'), 1, "x: wrong SHA-256: 230d8358"},
         {"download $URL/404 x", 1, "x: HTTP 404"},
-        {"download --retry 0 $URL/cut x", 1, "x: transfer closed with"},
+        {"download --retry 0 $URL/cut x", 1, "6 bytes"},
         {"get --fail $URL/404", 1, "/404: HTTP 404"},
         {"info --id A --id B $URL/", 1, ": the answer is no well-formed XML"},
         {"info --id A,B $URL/404", 1, "/404: HTTP 404"},

@@ -115,9 +115,12 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
         ->group(strGroup);
 }
 
-void AddFailFlag(CLI::App* pCommand, OPTIONS_t& tOptions, const char* pszDescription)
+void AddFailFlags(CLI::App* pCommand, OPTIONS_t& tOptions)
 {
-    pCommand->add_flag("--fail,!--no-fail", tOptions.nFail, pszDescription);
+    pCommand->add_flag_callback(
+        "--fail", [&tOptions] { tOptions.nFail = 1; }, "Fail with a status of 400 and more");
+    pCommand->add_flag_callback(
+        "--no-fail", [&tOptions] { tOptions.nFail = -1; }, "Do not look at the status");
 }
 
 void AddEntryOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
@@ -158,7 +161,7 @@ void AddRequestCommands(PARSER_t& tParser)
             ->allow_extra_args(false);
         pCommand->add_option("-o", tOptions.strOutput, "Where the answer goes")->type_name("FILE");
         pCommand->add_flag("-i", tOptions.bHeadings, "Print status, size, peer and times before the answer");
-        AddFailFlag(pCommand, tOptions, "Fail with an HTTP status of 400 and more");
+        AddFailFlags(pCommand, tOptions);
     }
 }
 
@@ -172,7 +175,7 @@ void AddRunOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
         ->check(Number(1, 1000));
     pCommand->add_flag("-q", tOptions.bQuiet, "Print nothing but errors");
     pCommand->add_flag("--json", tOptions.bJson, "Print JSON, at the end");
-    AddFailFlag(pCommand, tOptions, "--no-fail takes an HTTP status of 400 and more, too");
+    AddFailFlags(pCommand, tOptions);
 }
 
 void AddDownloadCommand(PARSER_t& tParser)
@@ -180,8 +183,8 @@ void AddDownloadCommand(PARSER_t& tParser)
     OPTIONS_t& tOptions = tParser.tOptions;
     DOWNLOAD_OPTIONS_t& tDownload = tOptions.tDownload;
     CLI::App* pDownload = tParser.AddCommand("download", "Download files", &RunDownload);
-    pDownload->add_option("URL FILE", tOptions.vecUrlAndFile, "Pairs of what to download and where to put it")
-        ->type_name("")
+    pDownload->add_option("URL", tOptions.vecUrlAndFile, "Pairs of what to download and where to put it")
+        ->type_name("FILE")
         ->required();
     pDownload->add_option("--sha256", tOptions.strSha256, "Of a single file: what it must have")
         ->type_name("HEX")
