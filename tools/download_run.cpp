@@ -80,6 +80,8 @@ public:
 private:
     void m_WaitForAll();
     void m_StartMore();
+    void m_Start(ITEM_t& tItem);
+    void m_Begin(ITEM_t& tItem);
     void m_SyncAll();
     void m_SetEnd(ITEM_t& tItem, DOWNLOAD_STATE_e eState, const std::string& strReason = "");
     void m_OnEvent(ITEM_t& tItem, DOWNLOAD_TYPE_e eType, int nPercent);
@@ -99,6 +101,7 @@ private:
     std::mutex m_tLock;
     std::condition_variable m_tChange;
     std::deque<ITEM_t> m_lstItem;
+    std::deque<ITEM_t>::iterator m_itNext; /**< the first that has not been started */
 };
 
 CDownloadRun::CDownloadRun(CSession& tSession, const std::vector<DOWNLOAD_t>& vecDownload,
@@ -111,6 +114,7 @@ CDownloadRun::CDownloadRun(CSession& tSession, const std::vector<DOWNLOAD_t>& ve
         m_lstItem.push_back({this, tDownload, Printable(tDownload.strFile)});
         setFolder.insert(FolderOf(tDownload.strFile));
     }
+    m_itNext = m_lstItem.begin();
     tSession.SetFolders(std::move(setFolder));
 }
 
@@ -165,48 +169,46 @@ void CDownloadRun::m_WaitForAll()
 
 void CDownloadRun::m_StartMore()
 {
-    size_t nRunning = m_Count(DOWNLOAD_RUNNING);
-    for (ITEM_t& tItem : m_lstItem)
+    auto nFree = static_cast<size_t>(m_tOptions.nJobs) - m_Count(DOWNLOAD_RUNNING);
+    for (; nFree > 0 && m_itNext != m_lstItem.end(); --nFree, ++m_itNext)
     {
-        if (nRunning >= static_cast<size_t>(m_tOptions.nJobs))
-        {
-            return;
-        }
-        if (tItem.tEnd.eState != DOWNLOAD_WAITING)
-        {
-            continue;
-        }
-        if (m_tOptions.bForce)
-        {
-            RemoveLeftOvers(tItem.tDownload);
-        }
-        ++nRunning;
-        tItem.tSpeedometer = CSpeedometer();
-        m_SetEnd(tItem, DOWNLOAD_RUNNING);
-        tItem.nId = m_tSession.Engine().CreateDownloadId();
-        const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double /*dSpeed*/, void* pItem)
-        {
-            auto& tEventItem = *static_cast<ITEM_t*>(pItem);
-            tEventItem.ptRun->m_OnEvent(tEventItem, eType, nPercent);
-        };
-        if (m_tSession.Engine().StartDownload(tItem.nId, tItem.tDownload.strUrl, EnginePath(tItem.tDownload),
-                                              pfnOnEvent, &tItem) != RESULT_STARTED)
-        {
-            const std::string strRefusal = TargetRefusal(tItem.tDownload, false);
-            m_SetEnd(tItem, DOWNLOAD_FAILED, strRefusal.empty() ? "cannot be started" : strRefusal);
-        }
+        m_Start(*m_itNext);
     }
+}
+
+void CDownloadRun::m_Start(ITEM_t& tItem)
+{
+    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double /*dSpeed*/, void* pItem)
+    {
+        auto& tEventItem = *static_cast<ITEM_t*>(pItem);
+        tEventItem.ptRun->m_OnEvent(tEventItem, eType, nPercent);
+    };
+    m_Begin(tItem);
+    CWebConnector& tEngine = m_tSession.Engine();
+    tItem.nId = tEngine.CreateDownloadId();
+    if (tEngine.StartDownload(tItem.nId, tItem.tDownload.strUrl, EnginePath(tItem.tDownload), pfnOnEvent, &tItem) !=
+        RESULT_STARTED)
+    {
+        const std::string strRefusal = TargetRefusal(tItem.tDownload, false);
+        m_SetEnd(tItem, DOWNLOAD_FAILED, strRefusal.empty() ? "cannot be started" : strRefusal);
+    }
+}
+
+void CDownloadRun::m_Begin(ITEM_t& tItem)
+{
+    if (m_tOptions.bForce)
+    {
+        RemoveLeftOvers(tItem.tDownload);
+    }
+    tItem.tSpeedometer = CSpeedometer();
+    m_SetEnd(tItem, DOWNLOAD_RUNNING);
 }
 
 void CDownloadRun::m_SyncAll()
 {
     for (ITEM_t& tItem : m_lstItem)
     {
-        if (m_tOptions.bForce)
-        {
-            RemoveLeftOvers(tItem.tDownload);
-        }
-        m_SetEnd(tItem, DOWNLOAD_RUNNING);
+        m_Begin(tItem);
         const bool bWhole =
             m_tSession.Engine().SyncDownloadFile(tItem.tDownload.strUrl, EnginePath(tItem.tDownload),
                                                  m_tOptions.nTimeoutSeconds, m_tOptions.nConnectTimeoutSeconds);

@@ -83,7 +83,7 @@ CLI::Validator ConnectTo()
 
 CLI::Validator HeaderLine()
 {
-    return Matching("[^:;\\s\\x00-\\x1f]+(:[^\\r\\n]*|;)", "is no header line such as 'NAME: VALUE'");
+    return Matching(R"([^:;\s\x01-\x1f]+(:[^\r\n]*|;))", "is no header line such as 'NAME: VALUE'");
 }
 
 CLI::Validator Sha256Digits()

@@ -1,6 +1,7 @@
 #include "progress_view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -87,7 +88,7 @@ std::string TimeLeft(const PROGRESS_t& tProgress)
     {
         return "";
     }
-    const auto nSeconds = static_cast<long>(dSeconds + 0.5);
+    const long nSeconds = std::lround(dSeconds);
     return nSeconds < 3600 ? Format("%ld:%02ld left", nSeconds / 60, nSeconds % 60)
                            : Format("%ld:%02ld:%02ld left", nSeconds / 3600, nSeconds / 60 % 60, nSeconds % 60);
 }

@@ -28,8 +28,10 @@ void OccupyStandardDescriptors()
 int Main(int argc, char** argv)
 {
     OccupyStandardDescriptors();
-    setlocale(LC_CTYPE, "");                 // for international host names
-    setvbuf(stdout, nullptr, _IOFBF, 65536); // so that bars do not flicker
+    /* For international host names; no other thread runs yet. */
+    static_cast<void>(setlocale(LC_CTYPE, "")); // NOLINT(concurrency-mt-unsafe)
+    /* So that bars do not flicker. */
+    static_cast<void>(setvbuf(stdout, nullptr, _IOFBF, 65536));
     OPTIONS_t tOptions;
     COMMAND_t pfnCommand = nullptr;
     int nStatus = ParseCommandLine(argc, argv, tOptions, pfnCommand);
