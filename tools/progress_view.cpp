@@ -47,9 +47,10 @@ struct LAYOUT_t
 LAYOUT_t MakeLayout(size_t nTerminal, size_t nLongestName)
 {
     LAYOUT_t tLayout;
-    const size_t nLeast = std::min(LEAST_NAME_COLUMNS, nLongestName);
     /* The last column stays free: some terminals wrap a line that fills it. */
-    size_t nFree = nTerminal - std::min(nTerminal, nLeast + PERCENT_COLUMNS + 1);
+    const size_t nRoom = std::max(nTerminal, PERCENT_COLUMNS + 2) - PERCENT_COLUMNS - 1;
+    const size_t nLeast = std::min({LEAST_NAME_COLUMNS, nLongestName, nRoom});
+    size_t nFree = nRoom - nLeast;
     const auto fnTake = [&nFree](size_t nColumns)
     {
         const size_t nTaken = nColumns <= nFree ? nColumns : 0;
