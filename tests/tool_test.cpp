@@ -3,11 +3,9 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "loopback_server.h"
 #include "test_helpers.h"
@@ -22,26 +20,21 @@ protected:
     ToolTest() { std::filesystem::create_directory(m_strFolder); }
     ~ToolTest() override { std::filesystem::remove_all(m_arrFolder.data()); }
 
+    int Shell(const std::string& strLine) const
+    {
+        return WEXITSTATUS(system(("cd " + m_strFolder + " && " + strLine).c_str()));
+    }
     /** @return the exit status; m_strOut and m_strError receive what was printed */
     int Run(const std::string& strArguments)
     {
-        const int nStatus =
-            system(("cd " + m_strFolder + " && (" TOOL " " + strArguments + ") >../out 2>../err").c_str());
+        const int nStatus = Shell("(" TOOL " " + strArguments + ") >../out 2>../err");
         m_strOut = Read("../out");
         m_strError = Read("../err");
-        return WEXITSTATUS(nStatus);
+        return nStatus;
     }
     std::string FirstError() const { return m_strError.substr(0, m_strError.find('\n')); }
     std::string Read(const std::string& strName) const { return ReadFile(m_strFolder + "/" + strName); }
-    void Write(const std::string& strName, const std::string& strText) const
-    {
-        std::ofstream(m_strFolder + "/" + strName) << strText;
-    }
-    std::string Files() const
-    {
-        system(("cd " + m_strFolder + " && echo * >../ls").c_str());
-        return Read("../ls");
-    }
+    std::string Files() const { return Shell("ls -xAw 0 >../ls"), Read("../ls"); }
 
     std::array<char, 32> m_arrFolder{"/tmp/tool_test.XXXXXX"};
     const std::string m_strFolder = mkdtemp(m_arrFolder.data()) + std::string("/run");
@@ -57,8 +50,7 @@ TEST_F(ToolTest, EndsWithItsStatusAndAWord)
             bCut ? tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), tConnection.Shutdown()
                  : void(tConnection.Answer("body", tRequest.strPath == "/404" ? "404 Not Found" : "200 OK"));
         });
-    Write("old.bak", "");
-    symlink("old", (m_strFolder + "/link").c_str());
+    Shell("touch old.bak && ln -s old link");
     const std::string strSum = "230d8358dc8e8890b4c58deeb62912ee2f20357ae92a5cc861b98e68fe31acb5";
     const struct
     {
@@ -107,7 +99,7 @@ TEST_F(ToolTest, EndsWithItsStatusAndAWord)
         EXPECT_EQ(FirstError().substr(0, 8), tCase.nStatus == 0 ? "" : "veltra: ") << tCase.strArguments;
         EXPECT_NE(FirstError().find(tCase.pszError), std::string::npos) << FirstError() << " is not " << tCase.pszError;
     }
-    EXPECT_EQ(Files(), "a b c d link old\n"); // nothing has reached x, and nothing is left
+    EXPECT_EQ(Files(), "a  b  c  d  link  old\n"); // nothing has reached x, and nothing is left
 }
 
 TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
@@ -117,7 +109,7 @@ TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
         {
             const std::string strHost = "https://query.veltra.example";
             std::string strDocument = "<emplist>";
-            for (const char* pszId : {"good", "there", "short", "missing", "../out"})
+            for (const char* pszId : {"good", "there", "short", "missing", ".h", "dir/y"})
             {
                 strDocument += std::string("<file id=\"") + pszId + "\" boot=\"yes\" size=\"4\" url=\"" + strHost +
                                "/" + pszId + "\"/>";
@@ -135,20 +127,21 @@ TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
                                         : tConnection.Answer("<emplist/>", "404 Not Found");
         },
         true);
-    Write("there", "old!");
-    const std::string strFetch =
-        "fetch . --default --chipset C --query-host 127.0.0.1:" + std::to_string(tServer.Port()) +
-        " --cacert " TEST_CERTIFICATES "/ca.pem ";
-    EXPECT_EQ(Run(strFetch), 1);
+    Shell("printf old! >there");
+    const std::string strFetch = "fetch . --chipset C --cacert " TEST_CERTIFICATES "/ca.pem --query-host 127.0.0.1:" +
+                                 std::to_string(tServer.Port());
+    EXPECT_EQ(Run(strFetch + " --id good,there --id short,missing,.h,dir/y,none"), 1);
     EXPECT_EQ(FirstError(), "veltra: https://query.veltra.example/broken: HTTP 404");
-    for (const char* pszRow : {"./good                4", "done", "present", "failed: wrong size: 3 bytes instead of 4",
-                               "failed: HTTP 404", "failed: its identifier is no file name"})
+    for (const char* pszText :
+         {"./good                4", "done\n", "present\n", "failed: wrong size: 3 bytes instead of 4\n",
+          "failed: HTTP 404\n", "veltra: .h: its identifier is no file name\n",
+          "veltra: dir/y: its identifier is no file name\n", "veltra: none: the document has no such entry\n"})
     {
-        EXPECT_NE(m_strOut.find(pszRow), std::string::npos) << pszRow << " in\n" << m_strOut;
+        EXPECT_NE((m_strOut + m_strError).find(pszText), std::string::npos) << pszText << " is not in\n" << m_strOut;
     }
-    EXPECT_EQ(Files(), "good there\n");
+    EXPECT_EQ(Files(), "good  there\n");
     EXPECT_EQ(Read("there"), "old!");
-    EXPECT_EQ(Run(strFetch + "--force -q"), 1);
+    EXPECT_EQ(Run(strFetch + " --default --force -q"), 1);
     EXPECT_EQ(Read("there"), "new!");
     EXPECT_EQ(m_strOut, "");
 }
