@@ -4,12 +4,14 @@
 # Usage: scripts/demo.sh [PRESET], by default "release".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 
 query_host=query.veltra.example
 apps_host=apps.veltra.example
 preset=${1:-release}
+require_preset "$preset"
 build=build/demo-$preset
 client=
 verified=0

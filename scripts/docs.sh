@@ -2,6 +2,7 @@
 # Builds the manual into build/docs/html and checks the tool's manual page; any warning fails.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 
 install_packages doxygen graphviz groff

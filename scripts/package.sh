@@ -2,6 +2,7 @@
 # Makes the Debian packages in build/packages, installs them in a fresh Debian and tries the tool there.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh

@@ -3,6 +3,7 @@
 # every accepted transfer must have ended exactly once and all resources be back: scripts/soak.sh [MINUTES]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 minutes=${1:-10}
