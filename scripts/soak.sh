@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Mixed traffic for MINUTES (default 10) against nginx, killed and restarted underneath, and a hostile server; at the end
-# every accepted transfer must have ended exactly once and all resources be back: scripts/soak.sh [MINUTES]
+# every accepted transfer must have ended exactly once and all resources be back. Then root's downloads over a bad link:
+# scripts/soak.sh [MINUTES]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -69,3 +70,9 @@ build/soak/bench/soak --seconds "$seconds" --folder "$work/files" --cacert "$cer
     $good/small $good/small $good/small $good/large $good/large $good/missing \
     $bad/echo/ $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
     $secure/chunked $secure/reset $secure/cut https://localhost:$tls/chunked http://127.0.0.1:1/refused file:///etc/hostname
+
+if [ "$(id -u)" -eq 0 ]; then
+    bash scripts/badlink.sh 64
+else
+    echo "== Left out: downloads over a bad link, which takes root"
+fi

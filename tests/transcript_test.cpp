@@ -255,7 +255,8 @@ void Deliver(FAKE_TRANSFER_t& tTransfer)
     const bool bFile = tTransfer.pProgressData != nullptr;
     EXPECT_EQ(tTransfer.pfnWrite(szData, 1, 1, tTransfer.pWriteData), 1U);
     EXPECT_EQ(tTransfer.pfnWrite(szData + 1, 3, 1, tTransfer.pWriteData), bFile ? 1U : 3U);
-    EXPECT_EQ(bFile ? std::filesystem::file_size("f.bak") : 4, 4U) << "nothing is held back";
+    struct stat tStat = {}; // the standard library's would not take a date after 2038 on 32-bit systems
+    EXPECT_TRUE(!bFile || (stat("f.bak", &tStat) == 0 && tStat.st_size == 4)) << "nothing is held back";
 }
 
 /** Lets a download go on to each count of bytes, of the total that was named last, then cancels it. */

@@ -1,8 +1,11 @@
 #include "veltra/platform/desktop/resume.h"
 
 #include <algorithm>
-#include <cstring>
+#include <ctime>
+#include <iomanip>
+#include <locale>
 #include <random>
+#include <sstream>
 
 namespace WQCurl
 {
@@ -18,9 +21,9 @@ constexpr seconds LONGEST_PAUSE(0);
 #else
 constexpr seconds LONGEST_PAUSE(30);
 #endif
-constexpr int MOST_DOUBLINGS = 5;        // of a second: more is above the longest pause
-constexpr long long MUCH = 262144;       // bytes: an attempt that brought so many was worth it
-constexpr time_t UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
+constexpr int MOST_DOUBLINGS = 5;           // of a second: more is above the longest pause
+constexpr long long MUCH = 262144;          // bytes: an attempt that brought so many was worth it
+constexpr long long UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
 
 /** The value of a header line of the last answer; empty if it has none. */
 std::string Header(CURL* pEasy, const char* pszName)
@@ -28,6 +31,19 @@ std::string Header(CURL* pEasy, const char* pszName)
     curl_header* ptHeader = nullptr;
     const bool bFound = curl_easy_header(pEasy, pszName, 0, CURLH_HEADER, -1, &ptHeader) == CURLHE_OK;
     return bFound ? ptHeader->value : "";
+}
+
+/**
+ * The moment that a header line names, in seconds since 1970; none if it is no such date. libcurl's function for that
+ * is of no use where it was built with another size of time_t than this.
+ */
+std::optional<long long> Date(const std::string& strDate)
+{
+    std::tm tDate{};
+    std::istringstream tStream(strDate);
+    tStream.imbue(std::locale::classic());
+    tStream >> std::get_time(&tDate, "%a, %d %b %Y %H:%M:%S GMT");
+    return tStream.fail() ? std::nullopt : std::optional<long long>(timegm(&tDate));
 }
 
 /** What tells one state of a file from another byte by byte; empty when the server offers no such thing. */
@@ -39,9 +55,9 @@ std::string StrongValidator(CURL* pEasy)
         return strTag;
     }
     std::string strModified = Header(pEasy, "Last-Modified");
-    const time_t nModified = curl_getdate(strModified.c_str(), nullptr);
-    const time_t nDate = curl_getdate(Header(pEasy, "Date").c_str(), nullptr);
-    const bool bStrong = nModified >= 0 && nDate >= 0 && nDate - nModified >= UNCHANGED_SECONDS;
+    const std::optional<long long> optModified = Date(strModified);
+    const std::optional<long long> optDate = Date(Header(pEasy, "Date"));
+    const bool bStrong = optModified && optDate && *optDate - *optModified >= UNCHANGED_SECONDS;
     return bStrong && strTag.empty() ? strModified : "";
 }
 
