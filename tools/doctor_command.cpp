@@ -112,13 +112,20 @@ std::string NameServers()
     return strList.empty() ? "none in /etc/resolv.conf" : strList;
 }
 
+/** Not curl_getdate(), which may have another size of time on 32-bit systems. @return -1 for a text that is no date */
+time_t ParseDate(const char* pszDate)
+{
+    tm tParts = {};
+    return strptime(pszDate, " %a, %d %b %Y %H:%M:%S GMT", &tParts) != nullptr ? timegm(&tParts) : -1;
+}
+
 size_t TakeDate(const char* pData, size_t nSize, size_t nCount, void* pDate)
 {
     const std::string strLine(pData, nSize * nCount);
     constexpr size_t NAME = 5;
     if (curl_strnequal(strLine.c_str(), "date:", NAME) != 0)
     {
-        *static_cast<time_t*>(pDate) = curl_getdate(strLine.c_str() + NAME, nullptr);
+        *static_cast<time_t*>(pDate) = ParseDate(strLine.c_str() + NAME);
     }
     return nSize * nCount;
 }
