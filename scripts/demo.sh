@@ -6,6 +6,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
+source scripts/lib/certificates.sh
 source scripts/lib/nginx.sh
 
 query_host=query.veltra.example
@@ -42,16 +43,6 @@ build_tool()
     cmake --preset "$preset" -B "$build" -DVELTRA_BUILD_TESTS=OFF -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >/dev/null
     cmake --build "$build"
     exec 9>&-
-}
-
-make_certificates()
-{
-    echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
-    local new_key=(-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes)
-    openssl req -x509 "${new_key[@]}" -days 2 -subj "/CN=Demo CA" -keyout "$dir/ca.key" -out "$dir/ca.pem" 2>/dev/null
-    openssl req -new "${new_key[@]}" -subj "/CN=$query_host" -keyout "$dir/server.key" -out "$dir/server.csr" 2>/dev/null
-    openssl x509 -req -in "$dir/server.csr" -CA "$dir/ca.pem" -CAkey "$dir/ca.key" -CAcreateserial -days 2 \
-        -extfile <(echo "subjectAltName=DNS:$query_host,DNS:$apps_host") -out "$dir/server.pem" 2>/dev/null
 }
 
 make_documents()
@@ -189,7 +180,8 @@ sync_download()
 }
 
 build_tool
-make_certificates
+echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
+make_certificates "$dir" "$query_host" "$apps_host"
 make_documents
 start_nginx "$dir" servers || fail "nginx does not start"
 tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443:127.0.0.1:$nginx_tls_port"
