@@ -47,4 +47,4 @@ cmp "\$root/tmp/document" "$work/document"
 END
 chmod -R a+rX,a+x "$work"
 echo "== Installing the packages in a fresh Debian, from the archives of this machine's own packages"
-in_fresh_debian "$(own_release)" ca-certificates "$work/trial"
+in_fresh_debian "$(own_release)" ca-certificates "$work/trial" 2>&1 # where mmdebstrap sends what the trial prints

@@ -111,6 +111,10 @@ long long FileSize(const std::string& strPath)
 
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 {
+    if (tDownload.strFile.empty())
+    {
+        return "a download needs a file's name";
+    }
     if (std::string strRefusal = FolderRefusal(FolderOf(tDownload.strFile)); !strRefusal.empty())
     {
         return strRefusal;
