@@ -3,6 +3,7 @@
 # under build/ and keeps there: nothing foreign is installed on this machine.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/fresh_debian.sh
 sysroot=$PWD/build/armhf-sysroot

@@ -4,6 +4,7 @@
 # bit and less than 1 % of it twice: scripts/badlink.sh [MIB], by default 1024. Only root may run it.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 mib=${1:-1024}

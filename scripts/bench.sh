@@ -3,6 +3,7 @@
 # docs/performance.md with its chart: scripts/bench.sh [--quick]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 [ "${1-}" = --quick ] && large=128M || large=1G

@@ -3,6 +3,7 @@
 # Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck port fuzz
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 
 checks=("$@")

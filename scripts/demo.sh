@@ -4,12 +4,15 @@
 # Usage: scripts/demo.sh [PRESET], by default "release".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
+source scripts/lib/certificates.sh
 source scripts/lib/nginx.sh
 
 query_host=query.veltra.example
 apps_host=apps.veltra.example
 preset=${1:-release}
+require_preset "$preset"
 build=build/demo-$preset
 client=
 verified=0
@@ -35,21 +38,11 @@ build_tool()
     # A copy of this demo that runs beside must not build in the same place.
     exec 9>build/demo.lock
     flock 9
-    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light jq
+    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light
     echo "== Building the library and the tool (preset $preset)"
     cmake --preset "$preset" -B "$build" -DVELTRA_BUILD_TESTS=OFF -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >/dev/null
     cmake --build "$build"
     exec 9>&-
-}
-
-make_certificates()
-{
-    echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
-    local new_key=(-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes)
-    openssl req -x509 "${new_key[@]}" -days 2 -subj "/CN=Demo CA" -keyout "$dir/ca.key" -out "$dir/ca.pem" 2>/dev/null
-    openssl req -new "${new_key[@]}" -subj "/CN=$query_host" -keyout "$dir/server.key" -out "$dir/server.csr" 2>/dev/null
-    openssl x509 -req -in "$dir/server.csr" -CA "$dir/ca.pem" -CAkey "$dir/ca.key" -CAcreateserial -days 2 \
-        -extfile <(echo "subjectAltName=DNS:$query_host,DNS:$apps_host") -out "$dir/server.pem" 2>/dev/null
 }
 
 make_documents()
@@ -142,21 +135,17 @@ read_information()
     echo "== Reading the server's document: the default entries"
     veltra info "$server_url" --default
     echo "== Reading the server's document: two entries by identifier, as JSON"
-    veltra info "$server_url" --id empPlayer empStore --json
+    veltra info "$server_url" --id empPlayer,empStore --json
 }
 
-download_files()
+fetch_files()
 {
-    local urls url arguments=()
-    echo "== Downloading the default entries and the store"
-    urls=$({ veltra info "$server_url" --default --json && veltra info "$server_url" --id empStore --json; } |
-        jq -r '.[].url')
-    for url in $urls; do
-        arguments+=("$url" "$dir/got/${url##*/}")
-    done
-    veltra download "${arguments[@]}"
-    for url in $urls; do
-        verify "$dir/got/${url##*/}" "$dir/www/files/${url##*/}"
+    local pair
+    echo "== Fetching the default entries, and then the store as well"
+    veltra fetch "$dir/got" --duid DEMO-0001 --default
+    veltra fetch "$dir/got" --duid DEMO-0001 --id empPlayer,empStore
+    for pair in empPlayer:player empCERTRoot:certificates empStore:store; do
+        verify "$dir/got/${pair%:*}" "$dir/www/files/${pair#*:}.bin"
     done
 }
 
@@ -191,7 +180,8 @@ sync_download()
 }
 
 build_tool
-make_certificates
+echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
+make_certificates "$dir" "$query_host" "$apps_host"
 make_documents
 start_nginx "$dir" servers || fail "nginx does not start"
 tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443:127.0.0.1:$nginx_tls_port"
@@ -199,7 +189,7 @@ tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443
     --model DEMO-TV)
 query_servers
 read_information
-download_files
+fetch_files
 cancel_download
 sync_download
 echo "== Stopping nginx"

@@ -4,6 +4,7 @@
 # bookworm trixie.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/fresh_debian.sh
 

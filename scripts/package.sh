@@ -2,6 +2,7 @@
 # Makes the Debian packages in build/packages, installs them in a fresh Debian and tries the tool there.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
@@ -46,4 +47,4 @@ cmp "\$root/tmp/document" "$work/document"
 END
 chmod -R a+rX,a+x "$work"
 echo "== Installing the packages in a fresh Debian, from the archives of this machine's own packages"
-in_fresh_debian "$(own_release)" ca-certificates "$work/trial"
+in_fresh_debian "$(own_release)" ca-certificates "$work/trial" 2>&1 # where mmdebstrap sends what the trial prints

@@ -4,6 +4,7 @@
 # scripts/soak.sh [MINUTES]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 minutes=${1:-10}

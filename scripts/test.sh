@@ -2,8 +2,10 @@
 # Builds everything and runs all tests, installing what that needs: scripts/test.sh [PRESET], by default "debug".
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 preset=${1:-debug}
+require_preset "$preset"
 
 install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
 echo "== Building (preset $preset)"

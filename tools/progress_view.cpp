@@ -1,126 +1,225 @@
 #include "progress_view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
-#include <utility>
+
+#include "session.h"
+#include "text.h"
 
 namespace
 {
 
-constexpr int BAR_CELLS = 20;
-constexpr int COLUMNS_BESIDE_NAME = BAR_CELLS + 26; /* brackets, percentage, blanks and the longest outcome */
-constexpr int LEAST_NAME_WIDTH = 8;
 constexpr int LINE_STEP_PERCENT = 25;
+constexpr size_t LEAST_NAME_COLUMNS = 12;
+constexpr size_t PERCENT_COLUMNS = 5; /* these with the blank before */
+constexpr size_t SPEED_COLUMNS = 11;
+constexpr size_t BYTES_COLUMNS = 22;
+constexpr size_t LEFT_COLUMNS = 13;
+constexpr size_t LEAST_BAR_COLUMNS = 11;
+constexpr size_t MOST_BAR_COLUMNS = 33;
 
-/** The columns that a terminal has for names beside the bars; 0 when standard output is none or it is too small. */
-int NameWidth(const std::vector<std::string>& vecName)
+struct SIZE_t
+{
+    size_t nColumns;
+    size_t nRows;
+};
+
+SIZE_t TerminalSize()
 {
     winsize tSize = {};
-    if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &tSize) != 0 || tSize.ws_row <= vecName.size() ||
-        tSize.ws_col < COLUMNS_BESIDE_NAME + LEAST_NAME_WIDTH)
-    {
-        return 0;
-    }
-    size_t nLongest = 0;
-    for (const std::string& strName : vecName)
-    {
-        nLongest = std::max(nLongest, strName.size());
-    }
-    return static_cast<int>(std::min<size_t>(nLongest, tSize.ws_col - COLUMNS_BESIDE_NAME));
+    const bool bKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &tSize) == 0 && tSize.ws_col > 0 && tSize.ws_row > 0;
+    return bKnown ? SIZE_t{tSize.ws_col, tSize.ws_row} : SIZE_t{80, 24};
 }
 
-std::string FormatSpeed(double dSpeed)
+/** The columns of each part of a line; 0 for a part that has no room. */
+struct LAYOUT_t
 {
-    const char* pszUnit = "B/s";
-    for (const char* pszLarger : {"kB/s", "MB/s", "GB/s"})
+    size_t nName;
+    size_t nSpeed = 0;
+    size_t nBar = 0;
+    size_t nBytes = 0;
+    size_t nLeft = 0;
+};
+
+LAYOUT_t MakeLayout(size_t nTerminal, size_t nLongestName)
+{
+    LAYOUT_t tLayout;
+    /* The last column stays free: some terminals wrap a line that fills it. */
+    const size_t nRoom = std::max(nTerminal, PERCENT_COLUMNS + 2) - PERCENT_COLUMNS - 1;
+    const size_t nLeast = std::min({LEAST_NAME_COLUMNS, nLongestName, nRoom});
+    size_t nFree = nRoom - nLeast;
+    const auto fnTake = [&nFree](size_t nColumns)
     {
-        if (dSpeed < 1000.0)
-        {
-            break;
-        }
-        dSpeed /= 1000.0;
-        pszUnit = pszLarger;
-    }
-    char szText[32];
-    static_cast<void>(snprintf(szText, sizeof szText, "%.1f %s", dSpeed, pszUnit));
-    return szText;
+        const size_t nTaken = nColumns <= nFree ? nColumns : 0;
+        nFree -= nTaken;
+        return nTaken;
+    };
+    tLayout.nSpeed = fnTake(SPEED_COLUMNS);
+    tLayout.nBar = fnTake(LEAST_BAR_COLUMNS);
+    tLayout.nBytes = fnTake(BYTES_COLUMNS);
+    tLayout.nLeft = fnTake(LEFT_COLUMNS);
+    tLayout.nName = nLeast + fnTake(std::min(nLongestName - nLeast, nFree));
+    tLayout.nBar += tLayout.nBar > 0 ? fnTake(std::min(MOST_BAR_COLUMNS - LEAST_BAR_COLUMNS, nFree)) : 0;
+    return tLayout;
 }
 
-std::string Outcome(const DOWNLOAD_STATUS_t& tStatus)
+std::string Bar(const PROGRESS_t& tProgress, size_t nColumns)
 {
-    switch (tStatus.eType)
+    const size_t nCells = nColumns - 3;
+    const size_t nFull = static_cast<size_t>(std::clamp(tProgress.nPercent, 0, 100)) * nCells / 100;
+    return " [" + std::string(nFull, '#') + std::string(nCells - nFull, '.') + "]";
+}
+
+std::string Bytes(const PROGRESS_t& tProgress)
+{
+    const std::string strBytes = FormatBytes(static_cast<double>(tProgress.nBytes));
+    return tProgress.nTotal <= 0 ? strBytes
+                                 : strBytes + (tProgress.bTotalGuess ? " of ~" : " of ") +
+                                       FormatBytes(static_cast<double>(tProgress.nTotal));
+}
+
+std::string TimeLeft(const PROGRESS_t& tProgress)
+{
+    constexpr double LONGEST = 359999.0;
+    const double dSeconds = static_cast<double>(tProgress.nTotal - tProgress.nBytes) / tProgress.dSpeed;
+    if (tProgress.nTotal <= 0 || tProgress.dSpeed <= 0.0 || dSeconds < 0.0 || dSeconds > LONGEST)
     {
-    case DOWNLOAD_TYPE_SUCCESS:
-        return "done, " + FormatSpeed(tStatus.dSpeed);
-    case DOWNLOAD_TYPE_FAIL:
-        return "failed";
-    case DOWNLOAD_TYPE_CANCEL:
-        return "cancelled";
-    default:
         return "";
     }
+    const long nSeconds = std::lround(dSeconds);
+    return nSeconds < 3600 ? Format("%ld:%02ld left", nSeconds / 60, nSeconds % 60)
+                           : Format("%ld:%02ld:%02ld left", nSeconds / 3600, nSeconds / 60 % 60, nSeconds % 60);
 }
 
-/** The end of a name that is too long for its column, from the beginning of a character. */
-const char* NameEnd(const std::string& strName, int nWidth)
+std::string Line(const PROGRESS_t& tProgress, const LAYOUT_t& tLayout)
 {
-    const char* pszEnd = strName.c_str() + strName.size() - std::min(strName.size(), static_cast<size_t>(nWidth));
-    while ((static_cast<unsigned char>(*pszEnd) & 0xC0U) == 0x80U)
+    std::string strLine = LastColumns(tProgress.strName, tLayout.nName);
+    strLine += std::string(tLayout.nName - Columns(strLine), ' ');
+    if (tLayout.nBar > 0)
     {
-        ++pszEnd;
+        const std::string strBytes = tLayout.nBytes > 0 ? "" : Bytes(tProgress);
+        strLine += tProgress.nPercent >= 0 ? Bar(tProgress, tLayout.nBar)
+                                           : Format("%*s", static_cast<int>(tLayout.nBar), strBytes.c_str());
     }
-    return pszEnd;
+    strLine += tProgress.nPercent >= 0 ? Format(" %3d%%", tProgress.nPercent) : std::string(PERCENT_COLUMNS, ' ');
+    const std::string strSpeed = tProgress.dSpeed > 0.0 ? FormatBytes(tProgress.dSpeed) + "/s" : "";
+    for (const auto& [nColumns, strPart] :
+         {std::pair(tLayout.nBytes, Bytes(tProgress)), std::pair(tLayout.nSpeed, strSpeed),
+          std::pair(tLayout.nLeft, TimeLeft(tProgress))})
+    {
+        strLine += nColumns > 0 ? Format("%*s", static_cast<int>(nColumns), strPart.c_str()) : "";
+    }
+    return strLine;
 }
 
-void ShowLine(const std::string& strName, const DOWNLOAD_STATUS_t& tStatus, const DOWNLOAD_STATUS_t& tShown)
+VIEW_e OffTerminal(VIEW_e eView)
 {
-    if (tStatus.IsFinal() && !tShown.IsFinal())
+    switch (eView)
     {
-        printf("%s: %s\n", strName.c_str(), Outcome(tStatus).c_str());
-    }
-    else if (tStatus.nPercent / LINE_STEP_PERCENT > tShown.nPercent / LINE_STEP_PERCENT)
-    {
-        printf("%s: %d%%\n", strName.c_str(), tStatus.nPercent);
+    case VIEW_BARS:
+        return VIEW_LINES;
+    case VIEW_BARS_ALONE:
+        return VIEW_NOTHING;
+    default:
+        return eView;
     }
 }
 
 } // namespace
 
-CProgressView::CProgressView(std::vector<std::string> vecName, bool bBars)
-    : m_vecName(std::move(vecName)), m_nNameWidth(bBars ? NameWidth(m_vecName) : 0)
+CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : OffTerminal(eView)) {}
+
+void CProgressView::PrintEnd(const std::string& strName, const std::string& strOutcome)
 {
+    m_EraseBars();
+    if (m_eView == VIEW_LINES || m_eView == VIEW_BARS)
+    {
+        printf("%s: %s\n", strName.c_str(), strOutcome.c_str());
+    }
 }
 
-void CProgressView::Show(const std::vector<DOWNLOAD_STATUS_t>& vecStatus)
+void CProgressView::PrintFailure(const std::string& strName, const std::string& strReason)
 {
-    const bool bFirst = m_vecShown.empty();
-    m_vecShown.resize(vecStatus.size());
-    if (m_nNameWidth > 0 && !bFirst)
+    /* Once only where both go to the same terminal. */
+    if (!m_HasBars() || isatty(STDERR_FILENO) == 0)
     {
-        printf("\033[%zuA", vecStatus.size());
+        PrintEnd(strName, "failed, " + strReason);
     }
-    for (size_t nIndex = 0; nIndex < vecStatus.size(); ++nIndex)
-    {
-        if (m_nNameWidth > 0)
-        {
-            m_ShowBar(m_vecName[nIndex], vecStatus[nIndex]);
-        }
-        else
-        {
-            ShowLine(m_vecName[nIndex], vecStatus[nIndex], m_vecShown[nIndex]);
-        }
-    }
-    m_vecShown = vecStatus;
-    static_cast<void>(fflush(stdout));
+    m_EraseBars();
+    PrintError(strName, strReason);
 }
 
-void CProgressView::m_ShowBar(const std::string& strName, const DOWNLOAD_STATUS_t& tStatus) const
+void CProgressView::Show(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary)
 {
-    const int nPercent = tStatus.eType == DOWNLOAD_TYPE_SUCCESS ? 100 : tStatus.nPercent;
-    const auto nFull = static_cast<size_t>(nPercent * BAR_CELLS / 100);
-    const std::string strBar = std::string(nFull, '#') + std::string(BAR_CELLS - nFull, '.');
-    printf("\r\033[K%-*s [%s] %3d%% %s\n", m_nNameWidth, NameEnd(strName, m_nNameWidth), strBar.c_str(), nPercent,
-           Outcome(tStatus).c_str());
+    if (m_HasBars())
+    {
+        m_ShowBars(vecProgress, strSummary);
+    }
+    else if (m_eView == VIEW_LINES)
+    {
+        m_ShowLines(vecProgress);
+    }
+}
+
+/* Leaves the cursor where the first bar began. A terminal that has become narrower has broken the lines anew. */
+void CProgressView::m_EraseBars()
+{
+    if (m_vecDrawn.empty())
+    {
+        return;
+    }
+    const size_t nColumns = TerminalSize().nColumns;
+    size_t nRows = 0;
+    for (const size_t nDrawn : m_vecDrawn)
+    {
+        nRows += std::max<size_t>(1, (nDrawn + nColumns - 1) / nColumns);
+    }
+    printf("\r\033[%zuA\033[J", nRows);
+    m_vecDrawn.clear();
+}
+
+void CProgressView::m_ShowLines(const std::vector<PROGRESS_t>& vecProgress)
+{
+    for (const PROGRESS_t& tProgress : vecProgress)
+    {
+        int& nShown = m_mapShown[tProgress.strName];
+        if (tProgress.nPercent / LINE_STEP_PERCENT > nShown / LINE_STEP_PERCENT)
+        {
+            printf("%s: %d%%\n", tProgress.strName.c_str(), tProgress.nPercent);
+            nShown = tProgress.nPercent;
+        }
+    }
+}
+
+void CProgressView::m_ShowBars(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary)
+{
+    constexpr size_t OTHER_ROWS = 2; /* the summary, and the cursor's */
+    m_EraseBars();
+    const SIZE_t tSize = TerminalSize();
+    size_t nLongest = 1;
+    for (const PROGRESS_t& tProgress : vecProgress)
+    {
+        nLongest = std::max(nLongest, Columns(tProgress.strName));
+    }
+    const LAYOUT_t tLayout = MakeLayout(tSize.nColumns, nLongest);
+    std::vector<std::string> vecLine;
+    for (const PROGRESS_t& tProgress : vecProgress)
+    {
+        if (vecLine.size() + OTHER_ROWS < tSize.nRows)
+        {
+            vecLine.push_back(Line(tProgress, tLayout));
+        }
+    }
+    if (!strSummary.empty())
+    {
+        vecLine.push_back(LastColumns(strSummary, tSize.nColumns - 1));
+    }
+    for (const std::string& strLine : vecLine)
+    {
+        m_vecDrawn.push_back(Columns(strLine));
+        puts(strLine.c_str());
+    }
 }

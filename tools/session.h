@@ -1,14 +1,22 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "veltra/veltra.h"
 
+/** How a transfer ended. */
+struct TRANSFER_END_t
+{
+    WQCurl::TRANSFER_REPORT_t tReport;
+    bool bDiskFull = false; /**< a folder that downloads go to was full then */
+};
+
 /**
- * The running engine of one command, and what it says meanwhile: the library's error records are kept, so that a
- * command that fails can name the cause, and a verbose session prints all records on standard error as well.
+ * The running engine of one command, and how its transfers end. A verbose session prints the library's log on standard
+ * error. Signals reach the thread that made it, never the engine's.
  */
 class CSession
 {
@@ -20,23 +28,31 @@ public:
 
     CWebConnector& Engine() { return *CSingleton<CWebConnector>::GetInstance(); }
 
-    /** Ends the engine. From then on every record of its transfers has been seen. */
+    /** Ends the engine, and all that is under way. */
     void End();
 
-    /** What went wrong first since the last call, downloads in the background left aside. Never empty. */
-    std::string TakeCause();
+    /** Where downloads go: it is looked at when one cannot be written. Before the first of them starts. */
+    void SetFolders(std::set<std::string> setFolder) { m_setFolder = std::move(setFolder); }
 
-    /** Why a download in the background failed. The engine says so after its last event: End() the session first. */
-    std::string DownloadCause(int nDownloadId);
+    /**
+     * How the transfer ended that ended last, once: the own one's in a callback, and after a synchronous call while
+     * nothing else is under way. Empty for one that never began.
+     */
+    std::optional<TRANSFER_END_t> TakeEnd();
 
 private:
-    static void OnRecord(unsigned int level, const char* record, void* pUserData);
+    static void OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUserData);
 
-    const bool m_bVerbose;
+    std::set<std::string> m_setFolder;
     std::mutex m_tLock;
-    std::vector<std::string> m_vecError; /**< bare texts, in the order they were written */
-    size_t m_nTaken;                     /**< how many of them TakeCause() has passed */
+    std::optional<TRANSFER_END_t> m_tLastEnd; /**< guarded by m_tLock */
 };
 
-/** Prints one error message of the tool. @return the exit status of a failed command */
+/** Why a transfer failed, in words: "HTTP 404" where that is why, otherwise the library's text. */
+std::string Reason(const std::optional<TRANSFER_END_t>& tEnd);
+
+/** Prints one message of the tool on standard error, what others named made printable. @return the exit status 1 */
 int PrintError(const std::string& strWhat, const std::string& strCause);
+
+/** The words for an errno. */
+std::string SystemText(int nError);

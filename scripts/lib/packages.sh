@@ -9,7 +9,7 @@
     test_packages=(libgtest-dev libssl-dev)
 }
 
-# Installs those that are missing; as root, or by sudo.
+# Installs those that are missing; as root, or by sudo. Without either, it says what to install.
 install_packages() # PACKAGE...
 {
     local package missing=() as_root=()
@@ -19,6 +19,11 @@ install_packages() # PACKAGE...
     [ ${#missing[@]} -ne 0 ] || return 0
     echo "== Installing: ${missing[*]}"
     [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
+        echo "$(basename "$0" .sh): this user may install nothing, and there is no sudo. As root:" >&2
+        echo "    apt-get install --no-install-recommends ${missing[*]}" >&2
+        exit 1
+    fi
     "${as_root[@]}" apt-get update -qq
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
         >/dev/null

@@ -1,0 +1,149 @@
+/* The command-line tool, run as its users run it. */
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <sys/wait.h>
+
+#include "loopback_server.h"
+#include "test_helpers.h"
+
+namespace
+{
+
+/** A folder of its own for each test, in which the tool runs. */
+class ToolTest : public ::testing::Test
+{
+protected:
+    ToolTest() { std::filesystem::create_directory(m_strFolder); }
+    ~ToolTest() override { std::filesystem::remove_all(m_arrFolder.data()); }
+
+    int Shell(const std::string& strLine) const
+    {
+        return WEXITSTATUS(system(("cd " + m_strFolder + " && " + strLine).c_str()));
+    }
+    /** @return the exit status; m_strOut and m_strError receive what was printed */
+    int Run(const std::string& strArguments)
+    {
+        const int nStatus = Shell("(" TOOL " " + strArguments + ") >../out 2>../err");
+        m_strOut = Read("../out");
+        m_strError = Read("../err");
+        return nStatus;
+    }
+    std::string FirstError() const { return m_strError.substr(0, m_strError.find('\n')); }
+    std::string Read(const std::string& strName) const { return ReadFile(m_strFolder + "/" + strName); }
+    std::string Files() const { return Shell("ls -xAw 0 >../ls"), Read("../ls"); }
+
+    std::array<char, 32> m_arrFolder{"/tmp/tool_test.XXXXXX"};
+    const std::string m_strFolder = mkdtemp(m_arrFolder.data()) + std::string("/run");
+    std::string m_strOut, m_strError;
+};
+
+TEST_F(ToolTest, EndsWithItsStatusAndAWord)
+{
+    CLoopbackServer tServer(
+        [](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            const bool bCut = tRequest.strPath == "/cut";
+            bCut ? tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), tConnection.Shutdown()
+                 : void(tConnection.Answer("body", tRequest.strPath == "/404" ? "404 Not Found" : "200 OK"));
+        });
+    Shell("touch old.bak && ln -s old link");
+    const std::string strSum = "230d8358dc8e8890b4c58deeb62912ee2f20357ae92a5cc861b98e68fe31acb5";
+    const struct
+    {
+        std::string strArguments;
+        int nStatus;
+        const char* pszError; // in the first line
+    } arrCase[] = {
+        {"", 2, "a command is missing"},
+        {"--bogus", 2, "no such option: --bogus"},
+        {"bogus", 2, "no such command: bogus"},
+        {"get $URL/ more", 2, "unexpected argument: more"},
+        {"get $URL/ -H nonsense", 2, "-H: 'nonsense' is no header line"},
+        {"--connect-to nonsense get $URL/", 2, "--connect-to: 'nonsense' is not of the form"},
+        {"download --sync --timeout -5 $URL/ x", 2, "--timeout: '-5' is no whole number"},
+        {"download --limit-rate 1 $URL/ x", 2, "--limit-rate: '1' is no number of bytes, at least 4096"},
+        {"info $URL/", 2, "one of --id, --cert and --default must say"},
+        {"download $URL/ x $URL/", 2, "download: this URL has no FILE: http"},
+        {"download $URL/ -", 2, "download: -: a download goes into a file"},
+        {"download $URL/ x $URL/ y --size 4", 2, "download: --sha256 and --size are for a single file"},
+        {"download $URL/ x $URL/ nodir/x", 1, "nodir/x: No such file or directory"},
+        {"download $URL/ x $URL/ link", 1, "link: is a symbolic link"},
+        {"download $URL/ x $URL/ x", 1, "x: is named twice"},
+        {"download $URL/ x $URL/ /dev/null", 1, "/dev/null: is no regular file"},
+        {"download $URL/ old", 1, "old: old.bak exists: another download is writing it, or one that was killed"},
+        {"download $URL/ x --size 5", 1, "x: wrong size: 4 bytes instead of 5"},
+        {"download $URL/ x --sha256 " + std::string(64, 'a'), 1, "x: wrong SHA-256: 230d8358"},
+        {"download $URL/404 x", 1, "x: HTTP 404"},
+        {"download --retry 0 $URL/cut x", 1, "6 bytes"},
+        {"get --fail $URL/404", 1, "/404: HTTP 404"},
+        {"info --id A --id B $URL/", 1, ": the answer is no well-formed XML"},
+        {"info --id A,B $URL/404", 1, "/404: HTTP 404"},
+        {"servers", 1, "cannot get the server list: the device has no chipset name"},
+        {"get $URL/ >&-", 1, "standard output: cannot be written"},
+        {"download -q --jobs 1 $URL/ a $URL/ b", 0, ""},
+        {"download $URL/ old --force", 0, ""},
+        {"download $URL/ d --size 4 --sha256 " + strSum, 0, ""},
+        {"download --no-fail $URL/404 c", 0, ""},
+        {"get $URL/404", 0, ""},
+        {"doctor $URL/", 0, ""},
+        {"doctor http://127.0.0.1:1/", 1, "request: Failed to connect"},
+    };
+    setenv("URL", tServer.Url("").c_str(), 1);
+    for (const auto& tCase : arrCase)
+    {
+        EXPECT_EQ(Run(tCase.strArguments), tCase.nStatus) << tCase.strArguments;
+        EXPECT_EQ(FirstError().substr(0, 8), tCase.nStatus == 0 ? "" : "veltra: ") << tCase.strArguments;
+        EXPECT_NE(FirstError().find(tCase.pszError), std::string::npos) << FirstError() << " is not " << tCase.pszError;
+    }
+    EXPECT_EQ(Files(), "a  b  c  d  link  old\n"); // nothing has reached x, and nothing is left
+}
+
+TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
+{
+    CLoopbackServer tServer(
+        [](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            const std::string strHost = "https://query.veltra.example";
+            std::string strDocument = "<emplist>";
+            for (const char* pszId : {"good", "there", "short", "missing", ".h", "dir/y"})
+            {
+                strDocument += std::string("<file id=\"") + pszId + "\" boot=\"yes\" size=\"4\" url=\"" + strHost +
+                               "/" + pszId + "\"/>";
+            }
+            const std::map<std::string, std::string> mapAnswer = {
+                {"/openapi/device/auth/query", "<rsp stat=\"ok\"><rm><queryinfo><notice><server url=\"" + strHost +
+                                                   "/broken\"/><server url=\"" + strHost +
+                                                   "/document\"/></notice></queryinfo></rm></rsp>"},
+                {"/document", strDocument + "</emplist>"},
+                {"/good", "good"},
+                {"/there", "new!"},
+                {"/short", "abc"}};
+            const auto itAnswer = mapAnswer.find(tRequest.strPath);
+            itAnswer != mapAnswer.end() ? tConnection.Answer(itAnswer->second)
+                                        : tConnection.Answer("<emplist/>", "404 Not Found");
+        },
+        true);
+    Shell("printf old! >there");
+    const std::string strFetch = "fetch . --chipset C --cacert " TEST_CERTIFICATES "/ca.pem --query-host 127.0.0.1:" +
+                                 std::to_string(tServer.Port());
+    EXPECT_EQ(Run(strFetch + " --id good,there --id short,missing,.h,dir/y,none"), 1);
+    EXPECT_EQ(FirstError(), "veltra: https://query.veltra.example/broken: HTTP 404");
+    for (const char* pszText :
+         {"./good                4", "done\n", "present\n", "failed: wrong size: 3 bytes instead of 4\n",
+          "failed: HTTP 404\n", "veltra: .h: its identifier is no file name\n",
+          "veltra: dir/y: its identifier is no file name\n", "veltra: none: the document has no such entry\n"})
+    {
+        EXPECT_NE((m_strOut + m_strError).find(pszText), std::string::npos) << pszText << " is not in\n" << m_strOut;
+    }
+    EXPECT_EQ(Files(), "good  there\n");
+    EXPECT_EQ(Read("there"), "old!");
+    EXPECT_EQ(Run(strFetch + " --default --force -q"), 1);
+    EXPECT_EQ(Read("there"), "new!");
+    EXPECT_EQ(m_strOut, "");
+}
+
+} // namespace

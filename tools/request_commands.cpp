@@ -1,0 +1,90 @@
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#include "commands.h"
+#include "session.h"
+#include "text.h"
+
+namespace
+{
+
+void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    printf("HTTP %d\n", tReport.nHttpStatus);
+    printf("Bytes: %lld\n", tReport.nBytes);
+    printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
+    printf("Seconds: look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f\n\n", tReport.dLookUp,
+           tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal);
+}
+
+int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
+{
+    FILE* pFile = strPath.empty() ? stdout : fopen(strPath.c_str(), "wbe");
+    if (pFile == nullptr)
+    {
+        return PrintError(strPath, SystemText(errno));
+    }
+    bool bWritten = fwrite(strAnswer.data(), 1, strAnswer.size(), pFile) == strAnswer.size();
+    if (pFile != stdout)
+    {
+        bWritten = fclose(pFile) == 0 && bWritten;
+        return bWritten ? 0 : PrintError(strPath, SystemText(errno));
+    }
+    return 0; /* what is wrong with standard output shows at the end */
+}
+
+/** @return errno of a failure; 0 for none */
+int ReadFile(const std::string& strPath, std::string& strContent)
+{
+    const std::unique_ptr<FILE, int (*)(FILE*)> pFile(fopen(strPath.c_str(), "rbe"), &fclose);
+    if (pFile == nullptr)
+    {
+        return errno;
+    }
+    std::array<char, 65536> arrData{};
+    for (size_t nRead = 0; (nRead = fread(arrData.data(), 1, arrData.size(), pFile.get())) > 0;)
+    {
+        strContent.append(arrData.data(), nRead);
+    }
+    return ferror(pFile.get()) != 0 ? errno : 0;
+}
+
+int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const std::string& strBody)
+{
+    CSession tSession(tOptions.bVerbose);
+    _HTTP_REQ_INFO_t tReqInfo;
+    tReqInfo.eMethod = eMethod;
+    tReqInfo.strUrl = tOptions.strUrl;
+    tReqInfo.lstHeader = tOptions.lstHeader;
+    tReqInfo.strPostData = strBody;
+    CWebConnector& tEngine = tSession.Engine();
+    const bool bAnswered = eMethod == HTTP_METHOD_POST ? tEngine.Post(&tReqInfo, true) : tEngine.Get(&tReqInfo, true);
+    const std::optional<TRANSFER_END_t> tEnd = tSession.TakeEnd();
+    if (tOptions.bHeadings && tEnd.has_value() && tEnd->tReport.nHttpStatus != 0)
+    {
+        PrintHeadings(tEnd->tReport);
+    }
+    return bAnswered ? WriteAnswer(tReqInfo.strResponse, tOptions.strOutput)
+                     : PrintError(tOptions.strUrl, tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
+}
+
+} // namespace
+
+int RunGet(const OPTIONS_t& tOptions)
+{
+    return RunRequest(tOptions, HTTP_METHOD_GET, "");
+}
+
+int RunPost(const OPTIONS_t& tOptions)
+{
+    if (tOptions.strData.empty() || tOptions.strData.front() != '@')
+    {
+        return RunRequest(tOptions, HTTP_METHOD_POST, tOptions.strData);
+    }
+    const std::string strPath = tOptions.strData.substr(1);
+    std::string strBody;
+    const int nError = ReadFile(strPath, strBody);
+    return nError == 0 ? RunRequest(tOptions, HTTP_METHOD_POST, strBody) : PrintError(strPath, SystemText(nError));
+}

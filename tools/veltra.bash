@@ -1,0 +1,22 @@
+# bash completion for veltra: the commands and options that its own help names, and files.
+
+_veltra()
+{
+    local current=${COMP_WORDS[COMP_CWORD]} command='' word words
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        case $word in
+        servers | info | fetch | download | get | post | doctor) command=$word && break ;;
+        esac
+    done
+    words=$("${COMP_WORDS[0]}" --help 2>/dev/null)
+    if [ -z "$command" ] && [[ $current != -* ]]; then
+        words=$(sed -n '/^S[Uu][Bb][Cc][Oo][Mm][Mm][Aa][Nn][Dd][Ss]:/,$ s/^  \([a-z]\{1,\}\).*/\1/p' <<<"$words")
+    else
+        words=$(printf '%s\n' "$words" "${command:+$("${COMP_WORDS[0]}" "$command" --help 2>/dev/null)}" |
+            sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/[={[].*//')
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    [ ${#COMPREPLY[@]} -gt 0 ] || [[ $current = -* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
+}
+
+complete -o filenames -F _veltra veltra
