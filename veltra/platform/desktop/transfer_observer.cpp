@@ -1,5 +1,6 @@
 #include "veltra/platform/desktop/transfer_observer.h"
 
+#include <atomic>
 #include <mutex>
 #include <shared_mutex>
 
@@ -10,7 +11,7 @@ namespace
 {
 
 std::shared_mutex g_tObserverLock; // shared by calls, so that they may overlap; who sets another one waits for them
-TRANSFER_OBSERVER_t g_pfnObserver = nullptr;
+std::atomic<TRANSFER_OBSERVER_t> g_pfnObserver{nullptr};
 void* g_pObserverUserData = nullptr;
 
 template <class VALUE> VALUE Info(CURL* pEasy, CURLINFO eInfo)
@@ -55,10 +56,15 @@ TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti:
 
 void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
 {
-    const std::shared_lock<std::shared_mutex> tGuard(g_tObserverLock);
-    if (g_pfnObserver != nullptr)
+    if (g_pfnObserver == nullptr)
     {
-        g_pfnObserver(Report(pEasy, tResume, tMsg), g_pObserverUserData);
+        return; // as mostly: no lock is taken for that
+    }
+    const std::shared_lock<std::shared_mutex> tGuard(g_tObserverLock);
+    const TRANSFER_OBSERVER_t pfnObserver = g_pfnObserver;
+    if (pfnObserver != nullptr)
+    {
+        pfnObserver(Report(pEasy, tResume, tMsg), g_pObserverUserData);
     }
 }
 
