@@ -1,6 +1,7 @@
 /*
- * Mixed traffic from many threads, for as long as one likes, against a good server (nginx, run and restarted by
- * scripts/soak.sh) and a hostile one (this program with --serve). At the end the books must balance.
+ * Mixed traffic from many threads, for as long as one likes, over one engine or many, each of which is destroyed under
+ * the traffic. It goes to a good server (nginx, run and restarted by scripts/soak.sh) and a hostile one (this program
+ * with --serve), or without URLs to servers in this process, as in CTest. At the end the books must balance.
  */
 
 #include <CLI/CLI.hpp>
@@ -26,12 +27,29 @@ std::string Chunk(const std::string& strText)
     return szLength + strText + "\r\n";
 }
 
-/** What the hostile server does with each path. */
+const std::string ECHO = "/echo/";
+
+std::string Echo(const std::string& strMethod, const std::string& strPath, const std::string& strBody)
+{
+    return strMethod + " " + strPath + " " + strBody;
+}
+
+std::string ReadFile(const std::string& strPath)
+{
+    std::ifstream tFile(strPath, std::ios::binary);
+    return {std::istreambuf_iterator<char>(tFile), {}};
+}
+
+/** What the hostile server does with each path; below ECHO it does what it should. */
 void Misbehave(CConnection& tConnection, const REQUEST_t& tRequest)
 {
     const std::string strOk = "HTTP/1.1 200 OK\r\n";
     const std::string strPath = tRequest.strPath;
-    if (strPath == "/stall")
+    if (strPath.rfind(ECHO, 0) == 0)
+    {
+        tConnection.Answer(Echo(tRequest.strMethod, strPath, tRequest.strBody));
+    }
+    else if (strPath == "/stall")
     {
         tConnection.Send(strOk + "Content-Length: 100\r\n\r\npart");
         tConnection.Stall();
@@ -71,11 +89,32 @@ void Misbehave(CConnection& tConnection, const REQUEST_t& tRequest)
     }
 }
 
+struct SERVERS_t
+{
+    CLoopbackServer tPlain{&Misbehave};
+    CLoopbackServer tTls{&Misbehave, true};
+
+    std::vector<std::string> Urls() const
+    {
+        std::vector<std::string> vecUrls(8, tPlain.Url(ECHO)); // most of the traffic is good
+        for (const char* pszPath :
+             {"/reset", "/cut", "/long", "/drip", "/chunks", "/chunked", "/headers", "/redirect", "/stall"})
+        {
+            vecUrls.push_back(tPlain.Url(pszPath));
+        }
+        for (const char* pszPath : {ECHO.c_str(), "/reset", "/cut"})
+        {
+            vecUrls.push_back(tTls.Url(pszPath));
+        }
+        vecUrls.insert(vecUrls.end(), {"http://127.0.0.1:1/refused", "file:///etc/hostname"});
+        return vecUrls;
+    }
+};
+
 int ServeUntilKilled()
 {
-    const CLoopbackServer tPlain(&Misbehave);
-    const CLoopbackServer tTls(&Misbehave, true);
-    printf("%d %d\n", tPlain.Port(), tTls.Port());
+    const SERVERS_t tServers;
+    printf("%d %d\n", tServers.tPlain.Port(), tServers.tTls.Port());
     fflush(stdout);
     for (;;)
     {
@@ -88,24 +127,38 @@ struct BOOKS_t
 {
     std::atomic<long> nSync{0}, nSyncFailed{0}, nAsync{0}, nAsyncEnded{0}, nAsyncFailed{0}, nDownloads{0},
         nDownloadsEnded{0}, nDownloadsFailed{0}, nCancelled{0}, nSilent{0}, nSilentEnded{0}, nSyncDownloads{0},
-        nSyncDownloadsFailed{0}, nTwice{0};
+        nSyncDownloadsFailed{0}, nTwice{0}, nWrong{0}, nElsewhere{0};
 } g_tBooks;
+
+std::atomic<std::thread::id> g_tWorker; /**< what all callbacks of an engine run on */
+
+/** Notes an answer that is not what its request is to get. */
+void Check(bool bResult, const std::string& strExpected, const std::string& strAnswer)
+{
+    g_tBooks.nWrong += bResult && !strExpected.empty() && strAnswer != strExpected;
+}
 
 /** One asynchronous transfer, freed by its final event; kept a while to notice a second one. */
 struct TRANSFER_t
 {
     std::atomic<int> nEnded{0};
-    int nCancelAt = -1; /**< percentage at which it cancels itself */
+    int nCancelAt = -1;      /**< percentage at which it cancels itself */
+    std::string strExpected; /**< the answer that it is to get; empty: any */
+    std::string strFile;     /**< a download's */
 
     void End(std::atomic<long>& nEndedCount, std::atomic<long>& nFailedCount, bool bResult)
     {
-        g_tBooks.nTwice += nEnded++ > 0;
+        std::thread::id tWorker;
+        g_tBooks.nElsewhere += !g_tWorker.compare_exchange_strong(tWorker, std::this_thread::get_id()) &&
+                               tWorker != std::this_thread::get_id();
         ++nEndedCount;
         nFailedCount += !bResult;
+        g_tBooks.nTwice += nEnded++ > 0; // the last: its owner may free it now
     }
 
-    static void OnRequest(bool bResult, std::string&, std::string&, void* pUserData)
+    static void OnRequest(bool bResult, std::string&, std::string& strResponse, void* pUserData)
     {
+        Check(bResult, static_cast<TRANSFER_t*>(pUserData)->strExpected, strResponse);
         static_cast<TRANSFER_t*>(pUserData)->End(g_tBooks.nAsyncEnded, g_tBooks.nAsyncFailed, bResult);
     }
 
@@ -121,6 +174,10 @@ struct TRANSFER_t
             return;
         }
         g_tBooks.nCancelled += eType == DOWNLOAD_TYPE_CANCEL;
+        if (eType == DOWNLOAD_TYPE_SUCCESS && !ptTransfer->strExpected.empty())
+        {
+            Check(true, ptTransfer->strExpected, ReadFile(ptTransfer->strFile));
+        }
         ptTransfer->End(g_tBooks.nDownloadsEnded, g_tBooks.nDownloadsFailed, eType != DOWNLOAD_TYPE_FAIL);
     }
 };
@@ -135,18 +192,19 @@ public:
     {
     }
 
-    void Run(steady_clock::time_point tEnd)
+    /** Goes on while it may; bAsync with asynchronous requests alone, which come thickest. */
+    void Run(const std::atomic<bool>& bGoOn, bool bAsync)
     {
-        while (steady_clock::now() < tEnd)
+        while (bGoOn)
         {
-            if (m_lstTransfers.size() > 200)
+            if (m_lstTransfers.size() > (bAsync ? 10 : 200))
             {
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                std::this_thread::sleep_for(std::chrono::microseconds(bAsync ? 100 : 5000));
                 m_lstTransfers.remove_if([](const TRANSFER_t& tTransfer) { return tTransfer.nEnded > 0; });
             }
             else
             {
-                One();
+                One(bAsync ? ASYNC_REQUEST : Random(8));
             }
         }
     }
@@ -160,7 +218,9 @@ public:
 private:
     int Random(int nLimit) { return std::uniform_int_distribution<int>(0, nLimit - 1)(m_tRandom); }
 
-    void One()
+    static constexpr int ASYNC_REQUEST = 2;
+
+    void One(int nKind)
     {
         _HTTP_REQ_INFO_t tRequest;
         tRequest.strUrl = m_vecUrls[static_cast<size_t>(Random(static_cast<int>(m_vecUrls.size())))];
@@ -169,46 +229,79 @@ private:
         {
             return;
         }
+        /* What nobody can end holds up the end of the engine's time. */
+        const bool bSlow =
+            tRequest.strUrl.find("/stall") != std::string::npos || tRequest.strUrl.find("/drip") != std::string::npos;
         tRequest.eMethod = HTTP_METHOD_GET + Random(2);
         tRequest.strPostData.assign(static_cast<size_t>(Random(20000)), 'p');
+        std::string strExpected;
+        std::string strFileExpected;
+        if (const size_t nPath = tRequest.strUrl.rfind(ECHO); nPath != std::string::npos)
+        {
+            tRequest.strUrl += std::to_string(m_nAsked++);
+            const std::string strPath = tRequest.strUrl.substr(nPath);
+            strFileExpected = Echo("GET", strPath, "");
+            strExpected =
+                tRequest.eMethod == HTTP_METHOD_GET ? strFileExpected : Echo("POST", strPath, tRequest.strPostData);
+        }
         const std::string strFile = m_strFolder + std::to_string(m_nFiles++ % 50);
         CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
-        switch (Random(8))
+        bool bResult = false;
+        switch (nKind)
         {
         case 0:
         case 1:
+            bResult = ptEngine->Post(&tRequest, true);
+            Check(bResult, strExpected, tRequest.strResponse);
             ++g_tBooks.nSync;
-            g_tBooks.nSyncFailed += !ptEngine->Post(&tRequest, true);
+            g_tBooks.nSyncFailed += !bResult;
             break;
-        case 2:
+        case ASYNC_REQUEST:
         case 3:
         case 4:
             tRequest.pfnRequestCB = &TRANSFER_t::OnRequest;
             tRequest.pUserData = &m_lstTransfers.emplace_back();
-            g_tBooks.nAsync += ptEngine->Get(&tRequest, false);
+            m_lstTransfers.back().strExpected = strExpected;
+            bResult = ptEngine->Get(&tRequest, false);
+            g_tBooks.nAsync += bResult;
+            bResult ? void() : m_lstTransfers.pop_back();
             break;
         case 5:
+            bResult = !bSlow && ptEngine->SyncDownloadFile(tRequest.strUrl, strFile + "s", 2, 1);
+            Check(bResult, strFileExpected, bResult ? ReadFile(strFile + "s") : "");
             ++g_tBooks.nSyncDownloads;
-            g_tBooks.nSyncDownloadsFailed += !ptEngine->SyncDownloadFile(tRequest.strUrl, strFile + "s", 2, 1);
+            g_tBooks.nSyncDownloadsFailed += !bResult;
             break;
         default:
-            Download(*ptEngine, tRequest.strUrl, strFile);
+            Download(*ptEngine, tRequest.strUrl, strFile, strFileExpected);
             break;
         }
     }
 
-    void Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strFile)
+    void Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strFile,
+                  const std::string& strExpected)
     {
         TRANSFER_t& tTransfer = m_lstTransfers.emplace_back();
         const int nId = tEngine.CreateDownloadId();
         tTransfer.nCancelAt = Random(4) == 0 ? Random(20) * 5 : -1;
+        tTransfer.strExpected = strExpected;
+        tTransfer.strFile = strFile;
         if (tEngine.StartDownload(nId, strUrl, strFile, &TRANSFER_t::OnDownload, &tTransfer) != 1)
         {
             m_lstTransfers.pop_back();
             return;
         }
         ++g_tBooks.nDownloads;
-        if (Random(6) == 0 && tEngine.CancelDownload(nId, false))
+        if (Random(3) == 0)
+        {
+            return;
+        }
+        for (int nSpins = Random(1000); nSpins > 0; --nSpins)
+        {
+            std::this_thread::yield(); // moves the cancellation through the whole life of a short download
+        }
+        const bool bNotify = Random(3) != 0;
+        if (tEngine.CancelDownload(nId, bNotify) && !bNotify)
         {
             /* Kept: one event may still come, if its callback was being entered just then. */
             ++g_tBooks.nSilent;
@@ -222,6 +315,7 @@ private:
     std::list<TRANSFER_t> m_lstTransfers;
     std::list<TRANSFER_t> m_lstSilent;
     int m_nFiles = 0;
+    int m_nAsked = 0;
 };
 
 struct RESOURCES_t
@@ -245,23 +339,39 @@ RESOURCES_t Resources()
     return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), nResident * sysconf(_SC_PAGESIZE) / 1024};
 }
 
-/** Runs the traffic of several threads, then ends the engine, so that every transfer has ended as well. */
-void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::seconds tLength)
+/**
+ * Runs the traffic of several threads over one engine after the other, and ends each under it. Of many engines three in
+ * four end while the traffic has hardly begun; together the others live about as long as is asked for.
+ */
+void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::milliseconds tLength, int nEngines)
 {
-    CWebConnector tEngine;
-    CSingleton<CWebConnector>::m_pObj = &tEngine;
-    tEngine.Create();
-    std::list<std::thread> lstThreads;
-    for (CTraffic& tTraffic : lstTraffic)
+    std::mt19937 tRandom;
+    constexpr int LONGER = 4;
+    constexpr long long BRIEF = 2000; // microseconds
+    const long long nLongest = 2 * LONGER * std::chrono::microseconds(tLength).count() / nEngines;
+    for (int i = 0; i < nEngines; ++i)
     {
-        lstThreads.emplace_back(&CTraffic::Run, &tTraffic, steady_clock::now() + tLength);
+        const bool bBrief = i % LONGER != 0;
+        std::uniform_int_distribution<long long> tLife(0, bBrief ? BRIEF : nLongest);
+        CWebConnector tEngine;
+        CSingleton<CWebConnector>::m_pObj = &tEngine;
+        g_tWorker = std::thread::id();
+        tEngine.Create();
+        std::atomic<bool> bGoOn{true};
+        std::list<std::thread> lstThreads;
+        for (CTraffic& tTraffic : lstTraffic)
+        {
+            lstThreads.emplace_back(&CTraffic::Run, &tTraffic, std::cref(bGoOn), bBrief);
+        }
+        std::this_thread::sleep_for(nEngines == 1 ? tLength : std::chrono::microseconds(tLife(tRandom)));
+        tEngine.Destroy();
+        bGoOn = false;
+        for (std::thread& tThread : lstThreads)
+        {
+            tThread.join();
+        }
+        CSingleton<CWebConnector>::m_pObj = nullptr;
     }
-    for (std::thread& tThread : lstThreads)
-    {
-        tThread.join();
-    }
-    tEngine.Destroy();
-    CSingleton<CWebConnector>::m_pObj = nullptr;
 }
 
 std::string Show(const RESOURCES_t& tResources)
@@ -270,17 +380,29 @@ std::string Show(const RESOURCES_t& tResources)
            " threads, " + std::to_string(tResources.nKilobytes) + " KiB resident";
 }
 
-int Soak(const std::string& strFolder, const std::vector<std::string>& vecUrls, int nSeconds)
+int Soak(const std::string& strFolder, std::vector<std::string> vecUrls, int nSeconds, int nEngines)
 {
     constexpr int THREADS = 8;
+    constexpr int SECONDS_TO_SETTLE = 60; // before that the memory in use says nothing
+    const bool bOwnServers = vecUrls.empty();
     std::list<CTraffic> lstTraffic;
     for (int i = 0; i < THREADS; ++i)
     {
         lstTraffic.emplace_back(i, strFolder, vecUrls);
     }
-    RunTraffic(lstTraffic, std::chrono::seconds(std::min(nSeconds, 20))); // what is opened and kept once
+    const auto fnRun = [&](int nLength)
+    {
+        std::unique_ptr<SERVERS_t> ptServers;
+        if (bOwnServers)
+        {
+            ptServers = std::make_unique<SERVERS_t>();
+            vecUrls = ptServers->Urls();
+        }
+        RunTraffic(lstTraffic, std::chrono::seconds(nLength), nEngines);
+    };
+    fnRun(std::min(nSeconds, 20)); // what is opened and kept once
     const RESOURCES_t tBefore = Resources();
-    RunTraffic(lstTraffic, std::chrono::seconds(nSeconds));
+    fnRun(nSeconds);
     const RESOURCES_t tAfter = Resources();
     for (const CTraffic& tTraffic : lstTraffic)
     {
@@ -304,13 +426,15 @@ int Soak(const std::string& strFolder, const std::vector<std::string>& vecUrls, 
         tBooks.nDownloadsFailed.load(), tBooks.nSilent.load(), tBooks.nSilentEnded.load());
     printf("synchronous downloads    %ld, failed %ld\n", tBooks.nSyncDownloads.load(),
            tBooks.nSyncDownloadsFailed.load());
-    printf("ended twice %ld, temporary files left %ld\n", tBooks.nTwice.load(), nLeftFiles);
+    printf("ended twice %ld, with a wrong answer %ld, on a wrong thread %ld, temporary files left %ld\n",
+           tBooks.nTwice.load(), tBooks.nWrong.load(), tBooks.nElsewhere.load(), nLeftFiles);
     printf("before: %s\nafter:  %s\n", Show(tBefore).c_str(), Show(tAfter).c_str());
 
-    const bool bBalanced = tBooks.nAsync == tBooks.nAsyncEnded && tBooks.nTwice == 0 && nLeftFiles == 0 &&
+    const bool bBalanced = tBooks.nAsync == tBooks.nAsyncEnded && tBooks.nTwice == 0 && tBooks.nWrong == 0 &&
+                           tBooks.nElsewhere == 0 && nLeftFiles == 0 &&
                            tBooks.nDownloads == tBooks.nDownloadsEnded + tBooks.nSilent - tBooks.nSilentEnded &&
                            tAfter.nDescriptors == tBefore.nDescriptors && tAfter.nThreads == tBefore.nThreads &&
-                           tAfter.nKilobytes < tBefore.nKilobytes * 5 / 4;
+                           (nSeconds < SECONDS_TO_SETTLE || tAfter.nKilobytes < tBefore.nKilobytes * 5 / 4);
     printf("%s\n", bBalanced ? "The books balance." : "THE BOOKS DO NOT BALANCE.");
     return bBalanced ? 0 : 1;
 }
@@ -322,14 +446,17 @@ int main(int nArguments, char* arrArguments[])
     CLI::App tApp("Soak test");
     bool bServe = false;
     int nSeconds = 60;
+    int nEngines = 1;
     std::string strFolder;
-    std::string strCaFile;
+    std::string strCaFile = TEST_CERTIFICATES "/ca.pem";
     std::vector<std::string> vecUrls;
     tApp.add_flag("--serve", bServe, "Be the hostile server: print the plain and the TLS port, then serve");
     tApp.add_option("--seconds", nSeconds, "How long to go on");
+    tApp.add_option("--engines", nEngines, "How many engines follow one another in that time")
+        ->check(CLI::PositiveNumber);
     tApp.add_option("--folder", strFolder, "Where to download to");
     tApp.add_option("--cacert", strCaFile, "The authority to trust");
-    tApp.add_option("URL", vecUrls, "What to ask for");
+    tApp.add_option("URL", vecUrls, "What to ask for; without, servers in this process");
     CLI11_PARSE(tApp, nArguments, arrArguments);
     if (bServe)
     {
@@ -337,5 +464,12 @@ int main(int nArguments, char* arrArguments[])
     }
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
     WQCurl::SetTransferDefaults({strCaFile, {}});
-    return Soak(strFolder, vecUrls, nSeconds);
+    if (!strFolder.empty())
+    {
+        return Soak(strFolder, vecUrls, nSeconds, nEngines);
+    }
+    strFolder = (std::filesystem::temp_directory_path() / "soak-XXXXXX").string();
+    const int nResult = mkdtemp(strFolder.data()) != nullptr ? Soak(strFolder, vecUrls, nSeconds, nEngines) : 1;
+    std::filesystem::remove_all(strFolder);
+    return nResult;
 }

@@ -1,6 +1,7 @@
 /*
- * The engine against hostile bytes: a GET and a download of whatever the fuzzer makes the server say. One write to the
- * file fails, if there are so many: the one that the last byte names.
+ * The engine against hostile bytes: a GET and a download of whatever the fuzzer makes the server say. What stands
+ * behind a byte of 255 answers those who ask for the rest of a file. One write to the file fails, if there are so many:
+ * the one that the last byte names.
  */
 
 #include <atomic>
@@ -10,7 +11,7 @@
 #include <future>
 #include <unistd.h>
 
-#include "tests/loopback_server.h"
+#include "loopback_server.h"
 #include "tests/test_helpers.h"
 #include "veltra/veltra.h"
 
@@ -26,6 +27,7 @@ struct END_t
 
     std::promise<void> tEnded;
     bool bSuccess = false;
+    long long nBytes = 0;
     std::string strBody;
 };
 
@@ -37,10 +39,18 @@ void OnRequest(bool bResult, std::string& /*strErrorMsg*/, std::string& strRespo
     ptEnd->tEnded.set_value();
 }
 
+long long g_nBytes = 0; // of the last transfer that ended
+
+void Observe(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
+{
+    g_nBytes = tReport.nBytes;
+}
+
 void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pUserData)
 {
     auto* ptEnd = static_cast<END_t*>(pUserData);
     ptEnd->bSuccess = eType == DOWNLOAD_TYPE_SUCCESS;
+    ptEnd->nBytes = g_nBytes;
     eType == DOWNLOAD_TYPE_PROGRESS ? void() : ptEnd->tEnded.set_value();
 }
 
@@ -59,24 +69,32 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
     static CWebConnector* const s_ptEngine = []
     {
         CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
+        WQCurl::TRANSFER_DEFAULTS_t tSettings;
+        tSettings.nResumeAttempts = 2;
+        WQCurl::SetTransferDefaults(tSettings);
+        WQCurl::SetTransferObserver(&Observe, nullptr);
         std::filesystem::create_directory(s_strFolder);
         atexit([] { std::filesystem::remove_all(s_strFolder); });
         auto* ptEngine = new CWebConnector;
         ptEngine->Create();
         return ptEngine;
     }();
-    const std::string strAnswer(reinterpret_cast<const char*>(pData), nSize);
-    CLoopbackServer tServer(
-        [&strAnswer](CConnection& tConnection, const REQUEST_t&)
+    static std::string s_strAnswers;
+    static CLoopbackServer s_tServer( // one for all inputs: the ports would not suffice for one each
+        [](CConnection& tConnection, const REQUEST_t& tRequest)
         {
-            tConnection.Send(strAnswer);
+            const size_t nRest = std::min(s_strAnswers.find('\xff'), s_strAnswers.size() - 1);
+            const bool bRest = tRequest.strHead.find("\r\nRange: ") != std::string::npos;
+            tConnection.Send(bRest ? s_strAnswers.substr(nRest + 1) : s_strAnswers.substr(0, nRest));
             tConnection.Shutdown();
         });
+    s_strAnswers.assign(reinterpret_cast<const char*>(pData), nSize);
+    s_strAnswers += '\xff';
 
     END_t tGet;
     _HTTP_REQ_INFO_t tRequest;
     tRequest.eMethod = HTTP_METHOD_GET;
-    tRequest.strUrl = tServer.Url();
+    tRequest.strUrl = s_tServer.Url();
     tRequest.pUserData = &tGet;
     tRequest.pfnRequestCB = &OnRequest;
     END_t tDownload;
@@ -87,8 +105,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
                   s_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OnDownload, &tDownload) == 1 && tGet.Wait() &&
                   tDownload.Wait() && !std::filesystem::exists(strFile + ".bak");
     const bool bWriteFailed = bToFail && g_nUntilFailure.exchange(-1) < 0;
-    bHolds = bHolds && (bWriteFailed ? !tDownload.bSuccess
-                                     : !tDownload.bSuccess || !tGet.bSuccess || ReadFile(strFile) == tGet.strBody);
+    bHolds = bHolds && !(bWriteFailed && tDownload.bSuccess);
+    if (bHolds && tDownload.bSuccess)
+    {
+        const std::string strWritten = ReadFile(strFile);
+        bHolds = static_cast<long long>(strWritten.size()) == tDownload.nBytes &&
+                 (!tGet.bSuccess || strWritten == tGet.strBody);
+    }
     if (!bHolds)
     {
         abort();

@@ -63,7 +63,7 @@ stop() {
     rm -rf "$dir" "$memory"
 }
 trap stop EXIT
-certificates=$PWD/build/bench/tests/certificates
+certificates=$PWD/build/bench/loopback/certificates
 servers() {
     cat <<END
     sendfile on;

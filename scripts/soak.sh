@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Mixed traffic for MINUTES (default 10) against nginx, killed and restarted underneath, and a hostile server; at the end
-# every accepted transfer must have ended exactly once and all resources be back: scripts/soak.sh [MINUTES]
+# every accepted transfer must have ended exactly once and all resources be back. Then root's downloads over a bad link:
+# scripts/soak.sh [MINUTES]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/packages.sh
@@ -37,7 +38,7 @@ servers() {
 }
 
 echo "== Starting the hostile server"
-certificates=build/soak/tests/certificates
+certificates=build/soak/loopback/certificates
 build/soak/bench/soak --serve >"$work/ports" &
 hostile=$!
 wait_until 10 test -s "$work/ports"
@@ -66,5 +67,11 @@ good=http://127.0.0.1:$nginx_port bad=http://127.0.0.1:$plain secure=https://127
 # shellcheck disable=SC2086 # there is nothing in them to split
 build/soak/bench/soak --seconds "$seconds" --folder "$work/files" --cacert "$certificates/ca.pem" \
     $good/small $good/small $good/small $good/large $good/large $good/missing \
-    $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
+    $bad/echo/ $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
     $secure/chunked $secure/reset $secure/cut https://localhost:$tls/chunked http://127.0.0.1:1/refused file:///etc/hostname
+
+if [ "$(id -u)" -eq 0 ]; then
+    bash scripts/badlink.sh 64
+else
+    echo "== Left out: downloads over a bad link, which takes root"
+fi

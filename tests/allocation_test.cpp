@@ -24,11 +24,13 @@ void* Allocate(size_t nSize)
 
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
 void FailEveryAllocation(
-    const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
+    const char* pszOperation, const std::function<void()>& fnOperation,
+    const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
     for (bool bMet = true; bMet; ++nRounds)
     {
+        SCOPED_TRACE(std::string(pszOperation) + " with allocation " + std::to_string(nRounds) + " failing");
         t_nUntilFailure = nRounds;
         try
         {
@@ -44,7 +46,7 @@ void FailEveryAllocation(
             fnCheckAfterFailure();
         }
     }
-    EXPECT_GT(nRounds, 1);
+    EXPECT_GT(nRounds, 1) << pszOperation;
 }
 
 } // namespace
@@ -83,15 +85,10 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
     std::vector<std::string> vecId{"empCERT" + strLong};
     std::vector<std::string> vecUrl;
-    FailEveryAllocation([&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
-    FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
-    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
-    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); });
+    FailEveryAllocation("list of servers", [&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
+    FailEveryAllocation("information", [&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
     const std::string strLonger(100000, 'x');
-    FailEveryAllocation([&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
-    EXPECT_EQ(mapInfo.size(), 1U);
-    EXPECT_EQ(vecId.size(), 1U);
-
+    FailEveryAllocation("record of the log", [&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
     /* Inserted, then appended, then logged: what a list or a record names is in the map. */
     const auto fnInOrder = [&]
     {
@@ -100,10 +97,14 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
         mapInfo.clear();
     };
     fnInOrder();
-    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnInOrder);
+    FailEveryAllocation(
+        "certificates", [&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnInOrder);
     fnInOrder();
-    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); }, fnInOrder);
-    fnInOrder();
+    FailEveryAllocation(
+        "default information", [&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); },
+        fnInOrder);
+    EXPECT_EQ(mapInfo.size(), 1U);
+    EXPECT_EQ(vecId.size(), 1U);
     typedef std::pair<decltype(mapInfo), decltype(vecId)> OUTPUTS_t;
     OUTPUTS_t tOutputs;
     CKVRDebug::SetSink(
@@ -142,12 +143,13 @@ TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
         EXPECT_EQ(tOutcome.tEnded.Count() + tDownload.tEnded.Count(), 0);
         EXPECT_TRUE(Get(tServer.Url())) << "a lock left held would hang here";
     };
-    FailEveryAllocation([&] { m_ptEngine->Get(&tRequest, false); }, fnStillWhole);
+    FailEveryAllocation(
+        "asynchronous request", [&] { m_ptEngine->Get(&tRequest, false); }, fnStillWhole);
     EXPECT_TRUE(tOutcome.tEnded.Wait());
     tOutcome.tEnded.Open(-1);
-    FailEveryAllocation([&]
-                        { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OUTCOME_t::OnDownload, &tDownload); },
-                        fnStillWhole);
+    FailEveryAllocation(
+        "download", [&] { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OUTCOME_t::OnDownload, &tDownload); },
+        fnStillWhole);
     EXPECT_TRUE(tDownload.tEnded.Wait());
     EXPECT_EQ(ReadFile(strFile), "answer");
     while (m_ptEngine->CancelDownload(1, true))
@@ -157,6 +159,7 @@ TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
     tDownload.tEnded.Open(-1);
     tRequest.pfnRequestCB = nullptr;
     FailEveryAllocation(
+        "synchronous request",
         [&]
         {
             tRequest.strErrorReason = "stale";
@@ -168,8 +171,9 @@ TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
             fnStillWhole();
         });
     EXPECT_EQ(tRequest.strResponse, "answer");
-    FailEveryAllocation([&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
-                        [&] { std::filesystem::remove(strFile + ".bak"); });
+    FailEveryAllocation(
+        "synchronous download", [&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
+        [&] { std::filesystem::remove(strFile + ".bak"); });
 }
 
 TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)

@@ -22,13 +22,22 @@ inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
 /** What the callbacks of one asynchronous request or download were told, and what they do then. */
 struct OUTCOME_t
 {
+    /** Dies after its last event. If not, the test has failed, and the engine must end before it tells a dead one. */
+    ~OUTCOME_t()
+    {
+        if (ptEngine != nullptr && tEnded.Count() == 0)
+        {
+            ADD_FAILURE() << (nId != 0 ? "download " + std::to_string(nId) : "a request") << " has not ended";
+            ptEngine.load()->Destroy();
+        }
+    }
+
     static void OnRequest(bool bResult, std::string& strErrorMsg, std::string& strResponse, void* pUserData)
     {
         auto* ptOutcome = static_cast<OUTCOME_t*>(pUserData);
         ptOutcome->bResult = bResult;
         ptOutcome->strError = strErrorMsg;
         ptOutcome->strResponse = strResponse;
-        ptOutcome->tThread = std::this_thread::get_id();
         ptOutcome->fnOnEvent();
         ptOutcome->tEnded.Open();
     }
@@ -50,21 +59,25 @@ struct OUTCOME_t
     {
         tRequest.pfnRequestCB = &OnRequest;
         tRequest.pUserData = this;
-        return tEngine.Get(&tRequest, false);
+        const bool bStarted = tEngine.Get(&tRequest, false);
+        ptEngine = bStarted ? &tEngine : nullptr;
+        return bStarted;
     }
 
-    int Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strPath)
+    int Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strPath, int nOldId = 0)
     {
-        nId = tEngine.CreateDownloadId();
-        return tEngine.StartDownload(nId, strUrl, strPath, &OnDownload, this);
+        nId = nOldId != 0 ? nOldId : tEngine.CreateDownloadId();
+        const int nStarted = tEngine.StartDownload(nId, strUrl, strPath, &OnDownload, this);
+        ptEngine = nStarted == 1 ? &tEngine : nullptr;
+        return nStarted;
     }
 
+    std::atomic<CWebConnector*> ptEngine{nullptr}; /**< which owes the last event; null when there will be none */
     std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
     bool bResult = false;
     std::string strError;
     std::string strResponse;
-    std::thread::id tThread;
 
     CGate tProgress;
     int nId = 0;

@@ -225,28 +225,6 @@ TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
     m_ptEngine->Destroy();
 }
 
-TEST_F(CEngineTest, AnswersEveryRequestOfManyThreads)
-{
-    CLoopbackServer tServer(&Serve);
-    m_ptEngine->Create();
-    std::vector<OUTCOME_t> vecOutcomes(1600);
-    const auto fnAnswer = [](size_t i) { return "GET /" + std::to_string(i) + " "; };
-    ForEach(16, vecOutcomes.size(),
-            [&](size_t i)
-            {
-                _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url("/" + std::to_string(i)));
-                EXPECT_TRUE(vecOutcomes[i].Start(*m_ptEngine, tRequest) && m_ptEngine->Get(&tRequest, true));
-                EXPECT_EQ(tRequest.strResponse, fnAnswer(i));
-            });
-    for (size_t i = 0; i < vecOutcomes.size(); ++i)
-    {
-        ASSERT_TRUE(vecOutcomes[i].tEnded.Wait());
-        EXPECT_EQ(vecOutcomes[i].strResponse, fnAnswer(i));
-        EXPECT_EQ(vecOutcomes[i].tEnded.Count(), 1);
-        EXPECT_EQ(vecOutcomes[i].tThread, vecOutcomes[0].tThread);
-    }
-}
-
 TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
 {
     CLoopbackServer tServer(&Serve);
@@ -259,7 +237,10 @@ TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
         EXPECT_FALSE(m_ptEngine->Get(&tRequest, true));
         EXPECT_NE(tRequest.strErrorReason, "");
         m_ptEngine->Destroy(); // refused as well
-        EXPECT_TRUE(--nLeft == 0 || tChain.Start(*m_ptEngine, GetRequest(tServer.Url())));
+        if (--nLeft > 0)
+        {
+            EXPECT_TRUE(tChain.Start(*m_ptEngine, GetRequest(tServer.Url())));
+        }
     };
     ASSERT_TRUE(tChain.Start(*m_ptEngine, GetRequest(tServer.Url())));
     EXPECT_TRUE(tChain.tEnded.Wait(20));
@@ -299,33 +280,6 @@ TEST_F(CEngineTest, DestroyEndsEverythingInFlightOnce)
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
 }
 
-TEST_F(CEngineTest, DestroyEndsWhatIsSubmittedMeanwhileOrRefusesIt)
-{
-    CLoopbackServer tServer(&Serve);
-    for (int nRound = 0; nRound < 300; ++nRound)
-    {
-        CWebConnector tEngine;
-        tEngine.Create();
-        std::vector<OUTCOME_t> vecOutcomes(40);
-        std::vector<int> vecAccepted(vecOutcomes.size());
-        ForEach(5, vecOutcomes.size(),
-                [&](size_t i)
-                {
-                    if (i == 4)
-                    {
-                        std::this_thread::sleep_for(std::chrono::microseconds(nRound * 5));
-                        tEngine.Destroy();
-                    }
-                    const std::string strUrl = tServer.Url(i % 2 == 0 ? "/stall" : "/");
-                    vecAccepted[i] = vecOutcomes[i].Start(tEngine, GetRequest(strUrl));
-                });
-        for (size_t i = 0; i < vecOutcomes.size(); ++i)
-        {
-            ASSERT_EQ(vecOutcomes[i].tEnded.Count(), vecAccepted[i]);
-        }
-    }
-}
-
 TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
 {
     CLoopbackServer tServer(&Serve);
@@ -344,8 +298,10 @@ TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
     {
         pthread_sigmask(bBlocked ? SIG_BLOCK : SIG_UNBLOCK, &tSignals, nullptr);
         WQCurl::WQCurlEasy tEasy;
-        EXPECT_TRUE(tEasy.Initialize() && tEasy.setOption(WQCurl::URL, tServer.Url()));
-        EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe) && tEasy.send());
+        EXPECT_TRUE(tEasy.Initialize());
+        EXPECT_TRUE(tEasy.setOption(WQCurl::URL, tServer.Url()));
+        EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe));
+        EXPECT_TRUE(tEasy.send());
         EXPECT_EQ(IsBlocked(SIGPIPE), bBlocked);
     }
     const timespec tNoWait{};

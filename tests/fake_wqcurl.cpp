@@ -5,15 +5,16 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <deque>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <numeric>
 #include <semaphore.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vector>
 
 #include "veltra/platform/kvr_debug.h"
 
@@ -28,7 +29,7 @@ void Note(const std::string& strStep)
 bool FAKE_WQCURL_t::Allows(const std::string& strStep)
 {
     const std::lock_guard<std::mutex> tGuard(tLock);
-    const auto it = std::find(lstRefused.begin(), lstRefused.end(), "-" + strStep);
+    const auto it = std::find(lstRefused.begin(), lstRefused.end(), strStep);
     const bool bAllowed = it == lstRefused.end();
     lstRefused.erase(it, bAllowed ? it : std::next(it));
     return bAllowed;
@@ -68,36 +69,48 @@ extern "C" int fsync(int /*nDescriptor*/)
     return Permits("fsync", EIO) ? 0 : -1;
 }
 
-extern "C" int access(const char* pszPath, int nMode) noexcept
-{
-    const int nResult = faccessat(AT_FDCWD, pszPath, nMode, 0);
-    if (!Permits("file", ENOENT))
-    {
-        std::ofstream(pszPath) << "precious";
-    }
-    return nResult;
-}
-
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
     const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
-    if (!Permits("look", errno))
+    const int nError = errno;
+    if (!Permits("file", nError))
+    {
+        std::ofstream("f.bak") << "precious";
+    }
+    if (!Permits("look", nError))
     {
         std::ofstream("precious") << "precious";
         static_cast<void>(symlink("precious", "f.bak"));
     }
+    errno = nError;
     return nResult;
+}
+
+static FILE* Opened(FILE* pFile)
+{
+    if (pFile != nullptr && !Permits("link", 0))
+    {
+        static_cast<void>(rename("f.bak", "precious"));
+        static_cast<void>(symlink("precious", "f.bak"));
+    }
+    return pFile;
+}
+
+extern "C" FILE* fopen(const char* pszPath, const char* pszMode)
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&fopen)>(dlsym(RTLD_NEXT, "fopen"));
+    if (strchr(pszMode, 'x') == nullptr)
+    {
+        return s_pfnSystem(pszPath, pszMode); // the test's own
+    }
+    const bool bFree = faccessat(AT_FDCWD, pszPath, F_OK, AT_SYMLINK_NOFOLLOW) != 0;
+    return bFree && !Permits("fdopen", ENOMEM) ? nullptr : Opened(s_pfnSystem(pszPath, pszMode));
 }
 
 extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
 {
     static const auto s_pfnSystem = reinterpret_cast<decltype(&fdopen)>(dlsym(RTLD_NEXT, "fdopen"));
-    if (!Permits("link", 0))
-    {
-        static_cast<void>(rename("f.bak", "precious"));
-        static_cast<void>(symlink("precious", "f.bak"));
-    }
-    return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
+    return Permits("fdopen", ENOMEM) ? Opened(s_pfnSystem(nDescriptor, pszMode)) : nullptr;
 }
 
 /** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */
@@ -116,197 +129,188 @@ extern "C" int sem_wait(sem_t* ptSemaphore)
 namespace WQCurl
 {
 
+typedef std::list<std::string> LIST_t;
+
 struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
 {
-    /** Options are written down together with the step that follows them, by number. */
-    bool Set(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
+    explicit IMPL_t(WQCurlEasy* ptEasy) : ptOwner(ptEasy) {}
+    ~IMPL_t() { Step("destroy"); }
+
+    /* What an option is set to: kept where a transfer needs it, and as text. */
+    static std::string Keep(int, long lValue) { return std::to_string(lValue); }
+    static std::string Keep(int, const std::string& strValue) { return strValue; }
+    static std::string Keep(int, const LIST_t& lstValue)
     {
-        const std::string strNumber = std::to_string(static_cast<int>(eOption));
-        strOptions += strNumber + "=" + strValue + " ";
-        strLastError = g_tFake->Allows(strNumber) ? "" : "no " + strNumber;
-        return strLastError.empty();
+        return std::accumulate(lstValue.begin(), lstValue.end(), std::string(),
+                               [](const auto& strAll, const auto& strOne) { return strAll + strOne + ";"; });
+    }
+    std::string Keep(int, WRITE_FUNCTION_t pfnValue) { return (pfnWrite = pfnValue, "write"); }
+    std::string Keep(int, PROGRESS_FUNCTION_t pfnValue) { return (pfnProgress = pfnValue, "progress"); }
+    std::string Keep(int eOption, void* pValue)
+    {
+        (eOption == WRITEDATA ? pWriteData : eOption == PROGRESSDATA ? pProgressData : pPrivate) = pValue;
+        return "pointer";
+    }
+
+    /** Options are written down before the step that follows them; what came before a refused one is known. */
+    template <class VALUE> bool Set(WQCURL_OPTION_TYPE eOption, const VALUE& tValue)
+    {
+#define NAMED(OPTION)   \
+    {                   \
+        OPTION, #OPTION \
+    }
+        static const std::map<int, std::string> s_mapNames{
+            NAMED(NOSIGNAL),       NAMED(NOPROGRESS), NAMED(POST),         NAMED(HTTPGET),
+            NAMED(POSTFIELDSIZE),  NAMED(TIMEOUT),    NAMED(URL),          NAMED(LOW_SPEED_LIMIT),
+            NAMED(LOW_SPEED_TIME), NAMED(POSTFIELDS), NAMED(HTTPHEADER),   NAMED(WRITEFUNCTION),
+            NAMED(WRITEDATA),      NAMED(PRIVATE),    NAMED(PROGRESSDATA), NAMED(PROGRESSFUNCTION)};
+        const std::string& strName = s_mapNames.at(eOption);
+        const bool bAllowed = bReady && g_tFake->Allows(strName);
+        strOptions = bAllowed ? strOptions + " " + strName + "=" + Keep(eOption, tValue) : "Initialize …";
+        return Ended(bAllowed, "no " + strName);
     }
 
     void Step(const std::string& strStep)
     {
-        Note(strOptions + strStep);
+        strOptions.empty() ? void() : Note(strOptions);
         strOptions.clear();
+        Note(strStep);
     }
 
-    WQCurlEasy* ptOwner = nullptr;
+    bool Ended(bool bResult, const std::string& strError)
+    {
+        strLastError = bResult ? strLastError : strError;
+        return bResult;
+    }
+
+    bool Send()
+    {
+        Step("send");
+        bReady ? g_tFake->fnTransfer(*this) : void();
+        return Ended(bReady && g_tFake->Allows("transfer"), "broken");
+    }
+
+    bool Private(WQCURL_INFO_TYPE eInfo, void** ppValue) const
+    {
+        const bool bKnown = eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
+        *ppValue = !bKnown ? *ppValue : g_tFake->Allows("private") ? pPrivate : nullptr;
+        return bKnown;
+    }
+
+    bool Become(bool bInitialized, const std::string& strWritten)
+    {
+        strOptions = strWritten;
+        strLastError.clear();
+        return bReady = bInitialized;
+    }
+
+    WQCurlEasy* const ptOwner;
+    const void* pMulti = nullptr; /**< where it is registered */
+    bool bReady = false;
     std::string strOptions;
     std::string strLastError;
 };
-
-WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>())
-{
-    m_pImpl->ptOwner = this;
-}
-
-WQCurlEasy::~WQCurlEasy()
-{
-    m_pImpl->Step("destroy");
-}
-
-bool WQCurlEasy::Initialize()
-{
-    m_pImpl->strOptions = "Initialize ";
-    return g_tFake->Allows("Initialize");
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
-{
-    return m_pImpl->Set(eOption, std::to_string(lValue));
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
-{
-    return m_pImpl->Set(eOption, strValue);
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue)
-{
-    std::string strValue;
-    for (const std::string& strItem : lstValue)
-    {
-        strValue += strItem + "|";
-    }
-    return m_pImpl->Set(eOption, strValue);
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
-{
-    m_pImpl->pfnWrite = pfnWrite;
-    return m_pImpl->Set(eOption, "write");
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress)
-{
-    m_pImpl->pfnProgress = pfnProgress;
-    return m_pImpl->Set(eOption, "progress");
-}
-
-bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
-{
-    (eOption == WRITEDATA      ? m_pImpl->pWriteData
-     : eOption == PROGRESSDATA ? m_pImpl->pProgressData
-                               : m_pImpl->pPrivate) = pValue;
-    return m_pImpl->Set(eOption, "pointer");
-}
-
-void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
-{
-    m_pImpl->Step("setTimeout " + std::to_string(nConnectSeconds) + " " + std::to_string(nTotalSeconds));
-}
-
-bool WQCurlEasy::send()
-{
-    m_pImpl->Step("send");
-    g_tFake->fnTransfer(*m_pImpl);
-    m_pImpl->strLastError = g_tFake->Allows("transfer") ? "" : "broken";
-    return m_pImpl->strLastError.empty();
-}
-
-bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
-{
-    *pdValue = 1.5;
-    return eInfo == SPEED_DOWNLOAD;
-}
-
-bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue)
-{
-    *ppValue = g_tFake->Allows("private") ? m_pImpl->pPrivate : nullptr;
-    return eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
-}
-
-std::string WQCurlEasy::getLastError()
-{
-    return m_pImpl->strLastError;
-}
-
-void WQCurlEasy::reset()
-{
-    m_pImpl->Step(IsTempFileOpen() ? "reset with the file open" : "reset");
-}
 
 struct WQCurlMulti::IMPL_t
 {
     bool bReady = false;
     std::condition_variable tAdded;
-    std::vector<WQCurlEasy*> vecRunning;
-    std::deque<MultiMsg> dqFinished;
+    std::list<WQCurlEasy*> lstRunning;
+    std::list<MultiMsg> lstFinished;
 };
 
+/* An operation in one line. */
+#define OPERATION(SIGNATURE, BODY) \
+    SIGNATURE                      \
+    {                              \
+        BODY;                      \
+    }
+
+WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>(this)) {}
+WQCurlEasy::~WQCurlEasy() = default;
+OPERATION(bool WQCurlEasy::Initialize(), return m_pImpl->Become(g_tFake->Allows("Initialize"), "Initialize"))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const long& l), return m_pImpl->Set(e, l))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const std::string& str), return m_pImpl->Set(e, str))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const LIST_t& lst), return m_pImpl->Set(e, lst))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, WRITE_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, PROGRESS_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, void* p), return m_pImpl->Set(e, p))
+OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
+          m_pImpl->Step("setTimeout " + std::to_string(n) + " " + std::to_string(nAll)))
+OPERATION(bool WQCurlEasy::send(), return m_pImpl->Send())
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_pImpl->Private(e, pp))
+OPERATION(std::string WQCurlEasy::getLastError(), return m_pImpl->strLastError)
+OPERATION(void WQCurlEasy::reset(), m_pImpl->Step(IsTempFileOpen() ? "reset with the file open" : "reset");
+          m_pImpl->Become(false, ""))
+
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
-
 WQCurlMulti::~WQCurlMulti() = default;
-
-bool WQCurlMulti::Initialize()
-{
-    m_pImpl->bReady = g_tFake->Allows("multi");
-    return m_pImpl->bReady;
-}
+OPERATION(bool WQCurlMulti::Initialize(), return m_pImpl->bReady = g_tFake->Allows("multi"))
+OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tFake->Allows("Perform"))
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    pEasyHandle->m_pImpl->Step("addHandle");
-    if (!m_pImpl->bReady || !g_tFake->Allows("addHandle"))
+    if (pEasyHandle == nullptr)
+    {
+        return false;
+    }
+    WQCurlEasy::IMPL_t& tEasy = *pEasyHandle->m_pImpl;
+    tEasy.Step("addHandle");
+    if (!m_pImpl->bReady || !tEasy.bReady || tEasy.pMulti != nullptr || !g_tFake->Allows("addHandle"))
     {
         return false;
     }
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    m_pImpl->vecRunning.push_back(pEasyHandle->m_pImpl->ptOwner);
+    tEasy.pMulti = this;
+    m_pImpl->lstRunning.push_back(tEasy.ptOwner);
     m_pImpl->tAdded.notify_all();
     return true;
 }
 
-bool WQCurlMulti::removeHandle(const WQCurlEasy* /*pEasyHandle*/)
+bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
 {
     Note("removeHandle");
-    return g_tFake->Allows("removeHandle");
-}
-
-bool WQCurlMulti::Perform(int& nRunningHandles)
-{
-    Note("Perform");
-    nRunningHandles = 3;
-    return g_tFake->Allows("Perform");
+    const bool bHere = pEasyHandle != nullptr && pEasyHandle->m_pImpl->pMulti == this;
+    const bool bAllowed = bHere && g_tFake->Allows("removeHandle");
+    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
+    bHere ? void(pEasyHandle->m_pImpl->pMulti = nullptr) : void();
+    m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
+    m_pImpl->lstRunning.remove_if([=](const WQCurlEasy* pEasy) { return pEasy == pEasyHandle; });
+    return bAllowed;
 }
 
 /** Only waits that have something to tell are written down: how many there are without is a matter of time. */
 bool WQCurlMulti::fdSelect(int& nRunningHandles)
 {
     nRunningHandles = 3;
-    std::vector<WQCurlEasy*> vecDriven;
+    std::list<WQCurlEasy*> lstDriven;
     {
         std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
-        const auto fnEnough = [this] { return m_pImpl->vecRunning.size() >= g_tFake->nTogether; };
-        if (m_pImpl->dqFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnEnough))
+        const auto fnEnough = [this] { return m_pImpl->lstRunning.size() >= g_tFake->nTogether; };
+        if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnEnough))
         {
-            vecDriven.swap(m_pImpl->vecRunning);
+            lstDriven.swap(m_pImpl->lstRunning);
         }
     }
-    for (WQCurlEasy* ptEasy : vecDriven)
+    for (WQCurlEasy* ptEasy : lstDriven)
     {
         g_tFake->fnTransfer(*ptEasy->m_pImpl);
         const bool bResult = g_tFake->Allows("transfer");
-        m_pImpl->dqFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
+        m_pImpl->lstFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
     }
-    if (!m_pImpl->dqFinished.empty())
-    {
-        Note("fdSelect, finished " + std::to_string(m_pImpl->dqFinished.size()));
-    }
-    return m_pImpl->dqFinished.empty() || g_tFake->Allows("fdSelect"); // what has finished waits for the next
+    m_pImpl->lstFinished.empty() ? void() : Note("fdSelect finishes " + std::to_string(m_pImpl->lstFinished.size()));
+    return m_pImpl->lstFinished.empty() || g_tFake->Allows("fdSelect"); // what has finished waits for the next
 }
 
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
-    MultiMsg tMsg;
-    if (!m_pImpl->dqFinished.empty())
+    if (m_pImpl->lstFinished.empty())
     {
-        tMsg = m_pImpl->dqFinished.front();
-        m_pImpl->dqFinished.pop_front();
+        return {};
     }
+    MultiMsg tMsg = m_pImpl->lstFinished.front();
+    m_pImpl->lstFinished.pop_front();
     return tMsg;
 }
 

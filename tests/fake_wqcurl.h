@@ -27,9 +27,9 @@ struct FAKE_WQCURL_t
     /** @return false for a step that is to be refused, once for each time that it is named */
     bool Allows(const std::string& strStep);
 
-    std::list<std::string> lstRefused;                /**< "-" and a step's name or an option's number */
+    std::list<std::string> lstRefused;                /**< names of steps and options */
     std::function<void(FAKE_TRANSFER_t&)> fnTransfer; /**< runs each transfer, on the thread that drives it */
-    size_t nTogether = 1;                             /**< transfers end as soon as so many run */
+    std::atomic<size_t> nTogether{1};                 /**< transfers end as soon as so many run */
     std::mutex tLock;
 };
 

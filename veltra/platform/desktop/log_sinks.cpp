@@ -1,6 +1,8 @@
 /* Where log records can go. */
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <new>
 #include <string_view>
 #include <syslog.h>
@@ -42,15 +44,15 @@ void Write(std::string_view strText)
 /** Whether a record of level 0 tells that all is well: the engine writes these where everybody sees them. */
 bool IsMilestone(std::string_view strRecord)
 {
-    for (const char* pszText : {"Start http/https Request!", "Left running handles = [", "Start to download file[",
-                                "] successfully", "] is canceled.", "Download request type does not match"})
-    {
-        if (strRecord.find(pszText) != std::string_view::npos)
-        {
-            return true;
-        }
-    }
-    return false;
+    constexpr std::string_view TEXTS[] = {"Start http/https Request!",
+                                          "Left running handles = [",
+                                          "Start to download file[",
+                                          "] successfully",
+                                          "] is canceled.",
+                                          "Download request type does not match"};
+    return std::any_of(std::begin(TEXTS), std::end(TEXTS),
+                       [strRecord](std::string_view strText)
+                       { return strRecord.find(strText) != std::string_view::npos; });
 }
 
 } // namespace
@@ -91,7 +93,7 @@ void CKVRDebug::FoldRepeats(unsigned int level, const char* record, void* pFoldi
     if (tFolding.nRepeats > 0)
     {
         char szText[64];
-        snprintf(szText, sizeof szText, "… %lu more like this\n", tFolding.nRepeats);
+        static_cast<void>(snprintf(szText, sizeof szText, "… %lu more like this\n", tFolding.nRepeats));
         tFolding.pfnSink(level, szText, tFolding.pSinkUserData);
     }
     tFolding.nRepeats = 0;

@@ -1,8 +1,11 @@
 #include "veltra/platform/desktop/resume.h"
 
 #include <algorithm>
-#include <cstring>
+#include <ctime>
+#include <iomanip>
+#include <locale>
 #include <random>
+#include <sstream>
 
 namespace WQCurl
 {
@@ -13,10 +16,14 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+#ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
+constexpr seconds LONGEST_PAUSE(0);
+#else
 constexpr seconds LONGEST_PAUSE(30);
-constexpr int MOST_DOUBLINGS = 5;        // of a second: more is above the longest pause
-constexpr long long MUCH = 262144;       // bytes: an attempt that brought so many was worth it
-constexpr time_t UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
+#endif
+constexpr int MOST_DOUBLINGS = 5;           // of a second: more is above the longest pause
+constexpr long long MUCH = 262144;          // bytes: an attempt that brought so many was worth it
+constexpr long long UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
 
 /** The value of a header line of the last answer; empty if it has none. */
 std::string Header(CURL* pEasy, const char* pszName)
@@ -26,18 +33,31 @@ std::string Header(CURL* pEasy, const char* pszName)
     return bFound ? ptHeader->value : "";
 }
 
+/**
+ * The moment that a header line names, in seconds since 1970; none if it is no such date. libcurl's function for that
+ * is of no use where it was built with another size of time_t than this.
+ */
+std::optional<long long> Date(const std::string& strDate)
+{
+    std::tm tDate{};
+    std::istringstream tStream(strDate);
+    tStream.imbue(std::locale::classic());
+    tStream >> std::get_time(&tDate, "%a, %d %b %Y %H:%M:%S GMT");
+    return tStream.fail() ? std::nullopt : std::optional<long long>(timegm(&tDate));
+}
+
 /** What tells one state of a file from another byte by byte; empty when the server offers no such thing. */
 std::string StrongValidator(CURL* pEasy)
 {
-    const std::string strTag = Header(pEasy, "ETag");
+    std::string strTag = Header(pEasy, "ETag");
     if (strTag.size() >= 2 && strTag.front() == '"' && strTag.back() == '"')
     {
         return strTag;
     }
-    const std::string strModified = Header(pEasy, "Last-Modified");
-    const time_t nModified = curl_getdate(strModified.c_str(), nullptr);
-    const time_t nDate = curl_getdate(Header(pEasy, "Date").c_str(), nullptr);
-    const bool bStrong = nModified >= 0 && nDate >= 0 && nDate - nModified >= UNCHANGED_SECONDS;
+    std::string strModified = Header(pEasy, "Last-Modified");
+    const std::optional<long long> optModified = Date(strModified);
+    const std::optional<long long> optDate = Date(Header(pEasy, "Date"));
+    const bool bStrong = optModified && optDate && *optDate - *optModified >= UNCHANGED_SECONDS;
     return bStrong && strTag.empty() ? strModified : "";
 }
 
@@ -120,19 +140,14 @@ bool CResume::TakesRest(CURL* pEasy, long lStatus)
     {
         return Refuse("The server does not send the rest of the file, or the file has changed");
     }
-    long long nFirst = -1;
-    long long nLast = -1;
-    long long nTotal = -1;
-    int nLength = 0;
     const std::string strRange = Header(pEasy, "Content-Range");
-    const bool bRange = sscanf(strRange.c_str(), "bytes %lld-%lld/%lld%n", &nFirst, &nLast, &nTotal, &nLength) == 3 &&
-                        static_cast<size_t>(nLength) == strRange.size();
-    if (!bRange || nFirst != m_nReceived || nLast != nTotal - 1 || (m_nTotal > 0 && nTotal != m_nTotal))
+    if (m_nTotal == 0)
     {
-        return Refuse("The server has sent another part of the file than the rest");
+        m_nTotal = strtoll(strRange.substr(strRange.find('/') + 1).c_str(), nullptr, 10);
     }
-    m_nTotal = nTotal;
-    return true;
+    const std::string strRest =
+        "bytes " + std::to_string(m_nReceived) + "-" + std::to_string(m_nTotal - 1) + "/" + std::to_string(m_nTotal);
+    return strRange == strRest || Refuse("The server has sent another part of the file than the rest");
 }
 
 bool CResume::Refuse(const char* pszReason)

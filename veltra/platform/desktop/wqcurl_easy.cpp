@@ -84,7 +84,7 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
     Set(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
     Set(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
-    Set(CURLOPT_FAILONERROR, long{tDefaults.bFailOnHttpError});
+    Set(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
     Set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
     Set(CURLOPT_NOSIGNAL, 1L);
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
@@ -204,7 +204,7 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
-WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode)
+WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
     tMsg.pEasyHandle = ptOwner;

@@ -55,7 +55,7 @@ struct WQCurlEasy::IMPL_t
     bool Check(CURLcode eCode);
 
     /** What a transfer comes to that has ended for libcurl, as its message. */
-    WQCurlMulti::MultiMsg Outcome(CURLcode eCode);
+    WQCurlMulti::MultiMsg Outcome(CURLcode eCode) const;
 
     /** libcurl's own words for a failure, as detailed as it gave them. */
     std::string ErrorText(CURLcode eCode) const;

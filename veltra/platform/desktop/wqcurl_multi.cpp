@@ -62,7 +62,7 @@ struct WQCurlMulti::IMPL_t
     void Start(EASY_t& tEasy);
     void Drive(EASY_t& tEasy);
     void AskForRests();
-    bool SocketAction(curl_socket_t nSocket, int nEvents);
+    bool SocketAction(curl_socket_t nSocket, int nEvents) const;
     bool RunExpired();
     void CollectFinished();
     void AskProgress();
@@ -314,7 +314,7 @@ void WQCurlMulti::IMPL_t::AskForRests()
     }
 }
 
-bool WQCurlMulti::IMPL_t::SocketAction(curl_socket_t nSocket, int nEvents)
+bool WQCurlMulti::IMPL_t::SocketAction(curl_socket_t nSocket, int nEvents) const
 {
     int nUnused = 0;
     return curl_multi_socket_action(pMulti.get(), nSocket, nEvents, &nUnused) == CURLM_OK;
@@ -331,8 +331,9 @@ bool WQCurlMulti::IMPL_t::RunExpired()
 }
 
 /**
- * Asks each transfer that has a progress function once a second whether it is to go on, and ends it if not. libcurl
- * asks as well while data flow, but not in every state: during a TLS handshake or in a queue it may never do so.
+ * Asks each transfer that has a progress function once a second whether it is to go on, and ends it if not, or if its
+ * time is over. libcurl looks as well while data flow, but not in every state: during a TLS handshake or in a queue it
+ * may never do so.
  */
 void WQCurlMulti::IMPL_t::AskProgress()
 {
@@ -574,7 +575,7 @@ WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
     {
         m_pImpl->vecFinished.clear();
         m_pImpl->nUnread = 0;
-        return MultiMsg();
+        return {};
     }
     MultiMsg tMsg = std::move(m_pImpl->vecFinished[m_pImpl->nUnread++]);
     IMPL_t::EASY_t& tEasy = *tMsg.pEasyHandle->m_pImpl;
