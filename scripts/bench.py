@@ -14,7 +14,7 @@ build, docs = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
 # nginx, plain and with TLS; a server that accepts and never answers; where nginx's large file is, and room for more
 servers = types.SimpleNamespace(port=sys.argv[3], tls_port=sys.argv[4], silent_port=sys.argv[5], memory=sys.argv[6])
 quick = "--quick" in sys.argv
-rounds = 3 if quick else 7
+rounds = 3 if quick else 5
 NOISY = 0.15  # a row whose ratios spread by more is measured again, and marked if that is no better
 FRESH, THREAD = ", fresh handles", ", second thread"
 ENVIRONMENTS = {"": {}, FRESH: {"BENCH_FRESH": "1"}, THREAD: {"BENCH_THREAD": "1"},
@@ -101,9 +101,9 @@ def requests():
     for scheme, port in (("http", servers.port), ("https", servers.tls_port)):
         url = f"{scheme}://127.0.0.1:{port}/1k"
         for in_flight in (1, 16, 64, 1000):
-            asynchronous(scheme, url, in_flight, int((10000 if in_flight == 1 else 40000) * scale))
-        synchronous(scheme, url, 1, int(20000 * scale))
-        synchronous(scheme, url, 8, int(20000 * scale))
+            asynchronous(scheme, url, in_flight, int((5000 if in_flight == 1 else 20000) * scale))
+        synchronous(scheme, url, 1, int(8000 * scale))
+        synchronous(scheme, url, 8, int(16000 * scale))
 
 
 def asynchronous(scheme, url, in_flight, count):
@@ -148,7 +148,7 @@ def synchronous(scheme, url, threads, count):
 
 def stalled():
     url, silent = f"http://127.0.0.1:{servers.port}/1k", f"http://127.0.0.1:{servers.silent_port}/stall"
-    count = 8000 if quick else 40000
+    count = 8000 if quick else 20000
     for number in (0, 1000):
         arguments = [url, str(count), "16", certificates + "/ca.pem", str(number), silent]
         results = alternate({"ours": [client("veltra_async")] + arguments, "epoll": [client("curl_epoll")] + arguments,
@@ -185,8 +185,9 @@ def empty_folder():
 
 
 def downloads():
-    url, folder = f"http://127.0.0.1:{servers.port}/1g", empty_folder()
-    for number in (1, 8):
+    folder = empty_folder()
+    for number, name, size in ((1, "1g", "128 MiB" if quick else "1 GiB"), (8, "128m", "128 MiB")):
+        url = f"http://127.0.0.1:{servers.port}/{name}"
         several = [word for i in range(number) for word in ("-o", f"{folder}/{i}", url)]
         commands = {"ours": [client("veltra_download"), url, str(number), folder, str(number)],
                     "curl": ["curl", "-sS"] + (["--parallel"] if number > 1 else []) + several}
@@ -196,7 +197,7 @@ def downloads():
             peers["aria2c"] = "aria2c"
         results = alternate(commands, "whole", empty_folder)
         empty_folder()
-        work = f"{number} download{'s at once' if number > 1 else ''} of {'128 MiB' if quick else '1 GiB'}"
+        work = f"{number} download{'s at once' if number > 1 else ''} of {size}"
         for peer, name in peers.items():
             row(f"{work}, wall", results, peer, name, "whole", "s", target=1.35 if name == "curl -o" else None)
             row(f"{work}, CPU", results, peer, name, "whole_cpu", "s")

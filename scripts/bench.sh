@@ -76,6 +76,7 @@ servers() {
         ssl_certificate_key "$certificates/server.key";
         root "$dir/www";
         location = /1g { root "$memory"; }
+        location = /128m { root "$memory"; }
     }
 END
 }
@@ -83,6 +84,7 @@ mkdir "$dir/www"
 head -c 1024 /dev/urandom >"$dir/www/1k"
 head -c 10240 /dev/urandom >"$dir/www/10k"
 truncate -s "$large" "$memory/1g"
+truncate -s 128M "$memory/128m"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
 build/bench/bench/soak --serve >"$dir/ports" &
