@@ -35,9 +35,9 @@ set -e
 mkdir "\$1/veltra"
 tar -C "$PWD" --exclude=./build --exclude=./.git -c . | tar -C "\$1/veltra" -x
 mkdir -p "\$1/dev/shm"
-mountpoint -q "\$1/dev/shm" || mount -t tmpfs tmpfs "\$1/dev/shm"
+mountpoint -q "\$1/dev/shm" || { mount -t tmpfs tmpfs "\$1/dev/shm" && mounted=yes; }
 chroot "\$1" /veltra/scripts/bench.sh --shown ${arguments[*]-}
-umount "\$1/dev/shm"
+[ -z "\${mounted-}" ] || umount "\$1/dev/shm"
 END
     chmod +x "$trial"
     in_fresh_debian "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "$trial"
