@@ -1,4 +1,7 @@
-/* Ours: REQUESTS downloads at once of one URL, into the folder given in the place of IN_FLIGHT. */
+/*
+ * Ours: downloads into the folder FOLDER of URL?0, URL?1 and so on, REQUESTS in all, AT_ONCE of them in flight:
+ * "veltra_download URL REQUESTS FOLDER AT_ONCE".
+ */
 
 #include <atomic>
 #include <future>
@@ -9,39 +12,74 @@
 namespace
 {
 
-std::atomic<long> g_nLeft;
-std::atomic<long> g_nFailed{0};
-std::promise<void> g_tDone;
-
-void OnEvent(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* /*pUserData*/)
+struct RUN_t
 {
-    if (eType != DOWNLOAD_TYPE_PROGRESS)
+    void StartNext()
     {
-        g_nFailed += eType != DOWNLOAD_TYPE_SUCCESS;
-        if (--g_nLeft == 0)
+        const long nNumber = nStarted++;
+        if (nNumber >= nRequests)
         {
-            g_tDone.set_value();
+            return;
+        }
+        const std::string strNumber = std::to_string(nNumber);
+        CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
+        const int nId = tEngine.CreateDownloadId();
+        const std::string strSource = strUrl + "?" + strNumber;
+        if (tEngine.StartDownload(nId, strSource, strFolder + "/" + strNumber, &OnEvent, this) != 1)
+        {
+            OnEnd(false);
         }
     }
-}
+
+    void OnEnd(bool bResult)
+    {
+        nFailed += !bResult;
+        if (++nEnded == nRequests)
+        {
+            tDone.set_value();
+        }
+    }
+
+    /** On the worker, which starts the next as soon as one has ended. */
+    static void OnEvent(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pRun)
+    {
+        auto& tRun = *static_cast<RUN_t*>(pRun);
+        if (eType != DOWNLOAD_TYPE_PROGRESS)
+        {
+            tRun.StartNext();
+            tRun.OnEnd(eType == DOWNLOAD_TYPE_SUCCESS);
+        }
+    }
+
+    std::string strUrl;
+    long nRequests;
+    std::string strFolder;
+    std::atomic<long> nStarted{0};
+    std::atomic<long> nEnded{0};
+    std::atomic<long> nFailed{0};
+    std::promise<void> tDone;
+};
 
 } // namespace
 
 int main(int nArguments, char* arrArguments[])
 {
-    const LOAD_t tLoad(nArguments, arrArguments);
+    if (nArguments < 5)
+    {
+        return 2;
+    }
+    RUN_t tRun{arrArguments[1], atol(arrArguments[2]), arrArguments[3]};
+    const long nAtOnce = atol(arrArguments[4]);
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
     CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
     const CMeasure tMeasure;
     tEngine.Create();
-    g_nLeft = tLoad.nRequests;
-    for (long i = 0; i < tLoad.nRequests; ++i)
+    for (long i = 0; i < nAtOnce; ++i)
     {
-        const std::string strFile = std::string(arrArguments[3]) + "/ours-" + std::to_string(i);
-        tEngine.StartDownload(tEngine.CreateDownloadId(), tLoad.strUrl, strFile, &OnEvent, nullptr);
+        tRun.StartNext();
     }
-    g_tDone.get_future().wait();
-    tMeasure.Report(g_nFailed);
+    tRun.tDone.get_future().wait();
+    tMeasure.Report(tRun.nFailed);
     tEngine.Destroy();
     return 0;
 }

@@ -1,15 +1,54 @@
 #!/usr/bin/env bash
 # Measures the library against what an application could use instead, on one machine in one run, and writes
-# docs/performance.md with its chart: scripts/bench.sh [--quick]
+# docs/performance.md with its charts: scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]
+# --quick measures less and only shows it; --works measures some works alone, by the names of their functions in bench.py,
+# and only shows them; --debian does so in a fresh root of another release, trixie say, whose libcurl is another one.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
-[ "${1-}" = --quick ] && large=128M || large=1G
+packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
+    libbenchmark-dev libsoup-3.0-dev glib-networking nginx-light curl aria2 valgrind strace python3-minimal)
+large=1G release="" arguments=()
+while [ $# -gt 0 ]; do
+    case $1 in
+    --debian)
+        release=$2
+        shift
+        ;;
+    --quick)
+        large=128M
+        arguments+=("$1")
+        ;;
+    *) arguments+=("$1") ;;
+    esac
+    shift
+done
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" \
-    libbenchmark-dev libsoup-3.0-dev glib-networking nginx-light curl aria2 valgrind python3-minimal
+measure_in_fresh_root() {
+    source scripts/lib/fresh_debian.sh
+    trial=$(mktemp)
+    trap 'leave_fresh_debian; rm -f "$trial"' EXIT
+    cat >"$trial" <<END
+#!/bin/sh
+set -e
+mkdir "\$1/veltra"
+tar -C "$PWD" --exclude=./build --exclude=./.git -c . | tar -C "\$1/veltra" -x
+mkdir -p "\$1/dev/shm"
+mountpoint -q "\$1/dev/shm" || { mount -t tmpfs tmpfs "\$1/dev/shm" && mounted=yes; }
+chroot "\$1" /veltra/scripts/bench.sh --shown ${arguments[*]-}
+[ -z "\${mounted-}" ] || umount "\$1/dev/shm"
+END
+    chmod +x "$trial"
+    in_fresh_debian "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "$trial"
+}
+if [ -n "$release" ]; then
+    measure_in_fresh_root
+    exit
+fi
+
+install_packages "${packages[@]}"
 echo "== Building"
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOOL=OFF >/dev/null
 cmake --build build/bench --target bench soak >/dev/null
@@ -38,12 +77,15 @@ servers() {
         ssl_certificate_key "$certificates/server.key";
         root "$dir/www";
         location = /1g { root "$memory"; }
+        location = /128m { root "$memory"; }
     }
 END
 }
 mkdir "$dir/www"
 head -c 1024 /dev/urandom >"$dir/www/1k"
+head -c 10240 /dev/urandom >"$dir/www/10k"
 truncate -s "$large" "$memory/1g"
+truncate -s 128M "$memory/128m"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
 build/bench/bench/soak --serve >"$dir/ports" &
@@ -51,7 +93,7 @@ silent=$!
 wait_until 10 test -s "$dir/ports"
 read -r silent_port _ <"$dir/ports"
 echo "== Measuring"
-python3 scripts/bench.py build/bench docs "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "$@" &
+python3 scripts/bench.py build/bench docs "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "${arguments[@]}" &
 measuring=$!
 wait "$measuring"
 measuring=
