@@ -303,11 +303,18 @@ void WQCurlMulti::IMPL_t::AskForRests()
     {
         return;
     }
-    const auto itDue = std::partition(vecBroken.begin(), vecBroken.end(),
-                                      [tNow = Clock::now()](const auto& tBroken) { return tBroken.first > tNow; });
-    const std::vector<std::pair<Clock::time_point, EASY_t*>> vecDue(itDue, vecBroken.end());
-    vecBroken.erase(itDue, vecBroken.end());
-    for (const auto& [tTime, ptEasy] : vecDue)
+    std::vector<EASY_t*> vecDue;
+    const auto fnTakeDue = [tNow = Clock::now(), &vecDue](const auto& tBroken)
+    {
+        const bool bDue = tBroken.first <= tNow;
+        if (bDue)
+        {
+            vecDue.push_back(tBroken.second);
+        }
+        return bDue;
+    };
+    vecBroken.erase(std::remove_if(vecBroken.begin(), vecBroken.end(), fnTakeDue), vecBroken.end());
+    for (EASY_t* ptEasy : vecDue)
     {
         const CURLcode eResult = ptEasy->BeginRest();
         eResult == CURLE_OK ? Drive(*ptEasy) : Finish(*ptEasy, eResult);
