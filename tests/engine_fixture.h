@@ -259,9 +259,11 @@ private:
         {
             bool bGoOn = tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(nLength) + "\r\n\r\n");
             unsigned long long nLeft = strEnd == strPath ? nLength : nLength / 2;
-            for (; bGoOn && nLeft > 0; nLeft -= std::min<unsigned long long>(nLeft, BODY.size()))
+            while (bGoOn && nLeft > 0)
             {
-                bGoOn = tConnection.Send(BODY.substr(0, nLeft));
+                const auto nNow = static_cast<size_t>(std::min<unsigned long long>(nLeft, BODY.size()));
+                bGoOn = tConnection.Send(BODY.substr(0, nNow));
+                nLeft -= nNow;
             }
         }
         else if (strPath != STALL)
