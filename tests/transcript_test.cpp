@@ -4,6 +4,7 @@
  * begin with how they are read.
  */
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <fcntl.h>
