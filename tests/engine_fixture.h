@@ -248,7 +248,7 @@ private:
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const std::string& strPath = tRequest.strPath;
-        const std::string strEnd = strPath.substr(strPath.rfind('/'));
+        const std::string strEnd = "/" + strPath.substr(strPath.rfind('/') + 1);
         const unsigned long long nLength = strtoull(&strPath[1], nullptr, 10);
         m_tArrived.Open();
         if (strPath == RAW)
