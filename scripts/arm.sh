@@ -42,14 +42,15 @@ within() { # LIMIT FIGURE UNIT WHAT...
     [ "$2" -le "$1" ] || { echo "arm: that is too much" >&2; exit 1; }
 }
 
+# Each limit is a little above what there is, so that growth is seen, and meant.
 # Under qemu the size of the process says nothing of a device's, so that the heap is counted instead.
 check_footprint() {
     local build=build/armhf library=build/armhf/veltra/libveltra.so
     local footprint=(qemu-arm-static -L "$sysroot" "$build/bench/footprint")
     cmake --build --preset armhf --target footprint >/dev/null
     arm-linux-gnueabihf-strip -o "$library.stripped" "$library"
-    within 65536 "$(stat -c %s "$library.stripped")" bytes libveltra.so, stripped
-    within 250 "$(arm-linux-gnueabihf-readelf -rW "$library" | grep -c R_ARM)" entries its relocations
+    within 81920 "$(stat -c %s "$library.stripped")" bytes libveltra.so, stripped
+    within 300 "$(arm-linux-gnueabihf-readelf -rW "$library" | grep -c R_ARM)" entries its relocations
     within 110 "$(arm-linux-gnueabihf-nm -D --defined-only "$library" | wc -l)" symbols its exports
     # The authorities that browsers trust, as on a device, and the one that signed the test's certificate.
     cat "$sysroot"/usr/share/ca-certificates/mozilla/*.crt $build/loopback/certificates/ca.pem >$build/ca-bundle.pem
