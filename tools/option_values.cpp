@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <glib.h>
 #include <limits>
-#include <regex>
 #include <unistd.h>
 
 #include "session.h"
@@ -26,10 +26,15 @@ bool ParseNumber(const std::string& strText, long long& nNumber)
     return nEnd == strText.size() && std::isspace(static_cast<unsigned char>(strText.front())) == 0;
 }
 
+/** Texts that a pattern matches from end to end; any bytes may stand in them. */
 CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
 {
-    return {[tPattern = std::regex(pszPattern), strFault](std::string& strText)
-            { return std::regex_match(strText, tPattern) ? "" : "'" + strText + "' " + strFault; },
+    return {[strPattern = "(?:" + std::string(pszPattern) + ")\\z", strFault](const std::string& strText)
+            {
+                const bool bMatch = g_regex_match_simple(strPattern.c_str(), strText.c_str(), G_REGEX_RAW,
+                                                         G_REGEX_MATCH_ANCHORED) != FALSE;
+                return bMatch ? "" : "'" + strText + "' " + strFault;
+            },
             ""};
 }
 
