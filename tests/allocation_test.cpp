@@ -200,7 +200,7 @@ TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWa
     }
 }
 
-TEST_F(CEngineTest, WorkerWithoutMemoryEndsTheProcess)
+TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy
 {
     EXPECT_EXIT(
         {
