@@ -185,13 +185,23 @@ void Prepare(const char* pszPath, const std::string& strWhat)
     EXPECT_EQ(utimensat(AT_FDCWD, pszPath, arrAfter2038, AT_SYMLINK_NOFOLLOW), 0) << pszPath;
 }
 
+/** A handler that is kept, and so no leak, with a copy that is not the engine's: what stands behind it is not to be
+ * read. */
+struct KEPT_HANDLER_t
+{
+    _REQ_HANDLER_t* ptOwn;
+    _REQ_HANDLER_t tCopy;
+    std::array<unsigned char, 256> arrBehind;
+};
+
 /** Delivers a body, or makes the request one that the engine cannot finish. */
 void Deliver(FAKE_TRANSFER_t& tTransfer)
 {
-    static auto* const s_plstKept = new std::list<std::pair<_REQ_HANDLER_t*, _REQ_HANDLER_t>>; // and so no leaks
+    static auto* const s_plstKept = new std::list<KEPT_HANDLER_t>;
     auto* ptHandler = static_cast<_REQ_HANDLER_t*>(tTransfer.pPrivate);
-    s_plstKept->emplace_back(ptHandler, *ptHandler);
-    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().second;
+    s_plstKept->push_back({ptHandler, *ptHandler, {}});
+    s_plstKept->back().arrBehind.fill(1);
+    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().tCopy;
     ptHandler->eReqType = g_tFake->Allows("kind") ? ptHandler->eReqType : 7;
     ptHandler->ptReqInfo = g_tFake->Allows("record") ? ptHandler->ptReqInfo : nullptr;
     ptHandler->pEasyHandle = g_tFake->Allows("handle") ? ptHandler->pEasyHandle : nullptr;
