@@ -88,7 +88,7 @@ TEST_F(CEngineTest, CallbacksForOthersAnswerWhateverTheyAreGiven)
     _HTTP_REQ_FILE_t tRecord;
     tRecord.pfnDownloadCB = &OUTCOME_t::OnDownload;
     tRecord.pUserData = &tOutcome;
-    const std::pair<double, double> arrSteps[] = {{0, 0},      {0, 7},       {1000, 44},  {1000, 45},
+    const std::pair<double, double> arrSteps[] = {{0, 0},      {1000, 44},   {1000, 45},  {0, 7},
                                                   {1000, 54},  {1000, 150},  {100, 15},   {1000, 949},
                                                   {1000, 945}, {1000, 1000}, {1e12, 4e11}};
     for (const auto& [dTotal, dNow] : arrSteps)

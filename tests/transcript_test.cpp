@@ -185,13 +185,23 @@ void Prepare(const char* pszPath, const std::string& strWhat)
     EXPECT_EQ(utimensat(AT_FDCWD, pszPath, arrAfter2038, AT_SYMLINK_NOFOLLOW), 0) << pszPath;
 }
 
+/** A handler that is kept, and so no leak, with a copy that is not the engine's: what stands behind it is not to be
+ * read. */
+struct KEPT_HANDLER_t
+{
+    _REQ_HANDLER_t* ptOwn;
+    _REQ_HANDLER_t tCopy;
+    std::array<unsigned char, 256> arrBehind;
+};
+
 /** Delivers a body, or makes the request one that the engine cannot finish. */
 void Deliver(FAKE_TRANSFER_t& tTransfer)
 {
-    static auto* const s_plstKept = new std::list<std::pair<_REQ_HANDLER_t*, _REQ_HANDLER_t>>; // and so no leaks
+    static auto* const s_plstKept = new std::list<KEPT_HANDLER_t>;
     auto* ptHandler = static_cast<_REQ_HANDLER_t*>(tTransfer.pPrivate);
-    s_plstKept->emplace_back(ptHandler, *ptHandler);
-    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().second;
+    s_plstKept->push_back({ptHandler, *ptHandler, {}});
+    s_plstKept->back().arrBehind.fill(1);
+    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().tCopy;
     ptHandler->eReqType = g_tFake->Allows("kind") ? ptHandler->eReqType : 7;
     ptHandler->ptReqInfo = g_tFake->Allows("record") ? ptHandler->ptReqInfo : nullptr;
     ptHandler->pEasyHandle = g_tFake->Allows("handle") ? ptHandler->pEasyHandle : nullptr;
@@ -204,17 +214,10 @@ void Deliver(FAKE_TRANSFER_t& tTransfer)
     EXPECT_TRUE(!bFile || (stat("f.bak", &tStat) == 0 && tStat.st_size == 4)) << "nothing is held back";
 }
 
-/** Lets a download go on to each count of bytes, of the total that was named last, then cancels it. */
-void GoOn(const FAKE_TRANSFER_t& tTransfer, const TEXTS_t& vecCounts)
+/** Lets a download go on a little, then cancels it. */
+void Cancel(const FAKE_TRANSFER_t& tTransfer)
 {
-    double dTotal = 0;
-    for (const std::string& strCount : vecCounts)
-    {
-        const double dCount = std::stod(strCount);
-        const bool bTotal = strCount.back() == ':';
-        dTotal = bTotal ? dCount : dTotal;
-        EXPECT_EQ(bTotal ? 0 : tTransfer.pfnProgress(tTransfer.pProgressData, dTotal, dCount, 9, 9), 0) << strCount;
-    }
+    EXPECT_EQ(tTransfer.pfnProgress(tTransfer.pProgressData, 100, 5, 0, 0), 0);
     EXPECT_EQ(tTransfer.pfnProgress(nullptr, 100, 5, 0, 0), 1);
     EXPECT_FALSE(Engine().CancelDownload(8, true));
     EXPECT_TRUE(Engine().CancelDownload(7, true));
@@ -286,19 +289,17 @@ std::string RunScenario(const std::string& strHeading)
     Replace(strDocument, "↵", "\n");
     Replace(strDocument, "\\0", std::string(1, '\0'));
     TEXTS_t vecStarts;
-    TEXTS_t vecCounts;
     g_tFake.emplace().fnTransfer = [&](FAKE_TRANSFER_t& tTransfer)
     {
         vecStarts[0].rfind("Get", 0) == 0
             ? static_cast<void>(tTransfer.pfnWrite(strDocument.data(), 1, strDocument.size(), tTransfer.pWriteData))
-        : !vecCounts.empty() ? GoOn(tTransfer, vecCounts)
-                             : Deliver(tTransfer);
+        : g_tFake->Allows("body") ? Deliver(tTransfer)
+                                  : Cancel(tTransfer);
     };
     for (const std::string& strWord : Split(strHeading.substr(0, strHeading.find('<')), ' '))
     {
         const size_t nEquals = strWord.find('=');
         strWord[0] == '-'              ? g_tFake->lstRefused.push_back(strWord.substr(1))
-        : isdigit(strWord[0])          ? vecCounts.push_back(strWord)
         : nEquals != std::string::npos ? Prepare(strWord.substr(0, nEquals).c_str(), strWord.substr(nEquals + 1))
                                        : vecStarts.push_back(strWord);
     }
