@@ -201,6 +201,9 @@ TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWa
 
 TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer does not follow a fork";
+#endif
     EXPECT_EXIT(
         {
             CWebConnector tEngine;
