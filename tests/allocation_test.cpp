@@ -209,10 +209,16 @@ TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a
             CWebConnector tEngine;
             tEngine.Create();
             _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
-            tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { t_nUntilFailure = 0; };
-            tEngine.Get(&tRequest, true);
-            tEngine.Get(&tRequest, true); // its end is the worker's next allocation
-            _exit(0);
+            tRequest.pUserData = &tEngine;
+            tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void* pEngine)
+            {
+                _HTTP_REQ_INFO_t tNext = GetRequest("file:///");
+                tNext.pfnRequestCB = [](bool, std::string&, std::string&, void*) { _exit(0); };
+                static_cast<CWebConnector*>(pEngine)->Get(&tNext, false);
+                g_nLargest = 0;
+            };
+            tEngine.Get(&tRequest, false);
+            pause();
         },
         testing::KilledBySignal(SIGABRT), "bad_alloc");
 }
