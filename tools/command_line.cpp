@@ -40,7 +40,7 @@ void AddIdentityOptions(CLI::App& tApp, OPTIONS_t& tOptions)
         ->check(Number(INT_MIN, INT_MAX))
         ->group(strGroup);
     tApp.add_option("--query-host", tOptions.strQueryHost,
-                    "Ask this host instead of the query service's; its certificate must be for that")
+                    "Connect here for the query service; the certificate must be for the service's own name")
         ->type_name("HOST[:PORT]")
         ->check(HostAndPort())
         ->group(strGroup);
@@ -160,7 +160,7 @@ void AddRequestCommands(PARSER_t& tParser)
             ->check(HeaderLine())
             ->allow_extra_args(false);
         pCommand->add_option("-o", tOptions.strOutput, "Where the answer goes")->type_name("FILE");
-        pCommand->add_flag("-i", tOptions.bHeadings, "Print status, size, peer and times before the answer");
+        pCommand->add_flag("-i", tOptions.bHeadings, "Print status, type, length, peer and times before the answer");
         AddFailFlags(pCommand, tOptions);
     }
 }

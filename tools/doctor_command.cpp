@@ -60,7 +60,8 @@ std::string HostOf(const std::string& strUrl)
     {
         return "";
     }
-    std::string strHost = pszHost;
+    const std::unique_ptr<char, decltype(&g_free)> pszAscii(g_hostname_to_ascii(pszHost), &g_free);
+    const std::string strHost = pszAscii != nullptr ? pszAscii.get() : pszHost; /* as it is looked up */
     curl_free(pszHost);
     const bool bBrackets = strHost.size() > 2 && strHost.front() == '[';
     return bBrackets ? strHost.substr(1, strHost.size() - 2) : strHost;

@@ -12,7 +12,17 @@ namespace
 
 void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
-    printf("HTTP %d\n", tReport.nHttpStatus);
+    const std::string strLength = tReport.nContentLength < 0 ? "" : std::to_string(tReport.nContentLength);
+    printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
+    for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
+                                            {"Content-Length", strLength},
+                                            {"Location", tReport.strRedirectUrl}})
+    {
+        if (!strValue.empty())
+        {
+            printf("%s: %s\n", pszName, Printable(strValue).c_str());
+        }
+    }
     printf("Bytes: %lld\n", tReport.nBytes);
     printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
     printf("Seconds: look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f\n\n", tReport.dLookUp,

@@ -260,6 +260,12 @@ struct TRANSFER_REPORT_t
     int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */
     int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
+
+    /* What the answer says of itself; for a download of several attempts, that of the last. */
+    std::string strHttpVersion;    /**< "1.0", "1.1", "2" or "3"; empty: no answer came */
+    std::string strContentType;    /**< as its header line has it; empty: it has none */
+    std::string strRedirectUrl;    /**< where it redirects, as a whole URL; empty: nowhere */
+    long long nContentLength = -1; /**< of its body, in bytes, as its header line has it; -1: it has none */
 };
 
 /**
