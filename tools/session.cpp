@@ -14,7 +14,6 @@ namespace
 {
 
 constexpr unsigned int LEVEL_INFORMATION = 4;
-constexpr int FIRST_HTTP_ERROR = 400;
 
 bool IsFull(const std::string& strFolder)
 {
@@ -116,6 +115,13 @@ std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
     }
     return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
            HintAtName(tReport);
+}
+
+std::string RedirectReason(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    return tReport.strRedirectUrl.empty() ? ""
+                                          : "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " +
+                                                tReport.strRedirectUrl + ", which is not followed";
 }
 
 int PrintError(const std::string& strWhat, const std::string& strCause)
