@@ -242,7 +242,7 @@ VELTRA_API void NetworkChanged();
 
 /**
  * What is known of a transfer that has ended. Times are seconds since its start, or for a download of several attempts
- * since the start of the last one, and 0 for what was not reached.
+ * since the start of the last one, and 0 for what was not reached. The answer is that of the last attempt, too.
  */
 struct TRANSFER_REPORT_t
 {
@@ -261,11 +261,10 @@ struct TRANSFER_REPORT_t
     int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
 
-    /* What the answer says of itself; for a download of several attempts, that of the last. */
-    std::string strHttpVersion;    /**< "1.0", "1.1", "2" or "3"; empty: no answer came */
-    std::string strContentType;    /**< as its header line has it; empty: it has none */
-    std::string strRedirectUrl;    /**< where it redirects, as a whole URL; empty: nowhere */
-    long long nContentLength = -1; /**< of its body, in bytes, as its header line has it; -1: it has none */
+    std::string strHttpVersion;    /**< of the answer: "1.0", "1.1", "2" or "3"; empty: none came */
+    std::string strContentType;    /**< of the answer; empty: it names none */
+    std::string strRedirectUrl;    /**< where the answer redirects, as a whole URL; empty: nowhere */
+    long long nContentLength = -1; /**< bytes of the body, as the answer announces them; -1: it does not */
 };
 
 /**
