@@ -34,7 +34,7 @@ int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
 {
     if (strPath.empty())
     {
-        fwrite(strAnswer.data(), 1, strAnswer.size(), stdout);
+        static_cast<void>(fwrite(strAnswer.data(), 1, strAnswer.size(), stdout));
         return 0; /* what is wrong with standard output shows at the end */
     }
     FILE* pFile = fopen(strPath.c_str(), "wbe");
