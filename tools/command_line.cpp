@@ -320,7 +320,7 @@ int ParseCommandLine(int argc, char** argv, OPTIONS_t& tOptions, COMMAND_t& pfnC
     PARSER_t tParser{tApp, tOptions, pfnCommand};
     tApp.fallthrough();
     tApp.require_subcommand(0, 1);
-    tApp.set_version_flag("--version", "veltra " VELTRA_VERSION);
+    tApp.set_version_flag("--version", VELTRA_VERSION);
     tApp.add_flag("-v", tOptions.bVerbose, "Print the library's log on standard error");
     AddIdentityOptions(tApp, tOptions);
     AddConnectionOptions(tApp, tOptions.tTransfer);
