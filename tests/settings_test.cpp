@@ -196,6 +196,11 @@ TEST_F(CSettingsTest, ObserverKnowsWhyAndHowEachTransferEnded)
     EXPECT_GT(m_tReport.dConnect, 0.0);
     EXPECT_GE(m_tReport.dFirstByte, m_tReport.dConnect);
     EXPECT_GE(m_tReport.dTotal, m_tReport.dFirstByte);
+    EXPECT_EQ(m_tReport.strHttpVersion + m_tReport.strContentType + m_tReport.strRedirectUrl, "1.1");
+    m_strRaw = "HTTP/1.0 302 Found\r\nContent-Type: a/b\r\nLocation: /x\r\n\r\nbody";
+    EXPECT_EQ(Answer(Url(RAW)), "body");
+    EXPECT_EQ(m_tReport.nContentLength, -1);
+    EXPECT_EQ(m_tReport.strHttpVersion + m_tReport.strContentType + m_tReport.strRedirectUrl, "1.0a/b" + Url("/x"));
 
     OUTCOME_t tOutcome;
     tOutcome.fnOnEvent = [&]

@@ -269,7 +269,8 @@ void CDownloadRun::m_CheckArrived()
             continue;
         }
         tGuard.unlock();
-        const std::string strFailure = CheckAndMove(tItem.tDownload);
+        const std::string strRedirect = m_tOptions.bRedirectFails ? RedirectReason(tItem.tEnd.tReport) : "";
+        const std::string strFailure = CheckAndMove(tItem.tDownload, strRedirect);
         m_SetEnd(tItem, strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }

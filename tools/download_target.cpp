@@ -144,18 +144,18 @@ void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
     }
 }
 
-std::string CheckAndMove(const DOWNLOAD_t& tDownload)
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const std::string& strFault)
 {
     if (FileKind(TempPath(tDownload)) != 0)
     {
         return "cannot be moved into place: it stays in " + TempPath(tDownload);
     }
-    if (!IsChecked(tDownload))
+    if (!IsChecked(tDownload) && strFault.empty())
     {
         return "";
     }
     const std::string strPath = EnginePath(tDownload);
-    std::string strFailure = CheckFailure(tDownload, strPath);
+    std::string strFailure = strFault.empty() ? CheckFailure(tDownload, strPath) : strFault;
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
         strFailure = "cannot be moved into place: " + SystemText(errno);

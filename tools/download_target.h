@@ -26,7 +26,8 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
 /**
- * Checks what has arrived and moves it into place, if the engine has not done that.
- * @return why it was not moved; empty when it stands at its target
+ * Checks what has arrived and moves it into place, if the engine has not done that. Removes what is not the file.
+ * @param strFault why it is known not to be the file; empty: it may be
+ * @return why it does not stand at its target; empty when it does
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload);
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const std::string& strFault);

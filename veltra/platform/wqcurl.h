@@ -242,7 +242,7 @@ VELTRA_API void NetworkChanged();
 
 /**
  * What is known of a transfer that has ended. Times are seconds since its start, or for a download of several attempts
- * since the start of the last one, and 0 for what was not reached.
+ * since the start of the last one, and 0 for what was not reached. The answer is that of the last attempt, too.
  */
 struct TRANSFER_REPORT_t
 {
@@ -260,6 +260,11 @@ struct TRANSFER_REPORT_t
     int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */
     int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
+
+    std::string strHttpVersion;    /**< of the answer: "1.0", "1.1", "2" or "3"; empty: none came */
+    std::string strContentType;    /**< of the answer; empty: it names none */
+    std::string strRedirectUrl;    /**< where the answer redirects, as a whole URL; empty: nowhere */
+    long long nContentLength = -1; /**< bytes of the body, as the answer announces them; -1: it does not */
 };
 
 /**
