@@ -42,6 +42,10 @@ TEST_F(CSettingsTest, LimitsAndErrorPagesFailTransfers)
     EXPECT_NE(Answer(Url("/404")).find("error: 404"), std::string::npos);
     std::ofstream(Path("file")) << "old";
     EXPECT_EQ(Download(Url("/404")), DOWNLOAD_TYPE_FAIL);
+    m_strRaw = "HTTP/1.0 302 Found\r\nLocation: /x\r\n\r\nbody";
+    EXPECT_EQ(Answer(Url(RAW)), "body");
+    m_tSettings.bFailOnRedirect = true;
+    EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
 
     m_tSettings.nLargestAnswer = 100;
     m_tSettings.nLargestFile = 200000;

@@ -287,7 +287,7 @@ void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
-    tOptions.tDownload.bRedirectFails = tOptions.tTransfer.bFailOnHttpError;
+    tOptions.tTransfer.bFailOnRedirect = !bRequest && tOptions.nFail >= 0;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
     if (pfnCommand == &RunFetch)
     {

@@ -38,7 +38,6 @@ struct DOWNLOAD_OPTIONS_t
 {
     int nJobs = 8;                   /**< downloads at the same time */
     bool bForce = false;             /**< takes over temporary files that are there */
-    bool bRedirectFails = false;     /**< what a redirect answers is not taken for the file */
     bool bSync = false;              /**< one after the other, flushed to the disk */
     bool bDurable = false;           /**< each survives a power cut once it is done */
     int nTimeoutSeconds = 0;         /**< of each synchronous download as a whole; 0: none */

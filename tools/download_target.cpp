@@ -151,27 +151,19 @@ void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
     }
 }
 
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const std::string& strFault)
+std::string CheckAndMove(const DOWNLOAD_t& tDownload)
 {
     if (FileKind(TempPath(tDownload)) != 0)
     {
         return "cannot be moved into place: it stays in " + TempPath(tDownload);
     }
-<<<<<<< HEAD
-    if (!IsChecked(tDownload) && strFault.empty())
-=======
     if (!IsHeldBack(tDownload))
->>>>>>> faults
     {
         return "";
     }
     const std::string strPath = EnginePath(tDownload);
-<<<<<<< HEAD
-    std::string strFailure = strFault.empty() ? CheckFailure(tDownload, strPath) : strFault;
-=======
     std::string strFailure = CheckFailure(tDownload, strPath);
     strFailure = strFailure.empty() ? StorageFailure(tDownload, strPath) : strFailure;
->>>>>>> faults
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
         strFailure = "cannot be moved into place: " + SystemText(errno);

@@ -28,7 +28,6 @@ void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 /**
  * Checks what has arrived, brings it to storage and moves it into place, as far as the engine has not done that. Removes
  * what is not the file.
- * @param strFault why it is known not to be the file; empty: it may be
  * @return what failed; empty when all is done
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const std::string& strFault);
+std::string CheckAndMove(const DOWNLOAD_t& tDownload);

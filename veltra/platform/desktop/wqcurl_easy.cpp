@@ -233,6 +233,13 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
+long WQCurlEasy::IMPL_t::Status() const
+{
+    long lStatus = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+    return lStatus;
+}
+
 WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
@@ -257,6 +264,11 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     {
         tMsg.nResultCode = CURLE_PARTIAL_FILE;
         tMsg.strErrorMsg = "The answer ended within its header lines";
+    }
+    else if (eCode == CURLE_OK && ptSettings->tDefaults.bFailOnRedirect && Status() / 100 == 3)
+    {
+        tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
+        tMsg.strErrorMsg = "The server redirects, which is not followed";
     }
     else if (eCode != CURLE_OK)
     {
@@ -319,8 +331,7 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
-        long lStatus = 0;
-        curl_easy_getinfo(ptImpl->pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+        const long lStatus = ptImpl->Status();
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
         const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
         if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
