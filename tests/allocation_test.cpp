@@ -1,5 +1,6 @@
 /* What happens when memory runs out: the n-th allocation of a thread fails, for every n, and so do all large ones. */
 
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 #include <pugixml.hpp>
@@ -82,9 +83,16 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     const std::string strList =
         "<rsp stat='ok'><rm><queryinfo><notice><s url='" + strLong + "'/></notice></queryinfo></rm></rsp>";
     CXmlParser tParser;
-    std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
-    std::vector<std::string> vecId{"empCERT" + strLong};
+    static std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
+    static std::vector<std::string> vecId{"empCERT" + strLong};
     std::vector<std::string> vecUrl;
+    static size_t nLeastLogged = 1;
+    const auto fnOnRecord = [](unsigned int /*nLevel*/, const char* pszRecord, void* /*pUserData*/)
+    {
+        const bool bEntry = std::string_view(pszRecord).find("Insert") != std::string_view::npos;
+        nLeastLogged = bEntry ? std::min({nLeastLogged, vecId.size(), mapInfo.size()}) : nLeastLogged;
+    };
+    CKVRDebug::SetSink(fnOnRecord, nullptr);
     FailEveryAllocation("list of servers", [&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
     FailEveryAllocation("information", [&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
     const std::string strLonger(100000, 'x');
@@ -105,8 +113,10 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
         fnInOrder);
     EXPECT_EQ(mapInfo.size(), 1U);
     EXPECT_EQ(vecId.size(), 1U);
+    EXPECT_EQ(nLeastLogged, 1U) << "an entry is logged last";
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);
+    CKVRDebug::SetSink(nullptr, nullptr);
 }
 
 TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)

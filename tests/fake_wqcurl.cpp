@@ -84,6 +84,12 @@ extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
     return nResult;
 }
 
+extern "C" int sem_init(sem_t* ptSemaphore, int nShared, unsigned nValue) noexcept
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&sem_init)>(dlsym(RTLD_NEXT, "sem_init"));
+    return Permits("sem_init", ENOSPC) ? s_pfnSystem(ptSemaphore, nShared, nValue) : -1;
+}
+
 /** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */
 extern "C" int sem_wait(sem_t* ptSemaphore)
 {

@@ -35,7 +35,7 @@ protected:
         }
         else
         {
-            tConnection.Send(Head(bRest ? PARTIAL : "200 OK", BODY.size() - nFirst,
+            tConnection.Send(Head(bRest ? PARTIAL : m_strFirst, BODY.size() - nFirst,
                                   bRest ? "Content-Range: bytes " + strFirst + "-999999/1000000" : m_strValidator));
             tConnection.Send(BODY.substr(nFirst, m_nBreakAfter));
         }
@@ -62,6 +62,7 @@ protected:
     }
 
     std::string m_strValidator = "ETag: \"one\"";
+    std::string m_strFirst = "200 OK";
     size_t m_nBreakAfter = BROKEN_AT;
     std::function<void(CConnection&)> m_fnRest;
     std::atomic<int> m_nRequests{0};
@@ -123,6 +124,7 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
         m_fnRest = [&strAnswer](CConnection& tConnection) { tConnection.Send(strAnswer); };
         EXPECT_FALSE(DownloadTwice());
         EXPECT_LE(m_nRequests, 2 * 3) << "attempts are bounded";
+        EXPECT_NE(m_tReport.strErrorMsg.find("of the file"), std::string::npos) << m_tReport.strErrorMsg;
     }
     m_fnRest = nullptr;
     for (const char* pszValidator :
@@ -139,6 +141,10 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
     m_tSettings.nResumeAttempts = 0;
     EXPECT_FALSE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2) << "nobody wants it";
+    m_tSettings.nResumeAttempts = 1;
+    m_strFirst = PARTIAL;
+    m_nBreakAfter = BODY.size();
+    EXPECT_FALSE(DownloadTwice()) << "nobody asked for a part";
 }
 
 TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)

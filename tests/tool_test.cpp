@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
+#include <sstream>
 #include <sys/wait.h>
 
 #include "loopback_server.h"
@@ -155,6 +157,58 @@ TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
     EXPECT_EQ(Run(strFetch + " --default --force -q"), 1);
     EXPECT_EQ(Read("there"), "new!");
     EXPECT_EQ(m_strOut, "");
+}
+
+/**
+ * Cuts the power after each call of a log: what is not synced of a file may be missing then, and what was renamed since
+ * its folder was synced may have any of its names.
+ * @return what storage may hold at the target in the end, or after which call it is a part of the new file
+ */
+std::string CutAfterEach(const std::string& strLog, const std::string& strTarget)
+{
+    std::istringstream tLog(strLog);
+    std::set<std::string> setNames; // which the new file may have in storage
+    std::string strName, strTornAfter;
+    bool bSynced = false;
+    for (std::string strLine; std::getline(tLog, strLine);)
+    {
+        std::string strCall, strPath, strTo;
+        std::istringstream(strLine) >> strCall >> strPath >> strTo;
+        const bool bFolder = strPath + "/" == strTarget.substr(0, strTarget.rfind('/') + 1);
+        if (strCall == "fsync" && bFolder)
+        {
+            setNames = {strName};
+        }
+        else if (strPath.rfind(strTarget, 0) == 0)
+        {
+            bSynced = strCall == "fsync" || (bSynced && strCall != "write" && strCall != "fwrite");
+            strName = strTo.empty() ? strPath : strTo;
+            setNames.insert(strName);
+        }
+        const bool bTorn = !bSynced && setNames.count(strTarget) == 1;
+        strTornAfter = bTorn && strTornAfter.empty() ? "a part after " + strCall : strTornAfter;
+    }
+    const char* const pszOld = setNames.size() == 1 ? "" : "old or ";
+    return strTornAfter.empty() && strName == strTarget ? pszOld + std::string("new") : strTornAfter;
+}
+
+TEST_F(ToolTest, WhatIsDurableSurvivesThePowerAtAnyMoment)
+{
+    const std::string strBody(100000, 'b');
+    CLoopbackServer tServer([&](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer(strBody); });
+    const std::string strTarget = m_strFolder + "/new";
+    for (const auto& [strOptions, strInStorage] : std::map<std::string, std::string>{{"--durable", "new"},
+                                                                                     {"--durable --sync", "new"},
+                                                                                     {"--durable --size 100000", "new"},
+                                                                                     {"--sync", "old or new"},
+                                                                                     {"", "a part after rename"}})
+    {
+        const std::string strSpy = "CALLS_LOG=../log ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" CALLS " ";
+        EXPECT_EQ(Shell(strSpy + TOOL " download -q " + strOptions + " " + tServer.Url() + " " + strTarget), 0);
+        EXPECT_EQ(CutAfterEach(Read("../log"), strTarget), strInStorage) << strOptions << "\n" << Read("../log");
+        EXPECT_TRUE(Read("new") == strBody);
+        Shell("rm ../log new");
+    }
 }
 
 } // namespace

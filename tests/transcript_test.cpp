@@ -152,6 +152,7 @@ int StartHttp(HTTP_METHOD_e eMethod, bool bSync, const std::list<std::string>& l
     tRequest.strResponse = "old ";
     tRequest.pfnRequestCB = g_tFake->Allows("callback") ? &OnRequest : nullptr;
     tRequest.pUserData = g_szUser;
+    g_tFake->Allows("semaphore") ? void() : g_tFake->lstRefused.push_back("sem_init"); // the engine has made its own
     _HTTP_REQ_INFO_t* ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
     const bool bResult = bSync ? Engine().Get(ptRequest, true) : Engine().Post(ptRequest, false);
     Note("record: " + std::to_string(tRequest.bResult) + " [" + tRequest.strErrorReason + "] [" + tRequest.strResponse +

@@ -183,6 +183,7 @@ void AddRunOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
         ->type_name("N")
         ->capture_default_str()
         ->check(Number(1, 1000));
+    pCommand->add_flag("--durable", tDownload.bDurable, "Done means that a power cut costs nothing of it");
     pCommand->add_flag("-q", tOptions.bQuiet, "Print nothing but errors");
     pCommand->add_flag("--json", tOptions.bJson, "Print JSON, at the end");
     AddFailFlags(pCommand, tOptions, "a redirect or a status of 400 and more", true);
@@ -286,7 +287,7 @@ void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
-    tOptions.tDownload.bRedirectFails = tOptions.tTransfer.bFailOnHttpError;
+    tOptions.tTransfer.bFailOnRedirect = !bRequest && tOptions.nFail >= 0;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
     if (pfnCommand == &RunFetch)
     {

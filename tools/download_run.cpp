@@ -269,8 +269,7 @@ void CDownloadRun::m_CheckArrived()
             continue;
         }
         tGuard.unlock();
-        const std::string strRedirect = m_tOptions.bRedirectFails ? RedirectReason(tItem.tEnd.tReport) : "";
-        const std::string strFailure = CheckAndMove(tItem.tDownload, strRedirect);
+        const std::string strFailure = CheckAndMove(tItem.tDownload);
         m_SetEnd(tItem, strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }

@@ -4,7 +4,7 @@
 
 #include "download_run.h"
 
-/** Where the engine is told to put a download: the target, or a file beside it for one that is to be checked first. */
+/** Where the engine is told to put a download: the target, or a file beside it for one that cannot go there yet. */
 std::string EnginePath(const DOWNLOAD_t& tDownload);
 
 /** Where the engine writes it meanwhile. */
@@ -26,8 +26,8 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
 /**
- * Checks what has arrived and moves it into place, if the engine has not done that. Removes what is not the file.
- * @param strFault why it is known not to be the file; empty: it may be
- * @return why it does not stand at its target; empty when it does
+ * Checks what has arrived, brings it to storage and moves it into place, as far as the engine has not done that. Removes
+ * what is not the file.
+ * @return what failed; empty when all is done
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const std::string& strFault);
+std::string CheckAndMove(const DOWNLOAD_t& tDownload);

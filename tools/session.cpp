@@ -113,15 +113,13 @@ std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
     {
         return "HTTP " + std::to_string(tReport.nHttpStatus);
     }
+    if (!tReport.strRedirectUrl.empty())
+    {
+        return "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " + tReport.strRedirectUrl +
+               ", which is not followed";
+    }
     return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
            HintAtName(tReport);
-}
-
-std::string RedirectReason(const WQCurl::TRANSFER_REPORT_t& tReport)
-{
-    return tReport.strRedirectUrl.empty() ? ""
-                                          : "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " +
-                                                tReport.strRedirectUrl + ", which is not followed";
 }
 
 int PrintError(const std::string& strWhat, const std::string& strCause)

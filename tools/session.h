@@ -53,9 +53,6 @@ private:
 /** Why a transfer failed, in words: "HTTP 404" where that is why, otherwise the library's text. */
 std::string Reason(const std::optional<TRANSFER_END_t>& tEnd);
 
-/** Why the answer to a transfer that succeeded is not what was asked for, if it is a redirect; otherwise empty. */
-std::string RedirectReason(const WQCurl::TRANSFER_REPORT_t& tReport);
-
 /** Prints one message of the tool on standard error, what others named made printable. @return the exit status 1 */
 int PrintError(const std::string& strWhat, const std::string& strCause);
 

@@ -211,6 +211,8 @@ struct TRANSFER_DEFAULTS_t
     IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< which addresses are used */
     /** A status of 400 and more fails the transfer, with a text that names it; of a download, nothing is kept. */
     bool bFailOnHttpError = false;
+    /** The same for a status of 300 to 399: redirects are not followed, so that its body is not what was asked for. */
+    bool bFailOnRedirect = false;
     int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; at least 1 */
     /** Connections in all and to one host at the same time; 0: any number. What is over waits its turn. */
     int nMostConnections = 0;

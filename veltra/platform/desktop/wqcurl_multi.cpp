@@ -59,6 +59,7 @@ struct WQCurlMulti::IMPL_t
     bool Renew();
     void StartAdded();
     void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
+    void KeepConnections(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults) const;
     void Start(EASY_t& tEasy);
     void Drive(EASY_t& tEasy);
     void AskForRests();
@@ -226,8 +227,10 @@ void WQCurlMulti::IMPL_t::StartAdded()
 {
     EASY_t* arrTaken[STARTS_AT_ONCE];
     size_t nTaken = 0;
+    size_t nTransfers = 0;
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
+        nTransfers = nRegistered;
         for (; nTaken < std::min(STARTS_AT_ONCE, vecAdded.size()); ++nTaken)
         {
             arrTaken[nTaken] = vecAdded[nTaken];
@@ -246,6 +249,7 @@ void WQCurlMulti::IMPL_t::StartAdded()
     {
         bOutdated = !Renew();
     }
+    KeepConnections(nTransfers, arrTaken[0]->ptSettings->tDefaults);
     std::for_each(arrTaken, arrTaken + nTaken, [this](EASY_t* ptEasy) { Start(*ptEasy); });
 }
 
@@ -258,6 +262,19 @@ void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTING
         curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, long{tDefaults.nMostConnections});
         curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_HOST_CONNECTIONS, long{tDefaults.nMostConnectionsPerHost});
     }
+}
+
+/**
+ * Lets as many connections stay open as libcurl would for so many transfers, and no fewer than may stay when all have
+ * ended. libcurl itself counts, in its later releases, only those that run at the moment: of many that end in one step
+ * it closes the connections before others start.
+ */
+void WQCurlMulti::IMPL_t::KeepConnections(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults) const
+{
+    constexpr long CONNECTIONS_PER_TRANSFER = 4;
+    curl_multi_setopt(
+        pMulti.get(), CURLMOPT_MAXCONNECTS,
+        std::max(CONNECTIONS_PER_TRANSFER * static_cast<long>(nTransfers), long{tDefaults.nMostIdleConnections}));
 }
 
 /** Hands a transfer to libcurl. One that it refuses has ended as failed. */
