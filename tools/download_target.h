@@ -26,8 +26,8 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
 /**
- * Checks what has arrived, brings it to storage and moves it into place, as far as the engine has not done that. Removes
- * what is not the file.
+ * Checks what has arrived, brings it to storage and moves it into place, as far as the engine has not done that.
+ * Removes what is not the file.
  * @return what failed; empty when all is done
  */
 std::string CheckAndMove(const DOWNLOAD_t& tDownload);
