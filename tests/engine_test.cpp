@@ -99,9 +99,6 @@ TEST_F(CEngineTest, CallbacksForOthersAnswerWhateverTheyAreGiven)
     tRecord.pfnDownloadCB = nullptr;
     EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 0);
     EXPECT_EQ(tRecord.nLastPercent, 40);
-    tRecord.bCancel = true;
-    EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 1);
-    EXPECT_EQ(CWebConnector::ProgressCBFunc(nullptr, 100, 50, 0, 0), 1);
 }
 
 TEST_F(CEngineTest, FailsWithTheReason)

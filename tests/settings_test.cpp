@@ -1,5 +1,4 @@
-/* The desktop platform's settings, its observer and a change of network, each over the engine as applications use it.
- */
+/* The desktop platform's settings, its observer and a change of network, over the engine as applications use it. */
 
 #include "engine_fixture.h"
 #include "interposed.h"

@@ -1,8 +1,5 @@
-/*
- * The exact records, wrapper steps and callbacks of the engine over a fake wrapper, and of the queries over that, with
- * faults that a real wrapper will not produce. The scenarios and what comes of them stand in tests/golden/, whose files
- * begin with how they are read.
- */
+/* The records, steps and callbacks of the engine over a fake wrapper, which has faults that a real one does not
+ * produce, and of the queries over that. golden/ holds the scenarios with what comes of them, and how it is read. */
 
 #include <algorithm>
 #include <array>
@@ -186,8 +183,7 @@ void Prepare(const char* pszPath, const std::string& strWhat)
     EXPECT_EQ(utimensat(AT_FDCWD, pszPath, arrAfter2038, AT_SYMLINK_NOFOLLOW), 0) << pszPath;
 }
 
-/** A handler that is kept, and so no leak, with a copy that is not the engine's: what stands behind it is not to be
- * read. */
+/** A handler that is kept, and so no leak, with a copy that is not the engine's, behind which nothing may be read. */
 struct KEPT_HANDLER_t
 {
     _REQ_HANDLER_t* ptOwn;

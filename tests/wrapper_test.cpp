@@ -122,8 +122,7 @@ TEST_F(CWrapperTest, CancelsInEveryState)
 
 TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
 {
-    /* The handshake is never answered: libcurl's own limit is five minutes, ours half a one, and the caller's counts.
-     */
+    /* The handshake is never answered: libcurl's own limit is five minutes, ours half a one; the caller's counts. */
     OUTCOME_t tDownload;
     ASSERT_EQ(Start(tDownload, SilentTlsUrl(), "file"), 1);
     EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(SilentTlsUrl(), "sync", 0, 1)); }), 25);
