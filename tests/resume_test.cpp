@@ -79,7 +79,7 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_EQ(m_tReport.nAttempts, 4);
     EXPECT_EQ(m_tReport.nBytes, static_cast<long long>(BODY.size()));
 
-    m_strValidator = "Date: Wed, 01 Jan 2020 10:02:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
+    m_strValidator = "Date: Wed, 01 Jan 2020 10:01:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
     EXPECT_TRUE(DownloadTwice());
     EXPECT_EQ(m_strIfRange.substr(0, 29), "Wed, 01 Jan 2020 10:00:00 GMT");
 
@@ -127,7 +127,7 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
     m_fnRest = nullptr;
     for (const char* pszValidator :
          {"", "ETag: W/\"weak\"", "ETag: unquoted",
-          "Date: Wed, 01 Jan 2020 10:00:30 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
+          "Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
           "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT"})
     {
         SCOPED_TRACE(pszValidator);
