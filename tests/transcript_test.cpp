@@ -398,30 +398,16 @@ TEST(Transcript, OfTheQueries)
     ExpectGolden("queries.txt", "WebConnector::");
 }
 
-namespace
-{
-
-/** Comes before the library's own statics, and so goes after them. */
-struct LATE_CALLER_t
-{
-    ~LATE_CALLER_t()
-    {
-        if (!strExpected.empty())
-        {
-            _exit(CAIAuth().GetDUID() == strExpected ? 7 : 8);
-        }
-    }
-    std::string strExpected;
-} g_tLate;
-
-} // namespace
-
 TEST(Platform, IdentityOutlivesWhoAsksForIt)
 {
-    g_tLate.strExpected.assign(1000, 'd');
-    CAIAuth::SetIdentity({"X1", g_tLate.strExpected, "", "", "", 0});
-    EXPECT_EXIT(exit(0), testing::ExitedWithCode(7), "");
-    g_tLate.strExpected.clear();
+    static const std::string s_strIdentity(1000, 'd');
+    const auto fnExit = []
+    {
+        std::atexit([] { _exit(CAIAuth().GetDUID() == s_strIdentity ? 7 : 8); }); // goes after what is made later
+        CAIAuth::SetIdentity({"X1", s_strIdentity, "", "", "", 0});
+        exit(0);
+    };
+    EXPECT_EXIT(fnExit(), testing::ExitedWithCode(7), "");
 }
 
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
