@@ -86,7 +86,7 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     static std::map<std::string, APPBIN_SERVER_INFO_t> mapInfo;
     static std::vector<std::string> vecId{"empCERT" + strLong};
     std::vector<std::string> vecUrl;
-    static size_t nLeastLogged = 1;
+    static size_t nLeastLogged = 100;
     const auto fnOnRecord = [](unsigned int /*nLevel*/, const char* pszRecord, void* /*pUserData*/)
     {
         const bool bEntry = std::string_view(pszRecord).find("Insert") != std::string_view::npos;
@@ -111,8 +111,6 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     FailEveryAllocation(
         "default information", [&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); },
         fnInOrder);
-    EXPECT_EQ(mapInfo.size(), 1U);
-    EXPECT_EQ(vecId.size(), 1U);
     EXPECT_EQ(nLeastLogged, 1U) << "an entry is logged last";
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);

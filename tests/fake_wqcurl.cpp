@@ -59,10 +59,8 @@ extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
     return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
 }
 
-/**
- * Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
- * "-file" put a link or a file where there was none when it was looked for.
- */
+/** Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
+ * "-file" put a link or a file where there was none when it was looked for. */
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
     const auto fnPutLink = [] { return symlink("precious", "f.bak"); };
