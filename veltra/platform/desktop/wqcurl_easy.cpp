@@ -71,7 +71,8 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     CURLcode eResult = p != nullptr ? CURLE_OK : CURLE_FAILED_INIT;
     const auto Set = [p, &eResult](CURLoption eOption, auto tValue)
     {
-        if (eResult == CURLE_OK)
+        /* What is nothing is so by default. */
+        if (eResult == CURLE_OK && tValue != decltype(tValue){})
         {
             eResult = curl_easy_setopt(p, eOption, tValue);
         }
@@ -90,9 +91,10 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
     Set(CURLOPT_QUICK_EXIT, 1L);
     /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
-    Set(CURLOPT_PROXY, tDefaults.strProxy.c_str());
-    Set(CURLOPT_NOPROXY, tDefaults.strProxy.empty() ? "*" : "");
-    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    const bool bProxy = !tDefaults.strProxy.empty();
+    Set(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
+    Set(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
     Set(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
     Set(CURLOPT_SHARE, TransferShare());
     Set(CURLOPT_CONNECT_TO, ptSettings->pConnectTo.get());
@@ -114,8 +116,6 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
          * megabyte, for all connections, instead of reading it for each. */
         curl_easy_setopt(p, CURLOPT_CAPATH, nullptr);
     }
-    Set(CURLOPT_BUFFERSIZE, BufferSize());
-    Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     Set(CURLOPT_HEADERFUNCTION, &OnHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
@@ -123,6 +123,10 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
     Set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
     Set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    if (eResult != CURLE_OK)
+    {
+        pEasy.reset(); // with some of its options set
+    }
     return eResult;
 }
 
@@ -169,6 +173,7 @@ void WQCurlEasy::IMPL_t::Begin()
     bTooLarge = false;
     tCounts = {};
     nInTurn = 0;
+    curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
 }
 
 CURLcode WQCurlEasy::IMPL_t::BeginRest()
@@ -394,7 +399,6 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
     if (eOption == NOPROGRESS)
     {
         m_pImpl->bReporting = lValue == 0;
-        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, m_pImpl->BufferSize());
     }
     return m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
@@ -485,6 +489,7 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &IMPL_t::OnOpenSocket);
     WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
     while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
     {
