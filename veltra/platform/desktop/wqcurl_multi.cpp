@@ -90,6 +90,8 @@ struct WQCurlMulti::IMPL_t
     size_t nRegistered = 0;        /**< handles that are not removed yet; guarded by tAddedLock */
     bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
 
+    size_t nMayStart = STARTS_AT_ONCE; /**< how many of the added handles start in the next step, at most */
+
     std::vector<EASY_t*> vecPaused; /**< have had their turn in this step, and continue in the next */
     std::vector<std::pair<Clock::time_point, EASY_t*>> vecBroken; /**< whose rest is asked for at these times */
     std::vector<MultiMsg> vecFinished; /**< in the order of their ends; those before nUnread have been read */
@@ -231,7 +233,7 @@ void WQCurlMulti::IMPL_t::StartAdded()
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
         nTransfers = nRegistered;
-        for (; nTaken < std::min(STARTS_AT_ONCE, vecAdded.size()); ++nTaken)
+        for (; nTaken < std::min(nMayStart, vecAdded.size()); ++nTaken)
         {
             arrTaken[nTaken] = vecAdded[nTaken];
             arrTaken[nTaken]->eStage = EASY_t::STAGE_RUNNING;
@@ -589,6 +591,9 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
     m_pImpl->ResumePaused();
+    /* Those under way go first: while they keep this thread busy, no more start than end, on the same connections. */
+    const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
+    m_pImpl->nMayStart = nEvents > 0 ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
 }
