@@ -16,7 +16,7 @@
 
 std::atomic<int> g_nUntilFailure{-1};
 std::atomic<int> g_nError{0};
-std::atomic<const char*> g_pszFailed{nullptr};
+std::atomic<const char*> g_pszFailing{""};
 
 namespace
 {
@@ -45,9 +45,7 @@ template <class WHAT> bool Meet(const char* pszName, const void* pCaller, WHAT f
     {
         std::ofstream(s_pszLog, std::ios::app) << pszName << ' ' << fnWhat() << '\n';
     }
-    const bool bFails = g_nUntilFailure >= 0 && g_nUntilFailure-- == 0;
-    g_pszFailed = bFails ? pszName : g_pszFailed.load();
-    return bFails;
+    return strcmp(pszName, g_pszFailing) == 0 && g_nUntilFailure-- == 0;
 }
 
 template <class RESULT> RESULT Failed(RESULT tResult)
@@ -75,7 +73,6 @@ CALL(size_t, fwrite, (const void* pData, size_t nSize, size_t nCount, FILE* pFil
 /* A write to an event descriptor can only be interrupted. */
 CALL(ssize_t, write, (int nFile, const void* pData, size_t nSize), (nFile, pData, nSize), (errno = EINTR, -1),
      PathOf(nFile))
-CALL(int, eventfd_write, (int nFile, uint64_t nValue), (nFile, nValue), Failed(-1), "")
 CALL(int, fflush, (FILE * pFile), (pFile), Failed(EOF), "")
 CALL(int, fsync, (int nFile), (nFile), Failed(-1), PathOf(nFile))
 /* Closed it is all the same. */

@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-extern std::atomic<int> g_nUntilFailure;         /**< calls before the one that fails; negative: none does */
+extern std::atomic<const char*> g_pszFailing;    /**< the function of which a call fails */
+extern std::atomic<int> g_nUntilFailure;         /**< how many succeed before that; negative: none fails */
 extern std::atomic<int> g_nError;                /**< its errno */
-extern std::atomic<const char*> g_pszFailed;     /**< which it was */
-extern thread_local int t_nAllocationsToFailure; /**< the same for what this thread allocates */
+extern thread_local int t_nAllocationsToFailure; /**< as g_nUntilFailure, for what this thread allocates */
