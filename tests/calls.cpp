@@ -1,6 +1,6 @@
 /*
  * System calls that fail on demand, or are written down: each that the library, libcurl, GLib or the tool makes.
- * fault_test is linked with it; it is preloaded into the tool, whose calls go to the file that CALLS_LOG names.
+ * allocation_test is linked with it; it is preloaded into the tool, whose calls go to the file that CALLS_LOG names.
  */
 
 #include "calls.h"
@@ -14,7 +14,9 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-CALLS_t g_tCalls;
+std::atomic<int> g_nUntilFailure{-1};
+std::atomic<int> g_nError{0};
+std::atomic<const char*> g_pszFailing{""};
 
 namespace
 {
@@ -26,31 +28,29 @@ std::string PathOf(int nFile)
 }
 
 /** Writes a call down. @return whether it is to fail */
-bool Meet(const char* pszName, const void* pCaller, const std::string& strWhat)
+template <class WHAT> bool Meet(const char* pszName, const void* pCaller, WHAT fnWhat)
 {
     static const char* const s_pszLog = getenv("CALLS_LOG");
     Dl_info tFrom{};
-    if ((s_pszLog == nullptr && g_tCalls.nUntilFailure < 0) || dladdr(pCaller, &tFrom) == 0)
+    if ((s_pszLog == nullptr && g_nUntilFailure < 0) || dladdr(pCaller, &tFrom) == 0)
     {
         return false;
     }
-    const std::string strFrom = basename(tFrom.dli_fname);
+    const std::string_view strFrom = basename(tFrom.dli_fname);
     if (strFrom.find("veltra") + 1 + strFrom.find("libcurl") + 1 + strFrom.find("libglib") + 1 == 0)
     {
         return false;
     }
     if (s_pszLog != nullptr)
     {
-        std::ofstream(s_pszLog, std::ios::app) << pszName << ' ' << strWhat << '\n';
+        std::ofstream(s_pszLog, std::ios::app) << pszName << ' ' << fnWhat() << '\n';
     }
-    const bool bFails = g_tCalls.nUntilFailure >= 0 && g_tCalls.nUntilFailure-- == 0;
-    g_tCalls.pszFailed = bFails ? pszName : g_tCalls.pszFailed.load();
-    return bFails;
+    return strcmp(pszName, g_pszFailing) == 0 && g_nUntilFailure-- == 0;
 }
 
 template <class RESULT> RESULT Failed(RESULT tResult)
 {
-    errno = g_tCalls.nError;
+    errno = g_nError;
     return tResult;
 }
 
@@ -62,7 +62,8 @@ template <class RESULT> RESULT Failed(RESULT tResult)
     RESULT Own_##NAME PARAMETERS                                                                        \
     {                                                                                                   \
         static auto* const s_pfnNext = reinterpret_cast<RESULT(*) PARAMETERS>(dlsym(RTLD_NEXT, #NAME)); \
-        return Meet(#NAME, __builtin_return_address(0), WHAT) ? FAILED : s_pfnNext ARGUMENTS;           \
+        const auto fnWhat = [&]() -> std::string { return WHAT; };                                      \
+        return Meet(#NAME, __builtin_return_address(0), fnWhat) ? FAILED : s_pfnNext ARGUMENTS;         \
     }
 
 CALL(int, open64, (const char* pszPath, int nFlags, mode_t nMode), (pszPath, nFlags, nMode), Failed(-1), "")
@@ -72,7 +73,6 @@ CALL(size_t, fwrite, (const void* pData, size_t nSize, size_t nCount, FILE* pFil
 /* A write to an event descriptor can only be interrupted. */
 CALL(ssize_t, write, (int nFile, const void* pData, size_t nSize), (nFile, pData, nSize), (errno = EINTR, -1),
      PathOf(nFile))
-CALL(int, eventfd_write, (int nFile, uint64_t nValue), (nFile, nValue), Failed(-1), "")
 CALL(int, fflush, (FILE * pFile), (pFile), Failed(EOF), "")
 CALL(int, fsync, (int nFile), (nFile), Failed(-1), PathOf(nFile))
 /* Closed it is all the same. */

@@ -2,12 +2,7 @@
 
 #include <atomic>
 
-/** The system calls of the library, and of what it uses, of which one can be made to fail. */
-struct CALLS_t
-{
-    std::atomic<int> nUntilFailure{-1};           /**< calls before that one; negative: none fails */
-    std::atomic<int> nError{0};                   /**< its errno */
-    std::atomic<const char*> pszFailed = nullptr; /**< which it was; null: none yet */
-};
-
-extern CALLS_t g_tCalls;
+extern std::atomic<const char*> g_pszFailing;    /**< the function of which a call fails */
+extern std::atomic<int> g_nUntilFailure;         /**< how many succeed before that; negative: none fails */
+extern std::atomic<int> g_nError;                /**< its errno */
+extern thread_local int t_nAllocationsToFailure; /**< as g_nUntilFailure, for what this thread allocates */
