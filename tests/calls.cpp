@@ -67,6 +67,7 @@ template <class RESULT> RESULT Failed(RESULT tResult)
     }
 
 CALL(int, open64, (const char* pszPath, int nFlags, mode_t nMode), (pszPath, nFlags, nMode), Failed(-1), "")
+CALL(FILE*, fopen64, (const char* pszPath, const char* pszMode), (pszPath, pszMode), Failed<FILE*>(nullptr), "")
 CALL(FILE*, fdopen, (int nFile, const char* pszMode), (nFile, pszMode), Failed<FILE*>(nullptr), "")
 CALL(size_t, fwrite, (const void* pData, size_t nSize, size_t nCount, FILE* pFile), (pData, nSize, nCount, pFile),
      Failed(size_t{0}), PathOf(fileno(pFile)))
