@@ -217,6 +217,7 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
     fnEnds("an exception in a progress function", false, nullptr, pfnThrow);
     g_tInterposed.bRefuseMemory = true;
     EXPECT_FALSE(tOther.setOption(WQCurl::HTTPHEADER, std::list<std::string>{"A:1"}));
+    EXPECT_THROW(WQCurl::SetTransferDefaults({"", {"a:1:b:2"}}), std::bad_alloc);
     fnEnds("a handle that libcurl refuses", false, nullptr, nullptr);
     g_tInterposed.bRefuseMemory = false;
     g_tInterposed.bFailWaits = true;
@@ -227,11 +228,16 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
     EXPECT_EQ(nRunning, 1);
     EXPECT_TRUE(tMulti.removeHandle(&tStalled));
 
-    EXPECT_TRUE(tOther.Initialize());
-    EXPECT_TRUE(tOther.setOption(WQCurl::URL, "file:///"));
-    EXPECT_TRUE(tMulti.addHandle(&tOther));
+    for (WQCurl::WQCurlEasy* ptEasy : {&tStalled, &tOther})
+    {
+        EXPECT_TRUE(ptEasy->Initialize());
+        EXPECT_TRUE(ptEasy->setOption(WQCurl::URL, "file:///"));
+        EXPECT_TRUE(tMulti.addHandle(ptEasy));
+    }
     EXPECT_TRUE(tMulti.Perform(nRunning));
     EXPECT_TRUE(tMulti.removeHandle(&tOther)) << "finished, with its message unread";
+    EXPECT_EQ(tMulti.InfoRead().pEasyHandle, &tStalled);
     EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr);
+    EXPECT_TRUE(tMulti.removeHandle(&tStalled));
     std::for_each(s_vecCopies.begin(), s_vecCopies.end(), &close);
 }
