@@ -173,12 +173,16 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
     EXPECT_TRUE(tMulti.addHandle(&tStalled));
 
     m_strRaw = "HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nanswer";
-    const auto fnEnds = [&](const char* pszWhat, bool bResult, const std::function<void()>& fnSetUp)
+    const auto fnEnds = [&](const char* pszWhat, bool bResult, WQCurl::WRITE_FUNCTION_t pfnWrite,
+                            WQCurl::PROGRESS_FUNCTION_t pfnProgress)
     {
         SCOPED_TRACE(pszWhat);
         EXPECT_TRUE(tOther.Initialize());
-        tOther.setOption(WQCurl::URL, Url());
-        fnSetUp();
+        EXPECT_TRUE(tOther.setOption(WQCurl::URL, Url(RAW)));
+        EXPECT_TRUE(tOther.setOption(WQCurl::WRITEFUNCTION, pfnWrite));
+        EXPECT_TRUE(tOther.setOption(WQCurl::WRITEDATA, &*m_tServer));
+        EXPECT_TRUE(tOther.setOption(WQCurl::NOPROGRESS, 0L));
+        EXPECT_TRUE(tOther.setOption(WQCurl::PROGRESSFUNCTION, pfnProgress));
         EXPECT_TRUE(tMulti.addHandle(&tOther));
         WQCurl::WQCurlMulti::MultiMsg tMsg;
         for (int i = 0; i < 100 && tMsg.pEasyHandle == nullptr; ++i)
@@ -209,39 +213,31 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
         return 0x10000001;
     };
     WQCurl::PROGRESS_FUNCTION_t const pfnThrow = [](void*, double, double, double, double) -> int { throw 1; };
-    fnEnds("a write function that names libcurl's number for a pause", false,
-           [&]
-           {
-               tOther.setOption(WQCurl::URL, Url(RAW));
-               tOther.setOption(WQCurl::WRITEFUNCTION, pfnPause);
-               tOther.setOption(WQCurl::WRITEDATA, &*m_tServer);
-           });
-    fnEnds("an exception in a progress function", false,
-           [&]
-           {
-               tOther.setOption(WQCurl::NOPROGRESS, 0L);
-               tOther.setOption(WQCurl::PROGRESSFUNCTION, pfnThrow);
-           });
-    fnEnds("a handle that libcurl refuses", false, [] { g_tInterposed.bRefuseHandles = true; });
-    g_tInterposed.bRefuseHandles = false;
+    fnEnds("a write function that names libcurl's number for a pause", false, pfnPause, nullptr);
+    fnEnds("an exception in a progress function", false, nullptr, pfnThrow);
+    g_tInterposed.bRefuseMemory = true;
+    EXPECT_FALSE(tOther.setOption(WQCurl::HTTPHEADER, std::list<std::string>{"A:1"}));
+    EXPECT_THROW(WQCurl::SetTransferDefaults({"", {"a:1:b:2"}}), std::bad_alloc);
+    fnEnds("a handle that libcurl refuses", false, nullptr, nullptr);
+    g_tInterposed.bRefuseMemory = false;
     g_tInterposed.bFailWaits = true;
     EXPECT_LE(fnWaits(300ms, false), 100) << "a wait that fails must not be tried again at once";
     g_tInterposed.bFailWaits = false;
-    fnEnds("a signal raised by a TLS library, which reaches nobody", true,
-           [&]
-           {
-               tOther.setOption(WQCurl::URL, Url(RAW));
-               tOther.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe);
-           });
+    fnEnds("a signal raised by a TLS library, which reaches nobody", true, &RaiseSigpipe, nullptr);
     EXPECT_LE(fnWaits(3s, true), 20) << "beside a stall, while the server closes the last connection";
     EXPECT_EQ(nRunning, 1);
     EXPECT_TRUE(tMulti.removeHandle(&tStalled));
 
-    EXPECT_TRUE(tOther.Initialize());
-    EXPECT_TRUE(tOther.setOption(WQCurl::URL, "file:///"));
-    EXPECT_TRUE(tMulti.addHandle(&tOther));
+    for (WQCurl::WQCurlEasy* ptEasy : {&tStalled, &tOther})
+    {
+        EXPECT_TRUE(ptEasy->Initialize());
+        EXPECT_TRUE(ptEasy->setOption(WQCurl::URL, "file:///"));
+        EXPECT_TRUE(tMulti.addHandle(ptEasy));
+    }
     EXPECT_TRUE(tMulti.Perform(nRunning));
     EXPECT_TRUE(tMulti.removeHandle(&tOther)) << "finished, with its message unread";
+    EXPECT_EQ(tMulti.InfoRead().pEasyHandle, &tStalled);
     EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr);
+    EXPECT_TRUE(tMulti.removeHandle(&tStalled));
     std::for_each(s_vecCopies.begin(), s_vecCopies.end(), &close);
 }
