@@ -59,6 +59,26 @@ long IpResolve(IP_FAMILY_e eFamily)
                                     : CURL_IPRESOLVE_WHATEVER;
 }
 
+CURLcode SetAuthorities(CURL* pEasy, const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    const char* pszFile = nullptr;
+    curl_easy_getinfo(pEasy, CURLINFO_CAINFO, &pszFile);
+    const char* pszFolder = tDefaults.strCaFolder.empty() ? nullptr : tDefaults.strCaFolder.c_str();
+    CURLcode eResult = CURLE_OK;
+    if (pszFolder != nullptr || !tDefaults.strCaFile.empty())
+    {
+        pszFile = tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str();
+        eResult = curl_easy_setopt(pEasy, CURLOPT_CAINFO, pszFile);
+    }
+    if (eResult == CURLE_OK && (pszFolder != nullptr || pszFile != nullptr))
+    {
+        /* No other authorities than those named; and only without a folder does libcurl keep what it has read of the
+         * file, most of a megabyte if that is the system's, for all connections, instead of reading it for each. */
+        eResult = curl_easy_setopt(pEasy, CURLOPT_CAPATH, pszFolder);
+    }
+    return eResult;
+}
+
 } // namespace
 
 CURLcode WQCurlEasy::IMPL_t::SetUp()
@@ -103,19 +123,7 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
         Set(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
         Set(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
     }
-    const char* pszBundle = nullptr;
-    curl_easy_getinfo(p, CURLINFO_CAINFO, &pszBundle);
-    if (!tDefaults.strCaFile.empty())
-    {
-        pszBundle = tDefaults.strCaFile.c_str();
-        Set(CURLOPT_CAINFO, pszBundle);
-    }
-    if (pszBundle != nullptr)
-    {
-        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
-         * megabyte, for all connections, instead of reading it for each. */
-        curl_easy_setopt(p, CURLOPT_CAPATH, nullptr);
-    }
+    eResult = eResult == CURLE_OK ? SetAuthorities(p, tDefaults) : eResult;
     Set(CURLOPT_HEADERFUNCTION, &OnHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
