@@ -59,24 +59,62 @@ long IpResolve(IP_FAMILY_e eFamily)
                                     : CURL_IPRESOLVE_WHATEVER;
 }
 
-CURLcode SetAuthorities(CURL* pEasy, const TRANSFER_DEFAULTS_t& tDefaults)
+/** Sets options of a new libcurl handle, up to the first that it refuses. What is nothing is so by default. */
+struct OPTION_SETTER_t
 {
-    const char* pszFile = nullptr;
-    curl_easy_getinfo(pEasy, CURLINFO_CAINFO, &pszFile);
-    const char* pszFolder = tDefaults.strCaFolder.empty() ? nullptr : tDefaults.strCaFolder.c_str();
+    template <class VALUE> void operator()(CURLoption eOption, VALUE tValue)
+    {
+        if (eResult == CURLE_OK && tValue != VALUE{})
+        {
+            eResult = curl_easy_setopt(pEasy, eOption, tValue);
+        }
+    }
+
+    CURL* const pEasy;
     CURLcode eResult = CURLE_OK;
-    if (pszFolder != nullptr || !tDefaults.strCaFile.empty())
+};
+
+/** Which way a request takes to its server, and by which protocol and how fast the two talk. */
+void SetWay(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
+{
+    const TRANSFER_DEFAULTS_t& tDefaults = tSettings.tDefaults;
+    tSet(CURLOPT_PROTOCOLS_STR, "http,https");
+    /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
+    tSet(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
+    tSet(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
+    tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
+    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
+    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
+    const bool bProxy = !tDefaults.strProxy.empty();
+    tSet(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
+    tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
+    tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
+    tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
+}
+
+/** Whom a request trusts, and how it shows who it is. */
+void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    if (!tDefaults.strClientCertificate.empty())
     {
-        pszFile = tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str();
-        eResult = curl_easy_setopt(pEasy, CURLOPT_CAINFO, pszFile);
+        tSet(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
+        tSet(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
     }
-    if (eResult == CURLE_OK && (pszFolder != nullptr || pszFile != nullptr))
+    const char* pszBundle = nullptr;
+    curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle);
+    if (!tDefaults.strCaFolder.empty())
     {
-        /* No other authorities than those named; and only without a folder does libcurl keep what it has read of the
-         * file, most of a megabyte if that is the system's, for all connections, instead of reading it for each. */
-        eResult = curl_easy_setopt(pEasy, CURLOPT_CAPATH, pszFolder);
+        curl_easy_setopt(tSet.pEasy, CURLOPT_CAINFO, nullptr);
+        tSet(CURLOPT_CAPATH, tDefaults.strCaFolder.c_str());
     }
-    return eResult;
+    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
+    {
+        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
+         * megabyte, for all connections, instead of reading it for each. */
+        curl_easy_setopt(tSet.pEasy, CURLOPT_CAPATH, nullptr);
+    }
+    tSet(CURLOPT_CAINFO, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
 }
 
 } // namespace
@@ -87,55 +125,32 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     {
         pEasy.reset(curl_easy_init());
     }
-    CURL* p = pEasy.get();
-    CURLcode eResult = p != nullptr ? CURLE_OK : CURLE_FAILED_INIT;
-    const auto Set = [p, &eResult](CURLoption eOption, auto tValue)
+    if (pEasy == nullptr)
     {
-        /* What is nothing is so by default. */
-        if (eResult == CURLE_OK && tValue != decltype(tValue){})
-        {
-            eResult = curl_easy_setopt(p, eOption, tValue);
-        }
-    };
-    ptSettings = CurrentSettings();
-    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
-    Set(CURLOPT_PRIVATE, static_cast<void*>(this));
-    Set(CURLOPT_ERRORBUFFER, szError);
-    Set(CURLOPT_PROTOCOLS_STR, "http,https");
-    /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
-    Set(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
-    Set(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
-    Set(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
-    Set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
-    Set(CURLOPT_NOSIGNAL, 1L);
-    /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
-    Set(CURLOPT_QUICK_EXIT, 1L);
-    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
-    const bool bProxy = !tDefaults.strProxy.empty();
-    Set(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
-    Set(CURLOPT_NOPROXY, bProxy ? "" : "*");
-    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
-    Set(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
-    Set(CURLOPT_SHARE, TransferShare());
-    Set(CURLOPT_CONNECT_TO, ptSettings->pConnectTo.get());
-    if (!tDefaults.strClientCertificate.empty())
-    {
-        Set(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
-        Set(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
+        return CURLE_FAILED_INIT;
     }
-    eResult = eResult == CURLE_OK ? SetAuthorities(p, tDefaults) : eResult;
-    Set(CURLOPT_HEADERFUNCTION, &OnHeader);
-    Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+    ptSettings = CurrentSettings();
+    OPTION_SETTER_t tSet{pEasy.get()};
+    tSet(CURLOPT_PRIVATE, static_cast<void*>(this));
+    tSet(CURLOPT_ERRORBUFFER, szError);
+    tSet(CURLOPT_NOSIGNAL, 1L);
+    /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
+    tSet(CURLOPT_QUICK_EXIT, 1L);
+    tSet(CURLOPT_SHARE, TransferShare());
+    SetWay(tSet, *ptSettings);
+    SetTrust(tSet, ptSettings->tDefaults);
+    tSet(CURLOPT_HEADERFUNCTION, &OnHeader);
+    tSet(CURLOPT_HEADERDATA, static_cast<void*>(this));
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
-    Set(CURLOPT_WRITEFUNCTION, &OnWrite);
-    Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-    Set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
-    Set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
-    if (eResult != CURLE_OK)
+    tSet(CURLOPT_WRITEFUNCTION, &OnWrite);
+    tSet(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    tSet(CURLOPT_XFERINFOFUNCTION, &OnProgress);
+    tSet(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    if (tSet.eResult != CURLE_OK)
     {
         pEasy.reset(); // with some of its options set
     }
-    return eResult;
+    return tSet.eResult;
 }
 
 void WQCurlEasy::IMPL_t::Clear()
@@ -223,6 +238,13 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
+long WQCurlEasy::IMPL_t::Status() const
+{
+    long lStatus = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+    return lStatus;
+}
+
 WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
@@ -247,6 +269,11 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     {
         tMsg.nResultCode = CURLE_PARTIAL_FILE;
         tMsg.strErrorMsg = "The answer ended within its header lines";
+    }
+    else if (eCode == CURLE_OK && ptSettings->tDefaults.bFailOnRedirect && Status() / 100 == 3)
+    {
+        tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
+        tMsg.strErrorMsg = "The server redirects, which is not followed";
     }
     else if (eCode != CURLE_OK)
     {
@@ -309,8 +336,7 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
-        long lStatus = 0;
-        curl_easy_getinfo(ptImpl->pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+        const long lStatus = ptImpl->Status();
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
         const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
         if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
