@@ -59,10 +59,8 @@ extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
     return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
 }
 
-/**
- * Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
- * "-file" put a link or a file where there was none when it was looked for.
- */
+/** Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
+ * "-file" put a link or a file where there was none when it was looked for. */
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
     const auto fnPutLink = [] { return symlink("precious", "f.bak"); };
@@ -82,6 +80,12 @@ extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
         std::ofstream("f.bak") << "precious";
     }
     return nResult;
+}
+
+extern "C" int sem_init(sem_t* ptSemaphore, int nShared, unsigned nValue) noexcept
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&sem_init)>(dlsym(RTLD_NEXT, "sem_init"));
+    return Permits("sem_init", ENOSPC) ? s_pfnSystem(ptSemaphore, nShared, nValue) : -1;
 }
 
 /** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */

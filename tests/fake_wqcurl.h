@@ -18,10 +18,8 @@ struct FAKE_TRANSFER_t
     void* pPrivate = nullptr;
 };
 
-/**
- * Stands for libcurl behind the wrapper's classes: transfers nothing, writes down what it is asked for, and refuses
- * what it is told to refuse. Each scenario makes a new one.
- */
+/** Stands for libcurl behind the wrapper's classes: transfers nothing, writes down what it is asked for, and refuses
+ * what it is told to refuse. Each scenario makes a new one. */
 struct FAKE_WQCURL_t
 {
     /** @return false for a step that is to be refused, once for each time that it is named */

@@ -35,7 +35,7 @@ protected:
         }
         else
         {
-            tConnection.Send(Head(bRest ? PARTIAL : "200 OK", BODY.size() - nFirst,
+            tConnection.Send(Head(bRest ? PARTIAL : m_strFirst, BODY.size() - nFirst,
                                   bRest ? "Content-Range: bytes " + strFirst + "-999999/1000000" : m_strValidator));
             tConnection.Send(BODY.substr(nFirst, m_nBreakAfter));
         }
@@ -62,6 +62,7 @@ protected:
     }
 
     std::string m_strValidator = "ETag: \"one\"";
+    std::string m_strFirst = "200 OK";
     size_t m_nBreakAfter = BROKEN_AT;
     std::function<void(CConnection&)> m_fnRest;
     std::atomic<int> m_nRequests{0};
@@ -78,7 +79,7 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_EQ(m_tReport.nAttempts, 4);
     EXPECT_EQ(m_tReport.nBytes, static_cast<long long>(BODY.size()));
 
-    m_strValidator = "Date: Wed, 01 Jan 2020 10:02:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
+    m_strValidator = "Date: Wed, 01 Jan 2020 10:01:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
     EXPECT_TRUE(DownloadTwice());
     EXPECT_EQ(m_strIfRange.substr(0, 29), "Wed, 01 Jan 2020 10:00:00 GMT");
 
@@ -90,6 +91,9 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
         m_nBreakAfter = BODY.size();
     };
     EXPECT_GE(SecondsOf([&] { EXPECT_TRUE(DownloadTwice()); }), 4);
+
+    m_strFirst = PARTIAL;
+    EXPECT_FALSE(DownloadTwice()) << "nobody asked for a part";
 }
 
 TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
@@ -103,16 +107,11 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
         "\r\n5\r\nshort\r\n0\r\n\r\n",
         Head("503 Busy", 0, ""),
     };
-    for (const char* pszRange : {
-             "",
-             "Content-Type: multipart/byteranges; boundary=x",
-             "Content-Range: bytes 300001-999999/1000000",
-             "Content-Range: bytes 299999-999999/1000000",
-             "Content-Range: bytes 300000-1000000/1000001",
-             "Content-Range: bytes 300000-999998/1000000",
-             "Content-Range: items 300000-999999/1000000",
-             "Content-Range: bytes 300000-999999/*",
-         })
+    for (const char* pszRange :
+         {"", "Content-Type: multipart/byteranges; boundary=x", "Content-Range: bytes 300001-999999/1000000",
+          "Content-Range: bytes 299999-999999/1000000", "Content-Range: bytes 300000-1000000/1000001",
+          "Content-Range: bytes 300000-999998/1000000", "Content-Range: items 300000-999999/1000000",
+          "Content-Range: bytes 300000-999999/*"})
     {
         vecAnswers.push_back(Head(PARTIAL, nRest, pszRange) + BODY.substr(BROKEN_AT));
     }
@@ -123,11 +122,12 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
         m_fnRest = [&strAnswer](CConnection& tConnection) { tConnection.Send(strAnswer); };
         EXPECT_FALSE(DownloadTwice());
         EXPECT_LE(m_nRequests, 2 * 3) << "attempts are bounded";
+        EXPECT_NE(m_tReport.strErrorMsg.find("of the file"), std::string::npos) << m_tReport.strErrorMsg;
     }
     m_fnRest = nullptr;
     for (const char* pszValidator :
          {"", "ETag: W/\"weak\"", "ETag: unquoted",
-          "Date: Wed, 01 Jan 2020 10:00:30 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
+          "Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
           "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT"})
     {
         SCOPED_TRACE(pszValidator);

@@ -1,8 +1,5 @@
-/*
- * The exact records, wrapper steps and callbacks of the engine over a fake wrapper, and of the queries over that, with
- * faults that a real wrapper will not produce. The scenarios and what comes of them stand in tests/golden/, whose files
- * begin with how they are read.
- */
+/* The records, steps and callbacks of the engine over a fake wrapper, which has faults that a real one does not
+ * produce, and of the queries over that. golden/ holds the scenarios with what comes of them, and how it is read. */
 
 #include <algorithm>
 #include <array>
@@ -152,6 +149,7 @@ int StartHttp(HTTP_METHOD_e eMethod, bool bSync, const std::list<std::string>& l
     tRequest.strResponse = "old ";
     tRequest.pfnRequestCB = g_tFake->Allows("callback") ? &OnRequest : nullptr;
     tRequest.pUserData = g_szUser;
+    g_tFake->Allows("semaphore") ? void() : g_tFake->lstRefused.push_back("sem_init"); // the engine has made its own
     _HTTP_REQ_INFO_t* ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
     const bool bResult = bSync ? Engine().Get(ptRequest, true) : Engine().Post(ptRequest, false);
     Note("record: " + std::to_string(tRequest.bResult) + " [" + tRequest.strErrorReason + "] [" + tRequest.strResponse +
@@ -185,8 +183,7 @@ void Prepare(const char* pszPath, const std::string& strWhat)
     EXPECT_EQ(utimensat(AT_FDCWD, pszPath, arrAfter2038, AT_SYMLINK_NOFOLLOW), 0) << pszPath;
 }
 
-/** A handler that is kept, and so no leak, with a copy that is not the engine's: what stands behind it is not to be
- * read. */
+/** A handler that is kept, and so no leak, with a copy that is not the engine's, behind which nothing may be read. */
 struct KEPT_HANDLER_t
 {
     _REQ_HANDLER_t* ptOwn;
@@ -401,30 +398,16 @@ TEST(Transcript, OfTheQueries)
     ExpectGolden("queries.txt", "WebConnector::");
 }
 
-namespace
-{
-
-/** Comes before the library's own statics, and so goes after them. */
-struct LATE_CALLER_t
-{
-    ~LATE_CALLER_t()
-    {
-        if (!strExpected.empty())
-        {
-            _exit(CAIAuth().GetDUID() == strExpected ? 7 : 8);
-        }
-    }
-    std::string strExpected;
-} g_tLate;
-
-} // namespace
-
 TEST(Platform, IdentityOutlivesWhoAsksForIt)
 {
-    g_tLate.strExpected.assign(1000, 'd');
-    CAIAuth::SetIdentity({"X1", g_tLate.strExpected, "", "", "", 0});
-    EXPECT_EXIT(exit(0), testing::ExitedWithCode(7), "");
-    g_tLate.strExpected.clear();
+    static const std::string s_strIdentity(1000, 'd');
+    const auto fnExit = []
+    {
+        std::atexit([] { _exit(CAIAuth().GetDUID() == s_strIdentity ? 7 : 8); }); // goes after what is made later
+        CAIAuth::SetIdentity({"X1", s_strIdentity, "", "", "", 0});
+        exit(0);
+    };
+    EXPECT_EXIT(fnExit(), testing::ExitedWithCode(7), "");
 }
 
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)

@@ -59,6 +59,63 @@ long IpResolve(IP_FAMILY_e eFamily)
                                     : CURL_IPRESOLVE_WHATEVER;
 }
 
+/** Sets options of a new libcurl handle, up to the first that it refuses. What is nothing is so by default. */
+struct OPTION_SETTER_t
+{
+    template <class VALUE> void operator()(CURLoption eOption, VALUE tValue)
+    {
+        if (eResult == CURLE_OK && tValue != VALUE{})
+        {
+            eResult = curl_easy_setopt(pEasy, eOption, tValue);
+        }
+    }
+
+    CURL* const pEasy;
+    CURLcode eResult = CURLE_OK;
+};
+
+/** Which way a request takes to its server, and by which protocol and how fast the two talk. */
+void SetWay(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
+{
+    const TRANSFER_DEFAULTS_t& tDefaults = tSettings.tDefaults;
+    tSet(CURLOPT_PROTOCOLS_STR, "http,https");
+    /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
+    tSet(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
+    tSet(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
+    tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
+    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
+    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
+    const bool bProxy = !tDefaults.strProxy.empty();
+    tSet(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
+    tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
+    tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
+    tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
+}
+
+/** Whom a request trusts, and how it shows who it is. */
+void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    if (!tDefaults.strClientCertificate.empty())
+    {
+        tSet(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
+        tSet(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
+    }
+    const char* pszBundle = nullptr;
+    curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle);
+    if (!tDefaults.strCaFile.empty())
+    {
+        pszBundle = tDefaults.strCaFile.c_str();
+        tSet(CURLOPT_CAINFO, pszBundle);
+    }
+    if (pszBundle != nullptr)
+    {
+        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
+         * megabyte, for all connections, instead of reading it for each. */
+        curl_easy_setopt(tSet.pEasy, CURLOPT_CAPATH, nullptr);
+    }
+}
+
 } // namespace
 
 CURLcode WQCurlEasy::IMPL_t::SetUp()
@@ -67,63 +124,32 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     {
         pEasy.reset(curl_easy_init());
     }
-    CURL* p = pEasy.get();
-    CURLcode eResult = p != nullptr ? CURLE_OK : CURLE_FAILED_INIT;
-    const auto Set = [p, &eResult](CURLoption eOption, auto tValue)
+    if (pEasy == nullptr)
     {
-        if (eResult == CURLE_OK)
-        {
-            eResult = curl_easy_setopt(p, eOption, tValue);
-        }
-    };
+        return CURLE_FAILED_INIT;
+    }
     ptSettings = CurrentSettings();
-    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
-    Set(CURLOPT_PRIVATE, static_cast<void*>(this));
-    Set(CURLOPT_ERRORBUFFER, szError);
-    Set(CURLOPT_PROTOCOLS_STR, "http,https");
-    /* By HTTP/1.1, header names go out letter for letter, and a broken or silent connection costs one transfer. */
-    Set(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
-    Set(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
-    Set(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
-    Set(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
-    Set(CURLOPT_NOSIGNAL, 1L);
+    OPTION_SETTER_t tSet{pEasy.get()};
+    tSet(CURLOPT_PRIVATE, static_cast<void*>(this));
+    tSet(CURLOPT_ERRORBUFFER, szError);
+    tSet(CURLOPT_NOSIGNAL, 1L);
     /* Otherwise removing a transfer whose name look-up hangs would hang with it, and all others too. */
-    Set(CURLOPT_QUICK_EXIT, 1L);
-    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
-    Set(CURLOPT_PROXY, tDefaults.strProxy.c_str());
-    Set(CURLOPT_NOPROXY, tDefaults.strProxy.empty() ? "*" : "");
-    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    Set(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
-    Set(CURLOPT_SHARE, TransferShare());
-    Set(CURLOPT_CONNECT_TO, ptSettings->pConnectTo.get());
-    if (!tDefaults.strClientCertificate.empty())
-    {
-        Set(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
-        Set(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
-    }
-    const char* pszBundle = nullptr;
-    curl_easy_getinfo(p, CURLINFO_CAINFO, &pszBundle);
-    if (!tDefaults.strCaFile.empty())
-    {
-        pszBundle = tDefaults.strCaFile.c_str();
-        Set(CURLOPT_CAINFO, pszBundle);
-    }
-    if (pszBundle != nullptr)
-    {
-        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
-         * megabyte, for all connections, instead of reading it for each. */
-        curl_easy_setopt(p, CURLOPT_CAPATH, nullptr);
-    }
-    Set(CURLOPT_BUFFERSIZE, BufferSize());
-    Set(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
-    Set(CURLOPT_HEADERFUNCTION, &OnHeader);
-    Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+    tSet(CURLOPT_QUICK_EXIT, 1L);
+    tSet(CURLOPT_SHARE, TransferShare());
+    SetWay(tSet, *ptSettings);
+    SetTrust(tSet, ptSettings->tDefaults);
+    tSet(CURLOPT_HEADERFUNCTION, &OnHeader);
+    tSet(CURLOPT_HEADERDATA, static_cast<void*>(this));
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
-    Set(CURLOPT_WRITEFUNCTION, &OnWrite);
-    Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-    Set(CURLOPT_XFERINFOFUNCTION, &OnProgress);
-    Set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
-    return eResult;
+    tSet(CURLOPT_WRITEFUNCTION, &OnWrite);
+    tSet(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    tSet(CURLOPT_XFERINFOFUNCTION, &OnProgress);
+    tSet(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    if (tSet.eResult != CURLE_OK)
+    {
+        pEasy.reset(); // with some of its options set
+    }
+    return tSet.eResult;
 }
 
 void WQCurlEasy::IMPL_t::Clear()
@@ -169,6 +195,7 @@ void WQCurlEasy::IMPL_t::Begin()
     bTooLarge = false;
     tCounts = {};
     nInTurn = 0;
+    curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
 }
 
 CURLcode WQCurlEasy::IMPL_t::BeginRest()
@@ -210,6 +237,13 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
+long WQCurlEasy::IMPL_t::Status() const
+{
+    long lStatus = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+    return lStatus;
+}
+
 WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
@@ -234,6 +268,11 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     {
         tMsg.nResultCode = CURLE_PARTIAL_FILE;
         tMsg.strErrorMsg = "The answer ended within its header lines";
+    }
+    else if (eCode == CURLE_OK && ptSettings->tDefaults.bFailOnRedirect && Status() / 100 == 3)
+    {
+        tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
+        tMsg.strErrorMsg = "The server redirects, which is not followed";
     }
     else if (eCode != CURLE_OK)
     {
@@ -296,8 +335,7 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
-        long lStatus = 0;
-        curl_easy_getinfo(ptImpl->pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+        const long lStatus = ptImpl->Status();
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
         const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
         if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
@@ -394,7 +432,6 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
     if (eOption == NOPROGRESS)
     {
         m_pImpl->bReporting = lValue == 0;
-        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, m_pImpl->BufferSize());
     }
     return m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
@@ -485,6 +522,7 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &IMPL_t::OnOpenSocket);
     WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
     while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
     {
