@@ -14,13 +14,8 @@ namespace
 
 struct RUN_t
 {
-    void StartNext()
+    void Start(long nNumber)
     {
-        const long nNumber = nStarted++;
-        if (nNumber >= nRequests)
-        {
-            return;
-        }
         const std::string strNumber = std::to_string(nNumber);
         CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
         const int nId = tEngine.CreateDownloadId();
@@ -46,7 +41,10 @@ struct RUN_t
         auto& tRun = *static_cast<RUN_t*>(pRun);
         if (eType != DOWNLOAD_TYPE_PROGRESS)
         {
-            tRun.StartNext();
+            if (tRun.nNext < tRun.nRequests)
+            {
+                tRun.Start(tRun.nNext++);
+            }
             tRun.OnEnd(eType == DOWNLOAD_TYPE_SUCCESS);
         }
     }
@@ -54,7 +52,7 @@ struct RUN_t
     std::string strUrl;
     long nRequests;
     std::string strFolder;
-    std::atomic<long> nStarted{0};
+    long nNext; /**< the first that the main thread does not start: none is to wait for the other; the worker's */
     std::atomic<long> nEnded{0};
     std::atomic<long> nFailed{0};
     std::promise<void> tDone;
@@ -68,15 +66,15 @@ int main(int nArguments, char* arrArguments[])
     {
         return 2;
     }
-    RUN_t tRun{arrArguments[1], atol(arrArguments[2]), arrArguments[3]};
     const long nAtOnce = atol(arrArguments[4]);
+    RUN_t tRun{arrArguments[1], atol(arrArguments[2]), arrArguments[3], nAtOnce};
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
     CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
     const CMeasure tMeasure;
     tEngine.Create();
     for (long i = 0; i < nAtOnce; ++i)
     {
-        tRun.StartNext();
+        tRun.Start(i);
     }
     tRun.tDone.get_future().wait();
     tMeasure.Report(tRun.nFailed);

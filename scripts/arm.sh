@@ -1,12 +1,19 @@
 #!/usr/bin/env bash
-# Builds everything for 32-bit ARM and runs all tests under qemu, against Debian's armhf libraries, which it unpacks
-# under build/ and keeps there: nothing foreign is installed on this machine.
+# Builds everything for ARM and runs all tests under qemu, against Debian's libraries, which it unpacks under build/ and
+# keeps there: nothing foreign is installed on this machine. scripts/arm.sh [armhf|arm64], by default armhf, which is
+# 32-bit ARM and has limits on the library's size and on the memory that requests take.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/fresh_debian.sh
-sysroot=$PWD/build/armhf-sysroot
+architecture=${1:-armhf}
+case $architecture in
+armhf) triplet=arm-linux-gnueabihf ;;
+arm64) triplet=aarch64-linux-gnu ;;
+*) echo "arm: there is no architecture $architecture; there are armhf and arm64" >&2 && exit 2 ;;
+esac
+sysroot=$PWD/build/$architecture-sysroot
 libraries=("${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" ca-certificates)
 
 # From the same archives as this machine's own packages, in apt's way, but with no state shared with this machine.
@@ -18,7 +25,7 @@ make_sysroot() {
     local own
     own=$(own_release)
     debian_sources "$own" | grep " $own main$" >"$work/sources" # without what came after the release
-    local apt=(apt-get -qq -o APT::Architecture=armhf -o APT::Architectures::=armhf -o APT::Sandbox::User=
+    local apt=(apt-get -qq -o "APT::Architecture=$architecture" -o "APT::Architectures::=$architecture" -o APT::Sandbox::User=
         -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"
         -o "Dir::Etc::sourcelist=$work/sources" -o Dir::Etc::sourceparts=-)
     "${apt[@]}" update
@@ -60,16 +67,18 @@ check_footprint() {
     within 20000 "$("${footprint[@]}" https 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTPS
 }
 
-install_packages g++-arm-linux-gnueabihf qemu-user-static cmake ninja-build pkg-config openssl file
+install_packages "g++-$triplet" qemu-user-static cmake ninja-build pkg-config openssl binutils
 if [ "$(cat "$sysroot/complete" 2>/dev/null)" != "${libraries[*]}" ]; then
-    echo "== Unpacking Debian's armhf libraries in build/armhf-sysroot"
+    echo "== Unpacking Debian's $architecture libraries in build/$architecture-sysroot"
     make_sysroot
 fi
 echo "== Building"
-cmake --preset armhf >/dev/null
-cmake --build --preset armhf
-file -L build/armhf/veltra/libveltra.so | grep 'ELF 32-bit .* ARM'
+cmake --preset "$architecture" >/dev/null
+cmake --build --preset "$architecture"
+readelf -hW "build/$architecture/veltra/libveltra.so" | grep -E 'Machine: +(ARM|AArch64)$'
 echo "== Testing"
-ctest --preset armhf -j "$(nproc)"
-echo "== Footprint"
-check_footprint
+ctest --preset "$architecture" -j "$(nproc)"
+if [ "$architecture" = armhf ]; then
+    echo "== Footprint"
+    check_footprint
+fi

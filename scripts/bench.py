@@ -299,19 +299,27 @@ def of_interest(one):
         THREAD in one.peer_name and ("64 in flight" in one.work or "1,000 in flight" in one.work))
 
 
+MISSED, FLOOR, ELSE = "#c55", "#68b", "#3a7"
+LEGEND = ((MISSED, "an aim that is missed"), (FLOOR, "beside the floor"), (ELSE, "all else"))
+
+
 def chart(shown):
     """One bar a ratio, on a scale on which 1 is the other's own figure."""
     width, left, step, most = 900, 520, 18, 5
     scale = (width - left - 60) / most
-    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{len(shown) * step + 40}" '
+    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{len(shown) * step + 64}" '
              'font-family="sans-serif" font-size="11">', '<rect width="100%" height="100%" fill="white"/>']
     for i, one in enumerate(shown):
         y, length = 30 + i * step, min(one.ratio, most) * scale
-        colour = "#c55" if one.target is not None and one.ratio < one.target else \
-            "#68b" if "floor" in one.peer_name or THREAD in one.peer_name else "#3a7"
+        colour = MISSED if one.target is not None and one.ratio < one.target else \
+            FLOOR if "floor" in one.peer_name or THREAD in one.peer_name else ELSE
         parts.append(f'<text x="{left - 6}" y="{y + 11}" text-anchor="end">{one.work} / {one.peer_name}</text>')
         parts.append(f'<rect x="{left}" y="{y}" width="{length:.1f}" height="13" fill="{colour}"/>')
         parts.append(f'<text x="{left + length + 4:.1f}" y="{y + 11}">{one.ratio:.2f}</text>')
+    for i, (colour, meaning) in enumerate(LEGEND):
+        x, y = 230 + i * 180, len(shown) * step + 45
+        parts.append(f'<rect x="{x}" y="{y}" width="26" height="13" fill="{colour}"/>')
+        parts.append(f'<text x="{x + 32}" y="{y + 11}">{meaning}</text>')
     one_x = left + scale
     parts.append(f'<line x1="{one_x:.1f}" y1="20" x2="{one_x:.1f}" y2="{len(shown) * step + 34}" stroke="black"/>')
     parts.append(f'<text x="{one_x:.1f}" y="15" text-anchor="middle">the other = 1; longer is better</text></svg>')

@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Makes the Debian packages in build/packages, installs them in a fresh Debian and tries the tool there.
+# Makes the Debian packages of what is tracked here: builds them in two folders, which must give the same bytes, reads them
+# with lintian and installs them in a fresh Debian, where it tries the tool. They end up in build/packages. The hosts of the
+# query service are those in VELTRA_QUERY_HOST and VELTRA_QUERY_HOST_TEST of the environment.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -8,31 +10,55 @@ source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
 packages=$PWD/build/packages
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" dpkg-dev file mmdebstrap \
-    debian-archive-keyring nginx-light
-echo "== Building the packages"
-cmake --preset release -B "$packages" -DCMAKE_INSTALL_PREFIX=/usr -DVELTRA_BUILD_TESTS=OFF >/dev/null
-cmake --build "$packages"
-rm -f "$packages"/*.deb
-cpack --config "$packages/CPackConfig.cmake" -B "$packages"
-for package in "$packages"/*.deb; do
-    echo "== $(basename "$package")"
-    dpkg-deb --field "$package"
-    dpkg-deb --contents "$package"
-done
-dpkg-deb --field "$packages"/libveltra[0-9]*.deb Depends | grep -q 'libcurl4 (>= 7\.87)' ||
-    { echo "package: the library does not ask for the libcurl that its wrapper needs" >&2; exit 1; }
-
-work=$(mktemp -d)
-trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
-servers() {
-    echo "server { listen 127.0.0.1:$nginx_port; root \"$work\"; }"
+fail() { # TEXT...
+    echo "package: $*" >&2
+    exit 1
 }
-seq 5 >"$work/document"
-start_nginx "$work" servers
+
+build_in() { # FOLDER
+    echo "== Building the packages in $1"
+    mkdir -p "$1/veltra"
+    git ls-files -z --deduplicate | tar --null --files-from=- --create | tar --extract --directory "$1/veltra"
+    (cd "$1/veltra" && dpkg-buildpackage --build=binary --no-sign) >"$1/log" 2>&1 || { tail -n 100 "$1/log"; return 1; }
+}
+
+# The second folder is deeper, and what is packaged in either is not to know its name.
+build_twice() {
+    local package
+    build_in "$work/one"
+    build_in "$work/other/and/deeper"
+    rm -rf "$packages"
+    mkdir -p "$packages"
+    for package in "$work"/one/*.deb; do
+        cmp "$package" "$work/other/and/deeper/$(basename "$package")" || fail "two builds differ: diffoscope tells where"
+    done
+    cp "$work"/one/*.deb "$packages"
+    echo "== The two builds are the same, byte by byte:"
+    (cd "$packages" && sha256sum ./*.deb)
+}
+
+check_packages() {
+    local package
+    for package in "$packages"/*.deb; do
+        echo "== $(basename "$package")"
+        dpkg-deb --field "$package"
+        dpkg-deb --contents "$package"
+        dpkg-deb --extract "$package" "$work/extracted"
+    done
+    echo "== What is in the packages is hardened"
+    scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra.so.? "$work/extracted/usr/bin/veltra"
+    for package in libveltra0 veltra-tools; do
+        dpkg-deb --field "$packages/${package}_"*.deb Depends | grep -E 'libcurl4(t64)? \(>= 7\.87\)' >/dev/null ||
+            fail "$package does not ask for the libcurl that the wrapper needs"
+    done
+    echo "== lintian"
+    lintian --version
+    lintian --fail-on error,warning --show-overrides --tag-display-limit 0 "$packages"/*.deb
+}
 
 # mmdebstrap runs this for its new root, in which the user who started it may have no rights outside.
-cat >"$work/trial" <<END
+write_trial() {
+    cat >"$work/trial" <<END
 #!/usr/bin/env bash
 set -euo pipefail
 root=\$1
@@ -45,6 +71,23 @@ veltra --help
 veltra get "http://127.0.0.1:$nginx_port/document" >"\$root/tmp/document"
 cmp "\$root/tmp/document" "$work/document"
 END
+}
+
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" debhelper dpkg-dev git lintian \
+    mmdebstrap debian-archive-keyring nginx-light
+work=$(mktemp -d)
+trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
+SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
+export SOURCE_DATE_EPOCH
+build_twice
+check_packages
+
+servers() {
+    echo "server { listen 127.0.0.1:$nginx_port; root \"$work\"; }"
+}
+seq 5 >"$work/document"
+start_nginx "$work" servers
+write_trial
 chmod -R a+rX,a+x "$work"
 echo "== Installing the packages in a fresh Debian, from the archives of this machine's own packages"
 in_fresh_debian "$(own_release)" ca-certificates "$work/trial" 2>&1 # where mmdebstrap sends what the trial prints

@@ -5,18 +5,20 @@
 #include <new>
 #include <pugixml.hpp>
 
+#include "calls.h"
 #include "engine_fixture.h"
+
+thread_local int t_nAllocationsToFailure = -1;
 
 namespace
 {
 
-thread_local int t_nUntilFailure = -1; // negative: none fails
 std::atomic<size_t> g_nLargest{SIZE_MAX};
 thread_local long t_nAllocations = 0;
 
 void* Allocate(size_t nSize)
 {
-    if (nSize > g_nLargest || (t_nUntilFailure >= 0 && t_nUntilFailure-- == 0))
+    if (nSize > g_nLargest || (t_nAllocationsToFailure >= 0 && t_nAllocationsToFailure-- == 0))
     {
         return nullptr;
     }
@@ -32,16 +34,16 @@ void FailEveryAllocation(
     for (bool bMet = true; bMet; ++nRounds)
     {
         SCOPED_TRACE(std::string(pszOperation) + " with allocation " + std::to_string(nRounds) + " failing");
-        t_nUntilFailure = nRounds;
+        t_nAllocationsToFailure = nRounds;
         try
         {
             fnOperation();
-            bMet = t_nUntilFailure < 0;
+            bMet = t_nAllocationsToFailure < 0;
         }
         catch (const std::bad_alloc&)
         {
         }
-        t_nUntilFailure = -1;
+        t_nAllocationsToFailure = -1;
         if (bMet)
         {
             fnCheckAfterFailure();
@@ -115,57 +117,6 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);
     CKVRDebug::SetSink(nullptr, nullptr);
-}
-
-TEST_F(CEngineTest, RequestsAndDownloadsLeaveNothingHalfDone)
-{
-    CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer("answer"); });
-    m_ptEngine->Create();
-    _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url("/" + std::string(100, 'p')));
-    tRequest.lstHeader = {"Long: " + std::string(100, 'h')};
-    OUTCOME_t tOutcome;
-    tRequest.pfnRequestCB = &OUTCOME_t::OnRequest;
-    tRequest.pUserData = &tOutcome;
-    const std::string strFile = Path("file");
-    OUTCOME_t tDownload;
-    const auto fnStillWhole = [&]
-    {
-        EXPECT_FALSE(m_ptEngine->CancelDownload(1, true)) << "half listed";
-        EXPECT_FALSE(std::filesystem::exists(strFile + ".bak"));
-        EXPECT_EQ(tOutcome.tEnded.Count() + tDownload.tEnded.Count(), 0);
-        EXPECT_TRUE(Get(tServer.Url())) << "a lock left held would hang here";
-    };
-    FailEveryAllocation(
-        "asynchronous request", [&] { m_ptEngine->Get(&tRequest, false); }, fnStillWhole);
-    EXPECT_TRUE(tOutcome.tEnded.Wait());
-    tOutcome.tEnded.Open(-1);
-    FailEveryAllocation(
-        "download", [&] { m_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OUTCOME_t::OnDownload, &tDownload); },
-        fnStillWhole);
-    EXPECT_TRUE(tDownload.tEnded.Wait());
-    EXPECT_EQ(ReadFile(strFile), "answer");
-    while (m_ptEngine->CancelDownload(1, true))
-    {
-        std::this_thread::yield(); // it leaves the list after its last event
-    }
-    tDownload.tEnded.Open(-1);
-    tRequest.pfnRequestCB = nullptr;
-    FailEveryAllocation(
-        "synchronous request",
-        [&]
-        {
-            tRequest.strErrorReason = "stale";
-            m_ptEngine->Get(&tRequest, true);
-        },
-        [&]
-        {
-            EXPECT_NE(tRequest.strErrorReason, "stale");
-            fnStillWhole();
-        });
-    EXPECT_EQ(tRequest.strResponse, "answer");
-    FailEveryAllocation(
-        "synchronous download", [&] { m_ptEngine->SyncDownloadFile(tRequest.strUrl, strFile, 0, 0); },
-        [&] { std::filesystem::remove(strFile + ".bak"); });
 }
 
 TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)

@@ -34,7 +34,7 @@ protected:
 #endif
 
     /** Makes a handle ready for a transfer that succeeds, or for one that fails. */
-    void SetUp(WQCurlEasy& tEasy, bool bGood = true)
+    void Prepare(WQCurlEasy& tEasy, bool bGood = true)
     {
         m_strBody.clear();
         EXPECT_TRUE(tEasy.Initialize());
@@ -66,7 +66,7 @@ TEST_F(CContractTest, EasyHandleTransfersOnceInitialisedAndTellsWhyNot)
         EXPECT_FALSE(tEasy.setOption(WRITEFUNCTION, &Append));
         EXPECT_FALSE(tEasy.send());
 
-        SetUp(tEasy);
+        Prepare(tEasy);
         EXPECT_TRUE(tEasy.send());
         EXPECT_EQ(m_strBody, "answer");
         void* pPrivate = nullptr;
@@ -80,7 +80,7 @@ TEST_F(CContractTest, EasyHandleTransfersOnceInitialisedAndTellsWhyNot)
         EXPECT_TRUE(tEasy.getInfo(SPEED_DOWNLOAD, &dSpeed));
         EXPECT_GT(dSpeed, 0.0);
 
-        SetUp(tEasy, false);
+        Prepare(tEasy, false);
         EXPECT_FALSE(tEasy.send());
         EXPECT_NE(tEasy.getLastError(), "");
         tEasy.reset();
@@ -93,7 +93,7 @@ TEST_F(CContractTest, MultiHandleTellsOfEachTransferOnceAndRefusesWhatIsNone)
     WQCurlMulti tMulti;
     WQCurlEasy tEasy;
     WQCurlEasy tRemoved;
-    SetUp(tEasy);
+    Prepare(tEasy);
     EXPECT_FALSE(tMulti.addHandle(&tEasy)) << "needs Initialize() itself";
     ASSERT_TRUE(tMulti.Initialize());
     EXPECT_FALSE(tMulti.addHandle(nullptr));
@@ -101,10 +101,10 @@ TEST_F(CContractTest, MultiHandleTellsOfEachTransferOnceAndRefusesWhatIsNone)
     EXPECT_FALSE(tMulti.removeHandle(nullptr));
     for (const bool bGood : {true, false})
     {
-        SetUp(tRemoved);
+        Prepare(tRemoved);
         EXPECT_TRUE(tMulti.addHandle(&tRemoved));
         EXPECT_TRUE(tMulti.removeHandle(&tRemoved)) << "before it has begun: nothing is told of it";
-        SetUp(tEasy, bGood);
+        Prepare(tEasy, bGood);
         EXPECT_FALSE(tMulti.removeHandle(&tEasy)) << "not added";
         EXPECT_TRUE(tMulti.addHandle(&tEasy));
         EXPECT_FALSE(tMulti.addHandle(&tEasy)) << "twice";

@@ -4,16 +4,11 @@
 set -euo pipefail
 nm=$1 library=$2 platform=$3
 cd "$(dirname "${BASH_SOURCE[0]}")/../veltra/symbols"
+source ../../scripts/lib/symbol_names.sh
 export LC_ALL=C
 
-# Names as one writes them. Of the sizes, which differ between processors, only the write functions' are seen.
 symbols() { # OPTION
-    "$nm" -D "$1" "$library" | sed -E -e 's/^[0-9a-f ]*[A-Za-z] //' -e 's/@.*//' | c++filt | sed -E \
-        -e 's/\[abi:cxx11\]//' -e 's/std::__cxx11::/std::/g' \
-        -e 's/std::basic_string<char, std::char_traits<char>, std::allocator<char> >/std::string/g' \
-        -e 's/, std::less<std::string >//' -e 's/, std::allocator<std::pair<[^<>]*> > >/>/g' \
-        -e 's/, std::allocator<[^<>]*> >/>/g' \
-        -e 's/(unsigned )int( \(\*\)\(char\*)/\1long\2/' -e 's/(\(char\*, unsigned )int(, unsigned )int/\1long\2long/' | sort -u
+    "$nm" -D "$1" "$library" | readable_names | sort -u
 }
 
 compare() { # WHAT LISTS...

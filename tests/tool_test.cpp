@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <set>
+#include <sstream>
 #include <sys/wait.h>
 
 #include "loopback_server.h"
@@ -46,12 +48,15 @@ TEST_F(ToolTest, EndsWithItsStatusAndAWord)
     CLoopbackServer tServer(
         [](CConnection& tConnection, const REQUEST_t& tRequest)
         {
-            const bool bCut = tRequest.strPath == "/cut";
-            bCut ? tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), tConnection.Shutdown()
-                 : void(tConnection.Answer("the body", tRequest.strPath == "/404" ? "404 Not Found" : "200 OK"));
+            const std::string strMoved = "302 Found\r\nContent-Type: a/b\r\nLocation: /x";
+            const std::string& strPath = tRequest.strPath;
+            const std::string strStatus = strPath == "/404" ? "404 Not Found" : strPath == "/302" ? strMoved : "200 OK";
+            strPath != "/cut"
+                ? void(tConnection.Answer("body", strStatus))
+                : (tConnection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\ncut"), tConnection.Shutdown());
         });
     Shell("touch old.bak && ln -s old link");
-    const std::string strSum = "fa8242e99f48966ca514092b4233b446851f42b57ad5031bf133e1dd76787f3e";
+    const std::string strSum = "230d8358dc8e8890b4c58deeb62912ee2f20357ae92a5cc861b98e68fe31acb5";
     const struct
     {
         std::string strArguments;
@@ -75,31 +80,39 @@ TEST_F(ToolTest, EndsWithItsStatusAndAWord)
         {"download $URL/ x $URL/ x", 1, "x: is named twice"},
         {"download $URL/ x $URL/ /dev/null", 1, "/dev/null: is no regular file"},
         {"download $URL/ old", 1, "old: old.bak exists: another download is writing it, or one that was killed"},
-        {"download $URL/ x --size 5", 1, "x: wrong size: 8 bytes instead of 5"},
-        {"download $URL/ x --sha256 " + std::string(64, 'a'), 1, "x: wrong SHA-256: fa8242e9"},
+        {"download $URL/ x --size 5", 1, "x: wrong size: 4 bytes instead of 5"},
+        {"download $URL/ x --sha256 " + std::string(64, 'a'), 1, "x: wrong SHA-256: 230d8358"},
         {"download $URL/404 x", 1, "x: HTTP 404"},
+        {"download $URL/302 x", 1, "x: HTTP 302, a redirect to http"},
         {"download --retry 0 $URL/cut x", 1, "6 bytes"},
         {"get --fail $URL/404", 1, "/404: HTTP 404"},
         {"info --id A --id B $URL/", 1, ": the answer is no well-formed XML"},
         {"info --id A,B $URL/404", 1, "/404: HTTP 404"},
         {"servers", 1, "cannot get the server list: the device has no chipset name"},
-        {"get $URL/ >&-", 1, "standard output: cannot be written"}, // an eventfd in its place would take 8 bytes
+        {"get $URL/ >&-", 1, "standard output: cannot be written"},
         {"download -q --jobs 1 $URL/ a $URL/ b", 0, ""},
         {"download $URL/ old --force", 0, ""},
-        {"download $URL/ d --size 8 --sha256 " + strSum, 0, ""},
+        {"get -4 $URL/", 0, ""},
+        {"download $URL/ d --size 4 --sha256 " + strSum, 0, ""},
         {"download --no-fail $URL/404 c", 0, ""},
         {"get $URL/404", 0, ""},
+        {"get -i $URL/302 | tr '\\n' ' ' | grep -q \"1.1 302 Content-Type: a/b Content-Length: 4 Location: $URL/x By\"",
+         0, ""},
+        {"post $URL/ -o e --data @/dev/fd/2 <&- >&- 2>&-", 0, ""}, // closed ones are empty, not free
+        {"get http://b\u00fccher.example/ --connect-to xn--bcher-kva.example:80:${URL#http://}", 0, ""},
+        {"--version; LC_ALL=C " TOOL " get http://b\u00fccher.example/", 1, "takes a locale of its encoding"},
         {"doctor $URL/", 0, ""},
         {"doctor http://127.0.0.1:1/", 1, "request: Failed to connect"},
     };
     setenv("URL", tServer.Url("").c_str(), 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
     for (const auto& tCase : arrCase)
     {
         EXPECT_EQ(Run(tCase.strArguments), tCase.nStatus) << tCase.strArguments;
         EXPECT_EQ(FirstError().substr(0, 8), tCase.nStatus == 0 ? "" : "veltra: ") << tCase.strArguments;
         EXPECT_NE(FirstError().find(tCase.pszError), std::string::npos) << FirstError() << " is not " << tCase.pszError;
     }
-    EXPECT_EQ(Files(), "a  b  c  d  link  old\n"); // nothing has reached x, and nothing is left
+    EXPECT_EQ(Files(), "a  b  c  d  e  link  old\n"); // nothing has reached x, and nothing is left
 }
 
 TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
@@ -144,6 +157,58 @@ TEST_F(ToolTest, FetchesFromTheFirstReadableServerWhatHasTheRightSize)
     EXPECT_EQ(Run(strFetch + " --default --force -q"), 1);
     EXPECT_EQ(Read("there"), "new!");
     EXPECT_EQ(m_strOut, "");
+}
+
+/**
+ * Cuts the power after each call of a log: what is not synced of a file may be missing then, and what was renamed since
+ * its folder was synced may have any of its names.
+ * @return what storage may hold at the target in the end, or after which call it is a part of the new file
+ */
+std::string CutAfterEach(const std::string& strLog, const std::string& strTarget)
+{
+    std::istringstream tLog(strLog);
+    std::set<std::string> setNames; // which the new file may have in storage
+    std::string strName, strTornAfter;
+    bool bSynced = false;
+    for (std::string strLine; std::getline(tLog, strLine);)
+    {
+        std::string strCall, strPath, strTo;
+        std::istringstream(strLine) >> strCall >> strPath >> strTo;
+        const bool bFolder = strPath + "/" == strTarget.substr(0, strTarget.rfind('/') + 1);
+        if (strCall == "fsync" && bFolder)
+        {
+            setNames = {strName};
+        }
+        else if (strPath.rfind(strTarget, 0) == 0)
+        {
+            bSynced = strCall == "fsync" || (bSynced && strCall != "write" && strCall != "fwrite");
+            strName = strTo.empty() ? strPath : strTo;
+            setNames.insert(strName);
+        }
+        const bool bTorn = !bSynced && setNames.count(strTarget) == 1;
+        strTornAfter = bTorn && strTornAfter.empty() ? "a part after " + strCall : strTornAfter;
+    }
+    const char* const pszOld = setNames.size() == 1 ? "" : "old or ";
+    return strTornAfter.empty() && strName == strTarget ? pszOld + std::string("new") : strTornAfter;
+}
+
+TEST_F(ToolTest, WhatIsDurableSurvivesThePowerAtAnyMoment)
+{
+    const std::string strBody(100000, 'b');
+    CLoopbackServer tServer([&](CConnection& tConnection, const REQUEST_t&) { tConnection.Answer(strBody); });
+    const std::string strTarget = m_strFolder + "/new";
+    for (const auto& [strOptions, strInStorage] : std::map<std::string, std::string>{{"--durable", "new"},
+                                                                                     {"--durable --sync", "new"},
+                                                                                     {"--durable --size 100000", "new"},
+                                                                                     {"--sync", "old or new"},
+                                                                                     {"", "a part after rename"}})
+    {
+        const std::string strSpy = "CALLS_LOG=../log ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" CALLS " ";
+        EXPECT_EQ(Shell(strSpy + TOOL " download -q " + strOptions + " " + tServer.Url() + " " + strTarget), 0);
+        EXPECT_EQ(CutAfterEach(Read("../log"), strTarget), strInStorage) << strOptions << "\n" << Read("../log");
+        EXPECT_TRUE(Read("new") == strBody);
+        Shell("rm ../log new");
+    }
 }
 
 } // namespace

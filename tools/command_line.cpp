@@ -24,6 +24,7 @@ struct PARSER_t
     {
         CLI::App* pCommand = tApp.add_subcommand(pszName, pszDescription);
         pCommand->callback([this, pfnRun] { pfnCommand = pfnRun; });
+        pCommand->footer("The options of 'veltra --help' may stand here, too.");
         return pCommand;
     }
 };
@@ -31,19 +32,31 @@ struct PARSER_t
 void AddIdentityOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 {
     const std::string strGroup = "Device identity";
-    tApp.add_option("--chipset", tOptions.tIdentity.strChipset)->group(strGroup);
-    tApp.add_option("--duid", tOptions.tIdentity.strDUID)->group(strGroup);
-    tApp.add_option("--mac", tOptions.tIdentity.strMAC)->group(strGroup);
-    tApp.add_option("--country", tOptions.tIdentity.strCountryCode)->group(strGroup);
-    tApp.add_option("--model", tOptions.tIdentity.strModelID)->group(strGroup);
-    tApp.add_option("--server-type", tOptions.tIdentity.nServerType, "0: production, others: test")
+    tApp.add_option("--chipset", tOptions.tIdentity.strChipset, "Chipset name, without which nothing is asked")
+        ->group(strGroup);
+    tApp.add_option("--duid", tOptions.tIdentity.strDUID, "Unique identifier")->group(strGroup);
+    tApp.add_option("--mac", tOptions.tIdentity.strMAC, "MAC address")->group(strGroup);
+    tApp.add_option("--country", tOptions.tIdentity.strCountryCode, "Country code")->group(strGroup);
+    tApp.add_option("--model", tOptions.tIdentity.strModelID, "Model identifier")->group(strGroup);
+    tApp.add_option("--server-type", tOptions.tIdentity.nServerType,
+                    "Which service is asked; 0: production, others: test")
         ->check(Number(INT_MIN, INT_MAX))
         ->group(strGroup);
     tApp.add_option("--query-host", tOptions.strQueryHost,
-                    "Ask this host instead of the query service's; its certificate must be for that")
+                    "Connect here for the query service; the certificate must be for the service's own name")
         ->type_name("HOST[:PORT]")
         ->check(HostAndPort())
         ->group(strGroup);
+}
+
+void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer, const std::string& strGroup)
+{
+    CLI::Option* pIpv4 = tApp.add_flag_callback(
+        "-4,--ipv4", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_4; }, "Use IPv4 only");
+    CLI::Option* pIpv6 = tApp.add_flag_callback(
+        "-6,--ipv6", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_6; }, "Use IPv6 only");
+    pIpv4->group(strGroup);
+    pIpv6->excludes(pIpv4)->group(strGroup);
 }
 
 void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
@@ -68,12 +81,7 @@ void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer
         ->type_name("[SCHEME://][USER:PASSWORD@]HOST[:PORT]")
         ->group(strGroup);
     tApp.add_flag("--http2", tTransfer.bHttp2, "Speak HTTP/2 with https servers that do")->group(strGroup);
-    CLI::Option* pIpv4 = tApp.add_flag_callback(
-        "-4,--ipv4", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_4; }, "Use IPv4 only");
-    CLI::Option* pIpv6 = tApp.add_flag_callback(
-        "-6,--ipv6", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_6; }, "Use IPv6 only");
-    pIpv4->group(strGroup);
-    pIpv6->excludes(pIpv4)->group(strGroup);
+    AddFamilyOptions(tApp, tTransfer, strGroup);
     tApp.add_option("--connect-timeout", tTransfer.nConnectTimeout, "Look-up, TCP and TLS together, at most")
         ->type_name("SECONDS")
         ->capture_default_str()
@@ -92,14 +100,15 @@ void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer
 void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
 {
     const std::string strGroup = "Transfers";
-    tApp.add_option("--limit-rate", tTransfer.nMostBytesPerSecond, "A second, for each transfer")
+    tApp.add_option("--limit-rate", tTransfer.nMostBytesPerSecond,
+                    "At most so many a second for each transfer, such as 64k or 2M")
         ->type_name("BYTES")
         ->transform(Bytes(4096))
         ->group(strGroup);
     tApp.add_option_function<long long>(
             "--max-size",
             [&tTransfer](const long long& nBytes) { tTransfer.nLargestAnswer = tTransfer.nLargestFile = nBytes; },
-            "Fail a larger answer or file")
+            "Fail a larger answer or file, such as 20M or 1G")
         ->type_name("BYTES")
         ->transform(Bytes(1))
         ->group(strGroup);
@@ -115,18 +124,19 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
         ->group(strGroup);
 }
 
-void AddFailFlags(CLI::App* pCommand, OPTIONS_t& tOptions)
+void AddFailFlags(CLI::App* pCommand, OPTIONS_t& tOptions, const std::string& strFault, bool bUsual)
 {
     pCommand->add_flag_callback(
-        "--fail", [&tOptions] { tOptions.nFail = 1; }, "Fail with a status of 400 and more");
+        "--fail", [&tOptions] { tOptions.nFail = 1; }, "Fail with " + strFault + (bUsual ? " (the default)" : ""));
     pCommand->add_flag_callback(
-        "--no-fail", [&tOptions] { tOptions.nFail = -1; }, "Do not look at the status");
+        "--no-fail", [&tOptions] { tOptions.nFail = -1; },
+        std::string("Do not look at the status") + (bUsual ? "" : " (the default)"));
 }
 
 void AddEntryOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
 {
     CLI::Option* pId = pCommand->add_option("--id", tOptions.vecId, "Entries with these identifiers; repeatable")
-                           ->type_name("ID[,ID]...")
+                           ->type_name("ID[,ID]")
                            ->delimiter(',')
                            ->allow_extra_args(false);
     CLI::Option* pCert = pCommand->add_flag("--cert", tOptions.bCert, "The CERT entries")->excludes(pId);
@@ -149,19 +159,19 @@ void AddQueryCommands(PARSER_t& tParser)
 void AddRequestCommands(PARSER_t& tParser)
 {
     OPTIONS_t& tOptions = tParser.tOptions;
-    CLI::App* pGet = tParser.AddCommand("get", "Print what a GET answers", &RunGet);
-    CLI::App* pPost = tParser.AddCommand("post", "Print what a POST answers", &RunPost);
+    CLI::App* pGet = tParser.AddCommand("get", "Print what a GET answers, within 30 seconds", &RunGet);
+    CLI::App* pPost = tParser.AddCommand("post", "Print what a POST answers, within 30 seconds", &RunPost);
     pPost->add_option("--data", tOptions.strData, "The body")->type_name("TEXT|@FILE")->required();
     for (CLI::App* pCommand : {pGet, pPost})
     {
-        pCommand->add_option("URL", tOptions.strUrl)->required();
+        pCommand->add_option("URL", tOptions.strUrl, "http or https; without either http")->required();
         pCommand->add_option("-H", tOptions.lstHeader, "One more header line; repeatable")
             ->type_name("'NAME: VALUE'")
             ->check(HeaderLine())
             ->allow_extra_args(false);
         pCommand->add_option("-o", tOptions.strOutput, "Where the answer goes")->type_name("FILE");
-        pCommand->add_flag("-i", tOptions.bHeadings, "Print status, size, peer and times before the answer");
-        AddFailFlags(pCommand, tOptions);
+        pCommand->add_flag("-i", tOptions.bHeadings, "Print status, type, length, peer and times before the answer");
+        AddFailFlags(pCommand, tOptions, "a status of 400 and more", false);
     }
 }
 
@@ -173,17 +183,18 @@ void AddRunOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
         ->type_name("N")
         ->capture_default_str()
         ->check(Number(1, 1000));
+    pCommand->add_flag("--durable", tDownload.bDurable, "Done means that a power cut costs nothing of it");
     pCommand->add_flag("-q", tOptions.bQuiet, "Print nothing but errors");
     pCommand->add_flag("--json", tOptions.bJson, "Print JSON, at the end");
-    AddFailFlags(pCommand, tOptions);
+    AddFailFlags(pCommand, tOptions, "a redirect or a status of 400 and more", true);
 }
 
 void AddDownloadCommand(PARSER_t& tParser)
 {
     OPTIONS_t& tOptions = tParser.tOptions;
     DOWNLOAD_OPTIONS_t& tDownload = tOptions.tDownload;
-    CLI::App* pDownload = tParser.AddCommand("download", "Download files", &RunDownload);
-    pDownload->add_option("URL", tOptions.vecUrlAndFile, "Pairs of what to download and where to put it")
+    CLI::App* pDownload = tParser.AddCommand("download", "Download each URL into the FILE after it", &RunDownload);
+    pDownload->add_option("URL", tOptions.vecUrlAndFile, "Each what to download, and where to put it")
         ->type_name("FILE")
         ->required();
     pDownload->add_option("--sha256", tOptions.strSha256, "Of a single file: what it must have")
@@ -204,7 +215,8 @@ void AddDownloadCommand(PARSER_t& tParser)
 void AddOtherCommands(PARSER_t& tParser)
 {
     OPTIONS_t& tOptions = tParser.tOptions;
-    CLI::App* pFetch = tParser.AddCommand("fetch", "Download entries of the first readable document", &RunFetch);
+    CLI::App* pFetch = tParser.AddCommand(
+        "fetch", "The main job: ask for the servers, and download entries of a document of theirs", &RunFetch);
     pFetch->add_option("DIR", tOptions.strFolder, "Where the files go, named after the entries")->required();
     AddEntryOptions(pFetch, tOptions);
     pFetch->add_flag("--force", tOptions.tDownload.bForce,
@@ -247,9 +259,12 @@ std::string CheckUsage(const OPTIONS_t& tOptions, COMMAND_t pfnCommand)
     return pfnCommand == &RunDownload ? CheckDownload(tOptions) : "";
 }
 
-int PrintUsageError(const std::string& strFault)
+int PrintUsageError(const CLI::App& tApp, const std::string& strFault)
 {
-    static_cast<void>(fprintf(stderr, "veltra: %s\nTry 'veltra --help'.\n", Printable(strFault).c_str()));
+    const std::vector<CLI::App*> vecCommand = tApp.get_subcommands();
+    const std::string strCommand = vecCommand.empty() ? "" : vecCommand.front()->get_name() + " ";
+    static_cast<void>(
+        fprintf(stderr, "veltra: %s\nTry 'veltra %s--help'.\n", Printable(strFault).c_str(), strCommand.c_str()));
     return STATUS_USAGE;
 }
 
@@ -272,6 +287,7 @@ void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
+    tOptions.tTransfer.bFailOnRedirect = !bRequest && tOptions.nFail >= 0;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
     if (pfnCommand == &RunFetch)
     {
@@ -314,6 +330,11 @@ int ParseCommandLine(int argc, char** argv, OPTIONS_t& tOptions, COMMAND_t& pfnC
     AddOtherCommands(tParser);
     AddDownloadCommand(tParser);
     AddRequestCommands(tParser);
+    for (CLI::App* pCommand : tApp.get_subcommands(nullptr))
+    {
+        /* CLI11 takes "-4" for an argument where the command itself has no such option. */
+        AddFamilyOptions(*pCommand, tOptions.tTransfer, "");
+    }
     try
     {
         tApp.parse(argc, argv);
@@ -321,13 +342,13 @@ int ParseCommandLine(int argc, char** argv, OPTIONS_t& tOptions, COMMAND_t& pfnC
     catch (const CLI::ParseError& tError)
     {
         pfnCommand = nullptr;
-        return tError.get_exit_code() == 0 ? tApp.exit(tError) : PrintUsageError(Fault(tApp, tError));
+        return tError.get_exit_code() == 0 ? tApp.exit(tError) : PrintUsageError(tApp, Fault(tApp, tError));
     }
     const std::string strFault = CheckUsage(tOptions, pfnCommand);
     if (!strFault.empty())
     {
         pfnCommand = nullptr;
-        return PrintUsageError(strFault);
+        return PrintUsageError(tApp, strFault);
     }
     Complete(tOptions, pfnCommand);
     return 0;

@@ -43,6 +43,7 @@ private:
     const OPTIONS_t& m_tOptions;
     const std::string m_strUrl;
     int m_nStatus = 0;
+    int m_nHttpStatus = 0;
 };
 
 std::string DefaultUrl(const OPTIONS_t& tOptions)
@@ -60,7 +61,8 @@ std::string HostOf(const std::string& strUrl)
     {
         return "";
     }
-    std::string strHost = pszHost;
+    const std::unique_ptr<char, decltype(&g_free)> pszAscii(g_hostname_to_ascii(pszHost), &g_free);
+    const std::string strHost = pszAscii != nullptr ? pszAscii.get() : pszHost; /* as it is looked up */
     curl_free(pszHost);
     const bool bBrackets = strHost.size() > 2 && strHost.front() == '[';
     return bBrackets ? strHost.substr(1, strHost.size() - 2) : strHost;
@@ -146,7 +148,7 @@ int CDoctor::Run()
     m_MakeRequest();
     if (m_nStatus == 0)
     {
-        puts("All is well.");
+        puts(m_nHttpStatus < FIRST_HTTP_ERROR ? "All is well." : "All is well but what the server answers.");
     }
     return m_nStatus;
 }
@@ -270,6 +272,7 @@ void CDoctor::m_MakeRequest()
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
     const std::optional<TRANSFER_END_t> tEnd = tSession.TakeEnd();
     const WQCurl::TRANSFER_REPORT_t tReport = tEnd.has_value() ? tEnd->tReport : WQCurl::TRANSFER_REPORT_t();
+    m_nHttpStatus = tReport.nHttpStatus;
     m_Say("request", tReport.nHttpStatus == 0 ? "no answer"
                                               : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
                                                        tReport.nBytes, tReport.strPeer.c_str()));

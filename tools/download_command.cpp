@@ -9,8 +9,8 @@ std::vector<DOWNLOAD_t> Downloads(const OPTIONS_t& tOptions)
     std::vector<DOWNLOAD_t> vecDownload;
     for (size_t nIndex = 0; nIndex + 1 < tOptions.vecUrlAndFile.size(); nIndex += 2)
     {
-        vecDownload.push_back(
-            {tOptions.vecUrlAndFile[nIndex], tOptions.vecUrlAndFile[nIndex + 1], tOptions.nSize, tOptions.strSha256});
+        vecDownload.push_back({tOptions.vecUrlAndFile[nIndex], tOptions.vecUrlAndFile[nIndex + 1], tOptions.nSize,
+                               tOptions.strSha256, tOptions.tDownload.bDurable});
     }
     return vecDownload;
 }

@@ -13,6 +13,7 @@ struct DOWNLOAD_t
     std::string strFile;
     long long nSize = -1;    /**< bytes that it must have; -1: any number */
     std::string strSha256{}; /**< what it must have, in small letters; empty: any */
+    bool bDurable = false;   /**< it is in storage before it replaces its target, and its new name as well in the end */
 };
 
 enum DOWNLOAD_STATE_e
@@ -38,6 +39,7 @@ struct DOWNLOAD_OPTIONS_t
     int nJobs = 8;                   /**< downloads at the same time */
     bool bForce = false;             /**< takes over temporary files that are there */
     bool bSync = false;              /**< one after the other, flushed to the disk */
+    bool bDurable = false;           /**< each survives a power cut once it is done */
     int nTimeoutSeconds = 0;         /**< of each synchronous download as a whole; 0: none */
     int nConnectTimeoutSeconds = 30; /**< of each synchronous download */
     VIEW_e eView = VIEW_BARS;

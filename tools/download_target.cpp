@@ -14,9 +14,10 @@ namespace
 constexpr char UNCHECKED[] = ".unchecked";
 constexpr char TEMPORARY[] = ".bak"; /* the engine's */
 
-bool IsChecked(const DOWNLOAD_t& tDownload)
+/** Whether the engine puts it beside its target, because something is to be done before it may replace that. */
+bool IsHeldBack(const DOWNLOAD_t& tDownload)
 {
-    return tDownload.nSize >= 0 || !tDownload.strSha256.empty();
+    return tDownload.nSize >= 0 || !tDownload.strSha256.empty() || tDownload.bDurable;
 }
 
 /** The kind of file that stands at a path, not followed if that is a link; 0 when there is none. */
@@ -71,11 +72,17 @@ std::string CheckFailure(const DOWNLOAD_t& tDownload, const std::string& strPath
     return strSum == tDownload.strSha256 ? "" : "wrong SHA-256: " + strSum;
 }
 
+/** Brings the file at a path to storage, if it is to survive a power cut. @return why that failed */
+std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
+{
+    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be brought to storage: " + SystemText(errno);
+}
+
 } // namespace
 
 std::string EnginePath(const DOWNLOAD_t& tDownload)
 {
-    return tDownload.strFile + (IsChecked(tDownload) ? UNCHECKED : "");
+    return tDownload.strFile + (IsHeldBack(tDownload) ? UNCHECKED : "");
 }
 
 std::string TempPath(const DOWNLOAD_t& tDownload)
@@ -138,7 +145,7 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
 {
     static_cast<void>(remove(TempPath(tDownload).c_str()));
-    if (IsChecked(tDownload))
+    if (IsHeldBack(tDownload))
     {
         static_cast<void>(remove(EnginePath(tDownload).c_str()));
     }
@@ -150,12 +157,13 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload)
     {
         return "cannot be moved into place: it stays in " + TempPath(tDownload);
     }
-    if (!IsChecked(tDownload))
+    if (!IsHeldBack(tDownload))
     {
         return "";
     }
     const std::string strPath = EnginePath(tDownload);
     std::string strFailure = CheckFailure(tDownload, strPath);
+    strFailure = strFailure.empty() ? StorageFailure(tDownload, strPath) : strFailure;
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
         strFailure = "cannot be moved into place: " + SystemText(errno);
@@ -163,6 +171,7 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload)
     if (!strFailure.empty())
     {
         static_cast<void>(remove(strPath.c_str()));
+        return strFailure;
     }
-    return strFailure;
+    return StorageFailure(tDownload, tDownload.strFile); // its new name
 }

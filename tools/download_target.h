@@ -4,7 +4,7 @@
 
 #include "download_run.h"
 
-/** Where the engine is told to put a download: the target, or a file beside it for one that is to be checked first. */
+/** Where the engine is told to put a download: the target, or a file beside it for one that cannot go there yet. */
 std::string EnginePath(const DOWNLOAD_t& tDownload);
 
 /** Where the engine writes it meanwhile. */
@@ -26,7 +26,8 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
 /**
- * Checks what has arrived and moves it into place, if the engine has not done that.
- * @return why it was not moved; empty when it stands at its target
+ * Checks what has arrived, brings it to storage and moves it into place, as far as the engine has not done that.
+ * Removes what is not the file.
+ * @return what failed; empty when all is done
  */
 std::string CheckAndMove(const DOWNLOAD_t& tDownload);

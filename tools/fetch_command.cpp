@@ -54,6 +54,7 @@ long long ParseSize(const std::string& strSize)
 ENTRY_t MakeEntry(const OPTIONS_t& tOptions, const APPBIN_SERVER_INFO_t& tInfo)
 {
     ENTRY_t tEntry{tInfo.strId, {tInfo.strUrl, tOptions.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)}};
+    tEntry.tDownload.bDurable = tOptions.tDownload.bDurable;
     if (!IsFileName(tInfo.strId))
     {
         tEntry.strRefusal = "its identifier is no file name";
@@ -61,7 +62,8 @@ ENTRY_t MakeEntry(const OPTIONS_t& tOptions, const APPBIN_SERVER_INFO_t& tInfo)
     }
     tEntry.strRefusal = TargetRefusal(tEntry.tDownload, tOptions.tDownload.bForce);
     tEntry.bPresent = tEntry.strRefusal.empty() && !tOptions.tDownload.bForce && tEntry.tDownload.nSize >= 0 &&
-                      FileSize(tEntry.tDownload.strFile) == tEntry.tDownload.nSize;
+                      FileSize(tEntry.tDownload.strFile) == tEntry.tDownload.nSize &&
+                      (!tEntry.tDownload.bDurable || SyncToStorage(tEntry.tDownload.strFile));
     return tEntry;
 }
 

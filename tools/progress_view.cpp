@@ -177,7 +177,8 @@ void CProgressView::m_EraseBars()
     {
         nRows += std::max<size_t>(1, (nDrawn + nColumns - 1) / nColumns);
     }
-    printf("\r\033[%zuA\033[J", nRows);
+    /* All but the first row at once: a whole screen that is cleared goes into the history of some terminals. */
+    printf("\r\033[%zuA\033[K\033[B\033[J\033[A", nRows);
     m_vecDrawn.clear();
 }
 

@@ -1,6 +1,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "commands.h"
@@ -12,7 +13,17 @@ namespace
 
 void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
-    printf("HTTP %d\n", tReport.nHttpStatus);
+    const std::string strLength = tReport.nContentLength < 0 ? "" : std::to_string(tReport.nContentLength);
+    printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
+    for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
+                                            {"Content-Length", strLength},
+                                            {"Location", tReport.strRedirectUrl}})
+    {
+        if (!strValue.empty())
+        {
+            printf("%s: %s\n", pszName, Printable(strValue).c_str());
+        }
+    }
     printf("Bytes: %lld\n", tReport.nBytes);
     printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
     printf("Seconds: look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f\n\n", tReport.dLookUp,
@@ -21,18 +32,24 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 
 int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
 {
-    FILE* pFile = strPath.empty() ? stdout : fopen(strPath.c_str(), "wbe");
-    if (pFile == nullptr)
+    if (strPath.empty())
     {
-        return PrintError(strPath, SystemText(errno));
+        static_cast<void>(fwrite(strAnswer.data(), 1, strAnswer.size(), stdout));
+        return 0; /* what is wrong with standard output shows at the end */
     }
-    bool bWritten = fwrite(strAnswer.data(), 1, strAnswer.size(), pFile) == strAnswer.size();
-    if (pFile != stdout)
+    FILE* pFile = fopen(strPath.c_str(), "wbe");
+    const bool bWritten = pFile != nullptr && fwrite(strAnswer.data(), 1, strAnswer.size(), pFile) == strAnswer.size();
+    if (pFile != nullptr && fclose(pFile) == 0 && bWritten)
     {
-        bWritten = fclose(pFile) == 0 && bWritten;
-        return bWritten ? 0 : PrintError(strPath, SystemText(errno));
+        return 0;
     }
-    return 0; /* what is wrong with standard output shows at the end */
+    const int nError = errno;
+    std::error_code tUnused;
+    if (pFile != nullptr && is_regular_file(std::filesystem::symlink_status(strPath, tUnused)))
+    {
+        static_cast<void>(remove(strPath.c_str())); /* part of an answer is none */
+    }
+    return PrintError(strPath, SystemText(nError));
 }
 
 /** @return errno of a failure; 0 for none */

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <curl/curl.h>
 #include <sys/statvfs.h>
 #include <system_error>
 #include <utility>
@@ -13,8 +14,6 @@ namespace
 {
 
 constexpr unsigned int LEVEL_INFORMATION = 4;
-constexpr int CODE_WRITE_ERROR = 23; /* libcurl's */
-constexpr int FIRST_HTTP_ERROR = 400;
 
 bool IsFull(const std::string& strFolder)
 {
@@ -22,6 +21,25 @@ bool IsFull(const std::string& strFolder)
     struct statvfs tStat = {};
     return statvfs(strFolder.c_str(), &tStat) == 0 &&
            static_cast<unsigned long long>(tStat.f_bavail) * tStat.f_frsize < ALMOST_NOTHING;
+}
+
+/** What libcurl's words do not say of a name with letters beyond ASCII. */
+std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    const bool bInternational = std::any_of(tReport.strUrl.begin(), tReport.strUrl.end(),
+                                            [](char c) { return static_cast<unsigned char>(c) > 0x7f; });
+    const bool bName = tReport.nResultCode == CURLE_URL_MALFORMAT || tReport.nResultCode == CURLE_COULDNT_RESOLVE_HOST;
+    if (!bInternational || !bName)
+    {
+        return "";
+    }
+    if ((curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_IDN) == 0)
+    {
+        return "; this libcurl takes an international host name only in its form that begins with xn--";
+    }
+    return tReport.nResultCode == CURLE_URL_MALFORMAT
+               ? "; an international host name takes a locale of its encoding, such as LC_ALL=C.UTF-8"
+               : "";
 }
 
 void PrintRecord(unsigned int /*level*/, const char* record, void* pVerbose)
@@ -70,7 +88,7 @@ void CSession::OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUs
 {
     auto& tSession = *static_cast<CSession*>(pUserData);
     /* Now, while the temporary file still takes the room. */
-    const bool bDiskFull = tReport.nResultCode == CODE_WRITE_ERROR &&
+    const bool bDiskFull = tReport.nResultCode == CURLE_WRITE_ERROR &&
                            std::any_of(tSession.m_setFolder.begin(), tSession.m_setFolder.end(), &IsFull);
     const std::lock_guard<std::mutex> tGuard(tSession.m_tLock);
     tSession.m_tLastEnd = TRANSFER_END_t{tReport, bDiskFull};
@@ -87,7 +105,7 @@ std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
     {
         return SystemText(ENOSPC);
     }
-    if (tReport.nResultCode == CODE_WRITE_ERROR)
+    if (tReport.nResultCode == CURLE_WRITE_ERROR)
     {
         return "the file cannot be written";
     }
@@ -95,7 +113,13 @@ std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
     {
         return "HTTP " + std::to_string(tReport.nHttpStatus);
     }
-    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "");
+    if (!tReport.strRedirectUrl.empty())
+    {
+        return "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " + tReport.strRedirectUrl +
+               ", which is not followed";
+    }
+    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
+           HintAtName(tReport);
 }
 
 int PrintError(const std::string& strWhat, const std::string& strCause)

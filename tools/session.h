@@ -7,6 +7,8 @@
 
 #include "veltra/veltra.h"
 
+constexpr int FIRST_HTTP_ERROR = 400; /* status */
+
 /** How a transfer ended. */
 struct TRANSFER_END_t
 {

@@ -3,12 +3,13 @@
 /**
  * @file
  * Everything an application needs: the engine with its requests and downloads, the server queries, the XML
- * readers, and the platform settings (log, device identity, CA bundle).
+ * readers, and the platform settings (log, device identity, CA bundle, storage).
  */
 
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/ai_auth.h"
 #include "veltra/platform/kvr_debug.h"
+#include "veltra/platform/storage.h"
 #include "veltra/platform/wqcurl.h"
 #include "veltra/query/http_request.h"
 #include "veltra/query/ic_veltra.h"

@@ -23,9 +23,9 @@ mode_t FileKind(const std::string& strPath)
     return lstat(strPath.c_str(), &tStat) == 0 ? tStat.st_mode & S_IFMT : 0;
 }
 
-bool IsSymbolicLink(const std::string& strPath, LOG_PLACE_t tPlace)
+bool IsSymbolicLink(mode_t eKind, const std::string& strPath, LOG_PLACE_t tPlace)
 {
-    const bool bLink = FileKind(strPath) == S_IFLNK;
+    const bool bLink = eKind == S_IFLNK;
     if (bLink)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "path [%s] is a symb link! there's security risk!", strPath.c_str());
@@ -46,45 +46,45 @@ bool IsSpecialFile(const std::string& strPath, LOG_PLACE_t tPlace)
 }
 
 /** Opening through a link would create, or empty, the file that it points to. */
-bool IsWayFree(const std::string& strTempFilePath, LOG_PLACE_t tPlace)
+bool IsWayFree(mode_t eKind, const std::string& strTempFilePath, LOG_PLACE_t tPlace)
 {
-    return !IsSymbolicLink(strTempFilePath, tPlace) && !IsSpecialFile(TargetPath(strTempFilePath), tPlace);
+    return !IsSymbolicLink(eKind, strTempFilePath, tPlace) && !IsSpecialFile(TargetPath(strTempFilePath), tPlace);
 }
 
 /**
- * Opens a regular file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
- * What another process may put at the path meanwhile costs nothing: a link is not followed and a pipe not waited for.
- * @param bTakeOver true empties and takes a file that is there already, false refuses then
- * @return null with errno when there is none; a file that was made for it is gone again
+ * Opens a file that is there, and empties it. What another process may put at the path meanwhile costs nothing: a link
+ * is not followed and a pipe not waited for.
  */
-FILE_PTR_t OpenFile(const std::string& strPath, bool bTakeOver)
+FILE* TakeFile(const std::string& strPath)
 {
-    constexpr int FLAGS = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask
-    int nFile = open(strPath.c_str(), FLAGS | O_EXCL, MODE);
-    const bool bMade = nFile >= 0;
-    if (!bMade && errno == EEXIST && bTakeOver)
-    {
-        nFile = open(strPath.c_str(), FLAGS | O_TRUNC, MODE);
-    }
+    constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask, should the file be gone again
+    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, MODE);
     struct stat tStat = {};
     const bool bRegular = nFile >= 0 && fstat(nFile, &tStat) == 0 && S_ISREG(tStat.st_mode);
-    FILE_PTR_t pFile(bRegular ? fdopen(nFile, "wb") : nullptr);
-    if (pFile != nullptr)
-    {
-        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
-        return pFile;
-    }
-    const int nError = nFile >= 0 && !bRegular ? EINVAL : errno;
-    if (nFile >= 0)
+    FILE* pFile = bRegular ? fdopen(nFile, "wb") : nullptr;
+    if (pFile == nullptr && nFile >= 0)
     {
         close(nFile);
     }
-    if (bMade)
+    return pFile;
+}
+
+/**
+ * Makes a file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
+ * @param bTakeOver true empties and takes one that is there already, false refuses then, be it a link to nothing
+ * @return null with errno when there is none
+ */
+FILE_PTR_t OpenFile(const std::string& strPath, bool bTakeOver)
+{
+    FILE_PTR_t pFile(fopen(strPath.c_str(), "wbxe"));
+    if (pFile == nullptr && errno == EEXIST && bTakeOver)
     {
-        static_cast<void>(remove(strPath.c_str()));
+        pFile.reset(TakeFile(strPath));
     }
-    errno = nError;
+    if (pFile != nullptr)
+    {
+        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
+    }
     return pFile;
 }
 
@@ -112,13 +112,14 @@ std::string TargetPath(std::string strTempFilePath)
 FILE_PTR_t CreateTempFile(const std::string& strTempFilePath, bool& bExists, LOG_PLACE_t tPlace)
 {
     const char* pszPath = strTempFilePath.c_str();
-    bExists = access(pszPath, F_OK) == 0;
+    const mode_t eKind = FileKind(strTempFilePath);
+    bExists = eKind != 0 && access(pszPath, F_OK) == 0; // which a link to nothing does not
     if (bExists)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "File [%s] is already downloading, return!", pszPath);
         return nullptr;
     }
-    if (!IsWayFree(strTempFilePath, tPlace)) // a link to nothing has passed that test
+    if (!IsWayFree(eKind, strTempFilePath, tPlace))
     {
         return nullptr;
     }
@@ -132,12 +133,12 @@ FILE_PTR_t CreateTempFile(const std::string& strTempFilePath, bool& bExists, LOG
                             szBuffer);
         return nullptr;
     }
-    return IsSymbolicLink(strTempFilePath, tPlace) ? nullptr : std::move(pFile);
+    return IsSymbolicLink(FileKind(strTempFilePath), strTempFilePath, tPlace) ? nullptr : std::move(pFile);
 }
 
 FILE_PTR_t TakeOverTempFile(const std::string& strTempFilePath, LOG_PLACE_t tPlace)
 {
-    if (!IsWayFree(strTempFilePath, tPlace))
+    if (!IsWayFree(FileKind(strTempFilePath), strTempFilePath, tPlace))
     {
         return nullptr;
     }
@@ -147,7 +148,7 @@ FILE_PTR_t TakeOverTempFile(const std::string& strTempFilePath, LOG_PLACE_t tPla
         VELTRA_LOG_ERROR_AT(tPlace, "Failed to open file = [%s]", strTempFilePath.c_str());
         return nullptr;
     }
-    return IsSymbolicLink(strTempFilePath, tPlace) ? nullptr : std::move(pFile);
+    return IsSymbolicLink(FileKind(strTempFilePath), strTempFilePath, tPlace) ? nullptr : std::move(pFile);
 }
 
 bool FlushAndClose(FILE_PTR_t pFile)

@@ -67,14 +67,14 @@ bool CWebConnector::Create()
         VELTRA_LOG_ERROR("The engine has been created before!");
         return true;
     }
+    CSync tRunning;
+    const bool bSync = tRunning.Create(); // may throw std::bad_alloc
     m_pMainContext = g_main_context_new();
     m_pMainLoop = g_main_loop_new(m_pMainContext, FALSE);
     /*
      * A pass may be scheduled, and the loop be quit, only once the worker owns the context: before, the pass would run
      * on the pushing thread, and the quit would be forgotten.
      */
-    CSync tRunning;
-    const bool bSync = tRunning.Create();
     GiveOnceRunning(m_pMainContext, tRunning);
     if (!bSync || !CThreadBase::Create(WORKER_STACK_SIZE))
     {

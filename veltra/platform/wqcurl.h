@@ -211,6 +211,8 @@ struct TRANSFER_DEFAULTS_t
     IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< which addresses are used */
     /** A status of 400 and more fails the transfer, with a text that names it; of a download, nothing is kept. */
     bool bFailOnHttpError = false;
+    /** The same for a status of 300 to 399: redirects are not followed, so that its body is not what was asked for. */
+    bool bFailOnRedirect = false;
     int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; at least 1 */
     /** Connections in all and to one host at the same time; 0: any number. What is over waits its turn. */
     int nMostConnections = 0;
@@ -242,7 +244,7 @@ VELTRA_API void NetworkChanged();
 
 /**
  * What is known of a transfer that has ended. Times are seconds since its start, or for a download of several attempts
- * since the start of the last one, and 0 for what was not reached.
+ * since the start of the last one, and 0 for what was not reached. The answer is that of the last attempt, too.
  */
 struct TRANSFER_REPORT_t
 {
@@ -260,6 +262,11 @@ struct TRANSFER_REPORT_t
     int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */
     int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
+
+    std::string strHttpVersion;    /**< of the answer: "1.0", "1.1", "2" or "3"; empty: none came */
+    std::string strContentType;    /**< of the answer; empty: it names none */
+    std::string strRedirectUrl;    /**< where the answer redirects, as a whole URL; empty: nowhere */
+    long long nContentLength = -1; /**< bytes of the body, as the answer announces them; -1: it does not */
 };
 
 /**

@@ -1,6 +1,15 @@
 #include "veltra/platform/desktop/socket_set.h"
 
+#include <algorithm>
 #include <cerrno>
+
+namespace
+{
+
+/* How long waits are while the kernel does not report a socket that somebody waits for. */
+constexpr int REFUSED_MILLISECONDS = 10;
+
+} // namespace
 
 bool CSocketSet::Open()
 {
@@ -54,12 +63,33 @@ bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
         return true;
     }
     const int nFirst = ptSocket->nRegistered != 0 ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
-    ptSocket->nRegistered = nEvents;
-    return Register(nFirst, nDescriptor, nEvents);
+    const bool bRegistered = Register(nFirst, nDescriptor, nEvents);
+    ptSocket->nRegistered = bRegistered ? nEvents : 0;
+    m_bRefused = m_bRefused || !bRegistered;
+    return bRegistered;
+}
+
+/** Nobody else would ask for what the kernel has refused once: its transfer would wait for its time-out. */
+void CSocketSet::RegisterRefused()
+{
+    m_bRefused = false;
+    for (size_t nIndex = 0; nIndex < m_vecSockets.size(); ++nIndex)
+    {
+        const SOCKET_t& tSocket = m_vecSockets[nIndex];
+        if (tSocket.nWanted != 0 && tSocket.nRegistered == 0)
+        {
+            Want(static_cast<int>(nIndex), tSocket.nWanted);
+        }
+    }
 }
 
 int CSocketSet::Wait(epoll_event* ptEvents, int nMost, int nMilliseconds)
 {
+    if (m_bRefused)
+    {
+        RegisterRefused();
+        nMilliseconds = m_bRefused ? std::min(nMilliseconds, REFUSED_MILLISECONDS) : nMilliseconds;
+    }
     const int nEvents = epoll_wait(m_tEpoll.Get(), ptEvents, nMost, nMilliseconds);
     return nEvents < 0 && errno == EINTR ? 0 : nEvents;
 }

@@ -22,7 +22,10 @@ public:
     void OnOpened(int nSocket);
     void OnClosing(int nSocket);
 
-    /** Waits for these EPOLL events of any descriptor from now on; for none with 0. @return false when it cannot */
+    /**
+     * Waits for these EPOLL events of any descriptor from now on; for none with 0.
+     * @return false when it cannot; of an opened socket Wait() tries that again
+     */
     bool Want(int nDescriptor, uint32_t nEvents);
 
     /** As epoll_wait(); interrupted by a signal, it has no events. */
@@ -44,8 +47,10 @@ private:
 
     SOCKET_t* Find(int nDescriptor);
     bool Register(int nFirst, int nDescriptor, uint32_t nEvents);
+    void RegisterRefused();
 
     CDescriptor m_tEpoll;
     std::vector<SOCKET_t> m_vecSockets; /**< by number */
     int m_nOpen = 0;
+    bool m_bRefused = false; /**< the kernel does not report an opened socket that is wanted */
 };

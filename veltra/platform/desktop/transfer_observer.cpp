@@ -26,6 +26,23 @@ std::string Text(CURL* pEasy, CURLINFO eInfo)
     return pszText != nullptr ? pszText : "";
 }
 
+const char* HttpVersion(CURL* pEasy)
+{
+    switch (Info<long>(pEasy, CURLINFO_HTTP_VERSION))
+    {
+    case CURL_HTTP_VERSION_1_0:
+        return "1.0";
+    case CURL_HTTP_VERSION_1_1:
+        return "1.1";
+    case CURL_HTTP_VERSION_2_0:
+        return "2";
+    case CURL_HTTP_VERSION_3:
+        return "3";
+    default:
+        return "";
+    }
+}
+
 double Seconds(CURL* pEasy, CURLINFO eInfo)
 {
     return static_cast<double>(Info<curl_off_t>(pEasy, eInfo)) / 1e6;
@@ -48,6 +65,10 @@ TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti:
     tReport.nResultCode = tMsg.nResultCode;
     tReport.nSystemError = tMsg.nSystemError;
     tReport.strErrorMsg = tMsg.strErrorMsg;
+    tReport.strHttpVersion = HttpVersion(pEasy);
+    tReport.strContentType = Text(pEasy, CURLINFO_CONTENT_TYPE);
+    tReport.strRedirectUrl = Text(pEasy, CURLINFO_REDIRECT_URL);
+    tReport.nContentLength = Info<curl_off_t>(pEasy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
     return tReport;
 }
 

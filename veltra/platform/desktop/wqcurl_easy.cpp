@@ -59,12 +59,12 @@ long IpResolve(IP_FAMILY_e eFamily)
                                     : CURL_IPRESOLVE_WHATEVER;
 }
 
-/** Sets options of a libcurl handle, up to the first that it refuses. */
+/** Sets options of a new libcurl handle, up to the first that it refuses. What is nothing is so by default. */
 struct OPTION_SETTER_t
 {
     template <class VALUE> void operator()(CURLoption eOption, VALUE tValue)
     {
-        if (eResult == CURLE_OK)
+        if (eResult == CURLE_OK && tValue != VALUE{})
         {
             eResult = curl_easy_setopt(pEasy, eOption, tValue);
         }
@@ -85,9 +85,10 @@ void SetWay(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
     tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
     tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
     /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
-    tSet(CURLOPT_PROXY, tDefaults.strProxy.c_str());
-    tSet(CURLOPT_NOPROXY, tDefaults.strProxy.empty() ? "*" : "");
-    tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    const bool bProxy = !tDefaults.strProxy.empty();
+    tSet(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
+    tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
     tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
     tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
 }
@@ -137,8 +138,6 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     tSet(CURLOPT_SHARE, TransferShare());
     SetWay(tSet, *ptSettings);
     SetTrust(tSet, ptSettings->tDefaults);
-    tSet(CURLOPT_BUFFERSIZE, BufferSize());
-    tSet(CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
     tSet(CURLOPT_HEADERFUNCTION, &OnHeader);
     tSet(CURLOPT_HEADERDATA, static_cast<void*>(this));
     /* Own functions from the start: libcurl's defaults would write bodies and a progress meter to standard streams. */
@@ -146,6 +145,10 @@ CURLcode WQCurlEasy::IMPL_t::SetUp()
     tSet(CURLOPT_WRITEDATA, static_cast<void*>(this));
     tSet(CURLOPT_XFERINFOFUNCTION, &OnProgress);
     tSet(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    if (tSet.eResult != CURLE_OK)
+    {
+        pEasy.reset(); // with some of its options set
+    }
     return tSet.eResult;
 }
 
@@ -192,6 +195,7 @@ void WQCurlEasy::IMPL_t::Begin()
     bTooLarge = false;
     tCounts = {};
     nInTurn = 0;
+    curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
 }
 
 CURLcode WQCurlEasy::IMPL_t::BeginRest()
@@ -233,6 +237,13 @@ bool WQCurlEasy::IMPL_t::Check(CURLcode eCode)
     return eCode == CURLE_OK;
 }
 
+long WQCurlEasy::IMPL_t::Status() const
+{
+    long lStatus = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+    return lStatus;
+}
+
 WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
@@ -257,6 +268,11 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     {
         tMsg.nResultCode = CURLE_PARTIAL_FILE;
         tMsg.strErrorMsg = "The answer ended within its header lines";
+    }
+    else if (eCode == CURLE_OK && ptSettings->tDefaults.bFailOnRedirect && Status() / 100 == 3)
+    {
+        tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
+        tMsg.strErrorMsg = "The server redirects, which is not followed";
     }
     else if (eCode != CURLE_OK)
     {
@@ -319,8 +335,7 @@ size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, vo
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
-        long lStatus = 0;
-        curl_easy_getinfo(ptImpl->pEasy.get(), CURLINFO_RESPONSE_CODE, &lStatus);
+        const long lStatus = ptImpl->Status();
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
         const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
         if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
@@ -417,7 +432,6 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
     if (eOption == NOPROGRESS)
     {
         m_pImpl->bReporting = lValue == 0;
-        curl_easy_setopt(m_pImpl->Handle(), CURLOPT_BUFFERSIZE, m_pImpl->BufferSize());
     }
     return m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
 }
@@ -508,6 +522,7 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
+    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &IMPL_t::OnOpenSocket);
     WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
     while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
     {

@@ -54,6 +54,9 @@ struct WQCurlEasy::IMPL_t
     /** Keeps the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
     bool Check(CURLcode eCode);
 
+    /** The status of the answer that came last; 0 when there was none. */
+    long Status() const;
+
     /** What a transfer comes to that has ended for libcurl, as its message. */
     WQCurlMulti::MultiMsg Outcome(CURLcode eCode) const;
 

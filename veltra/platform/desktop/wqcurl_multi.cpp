@@ -59,6 +59,7 @@ struct WQCurlMulti::IMPL_t
     bool Renew();
     void StartAdded();
     void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
+    void KeepConnections(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults) const;
     void Start(EASY_t& tEasy);
     void Drive(EASY_t& tEasy);
     void AskForRests();
@@ -88,6 +89,8 @@ struct WQCurlMulti::IMPL_t
     std::vector<EASY_t*> vecAdded; /**< not libcurl's yet; guarded by tAddedLock */
     size_t nRegistered = 0;        /**< handles that are not removed yet; guarded by tAddedLock */
     bool bWaiting = false;         /**< the driving thread waits, or is about to; guarded by tAddedLock */
+
+    size_t nMayStart = STARTS_AT_ONCE; /**< how many of the added handles start in the next step, at most */
 
     std::vector<EASY_t*> vecPaused; /**< have had their turn in this step, and continue in the next */
     std::vector<std::pair<Clock::time_point, EASY_t*>> vecBroken; /**< whose rest is asked for at these times */
@@ -226,9 +229,11 @@ void WQCurlMulti::IMPL_t::StartAdded()
 {
     EASY_t* arrTaken[STARTS_AT_ONCE];
     size_t nTaken = 0;
+    size_t nTransfers = 0;
     {
         const std::lock_guard<std::mutex> tGuard(tAddedLock);
-        for (; nTaken < std::min(STARTS_AT_ONCE, vecAdded.size()); ++nTaken)
+        nTransfers = nRegistered;
+        for (; nTaken < std::min(nMayStart, vecAdded.size()); ++nTaken)
         {
             arrTaken[nTaken] = vecAdded[nTaken];
             arrTaken[nTaken]->eStage = EASY_t::STAGE_RUNNING;
@@ -246,6 +251,7 @@ void WQCurlMulti::IMPL_t::StartAdded()
     {
         bOutdated = !Renew();
     }
+    KeepConnections(nTransfers, arrTaken[0]->ptSettings->tDefaults);
     std::for_each(arrTaken, arrTaken + nTaken, [this](EASY_t* ptEasy) { Start(*ptEasy); });
 }
 
@@ -258,6 +264,19 @@ void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTING
         curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_TOTAL_CONNECTIONS, long{tDefaults.nMostConnections});
         curl_multi_setopt(pMulti.get(), CURLMOPT_MAX_HOST_CONNECTIONS, long{tDefaults.nMostConnectionsPerHost});
     }
+}
+
+/**
+ * Lets as many connections stay open as libcurl would for so many transfers, and no fewer than may stay when all have
+ * ended. libcurl itself counts, in its later releases, only those that run at the moment: of many that end in one step
+ * it closes the connections before others start.
+ */
+void WQCurlMulti::IMPL_t::KeepConnections(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults) const
+{
+    constexpr long CONNECTIONS_PER_TRANSFER = 4;
+    curl_multi_setopt(
+        pMulti.get(), CURLMOPT_MAXCONNECTS,
+        std::max(CONNECTIONS_PER_TRANSFER * static_cast<long>(nTransfers), long{tDefaults.nMostIdleConnections}));
 }
 
 /** Hands a transfer to libcurl. One that it refuses has ended as failed. */
@@ -572,6 +591,9 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
     m_pImpl->ResumePaused();
+    /* Those under way go first: while they keep this thread busy, no more start than end, on the same connections. */
+    const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
+    m_pImpl->nMayStart = nEvents > 0 ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
 }

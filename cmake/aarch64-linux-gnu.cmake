@@ -1,0 +1,4 @@
+# 64-bit ARM, which Debian calls arm64.
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(triplet aarch64-linux-gnu)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Prints the Debian symbols file of a built library: every symbol that veltra/symbols/ lists, with the version from which on
+# it is as it is. The library must export each of them, and no other: scripts/debian_symbols.sh LIBRARY
+set -euo pipefail
+library=$(realpath -- "${1-.}")
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source scripts/lib/arguments.sh
+source scripts/lib/symbol_names.sh
+export LC_ALL=C
+[ -f "$library" ] || { echo "debian_symbols: there is no library ${1-}" >&2; exit 2; }
+
+version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+IFS=. read -r major minor _ <<<"$version"
+# Within 0.x a minor version may break what was built against another.
+echo "libveltra.so.$major libveltra$major #MINVER#, libveltra$major (<< $major.$((minor + 1))~)"
+symbols=$(mktemp)
+trap 'rm -f "$symbols"' EXIT
+nm -D --defined-only "$library" >"$symbols"
+paste <(readable_names <"$symbols") <(sed -E -e 's/.* //' -e 's/@+/@/' -e 's/^(VELTRA_[0-9]+)$/\1@\1/' "$symbols") |
+    awk -F '\t' -v since="$major.$minor" '
+        function complain(text) { print "debian_symbols: " text > "/dev/stderr"; bad = 1 }
+        FILENAME != "-" { missing[$0] = listed[$0] = 1; next }
+        !($1 in listed) { complain($1 " is exported, but not listed") }
+        { delete missing[$1]; print " " $2 " " since }
+        END { for (name in missing) complain(name " is listed, but not exported"); exit bad }
+    ' veltra/symbols/library veltra/symbols/platform veltra/symbols/desktop - | sort

@@ -1,0 +1,170 @@
+/* What happens when the system refuses: the n-th call of a function in calls.cpp fails, for every n. */
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <set>
+
+#include "calls.h"
+#include "engine_fixture.h"
+
+namespace
+{
+
+const std::string NEW = "GET / ";
+/* Those without which a file may not count as written, and for memory. */
+const std::set<std::string> OF_FILES{"fopen64", "open64", "fdopen", "fwrite", "fflush", "fsync", "fclose", "new"};
+const std::set<std::string> OF_ENGINES{"eventfd", "epoll_create1", "epoll_ctl", "epoll_wait", "write",
+                                       "socket",  "connect",       "close",     "new"};
+
+} // namespace
+
+class CFaultTest : public CEngineTest
+{
+protected:
+    /**
+     * Runs an operation over a file that holds "old" with the first, second, third … call of each function failing,
+     * until it ends without meeting the failure; "new" is what its own thread allocates. A success leaves NEW in the
+     * file, a failure "old".
+     */
+    void FailEach(const std::set<std::string>& setNames, const std::function<bool()>& fnOperation)
+    {
+        m_ptEngine.reset();
+        m_tServer.reset();
+        m_nDescriptors = CountDescriptors();
+        for (const std::string& strName : setNames)
+        {
+            for (const int nError : {EINTR, EIO})
+            {
+                int nCall = 0;
+                for (g_nError = nError; Fail(strName, nCall, fnOperation); ++nCall)
+                {
+                }
+                EXPECT_GT(nCall, 0) << strName << " is never called";
+            }
+        }
+    }
+
+    /** @return whether there has been such a call */
+    bool Fail(const std::string& strName, int nCall, const std::function<bool()>& fnOperation)
+    {
+        SCOPED_TRACE("call " + std::to_string(nCall) + " of " + strName + ": " + strerror(g_nError));
+        std::ofstream(Path("file")) << "old";
+        m_bKeeps ? void(std::ofstream(Path("file.bak"))) : void(std::filesystem::remove(Path("file.bak")));
+        m_tServer.emplace(m_fnServe);
+        g_pszFailing = strName.c_str();
+        g_nUntilFailure = m_nAllocations = nCall;
+        bool bDone = false;
+        EXPECT_LT(SecondsOf([&] { bDone = fnOperation(); }), 25) << "waited for a time-out";
+        const bool bMet = HasFailed();
+        g_pszFailing = "";
+        EXPECT_FALSE(bMet && bDone && OF_FILES.count(strName) > 0);
+        EXPECT_TRUE(bMet || bDone);
+        EXPECT_EQ(ReadFile(Path("file")), bDone && !(bMet && strName == "rename") ? NEW : "old");
+        EXPECT_TRUE(!std::filesystem::exists(Path("file.bak")) || m_bKeeps || strName == "rename");
+        m_tServer.reset();
+        EXPECT_EQ(CountDescriptors(), m_nDescriptors);
+        return bMet;
+    }
+
+    bool HasFailed() const { return g_nUntilFailure < 0 || m_nAllocations < 0; }
+
+    /** A part of the operation, whose allocations may fail. @return false when it throws that */
+    bool Try(const std::function<bool()>& fnPart)
+    {
+        t_nAllocationsToFailure = strcmp(g_pszFailing, "new") == 0 ? m_nAllocations : INT_MAX;
+        bool bDone = false;
+        try
+        {
+            bDone = fnPart();
+        }
+        catch (const std::bad_alloc&)
+        {
+        }
+        m_nAllocations = std::exchange(t_nAllocationsToFailure, -1);
+        return bDone;
+    }
+
+    bool Keep(bool bDone, const std::string& strAnswer)
+    {
+        std::ofstream(Path("file")) << (bDone ? strAnswer : "old");
+        return bDone;
+    }
+
+    /** In an engine of its own, which must be of use afterwards. */
+    bool Run(const std::function<bool(OUTCOME_t&)>& fnStart)
+    {
+        OUTCOME_t tOutcome;
+        const auto fnBegin = [&]
+        {
+            m_ptEngine = std::make_unique<CWebConnector>();
+            return m_ptEngine->Create() && fnStart(tOutcome);
+        };
+        const bool bStarted = Try(fnBegin);
+        EXPECT_TRUE(!bStarted || tOutcome.tEnded.Wait());
+        if (m_ptEngine != nullptr && HasFailed())
+        {
+            m_ptEngine->Create(); // if that was it
+            EXPECT_TRUE(Get(Url())) << "a lock left held would hang here";
+        }
+        m_ptEngine.reset();
+        EXPECT_EQ(tOutcome.tEnded.Count(), int{bStarted}) << "ends";
+        if (tOutcome.nId != 0)
+        {
+            return bStarted && tOutcome.eType == DOWNLOAD_TYPE_SUCCESS;
+        }
+        EXPECT_TRUE(!bStarted || tOutcome.bResult == tOutcome.strError.empty());
+        return Keep(tOutcome.bResult, tOutcome.strResponse);
+    }
+
+    std::ptrdiff_t m_nDescriptors = 0;
+    int m_nAllocations = 0; /**< as g_nUntilFailure */
+    bool m_bKeeps = false;  /**< a failed download may leave its temporary file */
+};
+
+TEST_F(CFaultTest, RequestEndsOnceAndLeavesTheEngineUsable)
+{
+    FailEach(OF_ENGINES, [this] { return Run([this](OUTCOME_t& tOutcome) { return Start(tOutcome, Url()); }); });
+    const auto fnSynchronous = [this]
+    {
+        _HTTP_REQ_INFO_t tRequest = GetRequest(Url());
+        const auto fnGet = [&](OUTCOME_t&)
+        {
+            tRequest.strErrorReason = "stale";
+            m_ptEngine->Get(&tRequest, true);
+            return false; // there is no callback
+        };
+        Run(fnGet);
+        EXPECT_NE(tRequest.strErrorReason, "stale");
+        return Keep(tRequest.bResult, tRequest.strResponse);
+    };
+    FailEach(OF_ENGINES, fnSynchronous);
+}
+
+TEST_F(CFaultTest, DownloadEndsOnceAndReplacesOrKeepsItsTarget)
+{
+    FailEach({"fopen64", "fwrite", "fclose", "rename", "new"},
+             [this] { return Run([this](OUTCOME_t& tOutcome) { return Start(tOutcome, Url(), "file") == 1; }); });
+}
+
+TEST_F(CFaultTest, SynchronousDownloadReplacesOrKeepsItsTarget)
+{
+    CWebConnector tEngine;
+    m_bKeeps = true;
+    std::set<std::string> setNames = OF_FILES;
+    setNames.insert({"rename", "socket", "connect", "close"});
+    FailEach(setNames, [&] { return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); }); });
+}
+
+TEST_F(CFaultTest, BringingToStorageSaysWhenItHasFailed)
+{
+    const auto fnSync = [this]
+    {
+        const bool bDone = Try([this] { return SyncToStorage(Path("file")); });
+        EXPECT_TRUE(bDone || m_nAllocations < 0 || errno == g_nError);
+        return Keep(bDone, NEW);
+    };
+    FailEach({"open64", "fsync", "new"}, fnSync);
+    EXPECT_FALSE(SyncToStorage(Path("none")));
+    EXPECT_EQ(errno, ENOENT);
+}
