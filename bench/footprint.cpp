@@ -1,5 +1,5 @@
 /*
- * The heap that requests take at its highest, from before the engine's start: "footprint http|https N CA_FILE" makes
+ * The heap that requests take at its highest, from before the engine's start: "footprint http|https N CA" makes
  * one synchronous request, or N asynchronous ones of which none is answered before all have arrived. Every allocation
  * of the process counts with its usable size, those of libcurl and the TLS library included; stacks and code do not.
  */
@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <malloc.h>
 #include <string>
 #include <sys/wait.h>
@@ -122,7 +123,10 @@ int main(int nArguments, char* arrArguments[])
         return 1;
     }
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({arrArguments[3], {}});
+    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    const bool bFolder = std::filesystem::is_directory(arrArguments[3]);
+    (bFolder ? tSettings.strCaFolder : tSettings.strCaFile) = arrArguments[3];
+    WQCurl::SetTransferDefaults(tSettings);
     CGate tSucceeded;
     tRequest.pUserData = &tSucceeded;
     tRequest.pfnRequestCB = [](bool bResult, std::string&, std::string&, void* pGate)

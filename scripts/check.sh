@@ -91,7 +91,6 @@ fuzz()
         rm -rf "build/corpus-$fuzzer"
         mkdir "build/corpus-$fuzzer"
         options=(-max_total_time="$fuzz_seconds" -timeout=25 -print_final_stats=1 -artifact_prefix=build/)
-        [ "$fuzzer" != xml ] || options+=(-dict=fuzz/xml.dict)
         # The threads of its server work on behind an input, and what they hold then is no leak.
         [ "$fuzzer" != engine ] || options+=(-detect_leaks=0)
         "build/fuzz/fuzz/${fuzzer}_fuzzer" "${options[@]}" "build/corpus-$fuzzer" "fuzz/corpus/$fuzzer" \

@@ -29,6 +29,9 @@ TEST_F(CSettingsTest, ProxyFamilyAndCertificateLeadToTheServer)
     EXPECT_FALSE(Get(tStrict.Url())) << "without its key";
     m_tSettings.strClientKey = TEST_CERTIFICATES "/server.key";
     EXPECT_TRUE(Get(tStrict.Url()));
+    m_tSettings.strCaFile.clear();
+    m_tSettings.strCaFolder = TEST_CERTIFICATES;
+    EXPECT_TRUE(Get(tStrict.Url()));
 
     m_tSettings.bHttp2 = true;
     WQCurl::NetworkChanged(); // connects again

@@ -66,6 +66,10 @@ void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer
         ->type_name("FILE")
         ->check(ReadableFile())
         ->group(strGroup);
+    tApp.add_option("--capath", tTransfer.strCaFolder, "Hashed folder of CA certificates to trust")
+        ->type_name("FOLDER")
+        ->check(ReadableFile())
+        ->group(strGroup);
     tApp.add_option("--client-cert", tTransfer.strClientCertificate, "The client's own certificate")
         ->type_name("FILE|URI")
         ->group(strGroup);

@@ -176,6 +176,11 @@ void CDoctor::m_LookAtAuthorities()
     const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
     const std::string strSystem = ptInfo->cainfo != nullptr ? ptInfo->cainfo : "";
     const std::string strPath = m_tOptions.tTransfer.strCaFile.empty() ? strSystem : m_tOptions.tTransfer.strCaFile;
+    if (!m_tOptions.tTransfer.strCaFolder.empty())
+    {
+        m_Say("authorities", "in " + m_tOptions.tTransfer.strCaFolder);
+        return;
+    }
     std::ifstream tFile(strPath);
     int nCount = 0;
     for (std::string strLine; std::getline(tFile, strLine);)

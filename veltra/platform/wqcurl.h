@@ -199,6 +199,11 @@ struct TRANSFER_DEFAULTS_t
     std::string strCaFile{};
     /** "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO. */
     std::list<std::string> lstConnectTo{};
+    /**
+     * Path of a folder of CA certificates in PEM that "openssl rehash" has named, trusted together with strCaFile and
+     * instead of the system's bundle; empty: none. Each connection reads those it needs, so that none fill the memory.
+     */
+    std::string strCaFolder{};
     /** "[SCHEME://][USER:PASSWORD@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
      */
     std::string strProxy{};

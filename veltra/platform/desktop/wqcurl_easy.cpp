@@ -103,17 +103,18 @@ void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
     }
     const char* pszBundle = nullptr;
     curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle);
-    if (!tDefaults.strCaFile.empty())
+    if (!tDefaults.strCaFolder.empty())
     {
-        pszBundle = tDefaults.strCaFile.c_str();
-        tSet(CURLOPT_CAINFO, pszBundle);
+        curl_easy_setopt(tSet.pEasy, CURLOPT_CAINFO, nullptr);
+        tSet(CURLOPT_CAPATH, tDefaults.strCaFolder.c_str());
     }
-    if (pszBundle != nullptr)
+    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
     {
         /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
          * megabyte, for all connections, instead of reading it for each. */
         curl_easy_setopt(tSet.pEasy, CURLOPT_CAPATH, nullptr);
     }
+    tSet(CURLOPT_CAINFO, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
 }
 
 } // namespace
