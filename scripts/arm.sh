@@ -49,7 +49,7 @@ within() { # LIMIT FIGURE UNIT WHAT...
     [ "$2" -le "$1" ] || { echo "arm: that is too much" >&2; exit 1; }
 }
 
-# Each limit is a little above what there is, so that growth is seen, and meant.
+# Each limit is a little above what there is, so that growth is seen, and meant. The library's size moves by whole pages.
 # Under qemu the size of the process says nothing of a device's, so that the heap is counted instead.
 check_footprint() {
     local build=build/armhf library=build/armhf/veltra/libveltra.so

@@ -154,7 +154,7 @@ TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
     OUTCOME_t tFirst;
     tFirst.fnOnEvent = [&nWorker]
     {
-        EXPECT_TRUE(IsBlocked(SIGRTMAX)) << "the application's handlers run on its own threads";
+        EXPECT_TRUE(IsBlocked(SIGRTMIN + 5)) << "the application's handlers run on its own threads";
         nWorker = gettid();
     };
     ASSERT_TRUE(Start(tFirst, Url()));
