@@ -82,7 +82,8 @@ protected:
         catch (const std::bad_alloc&)
         {
         }
-        m_nAllocations = std::exchange(t_nAllocationsToFailure, -1);
+        m_nAllocations = t_nAllocationsToFailure; // no reference: GCC's sanitizer takes one to it for null
+        t_nAllocationsToFailure = -1;
         return bDone;
     }
 
