@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Every check that takes longer than the tests: sanitizers, valgrind, static analysis and a minute of each fuzzer.
-# Usage: scripts/check.sh [CHECK …], by default all: sanitizers valgrind tidy cppcheck port fuzz
+# Every check that takes longer than the tests: sanitizers, the other compiler, valgrind, static analysis and a minute of each fuzzer.
+# Usage: scripts/check.sh [CHECK …], by default all: sanitizers clang valgrind tidy cppcheck port fuzz
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 
 checks=("$@")
-[ ${#checks[@]} -gt 0 ] || checks=(sanitizers valgrind tidy cppcheck port fuzz)
+[ ${#checks[@]} -gt 0 ] || checks=(sanitizers clang valgrind tidy cppcheck port fuzz)
 fuzz_seconds=${FUZZ_SECONDS:-60}
 report=()
 
@@ -17,14 +17,17 @@ note() # WHAT WAS FOUND
     report+=("$*")
 }
 
+all_tests() # PRESET
+{
+    echo "== All tests under the preset $1"
+    bash scripts/test.sh "$1" | tee build/check.log | grep -E '^[0-9]+% tests passed' || { cat build/check.log; return 1; }
+    note "$1: $(grep -E '^[0-9]+% tests passed' build/check.log)"
+}
+
 sanitizers()
 {
-    local preset
-    for preset in asan-ubsan tsan; do
-        echo "== All tests under the preset $preset"
-        bash scripts/test.sh "$preset" | tee build/check.log | grep -E '^[0-9]+% tests passed' || { cat build/check.log; return 1; }
-        note "$preset: $(grep -E '^[0-9]+% tests passed' build/check.log)"
-    done
+    all_tests asan-ubsan
+    all_tests tsan
 }
 
 memcheck() # EXECUTABLE FILTER
@@ -88,7 +91,6 @@ fuzz()
         rm -rf "build/corpus-$fuzzer"
         mkdir "build/corpus-$fuzzer"
         options=(-max_total_time="$fuzz_seconds" -timeout=25 -print_final_stats=1 -artifact_prefix=build/)
-        [ "$fuzzer" != xml ] || options+=(-dict=fuzz/xml.dict)
         # The threads of its server work on behind an input, and what they hold then is no leak.
         [ "$fuzzer" != engine ] || options+=(-detect_leaks=0)
         "build/fuzz/fuzz/${fuzzer}_fuzzer" "${options[@]}" "build/corpus-$fuzzer" "fuzz/corpus/$fuzzer" \
@@ -102,6 +104,7 @@ install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_package
 mkdir -p build
 for check in "${checks[@]}"; do
     case $check in
+    clang) all_tests clang ;;
     sanitizers | tidy | port | fuzz) "$check" ;;
     valgrind) valgrind_tests ;;
     cppcheck) run_cppcheck ;;

@@ -13,6 +13,7 @@ version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 IFS=. read -r major minor _ <<<"$version"
 # Within 0.x a minor version may break what was built against another.
 echo "libveltra.so.$major libveltra$major #MINVER#, libveltra$major (<< $major.$((minor + 1))~)"
+echo "* Build-Depends-Package: libveltra-dev"
 symbols=$(mktemp)
 trap 'rm -f "$symbols"' EXIT
 nm -D --defined-only "$library" >"$symbols"

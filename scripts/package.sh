@@ -73,8 +73,8 @@ cmp "\$root/tmp/document" "$work/document"
 END
 }
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" debhelper dpkg-dev git lintian \
-    mmdebstrap debian-archive-keyring nginx-light
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" build-essential debhelper git \
+    lintian mmdebstrap debian-archive-keyring nginx-light
 work=$(mktemp -d)
 trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)

@@ -7,7 +7,9 @@ source scripts/lib/packages.sh
 preset=${1:-debug}
 require_preset "$preset"
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
+packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}")
+[ "$preset" != clang ] || packages+=(clang)
+install_packages "${packages[@]}"
 echo "== Building (preset $preset)"
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"

@@ -5,7 +5,6 @@
 #include <new>
 #include <pugixml.hpp>
 
-#include "calls.h"
 #include "engine_fixture.h"
 
 thread_local int t_nAllocationsToFailure = -1;
@@ -27,29 +26,24 @@ void* Allocate(size_t nSize)
 
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
 void FailEveryAllocation(
-    const char* pszOperation, const std::function<void()>& fnOperation,
-    const std::function<void()>& fnCheckAfterFailure = [] {})
+    const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
     for (bool bMet = true; bMet; ++nRounds)
     {
-        SCOPED_TRACE(std::string(pszOperation) + " with allocation " + std::to_string(nRounds) + " failing");
+        SCOPED_TRACE("with allocation " + std::to_string(nRounds) + " failing");
         t_nAllocationsToFailure = nRounds;
         try
         {
             fnOperation();
-            bMet = t_nAllocationsToFailure < 0;
         }
         catch (const std::bad_alloc&)
         {
         }
-        t_nAllocationsToFailure = -1;
-        if (bMet)
-        {
-            fnCheckAfterFailure();
-        }
+        bMet = std::exchange(t_nAllocationsToFailure, -1) < 0;
+        bMet ? fnCheckAfterFailure() : void();
     }
-    EXPECT_GT(nRounds, 1) << pszOperation;
+    EXPECT_GT(nRounds, 1);
 }
 
 } // namespace
@@ -58,11 +52,7 @@ void* operator new(size_t nSize)
 {
     ++t_nAllocations;
     void* pMemory = Allocate(nSize);
-    if (pMemory == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    return pMemory;
+    return pMemory != nullptr ? pMemory : throw std::bad_alloc();
 }
 
 void operator delete(void* pMemory) noexcept
@@ -95,10 +85,10 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
         nLeastLogged = bEntry ? std::min({nLeastLogged, vecId.size(), mapInfo.size()}) : nLeastLogged;
     };
     CKVRDebug::SetSink(fnOnRecord, nullptr);
-    FailEveryAllocation("list of servers", [&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
-    FailEveryAllocation("information", [&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerUrlXml(strList, vecUrl); });
+    FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
     const std::string strLonger(100000, 'x');
-    FailEveryAllocation("record of the log", [&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
+    FailEveryAllocation([&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
     /* Inserted, then appended: what a list names is in the map. */
     const auto fnInOrder = [&]
     {
@@ -107,12 +97,9 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
         mapInfo.clear();
     };
     fnInOrder();
-    FailEveryAllocation(
-        "certificates", [&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnInOrder);
+    FailEveryAllocation([&] { tParser.ParseCERTAppBinaryServerInfoXml(strInformation, mapInfo, vecId); }, fnInOrder);
     fnInOrder();
-    FailEveryAllocation(
-        "default information", [&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); },
-        fnInOrder);
+    FailEveryAllocation([&] { tParser.ParseDefaultAppBinaryServerInfoXml(strInformation, vecId, mapInfo); }, fnInOrder);
     EXPECT_EQ(nLeastLogged, 1U) << "an entry is logged last";
     pugi::set_memory_management_functions(&malloc, &free);
     CKVRDebug::SetLevel(0);
@@ -156,28 +143,4 @@ TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWa
         nExact = nCaller == 2 && nWorker == 0 ? nExact + 1 : 0;
     }
     EXPECT_EQ(nExact, 10);
-}
-
-TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy
-{
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer does not follow a fork";
-#endif
-    EXPECT_EXIT(
-        {
-            CWebConnector tEngine;
-            tEngine.Create();
-            _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
-            tRequest.pUserData = &tEngine;
-            tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void* pEngine)
-            {
-                _HTTP_REQ_INFO_t tNext = GetRequest("file:///");
-                tNext.pfnRequestCB = [](bool, std::string&, std::string&, void*) { _exit(0); };
-                static_cast<CWebConnector*>(pEngine)->Get(&tNext, false);
-                g_nLargest = 0;
-            };
-            tEngine.Get(&tRequest, false);
-            pause();
-        },
-        testing::KilledBySignal(SIGABRT), "bad_alloc");
 }

@@ -3,8 +3,7 @@
  * allocation_test is linked with it; it is preloaded into the tool, whose calls go to the file that CALLS_LOG names.
  */
 
-#include "calls.h"
-
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,9 +13,9 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-std::atomic<int> g_nUntilFailure{-1};
-std::atomic<int> g_nError{0};
-std::atomic<const char*> g_pszFailing{""};
+std::atomic<const char*> g_pszFailing{""}; /**< the function of which a call fails */
+std::atomic<int> g_nUntilFailure{-1};      /**< how many succeed before that; negative: none fails */
+std::atomic<int> g_nError{0};              /**< its errno */
 
 namespace
 {
@@ -89,3 +88,6 @@ CALL(int, epoll_ctl, (int nEpoll, int nWhat, int nFile, epoll_event* ptEvent), (
 CALL(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTime), (nEpoll, ptEvents, nMost, nTime),
      Failed(-1), "")
 CALL(int, eventfd, (unsigned nValue, int nFlags), (nValue, nFlags), Failed(-1), "")
+CALL(int, sem_init, (void* pSemaphore, int nShared, unsigned nValue), (pSemaphore, nShared, nValue), Failed(-1), "")
+CALL(int, pthread_create, (void* pThread, const void* pAttributes, void* (*pfnRun)(void*), void* pArgument),
+     (pThread, pAttributes, pfnRun, pArgument), EAGAIN, "")

@@ -35,23 +35,6 @@ TEST_F(CDownloadTest, OnlyWholeBodiesReachTheTarget)
     LimitFiles(RLIM_INFINITY);
 }
 
-TEST_F(CDownloadTest, OfAllThatWantTheSameTargetAtOnceOneGetsIt)
-{
-    for (int nRound = 0; nRound < 50; ++nRound)
-    {
-        std::vector<OUTCOME_t> vecDownloads(4);
-        std::atomic<int> nStarted{0};
-        ForEach(4, 4, [&](size_t i) { nStarted += Start(vecDownloads[i], Url(STALL), "same"); });
-        EXPECT_EQ(nStarted, 1 - 3 * 16);
-        for (OUTCOME_t& tDownload : vecDownloads)
-        {
-            const bool bStarted = tDownload.ptEngine != nullptr;
-            EXPECT_EQ(m_ptEngine->CancelDownload(tDownload.nId, true), bStarted);
-            EXPECT_EQ(bStarted && tDownload.tEnded.Wait(), bStarted);
-        }
-    }
-}
-
 TEST_F(CDownloadTest, SynchronousDownloadIsQuietTimedAndTakesAnId)
 {
     const int nBefore = m_ptEngine->CreateDownloadId();

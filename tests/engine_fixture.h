@@ -95,10 +95,7 @@ struct OUTCOME_t
         ptOutcome->eType = eType;
         ptOutcome->dSpeed = dSpeed;
         ptOutcome->fnOnEvent();
-        if (eType == DOWNLOAD_TYPE_PROGRESS)
-        {
-            ptOutcome->vecPercent.push_back(nPercent);
-        }
+        eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->vecPercent.push_back(nPercent) : void();
         (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
     }
 

@@ -53,12 +53,6 @@ extern "C" int fsync(int /*nDescriptor*/)
     return Permits("fsync", EIO) ? 0 : -1;
 }
 
-extern "C" FILE* fdopen(int nDescriptor, const char* pszMode) noexcept
-{
-    static const auto s_pfnSystem = reinterpret_cast<decltype(&fdopen)>(dlsym(RTLD_NEXT, "fdopen"));
-    return Permits("fdopen", ENOMEM) ? s_pfnSystem(nDescriptor, pszMode) : nullptr;
-}
-
 /** Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
  * "-file" put a link or a file where there was none when it was looked for. */
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept

@@ -51,7 +51,13 @@ extern "C"
     {
         static auto* const s_pfnNext = Next("curl_multi_add_handle", &curl_multi_add_handle);
         constexpr int OUT_OF_MEMORY = 3;
-        return g_tInterposed.bRefuseHandles ? OUT_OF_MEMORY : s_pfnNext(pMulti, pEasy);
+        return g_tInterposed.bRefuseMemory ? OUT_OF_MEMORY : s_pfnNext(pMulti, pEasy);
+    }
+
+    void* curl_slist_append(void* ptList, const char* pszText)
+    {
+        static auto* const s_pfnNext = Next("curl_slist_append", &curl_slist_append);
+        return g_tInterposed.bRefuseMemory ? nullptr : s_pfnNext(ptList, pszText);
     }
 
     int epoll_wait(int nEpoll, epoll_event* ptEvents, int nMost, int nMilliseconds)

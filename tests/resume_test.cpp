@@ -29,16 +29,11 @@ protected:
         const size_t nFirst = std::stoul(strFirst);
         m_strIfRange = bRest ? tRequest.strHead.substr(tRequest.strHead.find("\r\nIf-Range: ") + 12) : "";
         m_nRequests += 1;
-        if (bRest && m_fnRest)
-        {
-            m_fnRest(tConnection);
-        }
-        else
-        {
-            tConnection.Send(Head(bRest ? PARTIAL : m_strFirst, BODY.size() - nFirst,
-                                  bRest ? "Content-Range: bytes " + strFirst + "-999999/1000000" : m_strValidator));
-            tConnection.Send(BODY.substr(nFirst, m_nBreakAfter));
-        }
+        const std::string strRest =
+            Head(PARTIAL, BODY.size() - nFirst, "Content-Range: bytes " + strFirst + "-999999/1000000");
+        const std::string strWhole = m_strHead.empty() ? Head("200 OK", BODY.size(), m_strValidator) : m_strHead;
+        const std::string strAnswer = (bRest ? strRest : strWhole) + BODY.substr(nFirst, m_nBreakAfter);
+        bRest&& m_fnRest ? m_fnRest(tConnection) : static_cast<void>(tConnection.Send(strAnswer));
         tConnection.Shutdown();
     }
 
@@ -62,7 +57,7 @@ protected:
     }
 
     std::string m_strValidator = "ETag: \"one\"";
-    std::string m_strFirst = "200 OK";
+    std::string m_strHead; /**< of an answer with the whole file; empty: the usual one */
     size_t m_nBreakAfter = BROKEN_AT;
     std::function<void(CConnection&)> m_fnRest;
     std::atomic<int> m_nRequests{0};
@@ -83,6 +78,10 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_TRUE(DownloadTwice());
     EXPECT_EQ(m_strIfRange.substr(0, 29), "Wed, 01 Jan 2020 10:00:00 GMT");
 
+    m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
+    EXPECT_TRUE(DownloadTwice()) << "only the rest tells the length";
+    m_strHead.clear();
+
     /* A busy server is asked again when it says, which is after all pauses that chance may make. */
     m_fnRest = [this](CConnection& tConnection)
     {
@@ -92,7 +91,7 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     };
     EXPECT_GE(SecondsOf([&] { EXPECT_TRUE(DownloadTwice()); }), 4);
 
-    m_strFirst = PARTIAL;
+    m_strHead = Head(PARTIAL, BODY.size(), m_strValidator);
     EXPECT_FALSE(DownloadTwice()) << "nobody asked for a part";
 }
 

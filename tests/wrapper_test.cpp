@@ -16,26 +16,23 @@ public:
     {
         socklen_t nSize = sizeof m_tAddress;
         auto* ptAddress = reinterpret_cast<sockaddr*>(&m_tAddress);
-        EXPECT_EQ(bind(m_nListener, ptAddress, nSize), 0);
-        EXPECT_EQ(listen(m_nListener, 0), 0);
-        EXPECT_EQ(getsockname(m_nListener, ptAddress, &nSize), 0);
-        for (int& nSocket : m_arrWaiting)
+        for (int& nSocket : m_arrSockets)
         {
             nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            connect(nSocket, ptAddress, nSize);
+            if (&nSocket == m_arrSockets)
+            {
+                EXPECT_EQ(bind(nSocket, ptAddress, nSize) + listen(nSocket, 0), 0);
+                EXPECT_EQ(getsockname(nSocket, ptAddress, &nSize), 0);
+            }
+            connect(nSocket, ptAddress, nSize); // refused to the first, which listens
         }
     }
-    ~CSilentAddress()
-    {
-        close(m_nListener);
-        std::for_each(std::begin(m_arrWaiting), std::end(m_arrWaiting), &close);
-    }
+    ~CSilentAddress() { std::for_each(std::begin(m_arrSockets), std::end(m_arrSockets), &close); }
 
     std::string Port() const { return std::to_string(ntohs(m_tAddress.sin_port)); }
 
 private:
-    const int m_nListener = socket(AF_INET, SOCK_STREAM, 0);
-    int m_arrWaiting[4] = {};
+    int m_arrSockets[5] = {};
     sockaddr_in m_tAddress{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
 };
 
@@ -144,23 +141,6 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
     EXPECT_TRUE(tStalled.tEnded.Wait());
 }
 
-TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
-{
-    std::atomic<int> nConnections{0};
-    CLoopbackServer tServer(
-        [&nConnections](CConnection& tConnection, const REQUEST_t&)
-        {
-            thread_local bool t_bUsed = false;
-            ++nConnections;
-            std::exchange(t_bUsed, true) ? tConnection.Shutdown() : static_cast<void>(tConnection.Answer("answer"));
-        });
-    for (int i = 0; i < 21; ++i)
-    {
-        EXPECT_EQ(Answer(tServer.Url()), "answer") << i;
-    }
-    EXPECT_EQ(nConnections, 41) << "the first connection is new, the others replace one that died";
-}
-
 TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
 {
     WQCurl::WQCurlMulti tMulti;
@@ -173,12 +153,16 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
     EXPECT_TRUE(tMulti.addHandle(&tStalled));
 
     m_strRaw = "HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\nanswer";
-    const auto fnEnds = [&](const char* pszWhat, bool bResult, const std::function<void()>& fnSetUp)
+    const auto fnEnds = [&](const char* pszWhat, bool bResult, WQCurl::WRITE_FUNCTION_t pfnWrite,
+                            WQCurl::PROGRESS_FUNCTION_t pfnProgress)
     {
         SCOPED_TRACE(pszWhat);
         EXPECT_TRUE(tOther.Initialize());
-        tOther.setOption(WQCurl::URL, Url());
-        fnSetUp();
+        EXPECT_TRUE(tOther.setOption(WQCurl::URL, Url(RAW)));
+        EXPECT_TRUE(tOther.setOption(WQCurl::WRITEFUNCTION, pfnWrite));
+        EXPECT_TRUE(tOther.setOption(WQCurl::WRITEDATA, &*m_tServer));
+        EXPECT_TRUE(tOther.setOption(WQCurl::NOPROGRESS, 0L));
+        EXPECT_TRUE(tOther.setOption(WQCurl::PROGRESSFUNCTION, pfnProgress));
         EXPECT_TRUE(tMulti.addHandle(&tOther));
         WQCurl::WQCurlMulti::MultiMsg tMsg;
         for (int i = 0; i < 100 && tMsg.pEasyHandle == nullptr; ++i)
@@ -209,39 +193,31 @@ TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
         return 0x10000001;
     };
     WQCurl::PROGRESS_FUNCTION_t const pfnThrow = [](void*, double, double, double, double) -> int { throw 1; };
-    fnEnds("a write function that names libcurl's number for a pause", false,
-           [&]
-           {
-               tOther.setOption(WQCurl::URL, Url(RAW));
-               tOther.setOption(WQCurl::WRITEFUNCTION, pfnPause);
-               tOther.setOption(WQCurl::WRITEDATA, &*m_tServer);
-           });
-    fnEnds("an exception in a progress function", false,
-           [&]
-           {
-               tOther.setOption(WQCurl::NOPROGRESS, 0L);
-               tOther.setOption(WQCurl::PROGRESSFUNCTION, pfnThrow);
-           });
-    fnEnds("a handle that libcurl refuses", false, [] { g_tInterposed.bRefuseHandles = true; });
-    g_tInterposed.bRefuseHandles = false;
+    fnEnds("a write function that names libcurl's number for a pause", false, pfnPause, nullptr);
+    fnEnds("an exception in a progress function", false, nullptr, pfnThrow);
+    g_tInterposed.bRefuseMemory = true;
+    EXPECT_FALSE(tOther.setOption(WQCurl::HTTPHEADER, std::list<std::string>{"A:1"}));
+    EXPECT_THROW(WQCurl::SetTransferDefaults({"", {"a:1:b:2"}}), std::bad_alloc);
+    fnEnds("a handle that libcurl refuses", false, nullptr, nullptr);
+    g_tInterposed.bRefuseMemory = false;
     g_tInterposed.bFailWaits = true;
     EXPECT_LE(fnWaits(300ms, false), 100) << "a wait that fails must not be tried again at once";
     g_tInterposed.bFailWaits = false;
-    fnEnds("a signal raised by a TLS library, which reaches nobody", true,
-           [&]
-           {
-               tOther.setOption(WQCurl::URL, Url(RAW));
-               tOther.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe);
-           });
+    fnEnds("a signal raised by a TLS library, which reaches nobody", true, &RaiseSigpipe, nullptr);
     EXPECT_LE(fnWaits(3s, true), 20) << "beside a stall, while the server closes the last connection";
     EXPECT_EQ(nRunning, 1);
     EXPECT_TRUE(tMulti.removeHandle(&tStalled));
 
-    EXPECT_TRUE(tOther.Initialize());
-    EXPECT_TRUE(tOther.setOption(WQCurl::URL, "file:///"));
-    EXPECT_TRUE(tMulti.addHandle(&tOther));
+    for (WQCurl::WQCurlEasy* ptEasy : {&tStalled, &tOther})
+    {
+        EXPECT_TRUE(ptEasy->Initialize());
+        EXPECT_TRUE(ptEasy->setOption(WQCurl::URL, "file:///"));
+        EXPECT_TRUE(tMulti.addHandle(ptEasy));
+    }
     EXPECT_TRUE(tMulti.Perform(nRunning));
     EXPECT_TRUE(tMulti.removeHandle(&tOther)) << "finished, with its message unread";
+    EXPECT_EQ(tMulti.InfoRead().pEasyHandle, &tStalled);
     EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr);
+    EXPECT_TRUE(tMulti.removeHandle(&tStalled));
     std::for_each(s_vecCopies.begin(), s_vecCopies.end(), &close);
 }
