@@ -144,3 +144,19 @@ TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWa
     }
     EXPECT_EQ(nExact, 10);
 }
+
+TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer does not follow a fork";
+#endif
+    const auto fnRun = []
+    {
+        CWebConnector tEngine;
+        tEngine.Create();
+        _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
+        tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { throw std::bad_alloc(); };
+        tEngine.Get(&tRequest, false);
+    };
+    EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT), "bad_alloc");
+}

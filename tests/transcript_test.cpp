@@ -1,5 +1,6 @@
 /* The records, steps and callbacks of the engine over a fake wrapper, which has faults that a real one does not
- * produce, and of the queries over that. golden/ holds the scenarios with what comes of them, and how it is read. */
+ * produce, and of the queries over that. golden/ holds the scenarios with what comes of them; CONTRIBUTING.md tells how
+ * that is read. */
 
 #include <algorithm>
 #include <array>
@@ -383,10 +384,7 @@ void ExpectGolden(const std::string& strName, const std::string& strIgnored)
                     const bool bResult = strLine.find("record:") != std::string::npos ||
                                          strLine.rfind("file", 0) == 0 || strLine.rfind("- texts", 0) == 0 ||
                                          strLine.rfind("returned", 0) == 0;
-                    if (strHeading[2] == '=' && !bResult)
-                    {
-                        setNew.insert(strLine);
-                    }
+                    strHeading[2] == '=' && !bResult ? void(setNew.insert(strLine)) : void();
                 }
                 EXPECT_EQ(strExpected, strSeen) << "in " << strName << " " << strHeading << ": " << strChosen;
             }

@@ -141,6 +141,23 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
     EXPECT_TRUE(tStalled.tEnded.Wait());
 }
 
+TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
+{
+    std::atomic<int> nConnections{0};
+    CLoopbackServer tServer(
+        [&nConnections](CConnection& tConnection, const REQUEST_t&)
+        {
+            thread_local bool t_bUsed = false;
+            ++nConnections;
+            std::exchange(t_bUsed, true) ? tConnection.Shutdown() : static_cast<void>(tConnection.Answer("answer"));
+        });
+    for (int i = 0; i < 21; ++i)
+    {
+        EXPECT_EQ(Answer(tServer.Url()), "answer") << i;
+    }
+    EXPECT_EQ(nConnections, 41) << "the first connection is new, the others replace one that died";
+}
+
 TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)
 {
     WQCurl::WQCurlMulti tMulti;
