@@ -129,8 +129,7 @@ TEST_F(CEngineTest, RequestAllocatesNothingButItselfAndItsTextsOnceTheEngineIsWa
     _HTTP_REQ_INFO_t tRequest = GetRequest(tServer.Url());
     tRequest.pfnRequestCB = &OUTCOME_t::OnRequest;
     tRequest.pUserData = &tOutcome;
-    long nWorker = 0;
-    long nWorkerBefore = 0;
+    long nWorker = 0, nWorkerBefore = 0;
     tOutcome.fnOnEvent = [&] { nWorker = t_nAllocations - std::exchange(nWorkerBefore, t_nAllocations); };
     /* What one request lets go of may come too late for the next, which then makes its own: so not each is exact. */
     int nExact = 0; // in a row
@@ -157,6 +156,7 @@ TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a
         _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
         tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { throw std::bad_alloc(); };
         tEngine.Get(&tRequest, false);
+        _exit(static_cast<int>(sleep(20)));
     };
     EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT), "bad_alloc");
 }
