@@ -27,7 +27,8 @@ protected:
         const bool bRest = nRange != std::string::npos;
         const std::string strFirst = bRest ? std::to_string(std::stoul(tRequest.strHead.substr(nRange + 15))) : "0";
         const size_t nFirst = std::stoul(strFirst);
-        m_strIfRange = bRest ? tRequest.strHead.substr(tRequest.strHead.find("\r\nIf-Range: ") + 12) : "";
+        bRest && !m_fnRest ? void(m_strIfRange = tRequest.strHead.substr(tRequest.strHead.find("If-Range: ") + 10))
+                           : void();
         m_nRequests += 1;
         const std::string strRest =
             Head(PARTIAL, BODY.size() - nFirst, "Content-Range: bytes " + strFirst + "-999999/1000000");
