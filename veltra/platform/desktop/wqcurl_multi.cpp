@@ -590,10 +590,12 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
-    m_pImpl->ResumePaused();
-    /* Those under way go first: while they keep this thread busy, no more start than end, on the same connections. */
+    /* Short transfers under way go first: no more start than end, on the same connections. Long ones, which have used
+     * up a turn, let all start. */
+    const bool bShort = nEvents > 0 && m_pImpl->vecPaused.empty();
     const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
-    m_pImpl->nMayStart = nEvents > 0 ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
+    m_pImpl->nMayStart = bShort ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
+    m_pImpl->ResumePaused();
     nRunningHandles = m_pImpl->nRunning;
     return bResult;
 }
