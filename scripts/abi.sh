@@ -11,22 +11,6 @@ source scripts/lib/fresh_debian.sh
 release=bookworm architecture=amd64
 packages=("${build_packages[@]}" "${library_packages[@]}" abigail-tools)
 
-compare_in_fresh_root() {
-    echo "== Making a fresh root of $release"
-    install_packages mmdebstrap debian-archive-keyring
-    trial=$(mktemp)
-    trap 'leave_fresh_debian; rm -f "$trial"' EXIT
-    cat >"$trial" <<END
-#!/bin/sh
-set -e
-mkdir "\$1/veltra"
-tar -C "$PWD" --exclude=./build --exclude=./.git -c . | tar -C "\$1/veltra" -x
-chroot "\$1" /veltra/scripts/abi.sh
-END
-    chmod +x "$trial"
-    in_fresh_debian "$release" "$(IFS=,; echo "${packages[*]},ca-certificates")" "$trial"
-}
-
 # Without anything that says where it was built. The headers tell what is public.
 write_dump() { # FILE
     local prefix=build/abi/prefix
@@ -47,7 +31,10 @@ if [ "$(dpkg --print-architecture)" != "$architecture" ]; then
     exit 2
 elif [ "$(own_release)" != "$release" ]; then
     [ "${1-}" != --renew ] || { echo "abi: the dump is written on $release only" >&2; exit 2; }
-    compare_in_fresh_root
+    echo "== Making a fresh root of $release"
+    trap leave_fresh_debian EXIT
+    # shellcheck disable=SC2016 # the root's, when there is one
+    in_fresh_copy "$release" "$(IFS=,; echo "${packages[*]},ca-certificates")" 'chroot "$1" /veltra/scripts/abi.sh'
     exit
 fi
 

@@ -8,6 +8,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
+source scripts/lib/fresh_debian.sh
 packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
     libbenchmark-dev libsoup-3.0-dev glib-networking nginx-light curl aria2 valgrind strace python3-minimal)
 large=1G release="" arguments=()
@@ -26,25 +27,13 @@ while [ $# -gt 0 ]; do
     shift
 done
 
-measure_in_fresh_root() {
-    source scripts/lib/fresh_debian.sh
-    trial=$(mktemp)
-    trap 'leave_fresh_debian; rm -f "$trial"' EXIT
-    cat >"$trial" <<END
-#!/bin/sh
-set -e
-mkdir "\$1/veltra"
-tar -C "$PWD" --exclude=./build --exclude=./.git -c . | tar -C "\$1/veltra" -x
-mkdir -p "\$1/dev/shm"
-mountpoint -q "\$1/dev/shm" || { mount -t tmpfs tmpfs "\$1/dev/shm" && mounted=yes; }
-chroot "\$1" /veltra/scripts/bench.sh --shown ${arguments[*]-}
-[ -z "\${mounted-}" ] || umount "\$1/dev/shm"
-END
-    chmod +x "$trial"
-    in_fresh_debian "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "$trial"
-}
 if [ -n "$release" ]; then
-    measure_in_fresh_root
+    trap leave_fresh_debian EXIT
+    in_fresh_copy "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "
+mkdir -p \"\$1/dev/shm\"
+mountpoint -q \"\$1/dev/shm\" || { mount -t tmpfs tmpfs \"\$1/dev/shm\" && mounted=yes; }
+chroot \"\$1\" /veltra/scripts/bench.sh --shown ${arguments[*]-}
+[ -z \"\${mounted-}\" ] || umount \"\$1/dev/shm\""
     exit
 fi
 

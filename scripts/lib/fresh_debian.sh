@@ -34,10 +34,27 @@ in_fresh_debian() # RELEASE PACKAGES TRIAL
     fresh_debian=
 }
 
+# Copies this tree, without what was built of it, to /veltra in such a root, and runs COMMANDS, for which $1 is the root.
+in_fresh_copy() # RELEASE PACKAGES COMMANDS
+{
+    install_packages mmdebstrap debian-archive-keyring
+    fresh_trial=$(mktemp)
+    cat >"$fresh_trial" <<END
+#!/bin/sh
+set -e
+mkdir "\$1/veltra"
+tar -C "$PWD" --exclude=./build --exclude=./.git -c . | tar -C "\$1/veltra" -x
+$3
+END
+    chmod a+rx "$fresh_trial"
+    in_fresh_debian "$1" "$2" "$fresh_trial"
+}
+
 # For a trap: also when it is interrupted.
 leave_fresh_debian()
 {
     local try
+    rm -f "${fresh_trial-}"
     if [ -n "${fresh_debian_pid-}" ]; then
         [ "$(id -u)" -ne 0 ] || kill -KILL "$fresh_debian_pid" 2>/dev/null || true # unshare heeds nothing else
         kill "$fresh_debian_pid" 2>/dev/null || true
