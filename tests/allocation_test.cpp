@@ -106,16 +106,25 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     CKVRDebug::SetSink(nullptr, nullptr);
 }
 
-TEST_F(CEngineTest, BodyThatDoesNotFitFailsAlone)
+TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
 {
-    CLoopbackServer tServer([](CConnection& tConnection, const REQUEST_t& tRequest)
-                            { tConnection.Answer(std::string(tRequest.strPath == "/large" ? 1200000 : 5, 'l')); });
+    const std::string strTagged =
+        "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nETag: \"" + std::string(60000, 't') + "\"\r\n\r\n";
+    const auto fnServe = [&](CConnection& tConnection, const REQUEST_t& tRequest)
+    {
+        tRequest.strPath == "/tag" ? tConnection.Send(strTagged)
+                                   : tConnection.Answer(std::string(tRequest.strPath == "/large" ? 1200000 : 5, 'l'));
+    };
+    CLoopbackServer tServer(fnServe);
     m_ptEngine->Create();
     g_nLargest = 1500000; // the body itself, but not the next power of two, to which it would grow
     OUTCOME_t tLarge;
     EXPECT_TRUE(tLarge.Start(*m_ptEngine, GetRequest(tServer.Url("/large"))));
     EXPECT_TRUE(Get(tServer.Url("/small")));
     EXPECT_TRUE(tLarge.tEnded.Wait());
+    g_nLargest = 50000;
+    m_tSettings.nResumeAttempts = 1; // keeps the tag
+    EXPECT_EQ(Download(tServer.Url("/tag")), DOWNLOAD_TYPE_FAIL);
     g_nLargest = SIZE_MAX;
     EXPECT_FALSE(tLarge.bResult);
     EXPECT_NE(tLarge.strError.find("writ"), std::string::npos) << tLarge.strError;

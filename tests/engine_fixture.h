@@ -220,6 +220,25 @@ protected:
         return Download(tDownload, strUrl);
     }
 
+    /** Makes GATED requests at the same time, each over a connection of its own, which stays open. */
+    void Burst(const CLoopbackServer& tServer, int nRequests)
+    {
+        std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
+        const int nArrived = m_tArrived.Count();
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
+        for (OUTCOME_t& tOutcome : vecOutcomes)
+        {
+            ASSERT_TRUE(Start(tOutcome, tServer.Url(GATED)));
+        }
+        EXPECT_TRUE(m_tArrived.Wait(nArrived + nRequests));
+        m_tGoOn.Open();
+        for (OUTCOME_t& tOutcome : vecOutcomes)
+        {
+            EXPECT_TRUE(tOutcome.tEnded.Wait());
+        }
+        m_tGoOn.Open(-1);
+    }
+
     bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
     {
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));

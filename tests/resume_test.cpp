@@ -31,7 +31,7 @@ protected:
                            : void();
         m_nRequests += 1;
         const std::string strRest =
-            Head(PARTIAL, BODY.size() - nFirst, "Content-Range: bytes " + strFirst + "-999999/1000000");
+            Head(PARTIAL, BODY.size() - nFirst, m_strTag + "Content-Range: bytes " + strFirst + "-999999/1000000");
         const std::string strWhole = m_strHead.empty() ? Head("200 OK", BODY.size(), m_strValidator) : m_strHead;
         const std::string strAnswer = (bRest ? strRest : strWhole) + BODY.substr(nFirst, m_nBreakAfter);
         bRest&& m_fnRest ? m_fnRest(tConnection) : static_cast<void>(tConnection.Send(strAnswer));
@@ -58,7 +58,8 @@ protected:
     }
 
     std::string m_strValidator = "ETag: \"one\"";
-    std::string m_strHead; /**< of an answer with the whole file; empty: the usual one */
+    std::string m_strTag = "ETag: \"one\"\r\n"; /**< of the rest */
+    std::string m_strHead;                      /**< of an answer with the whole file; empty: the usual one */
     size_t m_nBreakAfter = BROKEN_AT;
     std::function<void(CConnection&)> m_fnRest;
     std::atomic<int> m_nRequests{0};
@@ -76,8 +77,15 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_EQ(m_tReport.nBytes, static_cast<long long>(BODY.size()));
 
     m_strValidator = "Date: Wed, 01 Jan 2020 10:01:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
-    EXPECT_TRUE(DownloadTwice());
-    EXPECT_EQ(m_strIfRange.substr(0, 29), "Wed, 01 Jan 2020 10:00:00 GMT");
+    for (const char* pszTag : {"", "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT\r\n"})
+    {
+        m_strTag = pszTag;
+        EXPECT_TRUE(DownloadTwice());
+        EXPECT_EQ(m_strIfRange.substr(0, 29), "Wed, 01 Jan 2020 10:00:00 GMT");
+    }
+    m_strTag = "Last-Modified: Wed, 01 Jan 2020 10:00:01 GMT\r\n";
+    EXPECT_FALSE(DownloadTwice()) << "the file has changed";
+    m_strTag = "ETag: \"one\"\r\n";
 
     m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
     EXPECT_TRUE(DownloadTwice()) << "only the rest tells the length";
@@ -96,24 +104,30 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_FALSE(DownloadTwice()) << "nobody asked for a part";
 }
 
-TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
+TEST_F(CResumeTest, AnswerThatIsNotTheRestFailsTheDownload)
 {
     const size_t nRest = BODY.size() - BROKEN_AT;
+    const std::string RANGE = "Content-Range: bytes 300000-999999/1000000";
     std::vector<std::string> vecAnswers = {
         Head("200 OK", BODY.size(), "ETag: \"two\"") + BODY,
         Head("416 Range Not Satisfiable", 0, "Content-Range: bytes */9"),
         Head("404 Not Found", 4, "") + "gone",
-        "HTTP/1.1 206 Partial Content\r\nTransfer-Encoding: chunked\r\nContent-Range: bytes 300000-999999/1000000\r\n"
-        "\r\n5\r\nshort\r\n0\r\n\r\n",
+        "HTTP/1.1 206 Partial Content\r\nTransfer-Encoding: chunked\r\n" + m_strTag + RANGE +
+            "\r\n\r\n5\r\nshort\r\n0\r\n\r\n",
         Head("503 Busy", 0, ""),
     };
+    for (const char* pszFields : {"", "ETag: \"two\"\r\n", "ETag: W/\"one\"\r\n", "ETag: \"one\"\r\nETag: \"two\"\r\n",
+                                  "ETag: \"one\"\r\nContent-Encoding: gzip\r\n"})
+    {
+        vecAnswers.push_back(Head(PARTIAL, nRest, pszFields + RANGE) + BODY.substr(BROKEN_AT));
+    }
     for (const char* pszRange :
          {"", "Content-Type: multipart/byteranges; boundary=x", "Content-Range: bytes 300001-999999/1000000",
           "Content-Range: bytes 299999-999999/1000000", "Content-Range: bytes 300000-1000000/1000001",
           "Content-Range: bytes 300000-999998/1000000", "Content-Range: items 300000-999999/1000000",
           "Content-Range: bytes 300000-999999/*"})
     {
-        vecAnswers.push_back(Head(PARTIAL, nRest, pszRange) + BODY.substr(BROKEN_AT));
+        vecAnswers.push_back(Head(PARTIAL, nRest, m_strTag + pszRange) + BODY.substr(BROKEN_AT));
     }
     m_tSettings.nResumeAttempts = 1;
     for (const std::string& strAnswer : vecAnswers)
@@ -124,9 +138,18 @@ TEST_F(CResumeTest, WhatIsNotTheRestFailsTheDownload)
         EXPECT_LE(m_nRequests, 2 * 3) << "attempts are bounded";
         EXPECT_NE(m_tReport.strErrorMsg.find("of the file"), std::string::npos) << m_tReport.strErrorMsg;
     }
+    m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
+    m_fnRest = [&](CConnection& tConnection)
+    {
+        tConnection.Send(Head(PARTIAL, nRest,
+                              m_strTag + "Content-Range: bytes 300000-9223372036854775807/" + "-9223372036854775808"));
+    };
+    EXPECT_FALSE(DownloadTwice());
+    EXPECT_NE(m_tReport.strErrorMsg.find("another part"), std::string::npos) << m_tReport.strErrorMsg;
+    m_strHead.clear();
     m_fnRest = nullptr;
     for (const char* pszValidator :
-         {"", "ETag: W/\"weak\"", "ETag: unquoted",
+         {"", "ETag: W/\"weak\"", "ETag: unquoted", "ETag: \"one\"\r\nContent-Encoding: gzip",
           "Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
           "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT"})
     {
@@ -151,8 +174,15 @@ TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)
     EXPECT_FALSE(DownloadTwice());
     EXPECT_NE(m_tReport.strErrorMsg.find("larger"), std::string::npos);
     m_tSettings.nLargestFile = 0;
+    m_tSettings.nResumeSeconds = 20;
+    m_fnRest = [](CConnection& tConnection)
+    { tConnection.Send(Head("503 Busy", 0, "Retry-After: 9223372036854775807")); };
+    EXPECT_FALSE(DownloadTwice());
+    EXPECT_EQ(m_nRequests, 2 * 2) << "the pause would end too late";
+    m_tSettings.nResumeSeconds = 0;
 
-    /* While it waits, it is cancelled and ended like any other, and a total time ends it. */
+    /* During a back-off a change of network ends the pause, and cancelling, Destroy() and the total time the transfer.
+     */
     m_nRequests = 0;
     m_fnRest = [](CConnection& tConnection) { tConnection.Send(Head("503 Busy", 0, "Retry-After: 30")); };
     OUTCOME_t tCancelled;
@@ -162,6 +192,8 @@ TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)
     EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 4; }));
     const auto fnEnd = [&]
     {
+        WQCurl::NetworkChanged();
+        EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 6; }));
         EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
         EXPECT_TRUE(tCancelled.tEnded.Wait());
         EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync", 5));

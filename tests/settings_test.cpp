@@ -12,6 +12,11 @@ TEST_F(CSettingsTest, ProxyFamilyAndCertificateLeadToTheServer)
     EXPECT_FALSE(Get(strNowhere));
     m_tSettings.strProxy = Url("");
     EXPECT_EQ(Answer(strNowhere), "GET " + strNowhere + " ");
+    CLoopbackServer tRefusing([](CConnection& tConnection, const REQUEST_t&)
+                              { tConnection.Answer("", "407 Proxy Authentication Required"); });
+    m_tSettings.strProxy = tRefusing.Url("");
+    EXPECT_FALSE(Get(strNowhere));
+    EXPECT_EQ(Download(strNowhere), DOWNLOAD_TYPE_FAIL);
     m_tSettings.strProxy.clear();
 
     const std::string strCounted = "http://counted.invalid:" + std::to_string(m_tServer->Port()) + "/";
@@ -123,19 +128,7 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
 {
     for (const int nBurst : {8, 40})
     {
-        std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nBurst));
-        const int nArrived = m_tArrived.Count();
-        for (OUTCOME_t& tOutcome : vecOutcomes)
-        {
-            ASSERT_TRUE(Start(tOutcome, Url(GATED)));
-        }
-        EXPECT_TRUE(m_tArrived.Wait(nArrived + nBurst));
-        m_tGoOn.Open();
-        for (OUTCOME_t& tOutcome : vecOutcomes)
-        {
-            EXPECT_TRUE(tOutcome.tEnded.Wait());
-        }
-        m_tGoOn.Open(-1);
+        Burst(*m_tServer, nBurst);
         EXPECT_TRUE(Get(Url())); // also waits until the last of the burst has left
         const size_t nOpen = SocketsTo(*m_tServer).size();
         EXPECT_TRUE(nBurst == 8 ? nOpen == 8 : nOpen <= 1) << nOpen << " after " << nBurst;
@@ -148,12 +141,15 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
 TEST_F(CSettingsTest, NothingOfTheNetworkBeforeIsUsedInAnotherOne)
 {
     std::atomic<int> nConnections{0};
+    std::atomic<int> nNetwork{1};
     CLoopbackServer tServer(
         [&](CConnection& tConnection, const REQUEST_t& tRequest)
         {
-            /* As a connection does that has died with its network. */
-            thread_local bool t_bUsed = false;
-            std::exchange(t_bUsed, true) ? tConnection.Stall() : static_cast<void>(++nConnections);
+            /* A connection is silent in every network but its own. */
+            thread_local int t_nNetwork = 0;
+            nConnections += t_nNetwork == 0 ? 1 : 0;
+            t_nNetwork = t_nNetwork == 0 ? nNetwork.load() : t_nNetwork;
+            t_nNetwork != nNetwork ? tConnection.Stall() : void();
             EXPECT_TRUE(tRequest.strPath != GATED || m_tGoOn.Wait());
             tConnection.Answer("answer");
         });
@@ -165,6 +161,7 @@ TEST_F(CSettingsTest, NothingOfTheNetworkBeforeIsUsedInAnotherOne)
     int nSeen = 1;
     for (const auto& fnChange : arrChanges)
     {
+        ++nNetwork;
         fnChange();
         EXPECT_EQ(Answer(strUrl), "answer") << "the old connection would keep silent";
         EXPECT_EQ(nConnections, ++nSeen);
@@ -178,11 +175,16 @@ TEST_F(CSettingsTest, NothingOfTheNetworkBeforeIsUsedInAnotherOne)
     EXPECT_EQ(Answer(strUrl), "answer"); // leaves a connection that looks usable
     for (const auto& fnChange : arrChanges)
     {
+        ++nNetwork;
         fnChange();
         EXPECT_EQ(Answer(strUrl), "answer");
-        EXPECT_EQ(Answer(strUrl), "answer");
     }
-    EXPECT_EQ(SocketsTo(tServer).size(), 2U) << "none is kept meanwhile";
+    const auto fnIsReused = [&]
+    {
+        EXPECT_EQ(Answer(strUrl), "answer");
+        return m_tReport.bReused;
+    };
+    EXPECT_TRUE(WaitUntil(fnIsReused)) << "connections of the new network are kept";
     EXPECT_EQ(tUnderWay.tEnded.Count(), 0);
     m_tGoOn.Open();
     EXPECT_TRUE(tUnderWay.tEnded.Wait());
@@ -221,6 +223,14 @@ TEST_F(CSettingsTest, ObserverKnowsWhyAndHowEachTransferEnded)
     };
     ASSERT_TRUE(Start(tOutcome, "http://127.0.0.1:1/"));
     EXPECT_TRUE(tOutcome.tEnded.Wait());
+    rlimit tLimit{};
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &tLimit), 0);
+    const rlimit tNone{3, tLimit.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &tNone), 0);
+    WQCurl::NetworkChanged(); // connects again
+    EXPECT_FALSE(Get(Url()));
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &tLimit), 0);
+    EXPECT_EQ(m_tReport.nSystemError, EMFILE);
 
     CLoopbackServer tTls(m_fnServe, true);
     EXPECT_TRUE(SyncDownload(tTls.Url("/7"), "file"));

@@ -67,6 +67,70 @@ TEST_F(CWrapperTest, AnswerThatBreaksOffInItsHeaderLinesFails)
     EXPECT_EQ(Answer(Url(RAW)), "whole");
 }
 
+TEST_F(CWrapperTest, HeaderLinesBeyondTheirLimitFail)
+{
+    const std::string OK = "HTTP/1.1 200 OK\r\n";
+    const auto fnRepeat = [](const std::string& strLine, size_t nBytes)
+    {
+        std::string strLines;
+        for (; strLines.size() < nBytes; strLines += strLine)
+        {
+        }
+        return strLines;
+    };
+    for (const size_t nBytes : {200000U, 320000U})
+    {
+        for (const std::string& strAnswer :
+             {OK + fnRepeat("A: b\r\n", nBytes) + "\r\nx",
+              fnRepeat("HTTP/1.1 103 Early\r\n\r\n", nBytes) + OK + "\r\nx",
+              OK + "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n" + fnRepeat("A: b\r\n", nBytes) + "\r\n"})
+        {
+            m_strRaw = strAnswer;
+            const std::string strResult = Answer(Url(RAW));
+            EXPECT_TRUE(nBytes < 307200 ? strResult == "x" : strResult.rfind("failed: ", 0) == 0)
+                << nBytes << " of " << strAnswer.substr(0, 60) << strResult;
+        }
+    }
+}
+
+TEST_F(CWrapperTest, BodyInTinyChunksIsTakenInTurns)
+{
+    constexpr size_t CHUNKS = 100000;
+    m_strRaw = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    for (size_t i = 0; i < CHUNKS; ++i)
+    {
+        m_strRaw += "1\r\nc\r\n";
+    }
+    m_strRaw += "0\r\n\r\n";
+    static size_t s_nCalls;
+    static size_t s_nBytes;
+    const auto pfnWrite = [](char*, size_t nSize, size_t nCount, void*)
+    {
+        ++s_nCalls;
+        s_nBytes += nSize * nCount;
+        return nSize * nCount;
+    };
+    WQCurl::WQCurlMulti tMulti;
+    WQCurl::WQCurlEasy tEasy;
+    EXPECT_TRUE(tMulti.Initialize() && tEasy.Initialize());
+    EXPECT_TRUE(tEasy.setOption(WQCurl::URL, Url(RAW)) && tEasy.setOption(WQCurl::WRITEFUNCTION, pfnWrite));
+    EXPECT_TRUE(tMulti.addHandle(&tEasy));
+    WQCurl::WQCurlMulti::MultiMsg tMsg;
+    size_t nMostInStep = 0;
+    while (tMsg.pEasyHandle == nullptr)
+    {
+        int nRunning = 0;
+        s_nCalls = 0;
+        ASSERT_TRUE(tMulti.fdSelect(nRunning));
+        nMostInStep = std::max(nMostInStep, s_nCalls);
+        tMsg = tMulti.InfoRead();
+    }
+    EXPECT_TRUE(tMsg.bResult) << tMsg.strErrorMsg;
+    EXPECT_EQ(s_nBytes, CHUNKS);
+    EXPECT_LE(nMostInStep, 1000U);
+    EXPECT_TRUE(tMulti.removeHandle(&tEasy));
+}
+
 TEST_F(CWrapperTest, WriteThatFailsOnWhatLibcurlHeldBackFailsTheTransfer)
 {
     /* Small chunks, so that much of them lies in libcurl's buffer when a turn is over. */
@@ -134,7 +198,7 @@ TEST_F(CWrapperTest, SilentPeersAreNoticedInSeconds)
         int nMilliseconds = 0;
         socklen_t nSize = sizeof nMilliseconds;
         EXPECT_EQ(getsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nMilliseconds, &nSize), 0);
-        EXPECT_EQ(nMilliseconds, 15000);
+        EXPECT_EQ(nMilliseconds, 30000);
     }
     EXPECT_TRUE(tDownload.tEnded.Wait());
     EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
@@ -145,10 +209,12 @@ TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
 {
     std::atomic<int> nConnections{0};
     CLoopbackServer tServer(
-        [&nConnections](CConnection& tConnection, const REQUEST_t&)
+        [&](CConnection& tConnection, const REQUEST_t& tRequest)
         {
             thread_local bool t_bUsed = false;
             ++nConnections;
+            m_tArrived.Open();
+            EXPECT_TRUE(tRequest.strPath != GATED || m_tGoOn.Wait());
             std::exchange(t_bUsed, true) ? tConnection.Shutdown() : static_cast<void>(tConnection.Answer("answer"));
         });
     for (int i = 0; i < 21; ++i)
@@ -156,6 +222,43 @@ TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
         EXPECT_EQ(Answer(tServer.Url()), "answer") << i;
     }
     EXPECT_EQ(nConnections, 41) << "the first connection is new, the others replace one that died";
+    m_tSettings.nMostIdleConnections = 16;
+    Burst(tServer, 16);
+    EXPECT_EQ(Answer(tServer.Url()), "answer") << "libcurl alone gives up after five that died";
+}
+
+TEST_F(CWrapperTest, IdleConnectionsOnWhichTheServerSendsAreNotReused)
+{
+    constexpr int BURST = 8;
+    for (const bool bTls : {false, true})
+    {
+        CGate tFarewell;
+        const auto fnServe = [&](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            m_tArrived.Open();
+            EXPECT_TRUE(tRequest.strPath != GATED || m_tGoOn.Wait());
+            tConnection.Answer("answer");
+            if (tRequest.strPath == GATED && tFarewell.Wait())
+            {
+                tConnection.Send("HTTP/1.1 408 Request Timeout\r\nContent-Length: 4\r\n\r\nlate");
+                tConnection.Shutdown();
+            }
+        };
+        CLoopbackServer tServer(fnServe, bTls);
+        Burst(tServer, BURST);
+        const std::vector<int> vecSockets = SocketsTo(tServer);
+        EXPECT_EQ(vecSockets.size(), size_t{BURST});
+        tFarewell.Open();
+        for (const int nSocket : vecSockets)
+        {
+            pollfd tPoll{nSocket, POLLRDHUP, 0};
+            EXPECT_EQ(poll(&tPoll, 1, 60000), 1);
+        }
+        for (int i = 0; i < BURST; ++i)
+        {
+            EXPECT_EQ(Answer(tServer.Url()), "answer") << (bTls ? "https" : "http");
+        }
+    }
 }
 
 TEST_F(CWrapperTest, MultiHandleForgetsAndDoesNotSpin)

@@ -1,6 +1,7 @@
 #include "veltra/platform/desktop/resume.h"
 
 #include <algorithm>
+#include <charconv>
 #include <ctime>
 #include <iomanip>
 #include <locale>
@@ -25,12 +26,34 @@ constexpr int MOST_DOUBLINGS = 5;           // of a second: more is above the lo
 constexpr long long MUCH = 262144;          // bytes: an attempt that brought so many was worth it
 constexpr long long UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
 
-/** The value of a header line of the last answer; empty if it has none. */
+/** Returns a field of the last answer; its values in several lines are joined by ", ". Empty if it has none. */
 std::string Header(CURL* pEasy, const char* pszName)
 {
+    std::string strValues;
     curl_header* ptHeader = nullptr;
-    const bool bFound = curl_easy_header(pEasy, pszName, 0, CURLH_HEADER, -1, &ptHeader) == CURLHE_OK;
-    return bFound ? ptHeader->value : "";
+    for (size_t nLine = 0; curl_easy_header(pEasy, pszName, nLine, CURLH_HEADER, -1, &ptHeader) == CURLHE_OK; ++nLine)
+    {
+        strValues += (nLine > 0 ? ", " : "") + std::string(ptHeader->value);
+    }
+    return strValues;
+}
+
+/** Reads a decimal number without a sign, limited to nMost. @return 0 for any other text */
+long long Number(std::string_view strText, long long nMost = std::numeric_limits<long long>::max())
+{
+    unsigned long long nNumber = 0;
+    const char* const pszEnd = strText.data() + strText.size();
+    const auto [pszRead, eError] = std::from_chars(strText.data(), pszEnd, nNumber);
+    const bool bTooLarge = eError == std::errc::result_out_of_range || nNumber > static_cast<unsigned long long>(nMost);
+    return pszRead != pszEnd ? 0 : bTooLarge ? nMost : static_cast<long long>(nNumber);
+}
+
+/** Returns whether the answer's body is encoded. A part of an encoded file cannot be joined to one of the plain file.
+ */
+bool IsEncoded(CURL* pEasy)
+{
+    const std::string strEncoding = Header(pEasy, "Content-Encoding");
+    return !strEncoding.empty() && curl_strequal(strEncoding.c_str(), "identity") == 0;
 }
 
 /**
@@ -46,11 +69,16 @@ std::optional<long long> Date(const std::string& strDate)
     return tStream.fail() ? std::nullopt : std::optional<long long>(timegm(&tDate));
 }
 
-/** What tells one state of a file from another byte by byte; empty when the server offers no such thing. */
+bool IsStrongTag(const std::string& strTag)
+{
+    return strTag.size() >= 2 && strTag.front() == '"' && strTag.find('"', 1) == strTag.size() - 1;
+}
+
+/** Returns the strong ETag or date that identifies the file's bytes; empty when the server sends neither. */
 std::string StrongValidator(CURL* pEasy)
 {
     std::string strTag = Header(pEasy, "ETag");
-    if (strTag.size() >= 2 && strTag.front() == '"' && strTag.back() == '"')
+    if (IsStrongTag(strTag))
     {
         return strTag;
     }
@@ -122,8 +150,8 @@ bool CResume::TakesWhole(CURL* pEasy, long lStatus)
     }
     if (lStatus == 200)
     {
-        m_strValidator = StrongValidator(pEasy);
-        m_nTotal = std::max(strtoll(Header(pEasy, "Content-Length").c_str(), nullptr, 10), 0LL);
+        m_strValidator = IsEncoded(pEasy) ? "" : StrongValidator(pEasy);
+        m_nTotal = Number(Header(pEasy, "Content-Length"));
     }
     return true;
 }
@@ -133,21 +161,37 @@ bool CResume::TakesRest(CURL* pEasy, long lStatus)
     if (lStatus == 429 || lStatus == 503)
     {
         m_bBusy = true;
-        m_lRetryAfter = strtol(Header(pEasy, "Retry-After").c_str(), nullptr, 10);
+        m_tRetryAfter = seconds(Number(Header(pEasy, "Retry-After"), LONGEST_PAUSE.count()));
         return Refuse("The server is too busy to send the rest of the file");
     }
     if (lStatus != 206)
     {
         return Refuse("The server does not send the rest of the file, or the file has changed");
     }
+    /* Some servers ignore If-Range and send a part of whatever the file is now. */
+    if (IsEncoded(pEasy) || !HasValidator(pEasy))
+    {
+        return Refuse("The server has sent a part of another version of the file");
+    }
     const std::string strRange = Header(pEasy, "Content-Range");
     if (m_nTotal == 0)
     {
-        m_nTotal = strtoll(strRange.substr(strRange.find('/') + 1).c_str(), nullptr, 10);
+        m_nTotal = Number(std::string_view(strRange).substr(strRange.find('/') + 1));
     }
     const std::string strRest =
         "bytes " + std::to_string(m_nReceived) + "-" + std::to_string(m_nTotal - 1) + "/" + std::to_string(m_nTotal);
-    return strRange == strRest || Refuse("The server has sent another part of the file than the rest");
+    return (m_nTotal > m_nReceived && strRange == strRest) ||
+           Refuse("The server has sent another part of the file than the rest");
+}
+
+bool CResume::HasValidator(CURL* pEasy) const
+{
+    if (IsStrongTag(m_strValidator))
+    {
+        return Header(pEasy, "ETag") == m_strValidator; // a 206 must carry it
+    }
+    const std::string strModified = Header(pEasy, "Last-Modified");
+    return strModified.empty() || strModified == m_strValidator;
 }
 
 bool CResume::Refuse(const char* pszReason)
@@ -165,8 +209,7 @@ std::optional<CResume::Clock::time_point> CResume::NextAttempt(int nCode)
     {
         return std::nullopt;
     }
-    const milliseconds tPause =
-        std::max<milliseconds>(Pause(m_nVain), std::min<milliseconds>(LONGEST_PAUSE, seconds(m_lRetryAfter)));
+    const milliseconds tPause = std::max<milliseconds>(Pause(m_nVain), m_tRetryAfter);
     const Clock::time_point tNext = Clock::now() + tPause;
     for (const long lMost : {m_lTotalSeconds, m_lResumeSeconds})
     {
@@ -179,7 +222,7 @@ std::optional<CResume::Clock::time_point> CResume::NextAttempt(int nCode)
     ++m_nAttempts;
     m_nBefore = m_nReceived;
     m_bBusy = false;
-    m_lRetryAfter = 0;
+    m_tRetryAfter = seconds(0);
     m_pszReason = nullptr;
     return tNext;
 }
@@ -198,16 +241,18 @@ CURLcode CResume::AskForRest(CURL* pEasy, const curl_slist* pHeaders)
     }
     const std::string strRange = std::to_string(m_nReceived) + "-";
     const CURLcode eResult = curl_easy_setopt(pEasy, CURLOPT_RANGE, strRange.c_str());
+    curl_easy_setopt(pEasy, CURLOPT_FAILONERROR, 0L);       // statuses are judged here
+    curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, 0L); // the server may have another address by now
+    return eResult == CURLE_OK ? curl_easy_setopt(pEasy, CURLOPT_HTTPHEADER, m_pHeaders.get()) : eResult;
+}
+
+void CResume::SetTimeLeft(CURL* pEasy) const
+{
     if (m_lTotalSeconds > 0)
     {
         const auto tLeft = std::chrono::ceil<milliseconds>(m_tBegun + seconds(m_lTotalSeconds) - Clock::now());
         curl_easy_setopt(pEasy, CURLOPT_TIMEOUT_MS, std::max(static_cast<long>(tLeft.count()), 1L));
     }
-    curl_easy_setopt(pEasy, CURLOPT_FAILONERROR, 0L); // statuses are judged here
-    /* The way to the server may be another one by now. */
-    curl_easy_setopt(pEasy, CURLOPT_FRESH_CONNECT, 1L);
-    curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
-    return eResult == CURLE_OK ? curl_easy_setopt(pEasy, CURLOPT_HTTPHEADER, m_pHeaders.get()) : eResult;
 }
 
 double CResume::SecondsSinceBegin() const

@@ -43,6 +43,9 @@ public:
     /** Sets the options that ask for the rest. @param pHeaders the request's own header lines @return a refusal */
     CURLcode AskForRest(CURL* pEasy, const curl_slist* pHeaders);
 
+    /** Limits another attempt to what is left of the transfer's total time. */
+    void SetTimeLeft(CURL* pEasy) const;
+
     /** Whether the rest that has come does not make a whole file. */
     bool IsShort() const { return m_nAttempts > 1 && m_nReceived != m_nTotal; }
 
@@ -58,6 +61,7 @@ public:
 private:
     bool TakesWhole(CURL* pEasy, long lStatus);
     bool TakesRest(CURL* pEasy, long lStatus);
+    bool HasValidator(CURL* pEasy) const;
     bool Refuse(const char* pszReason);
 
     bool m_bAllowed = false;   /**< it is a download, and the settings say so */
@@ -71,9 +75,9 @@ private:
     long long m_nReceived = 0;
     long long m_nBefore = 0;
     int m_nAttempts = 1;
-    int m_nVain = 0;        /**< attempts in a row that brought little */
-    long m_lRetryAfter = 0; /**< seconds that the server wants to be left alone */
-    bool m_bBusy = false;   /**< the last answer said that the server is busy */
+    int m_nVain = 0;                       /**< attempts in a row that brought little */
+    std::chrono::seconds m_tRetryAfter{0}; /**< the pause that the server has asked for, limited */
+    bool m_bBusy = false;                  /**< the last answer said that the server is busy */
     const char* m_pszReason = nullptr;
     SLIST_PTR_t m_pHeaders;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <sys/socket.h>
 
 namespace
 {
@@ -24,7 +25,8 @@ void CSocketSet::OnOpened(int nSocket)
     {
         m_vecSockets.resize(nIndex + 1);
     }
-    m_vecSockets[nIndex] = {true, 0, 0};
+    m_vecSockets[nIndex] = {};
+    m_vecSockets[nIndex].bTracked = true;
     ++m_nOpen;
 }
 
@@ -104,6 +106,42 @@ bool CSocketSet::IsWanted(int nDescriptor)
     ptSocket->nRegistered = 0;
     epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nDescriptor, nullptr);
     return false;
+}
+
+const std::vector<int>& CSocketSet::FindUnexpected()
+{
+    m_vecPolled.clear();
+    for (size_t nIndex = 0; nIndex < m_vecSockets.size(); ++nIndex)
+    {
+        const SOCKET_t& tSocket = m_vecSockets[nIndex];
+        if (tSocket.bTracked && tSocket.nWanted == 0 && !tSocket.bShutDown)
+        {
+            m_vecPolled.push_back({static_cast<int>(nIndex), POLLIN, 0});
+        }
+    }
+    m_vecUnexpected.clear();
+    if (!m_vecPolled.empty() && poll(m_vecPolled.data(), m_vecPolled.size(), 0) > 0)
+    {
+        for (const pollfd& tPolled : m_vecPolled)
+        {
+            if (tPolled.revents != 0)
+            {
+                m_vecUnexpected.push_back(tPolled.fd);
+            }
+        }
+    }
+    return m_vecUnexpected;
+}
+
+void CSocketSet::ShutDown(int nSocket)
+{
+    Find(nSocket)->bShutDown = true;
+    /* First, so that nothing more arrives. */
+    shutdown(nSocket, SHUT_RDWR);
+    char arrUnused[4096];
+    while (recv(nSocket, arrUnused, sizeof arrUnused, MSG_DONTWAIT) > 0)
+    {
+    }
 }
 
 CSocketSet::SOCKET_t* CSocketSet::Find(int nDescriptor)

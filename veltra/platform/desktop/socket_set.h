@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <vector>
 
@@ -31,6 +32,12 @@ public:
     /** As epoll_wait(); interrupted by a signal, it has no events. */
     int Wait(epoll_event* ptEvents, int nMost, int nMilliseconds);
 
+    /** Returns the opened sockets that nobody waits for and that have something to read. Valid until the next call. */
+    const std::vector<int>& FindUnexpected();
+
+    /** Ends the connection of an opened socket, and reads away what it has received: libcurl then finds it dead. */
+    void ShutDown(int nSocket);
+
     /** How many of the sockets that were opened are not closed. */
     int CountOpen() const { return m_nOpen; }
 
@@ -41,6 +48,7 @@ private:
     struct SOCKET_t
     {
         bool bTracked = false;    /**< open, and its closing will be told */
+        bool bShutDown = false;   /**< ShutDown() has been called */
         uint32_t nRegistered = 0; /**< the events that the kernel reports */
         uint32_t nWanted = 0;
     };
@@ -51,6 +59,8 @@ private:
 
     CDescriptor m_tEpoll;
     std::vector<SOCKET_t> m_vecSockets; /**< by number */
+    std::vector<pollfd> m_vecPolled;    /**< of FindUnexpected(), kept for its memory; as the next */
+    std::vector<int> m_vecUnexpected;
     int m_nOpen = 0;
     bool m_bRefused = false; /**< the kernel does not report an opened socket that is wanted */
 };

@@ -61,7 +61,7 @@ TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti:
     tReport.dFirstByte = Seconds(pEasy, CURLINFO_STARTTRANSFER_TIME_T);
     tReport.dTotal = tResume.Attempts() > 1 ? tResume.SecondsSinceBegin() : Seconds(pEasy, CURLINFO_TOTAL_TIME_T);
     tReport.strPeer = Text(pEasy, CURLINFO_PRIMARY_IP);
-    tReport.bReused = !tReport.strPeer.empty() && Info<long>(pEasy, CURLINFO_NUM_CONNECTS) == 0;
+    tReport.bReused = IsReused(pEasy);
     tReport.nResultCode = tMsg.nResultCode;
     tReport.nSystemError = tMsg.nSystemError;
     tReport.strErrorMsg = tMsg.strErrorMsg;
@@ -73,6 +73,11 @@ TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti:
 }
 
 } // namespace
+
+bool IsReused(CURL* pEasy)
+{
+    return !Text(pEasy, CURLINFO_PRIMARY_IP).empty() && Info<long>(pEasy, CURLINFO_NUM_CONNECTS) == 0;
+}
 
 void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
 {

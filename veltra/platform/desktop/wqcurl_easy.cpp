@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <string_view>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "veltra/platform/desktop/easy_pool.h"
+#include "veltra/platform/desktop/network_epoch.h"
 #include "veltra/platform/desktop/sigpipe_guard.h"
 #include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/transfer_share.h"
@@ -17,14 +19,17 @@ namespace WQCurl
 namespace
 {
 
-constexpr int UNACKNOWLEDGED_MILLISECONDS = 15000;
+constexpr int UNACKNOWLEDGED_MILLISECONDS = 30000;
+constexpr size_t MOST_HEADER_BYTES = 307200;
+constexpr long PROXY_AUTHENTICATION_REQUIRED = 407;
 constexpr long USUAL_BUFFER = CURL_MAX_WRITE_SIZE;
 constexpr long LARGE_BUFFER = 512L * 1024;
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
-constexpr size_t MOST_IN_A_TURN = 16; // for the short bodies that fuzzers make
+constexpr size_t MOST_BYTES_IN_A_TURN = 16; // for the short bodies that fuzzers make
 #else
-constexpr size_t MOST_IN_A_TURN = 2097152;
+constexpr size_t MOST_BYTES_IN_A_TURN = 2097152;
 #endif
+constexpr size_t MOST_CALLS_IN_A_TURN = 256; // a call costs a system call, however few bytes it brings
 
 /** The libcurl option behind an enumerator that takes a plain value; CURLOPT_LASTENTRY for all others. */
 CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
@@ -175,6 +180,7 @@ void WQCurlEasy::IMPL_t::Clear()
     pProgressData = nullptr;
     pPrivate = nullptr;
     lTotalSeconds = 0;
+    ptSockets = nullptr;
     pvecPaused = nullptr;
     strLastError.clear();
     szError[0] = '\0';
@@ -191,15 +197,28 @@ long WQCurlEasy::IMPL_t::BufferSize() const
 
 void WQCurlEasy::IMPL_t::Begin()
 {
-    bHeadersWhole = false;
     tResume.Begin(ptSettings->tDefaults, bReporting, lTotalSeconds);
-    bTooLarge = false;
+    bBegunAgain = false;
     tCounts = {};
-    nInTurn = 0;
+    BeginAttempt();
     curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
+    curl_easy_setopt(pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
+    curl_easy_setopt(pEasy.get(), CURLOPT_OPENSOCKETDATA, this);
 }
 
-CURLcode WQCurlEasy::IMPL_t::BeginRest()
+void WQCurlEasy::IMPL_t::BeginAttempt()
+{
+    bHeadersWhole = false;
+    nHeaderBytes = 0;
+    pszRefusal = nullptr;
+    nOpenError = 0;
+    nInTurn = 0;
+    nCallsInTurn = 0;
+    nSocket = -1;
+    szError[0] = '\0';
+}
+
+CURLcode WQCurlEasy::IMPL_t::Reopen()
 {
     /* Some libcurls must not make two transfers with one handle; see CPool::Recycle(). */
     EASY_PTR_t pNext(curl_easy_duphandle(pEasy.get()));
@@ -208,22 +227,47 @@ CURLcode WQCurlEasy::IMPL_t::BeginRest()
         return CURLE_OUT_OF_MEMORY;
     }
     curl_easy_setopt(pNext.get(), CURLOPT_SHARE, TransferShare());
+    curl_easy_setopt(pNext.get(), CURLOPT_FRESH_CONNECT, 1L);
+    tResume.SetTimeLeft(pNext.get());
     pEasy = std::move(pNext);
-    bHeadersWhole = false;
-    nInTurn = 0;
-    szError[0] = '\0';
-    return tResume.AskForRest(pEasy.get(), pHeaders.get());
+    BeginAttempt();
+    return CURLE_OK;
+}
+
+CURLcode WQCurlEasy::IMPL_t::BeginRest()
+{
+    const CURLcode eResult = Reopen();
+    return eResult == CURLE_OK ? tResume.AskForRest(pEasy.get(), pHeaders.get()) : eResult;
+}
+
+CURLcode WQCurlEasy::IMPL_t::BeginAgain()
+{
+    bBegunAgain = true;
+    return Reopen();
+}
+
+/* libcurl does so itself, but gives up after five dead connections, and not for every error of HTTP/2. */
+bool WQCurlEasy::IMPL_t::MayBeginAgain(int nCode) const
+{
+    const bool bDied =
+        nCode == CURLE_HTTP2 || nCode == CURLE_GOT_NOTHING || nCode == CURLE_SEND_ERROR || nCode == CURLE_RECV_ERROR;
+    return bDied && !bBegunAgain && nHeaderBytes == 0 && tResume.Received() == 0 && IsReused(pEasy.get());
 }
 
 CURLcode WQCurlEasy::IMPL_t::WaitForRest(CResume::Clock::time_point tNext) const
 {
     constexpr std::chrono::seconds ASKING_INTERVAL(1);
+    const unsigned nEpoch = NetworkEpoch();
     for (auto tNow = CResume::Clock::now(); tNow < tNext; tNow = CResume::Clock::now())
     {
         std::this_thread::sleep_until(std::min(tNext, tNow + ASKING_INTERVAL));
         if (bReporting && AskProgress() != 0)
         {
             return CURLE_ABORTED_BY_CALLBACK;
+        }
+        if (NetworkEpoch() != nEpoch)
+        {
+            break;
         }
     }
     return CURLE_OK;
@@ -250,10 +294,10 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     WQCurlMulti::MultiMsg tMsg;
     tMsg.pEasyHandle = ptOwner;
     tMsg.nResultCode = eCode;
-    if (bTooLarge)
+    if (pszRefusal != nullptr)
     {
         tMsg.nResultCode = CURLE_FILESIZE_EXCEEDED;
-        tMsg.strErrorMsg = "The answer is larger than the settings allow";
+        tMsg.strErrorMsg = pszRefusal;
     }
     else if (tResume.Reason() != nullptr)
     {
@@ -270,6 +314,11 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
         tMsg.nResultCode = CURLE_PARTIAL_FILE;
         tMsg.strErrorMsg = "The answer ended within its header lines";
     }
+    else if (eCode == CURLE_OK && !ptSettings->tDefaults.strProxy.empty() && Status() == PROXY_AUTHENTICATION_REQUIRED)
+    {
+        tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
+        tMsg.strErrorMsg = "The proxy asks for a user and a password, or refuses them";
+    }
     else if (eCode == CURLE_OK && ptSettings->tDefaults.bFailOnRedirect && Status() / 100 == 3)
     {
         tMsg.nResultCode = CURLE_HTTP_RETURNED_ERROR;
@@ -279,7 +328,7 @@ WQCurlMulti::MultiMsg WQCurlEasy::IMPL_t::Outcome(CURLcode eCode) const
     {
         long lSystemError = 0;
         curl_easy_getinfo(pEasy.get(), CURLINFO_OS_ERRNO, &lSystemError);
-        tMsg.nSystemError = static_cast<int>(lSystemError);
+        tMsg.nSystemError = nOpenError != 0 ? nOpenError : static_cast<int>(lSystemError);
         tMsg.strErrorMsg = ErrorText(eCode);
     }
     tMsg.bResult = tMsg.nResultCode == CURLE_OK;
@@ -292,16 +341,46 @@ std::string WQCurlEasy::IMPL_t::ErrorText(CURLcode eCode) const
 }
 
 /**
- * As libcurl opens its sockets, but so that programs which the application starts do not inherit them, and that a peer
- * which is gone without a word is noticed in seconds.
+ * Opens a socket as libcurl does, with two differences: programs that the application starts do not inherit it, and a
+ * peer that acknowledges nothing is given up within seconds.
  */
-curl_socket_t WQCurlEasy::IMPL_t::OnOpenSocket(void* /*pUnused*/, curlsocktype /*ePurpose*/, curl_sockaddr* ptAddress)
+curl_socket_t WQCurlEasy::IMPL_t::OnOpenSocket(void* pImpl, curlsocktype /*ePurpose*/, curl_sockaddr* ptAddress)
 {
-    const int nSocket = socket(ptAddress->family, ptAddress->socktype | SOCK_CLOEXEC, ptAddress->protocol);
+    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
+    CDescriptor tSocket;
+    tSocket.Reset(socket(ptAddress->family, ptAddress->socktype | SOCK_CLOEXEC, ptAddress->protocol));
+    if (tSocket.Get() < 0)
+    {
+        ptImpl->nOpenError = errno;
+        return CURL_SOCKET_BAD;
+    }
     /* Sockets that are not TCP's refuse it. */
-    setsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &UNACKNOWLEDGED_MILLISECONDS,
+    setsockopt(tSocket.Get(), IPPROTO_TCP, TCP_USER_TIMEOUT, &UNACKNOWLEDGED_MILLISECONDS,
                sizeof UNACKNOWLEDGED_MILLISECONDS);
-    return nSocket;
+    try
+    {
+        if (ptImpl->ptSockets != nullptr)
+        {
+            ptImpl->ptSockets->OnOpened(tSocket.Get());
+        }
+    }
+    catch (...) // must not unwind libcurl's frames
+    {
+        return CURL_SOCKET_BAD;
+    }
+    return tSocket.Release();
+}
+
+bool WQCurlEasy::IMPL_t::Refuse(const char* pszReason)
+{
+    pszRefusal = pszReason;
+    return false;
+}
+
+bool WQCurlEasy::IMPL_t::CountHeader(size_t nBytes)
+{
+    nHeaderBytes += nBytes;
+    return nHeaderBytes <= MOST_HEADER_BYTES || Refuse("The answer's header lines are larger than 300 KiB");
 }
 
 bool WQCurlEasy::IMPL_t::CountReceived(size_t nBytes)
@@ -309,42 +388,57 @@ bool WQCurlEasy::IMPL_t::CountReceived(size_t nBytes)
     const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
     const long long nMost = bReporting ? tDefaults.nLargestFile : tDefaults.nLargestAnswer;
     tResume.Count(nBytes);
-    bTooLarge = nMost > 0 && tResume.Received() > nMost;
-    return !bTooLarge;
+    return nMost == 0 || tResume.Received() <= nMost || Refuse("The answer is larger than the settings allow");
 }
 
-/** Where data arrive faster than they are consumed, libcurl would else read a hundred buffers before it returns. */
+/**
+ * Without a limit libcurl would read a hundred buffers before it returns, and a server that sends a body in tiny chunks
+ * would cost a call for each. libcurl joins what arrives during a pause.
+ */
 void WQCurlEasy::IMPL_t::CountTurn(size_t nBytes)
 {
     nInTurn += nBytes;
-    if (pvecPaused != nullptr && nInTurn >= MOST_IN_A_TURN)
+    ++nCallsInTurn;
+    if (pvecPaused != nullptr && (nInTurn >= MOST_BYTES_IN_A_TURN || nCallsInTurn >= MOST_CALLS_IN_A_TURN))
     {
         nInTurn = 0;
+        nCallsInTurn = 0;
         pvecPaused->push_back(this);
         curl_easy_pause(pEasy.get(), CURLPAUSE_RECV);
     }
 }
 
-/** Comes for each whole line, those of interim answers and the trailers behind a body included. */
-size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, void* pImpl)
+bool WQCurlEasy::IMPL_t::TakesHeader(std::string_view strLine)
 {
-    auto* ptImpl = static_cast<IMPL_t*>(pImpl);
-    const std::string_view strLine(pData, nSize * nCount);
+    if (!CountHeader(strLine.size()))
+    {
+        return false;
+    }
     if (strLine.substr(0, 5) == "HTTP/")
     {
-        ptImpl->bHeadersWhole = false;
+        bHeadersWhole = false;
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
-        const long lStatus = ptImpl->Status();
+        const long lStatus = Status();
         const bool bInterim = lStatus / 100 == 1 && lStatus != 101;
-        const bool bTrailer = std::exchange(ptImpl->bHeadersWhole, !bInterim);
-        if (!bInterim && !bTrailer && !ptImpl->tResume.TakesAnswer(ptImpl->pEasy.get()))
-        {
-            return 0;
-        }
+        const bool bTrailer = std::exchange(bHeadersWhole, !bInterim);
+        return bInterim || bTrailer || tResume.TakesAnswer(pEasy.get());
     }
-    return nSize * nCount;
+    return true;
+}
+
+/** libcurl calls it for each whole line, those of interim answers and the trailers behind a body included. */
+size_t WQCurlEasy::IMPL_t::OnHeader(char* pData, size_t nSize, size_t nCount, void* pImpl)
+{
+    try
+    {
+        return static_cast<IMPL_t*>(pImpl)->TakesHeader({pData, nSize * nCount}) ? nSize * nCount : 0;
+    }
+    catch (...) // must not unwind libcurl's frames
+    {
+        return 0;
+    }
 }
 
 size_t WQCurlEasy::IMPL_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl)
@@ -426,15 +520,16 @@ bool WQCurlEasy::Initialize()
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
-    if (eOption == TIMEOUT)
+    const bool bSet = m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
+    if (bSet && eOption == TIMEOUT)
     {
         m_pImpl->lTotalSeconds = lValue;
     }
-    if (eOption == NOPROGRESS)
+    if (bSet && eOption == NOPROGRESS)
     {
         m_pImpl->bReporting = lValue == 0;
     }
-    return m_pImpl->Check(curl_easy_setopt(m_pImpl->Handle(), LongOption(eOption), lValue));
+    return bSet;
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue)
@@ -523,7 +618,6 @@ bool WQCurlEasy::send()
     const CSigpipeGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
-    curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &IMPL_t::OnOpenSocket);
     WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));
     while (const auto tNext = m_pImpl->tResume.NextAttempt(tMsg.nResultCode))
     {

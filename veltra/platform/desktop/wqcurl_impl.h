@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <string_view>
 #include <vector>
 
 #include "veltra/platform/desktop/resume.h"
+#include "veltra/platform/desktop/socket_set.h"
 
 namespace WQCurl
 {
@@ -42,8 +44,23 @@ struct WQCurlEasy::IMPL_t
     /** Forgets the transfer before, when another is about to begin. */
     void Begin();
 
-    /** Forgets the attempt before, when the rest of what it broke off is to be asked for. @return a refusal */
+    /** Forgets the attempt before. */
+    void BeginAttempt();
+
+    /** Prepares another attempt over a new connection. @return a refusal */
+    CURLcode Reopen();
+
+    /** Prepares another attempt, which asks for the rest of what the attempt before has received. @return a refusal */
     CURLcode BeginRest();
+
+    /**
+     * Prepares another attempt of a request that failed on a reused connection before any answer: the server had closed
+     * that connection meanwhile. @return a refusal
+     */
+    CURLcode BeginAgain();
+
+    /** Returns whether BeginAgain() is due for a transfer that has ended with this code. */
+    bool MayBeginAgain(int nCode) const;
 
     /** Waits until that is to happen, on the calling thread. @return CURLE_OK, or why the transfer is over */
     CURLcode WaitForRest(CResume::Clock::time_point tNext) const;
@@ -63,11 +80,21 @@ struct WQCurlEasy::IMPL_t
     /** libcurl's own words for a failure, as detailed as it gave them. */
     std::string ErrorText(CURLcode eCode) const;
 
-    /** Counts what has arrived. @return false when that is more than the settings allow */
+    /** Keeps why the wrapper itself ends the transfer. @return false */
+    bool Refuse(const char* pszReason);
+
+    /** Counts header lines, those of interim answers and trailers included. @return false when they are too large */
+    bool CountHeader(size_t nBytes);
+
+    /** Counts bytes of the body. @return false when there are more than the settings allow */
     bool CountReceived(size_t nBytes);
 
-    /** Counts what a transfer got of its turn; after much of it, the others get theirs. */
+    /** Counts one call with data. After many calls or bytes in a turn it pauses the transfer, so that others continue.
+     */
     void CountTurn(size_t nBytes);
+
+    /** Judges one header line. @return whether the transfer goes on */
+    bool TakesHeader(std::string_view strLine);
 
     /** Whether the transfer has taken longer than it may. libcurl does not look at what waits for a connection. */
     bool IsOverdue() const;
@@ -75,7 +102,7 @@ struct WQCurlEasy::IMPL_t
     /** Asks the progress function, if there is one, whether to go on, with the last known counts. @return 0 for yes */
     int AskProgress() const;
 
-    static curl_socket_t OnOpenSocket(void* pUnused, curlsocktype ePurpose, curl_sockaddr* ptAddress);
+    static curl_socket_t OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress);
     static size_t OnHeader(char* pData, size_t nSize, size_t nCount, void* pImpl);
     static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pImpl);
     static int OnProgress(void* pImpl, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
@@ -101,12 +128,19 @@ struct WQCurlEasy::IMPL_t
     STAGE_e eStage = STAGE_APART; /**< the driving thread's, but for the step to STAGE_QUEUED */
 
     /* Of the running transfer, and the driving thread's. */
-    bool bHeadersWhole = false;                 /**< the empty line that ends the answer's header lines has come */
-    CResume tResume;                            /**< counts the body, and knows of attempts before */
-    bool bTooLarge = false;                     /**< the body is larger than allowed */
-    COUNTS_t tCounts;                           /**< what libcurl told last */
-    size_t nInTurn = 0;                         /**< bytes received in this turn */
-    std::vector<IMPL_t*>* pvecPaused = nullptr; /**< where its multi handle expects those that have had their turn */
+    bool bHeadersWhole = false;       /**< the empty line that ends the answer's header lines has come */
+    CResume tResume;                  /**< counts the body, and knows of attempts before */
+    bool bBegunAgain = false;         /**< BeginAgain() has been used, which is done once */
+    size_t nHeaderBytes = 0;          /**< of the answer's header lines and trailers so far */
+    const char* pszRefusal = nullptr; /**< why the wrapper ends the transfer as too large; null if it does not */
+    int nOpenError = 0;               /**< errno of the last socket that the system refused; 0 for none */
+    COUNTS_t tCounts;                 /**< what libcurl told last */
+    size_t nInTurn = 0;               /**< bytes received in this turn */
+    size_t nCallsInTurn = 0;          /**< calls that brought them */
+    CSocketSet* ptSockets = nullptr;  /**< where its multi handle waits for sockets; null for send() */
+    std::vector<IMPL_t*>* pvecPaused = nullptr; /**< where its multi handle expects transfers that CountTurn() paused */
+    size_t nRunningIndex = 0;                   /**< its place among the multi handle's running transfers */
+    int nSocket = -1;                           /**< the socket that libcurl last waited on for it; -1 for none */
 
     std::string strLastError;
     char szError[CURL_ERROR_SIZE] = "";

@@ -10,7 +10,6 @@
 
 #include "veltra/platform/desktop/network_epoch.h"
 #include "veltra/platform/desktop/sigpipe_guard.h"
-#include "veltra/platform/desktop/socket_set.h"
 #include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/wqcurl_impl.h"
 
@@ -57,12 +56,17 @@ struct WQCurlMulti::IMPL_t
 
     bool Open();
     bool Renew();
+    void LookAtNetwork();
     void StartAdded();
+    void CloseSpoiled();
+    bool IsInUse(int nSocket) const;
     void SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings);
     void KeepConnections(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults) const;
     void Start(EASY_t& tEasy);
     void Drive(EASY_t& tEasy);
     void AskForRests();
+    void GoOn(EASY_t& tEasy, CURLcode ePrepared);
+    void AvoidOldConnections(CURL* pEasy) const;
     bool SocketAction(curl_socket_t nSocket, int nEvents) const;
     bool RunExpired();
     void CollectFinished();
@@ -74,7 +78,7 @@ struct WQCurlMulti::IMPL_t
     int Wait(epoll_event* ptEvents, int nMost);
     bool HandleEvent(const epoll_event& tEvent);
 
-    static curl_socket_t OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress);
+    static EASY_t* Transfer(CURL* pEasy);
     static int OnCloseSocket(void* pImpl, curl_socket_t nSocket);
     static int OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* pUnused);
     static int OnTimer(CURLM* pMulti, long lMilliseconds, void* pImpl);
@@ -97,12 +101,11 @@ struct WQCurlMulti::IMPL_t
     std::vector<MultiMsg> vecFinished; /**< in the order of their ends; those before nUnread have been read */
     size_t nUnread = 0;
     std::optional<Clock::time_point> tTimer;
-    std::vector<EASY_t*> vecWatched; /**< running transfers that are to be asked whether they go on */
-    Clock::time_point tNextAsking;   /**< when they are asked again */
-    int nRunning = 0;                /**< transfers that are libcurl's, or will be again */
+    std::vector<EASY_t*> vecRunning; /**< transfers that are libcurl's, or will be again; each knows its index */
+    Clock::time_point tNextAsking;   /**< when they are asked again whether they go on */
 
     unsigned nEpoch = NetworkEpoch();                    /**< the network's, as far as this knows */
-    bool bOutdated = false;                              /**< the multi handle's connections are an earlier epoch's */
+    std::optional<Clock::time_point> tOutdating;         /**< connections opened before this moment must not be used */
     std::shared_ptr<const TRANSFER_SETTINGS_t> ptLimits; /**< the settings whose limits the multi handle has */
 };
 
@@ -132,23 +135,12 @@ bool WQCurlMulti::IMPL_t::Renew()
     return true;
 }
 
-curl_socket_t WQCurlMulti::IMPL_t::OnOpenSocket(void* pImpl, curlsocktype ePurpose, curl_sockaddr* ptAddress)
+/** Returns the transfer that a libcurl handle makes; null for a handle of libcurl's own. */
+WQCurlEasy::IMPL_t* WQCurlMulti::IMPL_t::Transfer(CURL* pEasy)
 {
-    CDescriptor tSocket;
-    tSocket.Reset(WQCurlEasy::IMPL_t::OnOpenSocket(nullptr, ePurpose, ptAddress));
-    if (tSocket.Get() < 0)
-    {
-        return CURL_SOCKET_BAD;
-    }
-    try
-    {
-        static_cast<IMPL_t*>(pImpl)->tSockets.OnOpened(tSocket.Get());
-    }
-    catch (const std::bad_alloc&) // must not unwind libcurl's frames
-    {
-        return CURL_SOCKET_BAD;
-    }
-    return tSocket.Release();
+    char* pTransfer = nullptr;
+    curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pTransfer);
+    return reinterpret_cast<EASY_t*>(pTransfer);
 }
 
 int WQCurlMulti::IMPL_t::OnCloseSocket(void* pImpl, curl_socket_t nSocket)
@@ -157,11 +149,16 @@ int WQCurlMulti::IMPL_t::OnCloseSocket(void* pImpl, curl_socket_t nSocket)
     return close(nSocket);
 }
 
-int WQCurlMulti::IMPL_t::OnSocket(CURL* /*pEasy*/, curl_socket_t nSocket, int nWhat, void* pImpl, void* /*pUnused*/)
+int WQCurlMulti::IMPL_t::OnSocket(CURL* pEasy, curl_socket_t nSocket, int nWhat, void* pImpl, void* /*pUnused*/)
 {
     const uint32_t nEvents =
         ((nWhat & CURL_POLL_IN) != 0 ? EPOLLIN : 0U) | ((nWhat & CURL_POLL_OUT) != 0 ? EPOLLOUT : 0U);
     static_cast<IMPL_t*>(pImpl)->tSockets.Want(nSocket, nEvents);
+    EASY_t* ptEasy = nEvents != 0 ? Transfer(pEasy) : nullptr;
+    if (ptEasy != nullptr)
+    {
+        ptEasy->nSocket = nSocket;
+    }
     return 0;
 }
 
@@ -187,11 +184,18 @@ int WQCurlMulti::IMPL_t::OnTimer(CURLM* /*pMulti*/, long lMilliseconds, void* pI
 void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 {
     MultiMsg tMsg = tEasy.Outcome(eCode);
+    if (tEasy.MayBeginAgain(tMsg.nResultCode))
+    {
+        curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get());
+        GoOn(tEasy, tEasy.BeginAgain());
+        return;
+    }
     const auto tNext = tEasy.tResume.NextAttempt(tMsg.nResultCode);
     if (tNext.has_value())
     {
         Erase(vecPaused, &tEasy);
         curl_multi_remove_handle(pMulti.get(), tEasy.pEasy.get());
+        tEasy.nSocket = -1;
         vecBroken.emplace_back(*tNext, &tEasy);
         return;
     }
@@ -203,8 +207,9 @@ void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
 /** Takes a transfer from libcurl, finished or not; the guard against SIGPIPE is the caller's. */
 bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
 {
-    --nRunning;
-    Erase(vecWatched, &tEasy);
+    vecRunning[tEasy.nRunningIndex] = vecRunning.back();
+    vecRunning[tEasy.nRunningIndex]->nRunningIndex = tEasy.nRunningIndex;
+    vecRunning.pop_back();
     Erase(vecPaused, &tEasy);
     vecBroken.erase(std::remove_if(vecBroken.begin(), vecBroken.end(),
                                    [&tEasy](const auto& tBroken) { return tBroken.second == &tEasy; }),
@@ -218,9 +223,21 @@ void WQCurlMulti::IMPL_t::CollectFinished()
     while (const CURLMsg* ptMsg = curl_multi_info_read(pMulti.get(), &nLeft))
     {
         const CURLcode eCode = ptMsg->data.result; // the message does not outlive its transfer's removal
-        char* pEasy = nullptr;
-        curl_easy_getinfo(ptMsg->easy_handle, CURLINFO_PRIVATE, &pEasy);
-        Finish(*reinterpret_cast<EASY_t*>(pEasy), eCode);
+        Finish(*Transfer(ptMsg->easy_handle), eCode);
+    }
+}
+
+/** After a change of network, connections that are open become outdated, and every back-off ends. */
+void WQCurlMulti::IMPL_t::LookAtNetwork()
+{
+    const unsigned nOldEpoch = std::exchange(nEpoch, NetworkEpoch());
+    if (nEpoch != nOldEpoch)
+    {
+        tOutdating = Clock::now();
+        for (auto& tBroken : vecBroken)
+        {
+            tBroken.first = *tOutdating;
+        }
     }
 }
 
@@ -244,15 +261,40 @@ void WQCurlMulti::IMPL_t::StartAdded()
     {
         return;
     }
-    const unsigned nNow = NetworkEpoch();
-    bOutdated = bOutdated || nNow != nEpoch;
-    nEpoch = nNow;
-    if (bOutdated && nRunning == 0)
+    LookAtNetwork();
+    if (tOutdating.has_value() && vecRunning.empty() && Renew())
     {
-        bOutdated = !Renew();
+        tOutdating.reset();
     }
+    CloseSpoiled();
     KeepConnections(nTransfers, arrTaken[0]->ptSettings->tDefaults);
     std::for_each(arrTaken, arrTaken + nTaken, [this](EASY_t* ptEasy) { Start(*ptEasy); });
+}
+
+/**
+ * Shuts down connections without a transfer on which the server has sent something: its farewell, or an answer that
+ * nobody has asked for. libcurl would use such a connection again and take that for the next answer.
+ */
+void WQCurlMulti::IMPL_t::CloseSpoiled()
+{
+    for (const int nSocket : tSockets.FindUnexpected())
+    {
+        if (!IsInUse(nSocket))
+        {
+            tSockets.ShutDown(nSocket);
+        }
+    }
+}
+
+/** Returns whether a socket on which libcurl does not wait may belong to a transfer: one that is paused or limited. */
+bool WQCurlMulti::IMPL_t::IsInUse(int nSocket) const
+{
+    const auto fnMayUse = [nSocket](const EASY_t* ptEasy)
+    {
+        const bool bUnknown = ptEasy->nSocket < 0 && ptEasy->nHeaderBytes > 0;
+        return ptEasy->nSocket == nSocket || bUnknown;
+    };
+    return std::any_of(vecRunning.begin(), vecRunning.end(), fnMayUse);
 }
 
 void WQCurlMulti::IMPL_t::SetLimits(const std::shared_ptr<const TRANSFER_SETTINGS_t>& ptSettings)
@@ -282,28 +324,34 @@ void WQCurlMulti::IMPL_t::KeepConnections(size_t nTransfers, const TRANSFER_DEFA
 /** Hands a transfer to libcurl. One that it refuses has ended as failed. */
 void WQCurlMulti::IMPL_t::Start(EASY_t& tEasy)
 {
-    ++nRunning;
-    const TRANSFER_DEFAULTS_t& tDefaults = tEasy.ptSettings->tDefaults;
-    const bool bMayQueue = tDefaults.nMostConnections > 0 || tDefaults.nMostConnectionsPerHost > 0;
-    if ((tEasy.bReporting && tEasy.pfnProgress != nullptr) || (bMayQueue && tEasy.lTotalSeconds > 0))
-    {
-        vecWatched.push_back(&tEasy);
-    }
-    tEasy.Begin();
+    tEasy.nRunningIndex = vecRunning.size();
+    vecRunning.push_back(&tEasy);
+    tEasy.ptSockets = &tSockets;
     tEasy.pvecPaused = &vecPaused;
+    tEasy.Begin();
     SetLimits(tEasy.ptSettings);
     CURL* pEasy = tEasy.pEasy.get();
-    if (bOutdated)
+    if (tOutdating.has_value())
     {
-        curl_easy_setopt(pEasy, CURLOPT_FRESH_CONNECT, 1L);
-        curl_easy_setopt(pEasy, CURLOPT_FORBID_REUSE, 1L);
-        curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, 0L);
+        AvoidOldConnections(pEasy);
     }
-    curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETFUNCTION, &OnOpenSocket);
-    curl_easy_setopt(pEasy, CURLOPT_OPENSOCKETDATA, this);
     curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETFUNCTION, &OnCloseSocket);
     curl_easy_setopt(pEasy, CURLOPT_CLOSESOCKETDATA, this);
     Drive(tEasy);
+}
+
+/**
+ * Keeps a transfer from connections and look-ups that are older than the last change of network. libcurl compares ages
+ * in whole seconds, so that one second less is safe; it takes 0 for any age.
+ */
+void WQCurlMulti::IMPL_t::AvoidOldConnections(CURL* pEasy) const
+{
+    constexpr long USUAL_CACHE_SECONDS = 60;
+    const auto tSince = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *tOutdating);
+    const long lMostSeconds = std::max(static_cast<long>(tSince.count()) - 1, 0L);
+    curl_easy_setopt(pEasy, CURLOPT_FRESH_CONNECT, lMostSeconds == 0 ? 1L : 0L);
+    curl_easy_setopt(pEasy, CURLOPT_MAXLIFETIME_CONN, lMostSeconds);
+    curl_easy_setopt(pEasy, CURLOPT_DNS_CACHE_TIMEOUT, std::min(lMostSeconds, USUAL_CACHE_SECONDS));
 }
 
 /** Has libcurl drive a transfer. One that it refuses has ended as failed. */
@@ -315,7 +363,13 @@ void WQCurlMulti::IMPL_t::Drive(EASY_t& tEasy)
     }
 }
 
-/** Goes on with the broken transfers whose time has come. */
+/** Continues a transfer with another attempt, if that could be prepared. */
+void WQCurlMulti::IMPL_t::GoOn(EASY_t& tEasy, CURLcode ePrepared)
+{
+    ePrepared == CURLE_OK ? Drive(tEasy) : Finish(tEasy, ePrepared);
+}
+
+/** Continues the broken transfers whose back-off is over. */
 void WQCurlMulti::IMPL_t::AskForRests()
 {
     if (vecBroken.empty())
@@ -323,6 +377,7 @@ void WQCurlMulti::IMPL_t::AskForRests()
         return;
     }
     std::vector<EASY_t*> vecDue;
+    LookAtNetwork();
     const auto fnTakeDue = [tNow = Clock::now(), &vecDue](const auto& tBroken)
     {
         const bool bDue = tBroken.first <= tNow;
@@ -335,8 +390,7 @@ void WQCurlMulti::IMPL_t::AskForRests()
     vecBroken.erase(std::remove_if(vecBroken.begin(), vecBroken.end(), fnTakeDue), vecBroken.end());
     for (EASY_t* ptEasy : vecDue)
     {
-        const CURLcode eResult = ptEasy->BeginRest();
-        eResult == CURLE_OK ? Drive(*ptEasy) : Finish(*ptEasy, eResult);
+        GoOn(*ptEasy, ptEasy->BeginRest());
     }
 }
 
@@ -363,13 +417,13 @@ bool WQCurlMulti::IMPL_t::RunExpired()
  */
 void WQCurlMulti::IMPL_t::AskProgress()
 {
-    if (vecWatched.empty() || Clock::now() < tNextAsking)
+    if (vecRunning.empty() || Clock::now() < tNextAsking)
     {
         return;
     }
     tNextAsking = Clock::now() + ASKING_INTERVAL;
     std::vector<std::pair<EASY_t*, CURLcode>> vecStopped;
-    for (EASY_t* ptEasy : vecWatched)
+    for (EASY_t* ptEasy : vecRunning)
     {
         const bool bStop = ptEasy->bReporting && ptEasy->AskProgress() != 0;
         if (bStop || ptEasy->IsOverdue())
@@ -415,7 +469,7 @@ int WQCurlMulti::IMPL_t::IdleTime() const
     {
         tDue = std::min(tDue, *tTimer);
     }
-    if (!vecWatched.empty())
+    if (!vecRunning.empty())
     {
         tDue = std::min(tDue, tNextAsking);
     }
@@ -560,7 +614,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
     m_pImpl->CollectFinished();
     m_pImpl->AskProgress();
     m_pImpl->ResumePaused();
-    nRunningHandles = m_pImpl->nRunning;
+    nRunningHandles = static_cast<int>(m_pImpl->vecRunning.size());
     return bResult;
 }
 
@@ -596,7 +650,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
     m_pImpl->nMayStart = bShort ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
     m_pImpl->ResumePaused();
-    nRunningHandles = m_pImpl->nRunning;
+    nRunningHandles = static_cast<int>(m_pImpl->vecRunning.size());
     return bResult;
 }
 
