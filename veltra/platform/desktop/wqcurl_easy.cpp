@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "veltra/platform/desktop/easy_pool.h"
-#include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/signal_guard.h"
 #include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/transfer_share.h"
 
@@ -157,7 +157,7 @@ void WQCurlEasy::IMPL_t::Clear()
 {
     if (bBlocking)
     {
-        const CSigpipeGuard tGuard;
+        const CSignalGuard tGuard;
         pEasy.reset(); // it holds a connection of its own
     }
     else if (bInitialized)
@@ -520,7 +520,7 @@ bool WQCurlEasy::send()
     {
         return m_pImpl->Check(CURLE_BAD_FUNCTION_ARGUMENT);
     }
-    const CSigpipeGuard tGuard;
+    const CSignalGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
     curl_easy_setopt(m_pImpl->pEasy.get(), CURLOPT_OPENSOCKETFUNCTION, &IMPL_t::OnOpenSocket);
