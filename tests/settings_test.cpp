@@ -41,6 +41,35 @@ TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
     }
 }
 
+TEST_F(CSettingsTest, ObserverIsReplacedAlsoWhileItsCallsOverlap)
+{
+    static std::atomic<int> s_nCalls;
+    s_nCalls = 0;
+    const auto pfnOverlap = [](const WQCurl::TRANSFER_REPORT_t&, void*)
+    {
+        const int nOwn = ++s_nCalls;
+        for (int i = 0; i < 200 && s_nCalls == nOwn; ++i) // until the next call has begun, if it can
+        {
+            std::this_thread::sleep_for(5ms);
+        }
+    };
+    WQCurl::SetTransferObserver(pfnOverlap, nullptr);
+    const auto fnDownload = [this](const std::string& strName)
+    {
+        for (int i = 0; i < 150; ++i)
+        {
+            EXPECT_TRUE(SyncDownload(Url("/7"), strName));
+        }
+    };
+    std::thread tFirst(fnDownload, "first");
+    std::thread tSecond(fnDownload, "second");
+    EXPECT_TRUE(WaitUntil([] { return s_nCalls >= 2; }));
+    WQCurl::SetTransferObserver(nullptr, nullptr);
+    EXPECT_LT(s_nCalls, 250);
+    tFirst.join();
+    tSecond.join();
+}
+
 TEST_F(CSettingsTest, FamilyAndCertificateLeadToTheServer)
 {
     const std::string strCounted = "http://counted.invalid:" + std::to_string(m_tServer->Port()) + "/";
