@@ -48,7 +48,6 @@ inline bool WaitUntil(const std::function<bool()>& fnIsTrue)
 inline void LimitFiles(rlim_t nBytes)
 {
     const rlimit tLimit{nBytes, RLIM_INFINITY};
-    signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tLimit), 0);
 }
 

@@ -155,6 +155,10 @@ TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
     tFirst.fnOnEvent = [&nWorker]
     {
         EXPECT_TRUE(IsBlocked(SIGRTMIN + 5)) << "the application's handlers run on its own threads";
+        for (const int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+        {
+            EXPECT_FALSE(IsBlocked(nFault)) << nFault << ", which a handler is to see where it comes";
+        }
         nWorker = gettid();
     };
     ASSERT_TRUE(Start(tFirst, Url()));
@@ -248,6 +252,7 @@ TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
         EXPECT_TRUE(tEasy.setOption(WQCurl::WRITEFUNCTION, &RaiseSigpipe));
         EXPECT_TRUE(tEasy.send());
         EXPECT_EQ(IsBlocked(SIGPIPE), bBlocked);
+        EXPECT_FALSE(IsBlocked(SIGXFSZ));
     }
     const timespec tNoWait{};
     EXPECT_EQ(sigtimedwait(&tSignals, nullptr, &tNoWait), SIGPIPE);

@@ -43,6 +43,12 @@ bool Permits(const std::string& strCall, int nError)
     return !g_tFake.has_value() || g_tFake->Allows(strCall);
 }
 
+bool IsInterrupted()
+{
+    errno = EINTR;
+    return g_nInterruptions > 0 && g_nInterruptions-- > 0;
+}
+
 } // namespace
 
 /* In place of the C library's. */
@@ -82,13 +88,17 @@ extern "C" int sem_init(sem_t* ptSemaphore, int nShared, unsigned nValue) noexce
     return Permits("sem_init", ENOSPC) ? s_pfnSystem(ptSemaphore, nShared, nValue) : -1;
 }
 
+extern "C" ssize_t write(int nDescriptor, const void* pData, size_t nSize)
+{
+    static const auto s_pfnSystem = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
+    return IsInterrupted() ? -1 : s_pfnSystem(nDescriptor, pData, nSize);
+}
+
 /** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */
 extern "C" int sem_wait(sem_t* ptSemaphore)
 {
-    if (g_nInterruptions > 0)
+    if (IsInterrupted())
     {
-        --g_nInterruptions;
-        errno = EINTR;
         return -1;
     }
     const timespec tNever = {1LL << 40, 0};

@@ -32,7 +32,7 @@ struct FAKE_WQCURL_t
 };
 
 extern std::optional<FAKE_WQCURL_t> g_tFake;
-extern std::atomic<int> g_nInterruptions; /**< so many of the next waits for a semaphore are interrupted */
+extern std::atomic<int> g_nInterruptions; /**< so many of the next writes and waits for a semaphore are interrupted */
 
 /** Writes a step down, between the log's records. */
 void Note(const std::string& strStep);

@@ -5,20 +5,79 @@
 
 using CSettingsTest = CObservedTest;
 
-TEST_F(CSettingsTest, ProxyFamilyAndCertificateLeadToTheServer)
+TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
 {
     setenv("no_proxy", "*", 1); // must not matter
     const std::string strNowhere = "http://nowhere.invalid/x";
+    CConnection::SCRIPT_t const fnTellHead = [](CConnection& tConnection, const REQUEST_t& tRequest)
+    { tConnection.Answer(tRequest.strHead); };
+    CLoopbackServer tPlain(fnTellHead);
+    CLoopbackServer tTls(fnTellHead, true);
+    const std::string strPort = ":" + std::to_string(tPlain.Port());
+    const std::pair<std::string, std::string> arrProxies[] = {
+        {"127.0.0.1" + strPort, ""},
+        {"HTTP://u@127.0.0.1" + strPort + "/", "dTo="},
+        {"u%2541%40:p%3A%25@[::ffff:127.0.0.1]" + strPort, "dSU0MUA6cDol"},
+        {"https://u:p@127.0.0.1:" + std::to_string(tTls.Port()), "dTpw"},
+    };
     EXPECT_FALSE(Get(strNowhere));
-    m_tSettings.strProxy = Url("");
-    EXPECT_EQ(Answer(strNowhere), "GET " + strNowhere + " ");
+    for (const auto& [strProxy, strUser] : arrProxies)
+    {
+        m_tSettings.strProxy = strProxy;
+        const std::string strHead = Answer(strNowhere);
+        EXPECT_EQ(strHead.rfind("GET " + strNowhere + " ", 0), 0U) << strProxy << ": " << strHead;
+        EXPECT_EQ(strHead.find("Authorization: Basic " + strUser) == std::string::npos, strUser.empty()) << strHead;
+    }
     CLoopbackServer tRefusing([](CConnection& tConnection, const REQUEST_t&)
                               { tConnection.Answer("", "407 Proxy Authentication Required"); });
     m_tSettings.strProxy = tRefusing.Url("");
     EXPECT_FALSE(Get(strNowhere));
     EXPECT_EQ(Download(strNowhere), DOWNLOAD_TYPE_FAIL);
-    m_tSettings.strProxy.clear();
+    m_tSettings.strProxy = arrProxies[3].first;
+    m_tSettings.strCaFile.clear();
+    WQCurl::NetworkChanged(); // connects again
+    EXPECT_FALSE(Get(strNowhere)) << "through a proxy that nobody known has signed";
+    m_tSettings.strCaFolder = TEST_CERTIFICATES;
+    EXPECT_TRUE(Get(strNowhere));
+    for (const char* pszBad : {"http://us%0d%0aer:p@h", "http://u:p%00w@h", "http://u:80#p@h", "http://u:80/p@h",
+                               "http://u:80?p@h", "ftp://h", "http://u:p@", "http://h:65536"})
+    {
+        m_tSettings.strProxy = pszBad;
+        EXPECT_FALSE(WQCurl::SetTransferDefaults(m_tSettings)) << pszBad;
+    }
+}
 
+TEST_F(CSettingsTest, ObserverIsReplacedAlsoWhileItsCallsOverlap)
+{
+    static std::atomic<int> s_nCalls;
+    s_nCalls = 0;
+    const auto pfnOverlap = [](const WQCurl::TRANSFER_REPORT_t&, void*)
+    {
+        const int nOwn = ++s_nCalls;
+        for (int i = 0; i < 200 && s_nCalls == nOwn; ++i) // until the next call has begun, if it can
+        {
+            std::this_thread::sleep_for(5ms);
+        }
+    };
+    WQCurl::SetTransferObserver(pfnOverlap, nullptr);
+    const auto fnDownload = [this](const std::string& strName)
+    {
+        for (int i = 0; i < 150; ++i)
+        {
+            EXPECT_TRUE(SyncDownload(Url("/7"), strName));
+        }
+    };
+    std::thread tFirst(fnDownload, "first");
+    std::thread tSecond(fnDownload, "second");
+    EXPECT_TRUE(WaitUntil([] { return s_nCalls >= 2; }));
+    WQCurl::SetTransferObserver(nullptr, nullptr);
+    EXPECT_LT(s_nCalls, 250);
+    tFirst.join();
+    tSecond.join();
+}
+
+TEST_F(CSettingsTest, FamilyAndCertificateLeadToTheServer)
+{
     const std::string strCounted = "http://counted.invalid:" + std::to_string(m_tServer->Port()) + "/";
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_4;
     EXPECT_TRUE(Get(strCounted));
@@ -71,11 +130,12 @@ TEST_F(CSettingsTest, LimitsAndErrorPagesFailTransfers)
 
     m_tSettings.nConnectTimeout = 1;
     EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-    WQCurl::TRANSFER_DEFAULTS_t arrBad[4];
+    WQCurl::TRANSFER_DEFAULTS_t arrBad[5];
     arrBad[0].nMostBytesPerSecond = 4095;
     arrBad[1].nConnectTimeout = 0;
     arrBad[2].nMostIdleConnections = -1;
     arrBad[3].nLargestFile = -1;
+    arrBad[4].nConnectTimeout = 2147484;
     for (const auto& tBad : arrBad)
     {
         EXPECT_FALSE(WQCurl::SetTransferDefaults(tBad)) << &tBad - arrBad;

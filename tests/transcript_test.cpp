@@ -406,16 +406,29 @@ TEST(Transcript, OfTheQueries)
     ExpectGolden("queries.txt", "WebConnector::");
 }
 
-TEST(Platform, IdentityOutlivesWhoAsksForIt)
+TEST(Platform, IdentityAndLogServeUntilTheProcessHasEnded)
 {
     static const std::string s_strIdentity(1000, 'd');
+    static const auto s_fnLog = [] { CKVRDebug::PrintLog(0, "%s\n", s_strIdentity.c_str()); };
     const auto fnExit = []
     {
-        std::atexit([] { _exit(CAIAuth().GetDUID() == s_strIdentity ? 7 : 8); }); // goes after what is made later
+        const auto fnAtExit = [] // goes after what is made later
+        {
+            const std::string strOther(s_strIdentity.size() + 2, 'o'); // takes the place of a text that has been freed
+            s_fnLog();
+            int arrPipe[2] = {};
+            EXPECT_EQ(pipe(arrPipe), 0);
+            dup2(arrPipe[1], STDERR_FILENO);
+            close(arrPipe[0]);
+            s_fnLog(); // has no reader, and raises no signal
+            _exit(CAIAuth().GetDUID() == s_strIdentity && strOther.find('d') == std::string::npos ? 7 : 8);
+        };
+        std::atexit(fnAtExit);
         CAIAuth::SetIdentity({"X1", s_strIdentity, "", "", "", 0});
+        s_fnLog();
         exit(0);
     };
-    EXPECT_EXIT(fnExit(), testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(fnExit(), testing::ExitedWithCode(7), "d\nd");
 }
 
 TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
@@ -447,6 +460,7 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
         }
     }
     CKVRDebug::PrintLog(4, "information\n");
+    g_nInterruptions = 2;
     CKVRDebug::PrintLog(0, "after\n");
     CKVRDebug::PrintLog(4, "information without an end");
     CKVRDebug::PrintLog(0, "error\n");
@@ -469,7 +483,7 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         testing::internal::CaptureStderr(); // which is no terminal
         CKVRDebug::SetSink(pfnSink, pUserData);
         CKVRDebug::SetLevel(4);
-        for (const char* pszText : {"Start http/https Request!", "broken", "broken", "broken", "other", "information"})
+        for (const char* pszText : {"Start http/https Request!", "broken", "broken", "broken", "information", "other"})
         {
             CKVRDebug::PrintLog(pszText[0] == 'i' ? 4 : 0, "\033[1;31;42m %s\033[0m \n", pszText);
         }
@@ -478,19 +492,21 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         return testing::internal::GetCapturedStderr();
     };
     const std::string strErrors = "broken\nbroken\nbroken\nother\n";
-    EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\n" + strErrors + "information\n");
+    EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\nbroken\nbroken\nbroken\ninformation\nother\n");
     CKVRDebug::FOLDING_t tFolding;
     EXPECT_EQ(fnSeen(&CKVRDebug::FoldRepeats, &tFolding),
-              "Start http/https Request!\nbroken\n… 2 more like this\nother\ninformation\n");
+              "Start http/https Request!\nbroken\n… 2 more like this\ninformation\nother\n");
     openlog("", LOG_PERROR, LOG_USER);
-    const auto fnSyslog = [&](int nLowest)
+    tFolding.pfnSink = &CKVRDebug::WriteToSyslog;
+    const auto fnSyslog = [&](int nLowest, CKVRDebug::LOG_SINK_t pfnSink = &CKVRDebug::WriteToSyslog)
     {
         setlogmask(LOG_UPTO(nLowest));
-        std::string strSeen = fnSeen(&CKVRDebug::WriteToSyslog, nullptr);
+        std::string strSeen = fnSeen(pfnSink, &tFolding);
         Replace(strSeen, ": ", ""); // behind an empty name
         return strSeen;
     };
     EXPECT_EQ(fnSyslog(LOG_ERR), strErrors);
+    EXPECT_EQ(fnSyslog(LOG_ERR, &CKVRDebug::FoldRepeats), "broken\n… 2 more like this\nother\n");
     EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\n" + strErrors);
     closelog();
 }

@@ -49,18 +49,19 @@ public:
      */
     static void WriteToSyslog(unsigned int level, const char* record, void* pUserData);
 
-    /** What FoldRepeats() remembers; the caller's, as long as that is the sink. */
+    /** The state of FoldRepeats(). The caller owns it and keeps it as long as that is the sink. */
     struct FOLDING_t
     {
         LOG_SINK_t pfnSink = &WriteToStandardError; /**< where records go */
         void* pSinkUserData = nullptr;              /**< handed to it */
         std::string strLast{};                      /**< the record that was passed on last */
+        unsigned int nLevel = 0;                    /**< its level */
         unsigned long nRepeats = 0;                 /**< how often it has come since */
     };
 
     /**
-     * Passes records on, but of several that are the same in a row only the first; the next other one follows on a
-     * record like "… 128 more like this".
+     * Passes records on, but only the first of several equal ones in a row. Before the next different record it passes
+     * on a record like "… 128 more like this", with the level of those that it counts.
      * @param level the record's
      * @param record the record
      * @param pFolding a FOLDING_t

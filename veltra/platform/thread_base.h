@@ -17,7 +17,8 @@ public:
     CThreadBase& operator=(const CThreadBase&) = delete;
 
     /**
-     * Starts the thread, which receives none of the process's signals.
+     * Starts the thread, which receives none of the process's signals, but those of its own faults (SIGSEGV and its
+     * like).
      * @param ulStackSize the least stack size in bytes
      * @return false when it runs already or the system refuses it
      */

@@ -95,7 +95,7 @@ public:
 
     /**
      * Limits the time to connect and the whole transfer, in seconds. 0 and less leave the usual limits: 30 seconds to
-     * connect, none for the whole.
+     * connect, none for the whole. More than 2147483 counts as that.
      */
     void setTimeout(int nConnectSeconds, int nTotalSeconds);
 
@@ -195,16 +195,25 @@ enum IP_FAMILY_e
  */
 struct TRANSFER_DEFAULTS_t
 {
-    /** Path of the CA bundle in PEM, which is trusted alone; empty: the system's. May be kept in memory for a day. */
+    /**
+     * Path of the CA bundle in PEM that is trusted alone, for https servers and for an https proxy; empty: the
+     * system's. It may be kept in memory for a day.
+     */
     std::string strCaFile{};
     /** "HOST:PORT:CONNECT-HOST:CONNECT-PORT", as libcurl's CONNECT_TO. */
     std::list<std::string> lstConnectTo{};
     /**
      * Path of a folder of CA certificates in PEM that "openssl rehash" has named, trusted together with strCaFile and
      * instead of the system's bundle; empty: none. Each connection reads those it needs, so that none fill the memory.
+     * It holds for an https proxy too.
      */
     std::string strCaFolder{};
-    /** "[SCHEME://][USER:PASSWORD@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
+    /**
+     * "[SCHEME://][USER[:PASSWORD]@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
+     * SCHEME is http (as without it), https, socks4, socks4a, socks5 or socks5h. USER and PASSWORD are percent-encoded:
+     * "%40" for "@". HOST is a name or an address; brackets enclose an IPv6 address. PORT is 443 for https and 1080
+     * otherwise, if it is missing. A "/" may follow. SetTransferDefaults() refuses everything else, and control
+     * characters in the decoded USER and PASSWORD.
      */
     std::string strProxy{};
     /** Path of the client's certificate in PEM, or a PKCS#11 URI where libcurl's TLS library takes one; empty: none. */
@@ -218,7 +227,7 @@ struct TRANSFER_DEFAULTS_t
     bool bFailOnHttpError = false;
     /** The same for a status of 300 to 399: redirects are not followed, so that its body is not what was asked for. */
     bool bFailOnRedirect = false;
-    int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; at least 1 */
+    int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
     /** Connections in all and to one host at the same time; 0: any number. What is over waits its turn. */
     int nMostConnections = 0;
     int nMostConnectionsPerHost = 0; /**< see nMostConnections */
@@ -236,7 +245,9 @@ struct TRANSFER_DEFAULTS_t
     int nResumeSeconds = 0; /**< since a download's begin, after which the rest is not asked for; 0: any number */
 };
 
-/** Settings for every transfer initialised from now on. @return false, with nothing changed, for a number out of range
+/**
+ * Sets the record for every transfer that is initialised from now on.
+ * @return false, with nothing changed, for a number out of range or a proxy that cannot be used
  */
 VELTRA_API bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
 

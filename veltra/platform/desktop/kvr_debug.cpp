@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
+#include <pthread.h>
 #include <string>
 
 namespace
@@ -18,7 +21,10 @@ std::mutex g_tSinkLock;
 CKVRDebug::LOG_SINK_t g_pfnSink = &CKVRDebug::WriteToStandardError;
 void* g_pSinkUserData = nullptr;
 
-/** The record that a thread has begun and not ended. Whether it is written was decided when it began. */
+/**
+ * The record that a thread has begun and not ended. Whether it is written was decided when it began. It has no
+ * destructor, because static objects of the application may log while the process ends.
+ */
 struct RECORD_t
 {
     enum STATE_e
@@ -28,12 +34,49 @@ struct RECORD_t
         STATE_WRITTEN
     } eState = STATE_NONE;
     unsigned int nLevel = 0;
-    bool bInSink = false; /**< the sink runs on this thread: what it logs would wait for itself */
+    bool bInSink = false;         /**< the sink runs on this thread: what it logs would wait for itself */
+    std::string* pText = nullptr; /**< made by the first record that is written; freed when the thread ends */
 };
 
-/* The text is apart and each call looks the record up once: most records are dropped, and that must cost little. */
+/* Each call looks the record up once: most records are dropped, and that must cost little. */
 thread_local RECORD_t t_tRecord;
-thread_local std::string t_strText;
+
+void FreeText(void* pText)
+{
+    delete static_cast<std::string*>(pText);
+    t_tRecord.pText = nullptr;
+}
+
+/**
+ * Has the text freed when the calling thread ends, after the destructors of all thread_local objects, which may log
+ * too. exit() does not end the main thread in this sense: its text lives as long as the process.
+ * @return false if the system refuses it
+ */
+bool FreeAtThreadEnd(std::string* pText)
+{
+    static const pthread_key_t s_tKey = []
+    {
+        pthread_key_t tKey = PTHREAD_KEYS_MAX; // no key: pthread_setspecific() refuses it
+        pthread_key_create(&tKey, &FreeText);
+        return tKey;
+    }();
+    return pthread_setspecific(s_tKey, pText) == 0;
+}
+
+/** The text of the thread's record. @throw std::bad_alloc without memory */
+std::string& Text(RECORD_t& tRecord)
+{
+    if (tRecord.pText == nullptr)
+    {
+        auto ptText = std::make_unique<std::string>();
+        if (!FreeAtThreadEnd(ptText.get()))
+        {
+            throw std::bad_alloc();
+        }
+        tRecord.pText = ptText.release();
+    }
+    return *tRecord.pText;
+}
 
 /** @return whether a call's text belongs to a record that is written, after beginning one if need be */
 bool BeginOrGoOn(RECORD_t& tRecord, unsigned int level)
@@ -80,10 +123,13 @@ void DeliverRecord(RECORD_t& tRecord)
     {
         const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
         tRecord.bInSink = true;
-        g_pfnSink(tRecord.nLevel, t_strText.c_str(), g_pSinkUserData);
+        g_pfnSink(tRecord.nLevel, tRecord.pText != nullptr ? tRecord.pText->c_str() : "", g_pSinkUserData);
         tRecord.bInSink = false;
     }
-    t_strText.clear();
+    if (tRecord.pText != nullptr)
+    {
+        tRecord.pText->clear();
+    }
     tRecord.eState = RECORD_t::STATE_NONE;
 }
 
@@ -103,7 +149,7 @@ void CKVRDebug::PrintLog(unsigned int level, const char* format, ...)
         va_start(tArguments, format);
         try
         {
-            AppendFormatted(t_strText, format, tArguments);
+            AppendFormatted(Text(tRecord), format, tArguments);
         }
         catch (const std::bad_alloc&)
         {

@@ -1,6 +1,7 @@
 /* Where log records can go. */
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <iterator>
 #include <new>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "veltra/log.h"
+#include "veltra/platform/desktop/signal_guard.h"
 
 namespace
 {
@@ -28,16 +30,21 @@ std::string WithoutFrame(const char* record)
     return strText;
 }
 
+/** Writes to standard error, which may be a pipe without a reader or a file that has reached its size limit. */
 void Write(std::string_view strText)
 {
+    const CSignalGuard tGuard;
     while (!strText.empty())
     {
         const ssize_t nWritten = write(STDERR_FILENO, strText.data(), strText.size());
-        if (nWritten <= 0)
+        if (nWritten > 0)
+        {
+            strText.remove_prefix(static_cast<size_t>(nWritten));
+        }
+        else if (nWritten == 0 || errno != EINTR)
         {
             return;
         }
-        strText.remove_prefix(static_cast<size_t>(nWritten));
     }
 }
 
@@ -85,7 +92,7 @@ void CKVRDebug::WriteToSyslog(unsigned int level, const char* record, void* /*pU
 void CKVRDebug::FoldRepeats(unsigned int level, const char* record, void* pFolding)
 {
     FOLDING_t& tFolding = *static_cast<FOLDING_t*>(pFolding);
-    if (tFolding.strLast == record)
+    if (tFolding.nLevel == level && tFolding.strLast == record)
     {
         ++tFolding.nRepeats;
         return;
@@ -94,8 +101,9 @@ void CKVRDebug::FoldRepeats(unsigned int level, const char* record, void* pFoldi
     {
         char szText[64];
         static_cast<void>(snprintf(szText, sizeof szText, "… %lu more like this\n", tFolding.nRepeats));
-        tFolding.pfnSink(level, szText, tFolding.pSinkUserData);
+        tFolding.pfnSink(tFolding.nLevel, szText, tFolding.pSinkUserData);
     }
+    tFolding.nLevel = level;
     tFolding.nRepeats = 0;
     try
     {

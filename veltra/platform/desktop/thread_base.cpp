@@ -35,11 +35,16 @@ bool CThreadBase::Create(unsigned long ulStackSize)
     pthread_attr_getstacksize(&tAttributes, &nDefaultSize);
     pthread_attr_setstacksize(&tAttributes, std::max<size_t>(nDefaultSize, ulStackSize));
 
-    /* The new thread inherits the mask: the application's signal handlers keep to the application's threads. */
-    sigset_t tAll;
+    /* The new thread inherits the mask: the application's signal handlers run on the application's threads. The signals
+     * of the thread's own faults stay open, for the application's crash handler. SIGABRT need not: abort() opens it. */
+    sigset_t tMask;
     sigset_t tOld;
-    sigfillset(&tAll);
-    pthread_sigmask(SIG_SETMASK, &tAll, &tOld);
+    sigfillset(&tMask);
+    for (const int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+    {
+        sigdelset(&tMask, nFault);
+    }
+    pthread_sigmask(SIG_SETMASK, &tMask, &tOld);
     m_pImpl->bStarted = pthread_create(&m_pImpl->tThread, &tAttributes, &IMPL_t::Run, this) == 0;
     pthread_sigmask(SIG_SETMASK, &tOld, nullptr);
     pthread_attr_destroy(&tAttributes);

@@ -23,10 +23,10 @@ bool IsInRange(const TRANSFER_DEFAULTS_t& tDefaults)
     constexpr long long LEAST_BYTES_PER_SECOND = 4096; // enough to stay clear of the low-speed limit of downloads
     const bool bFamily = tDefaults.eIpFamily == IP_FAMILY_ANY || tDefaults.eIpFamily == IP_FAMILY_4 ||
                          tDefaults.eIpFamily == IP_FAMILY_6;
-    return bFamily && tDefaults.nConnectTimeout >= 1 && tDefaults.nMostConnections >= 0 &&
-           tDefaults.nMostConnectionsPerHost >= 0 && tDefaults.nMostIdleConnections >= 0 &&
-           tDefaults.nResumeAttempts >= 0 && tDefaults.nResumeSeconds >= 0 && tDefaults.nLargestAnswer >= 0 &&
-           tDefaults.nLargestFile >= 0 &&
+    return bFamily && tDefaults.nConnectTimeout >= 1 && tDefaults.nConnectTimeout <= LONGEST_TIMEOUT &&
+           tDefaults.nMostConnections >= 0 && tDefaults.nMostConnectionsPerHost >= 0 &&
+           tDefaults.nMostIdleConnections >= 0 && tDefaults.nResumeAttempts >= 0 && tDefaults.nResumeSeconds >= 0 &&
+           tDefaults.nLargestAnswer >= 0 && tDefaults.nLargestFile >= 0 &&
            (tDefaults.nMostBytesPerSecond == 0 || tDefaults.nMostBytesPerSecond >= LEAST_BYTES_PER_SECOND);
 }
 
@@ -46,6 +46,10 @@ bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
     }
     auto ptSettings = std::make_shared<TRANSFER_SETTINGS_t>();
     ptSettings->tDefaults = tDefaults;
+    if (!tDefaults.strProxy.empty() && !ParseProxy(tDefaults.strProxy, ptSettings->tProxy))
+    {
+        return false;
+    }
     if (!BuildList(tDefaults.lstConnectTo, ptSettings->pConnectTo))
     {
         throw std::bad_alloc();

@@ -1,16 +1,23 @@
 #pragma once
 
+#include <limits>
+
 #include "veltra/platform/desktop/curl_ptr.h"
+#include "veltra/platform/desktop/proxy.h"
 #include "veltra/platform/wqcurl.h"
 
 namespace WQCurl
 {
 
-/** What SetTransferDefaults() was given, with its lists as libcurl takes them. */
+/** The longest time-out in seconds: libcurl counts milliseconds in an int, and refuses more. */
+constexpr int LONGEST_TIMEOUT = std::numeric_limits<int>::max() / 1000;
+
+/** The record given to SetTransferDefaults(), with the parts that libcurl takes in another form. */
 struct TRANSFER_SETTINGS_t
 {
     TRANSFER_DEFAULTS_t tDefaults;
     SLIST_PTR_t pConnectTo;
+    PROXY_t tProxy;
 };
 
 /** The settings for a transfer that is set up now. It keeps them as long as it uses them. Any thread. */

@@ -1,6 +1,7 @@
 #include "veltra/platform/desktop/transfer_observer.h"
 
 #include <mutex>
+#include <pthread.h>
 #include <shared_mutex>
 
 namespace WQCurl
@@ -9,7 +10,24 @@ namespace WQCurl
 namespace
 {
 
-std::shared_mutex g_tObserverLock; // shared by calls, so that they may overlap; who sets another one waits for them
+/**
+ * Calls of the observer share it, so that they may overlap. SetTransferObserver() waits for those that run and goes
+ * before those that begin later: calls that overlap without a gap must not keep it waiting, as std::shared_mutex lets
+ * them do.
+ */
+class CObserverLock
+{
+public:
+    void lock() { pthread_rwlock_wrlock(&m_tLock); }
+    void unlock() { pthread_rwlock_unlock(&m_tLock); }
+    void lock_shared() { pthread_rwlock_rdlock(&m_tLock); }
+    void unlock_shared() { pthread_rwlock_unlock(&m_tLock); }
+
+private:
+    pthread_rwlock_t m_tLock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+};
+
+CObserverLock g_tObserverLock;
 TRANSFER_OBSERVER_t g_pfnObserver = nullptr;
 void* g_pObserverUserData = nullptr;
 
@@ -81,7 +99,7 @@ bool IsReused(CURL* pEasy)
 
 void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
 {
-    const std::shared_lock<std::shared_mutex> tGuard(g_tObserverLock);
+    const std::shared_lock<CObserverLock> tGuard(g_tObserverLock);
     if (g_pfnObserver != nullptr)
     {
         g_pfnObserver(Report(pEasy, tResume, tMsg), g_pObserverUserData);
@@ -90,7 +108,7 @@ void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiM
 
 void SetTransferObserver(TRANSFER_OBSERVER_t pfnObserver, void* pUserData)
 {
-    const std::unique_lock<std::shared_mutex> tGuard(g_tObserverLock);
+    const std::lock_guard<CObserverLock> tGuard(g_tObserverLock);
     g_pfnObserver = pfnObserver;
     g_pObserverUserData = pUserData;
 }

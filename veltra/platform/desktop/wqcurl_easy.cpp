@@ -9,7 +9,7 @@
 
 #include "veltra/platform/desktop/easy_pool.h"
 #include "veltra/platform/desktop/network_epoch.h"
-#include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/signal_guard.h"
 #include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/transfer_share.h"
 
@@ -79,7 +79,7 @@ struct OPTION_SETTER_t
     CURLcode eResult = CURLE_OK;
 };
 
-/** Which way a request takes to its server, and by which protocol and how fast the two talk. */
+/** Sets a transfer's way to its server: protocol, proxy, addresses and speed. */
 void SetWay(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
 {
     const TRANSFER_DEFAULTS_t& tDefaults = tSettings.tDefaults;
@@ -89,16 +89,37 @@ void SetWay(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
     tSet(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
     tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
     tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
-    /* Whoever sets the environment must not choose where requests go: it names neither a proxy nor an exception. */
-    const bool bProxy = !tDefaults.strProxy.empty();
-    tSet(CURLOPT_PROXY, bProxy ? tDefaults.strProxy.c_str() : nullptr);
+    /* The environment must not decide where requests go: it names neither a proxy nor an exception. */
+    const PROXY_t& tProxy = tSettings.tProxy;
+    const bool bProxy = !tProxy.strUrl.empty();
+    tSet(CURLOPT_PROXY, bProxy ? tProxy.strUrl.c_str() : nullptr);
+    tSet(CURLOPT_PROXYUSERPWD, tProxy.strUserPassword.empty() ? nullptr : tProxy.strUserPassword.c_str());
     tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
     tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
     tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
     tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
 }
 
-/** Whom a request trusts, and how it shows who it is. */
+/** Sets the authorities that a server's certificate is verified with, or a proxy's: both follow the same rules. */
+void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults, CURLoption eFile, CURLoption eFolder)
+{
+    const char* pszBundle = nullptr;
+    curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle); // a proxy's default is the same
+    if (!tDefaults.strCaFolder.empty())
+    {
+        curl_easy_setopt(tSet.pEasy, eFile, nullptr);
+        tSet(eFolder, tDefaults.strCaFolder.c_str());
+    }
+    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
+    {
+        /* Trusts no other authorities than the bundle's. Besides, libcurl keeps the bundle in memory for all
+         * connections only if there is no folder; otherwise it reads most of a megabyte for each of them. */
+        curl_easy_setopt(tSet.pEasy, eFolder, nullptr);
+    }
+    tSet(eFile, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
+}
+
+/** Sets the authorities that a transfer trusts, and its own certificate. */
 void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
 {
     if (!tDefaults.strClientCertificate.empty())
@@ -106,20 +127,11 @@ void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
         tSet(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
         tSet(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
     }
-    const char* pszBundle = nullptr;
-    curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle);
-    if (!tDefaults.strCaFolder.empty())
+    SetAuthorities(tSet, tDefaults, CURLOPT_CAINFO, CURLOPT_CAPATH);
+    if (!tDefaults.strProxy.empty())
     {
-        curl_easy_setopt(tSet.pEasy, CURLOPT_CAINFO, nullptr);
-        tSet(CURLOPT_CAPATH, tDefaults.strCaFolder.c_str());
+        SetAuthorities(tSet, tDefaults, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH);
     }
-    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
-    {
-        /* No other authorities than the bundle's; and only then does libcurl keep what it has read of that, most of a
-         * megabyte, for all connections, instead of reading it for each. */
-        curl_easy_setopt(tSet.pEasy, CURLOPT_CAPATH, nullptr);
-    }
-    tSet(CURLOPT_CAINFO, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
 }
 
 } // namespace
@@ -162,7 +174,7 @@ void WQCurlEasy::IMPL_t::Clear()
 {
     if (bBlocking)
     {
-        const CSigpipeGuard tGuard;
+        const CSignalGuard tGuard;
         pEasy.reset(); // it holds a connection of its own
     }
     else if (bInitialized)
@@ -601,10 +613,10 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, void* pValue)
 void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 {
     CURL* pEasy = m_pImpl->Handle();
-    m_pImpl->lTotalSeconds = std::max(nTotalSeconds, 0);
+    m_pImpl->lTotalSeconds = std::clamp(nTotalSeconds, 0, LONGEST_TIMEOUT);
     if (nConnectSeconds > 0)
     {
-        curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT, long{nConnectSeconds});
+        curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT, long{std::min(nConnectSeconds, LONGEST_TIMEOUT)});
     }
     curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, m_pImpl->lTotalSeconds);
 }
@@ -615,7 +627,7 @@ bool WQCurlEasy::send()
     {
         return m_pImpl->Check(CURLE_BAD_FUNCTION_ARGUMENT);
     }
-    const CSigpipeGuard tGuard;
+    const CSignalGuard tGuard;
     m_pImpl->bBlocking = true;
     m_pImpl->Begin();
     WQCurlMulti::MultiMsg tMsg = m_pImpl->Outcome(curl_easy_perform(m_pImpl->pEasy.get()));

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "veltra/platform/desktop/network_epoch.h"
-#include "veltra/platform/desktop/sigpipe_guard.h"
+#include "veltra/platform/desktop/signal_guard.h"
 #include "veltra/platform/desktop/transfer_observer.h"
 #include "veltra/platform/desktop/wqcurl_impl.h"
 
@@ -38,7 +38,7 @@ struct MULTI_DELETER_t
 {
     void operator()(CURLM* pMulti) const
     {
-        const CSigpipeGuard tGuard;
+        const CSignalGuard tGuard;
         curl_multi_cleanup(pMulti);
     }
 };
@@ -204,7 +204,7 @@ void WQCurlMulti::IMPL_t::Finish(EASY_t& tEasy, CURLcode eCode)
     tEasy.eStage = EASY_t::STAGE_FINISHED;
 }
 
-/** Takes a transfer from libcurl, finished or not; the guard against SIGPIPE is the caller's. */
+/** Takes a transfer from libcurl, finished or not; the signal guard is the caller's. */
 bool WQCurlMulti::IMPL_t::Release(EASY_t& tEasy)
 {
     vecRunning[tEasy.nRunningIndex] = vecRunning.back();
@@ -591,7 +591,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     bool bResult = true;
     if (eStage == IMPL_t::EASY_t::STAGE_RUNNING)
     {
-        const CSigpipeGuard tGuard; // its connection is closed, which may write to it
+        const CSignalGuard tGuard; // its connection is closed, which may write to it
         bResult = m_pImpl->Release(tEasy);
     }
     if (bLast && m_pImpl->tSockets.CountOpen() > tEasy.ptSettings->tDefaults.nMostIdleConnections)
@@ -607,7 +607,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
     {
         return false;
     }
-    const CSigpipeGuard tGuard;
+    const CSignalGuard tGuard;
     m_pImpl->StartAdded();
     m_pImpl->AskForRests();
     const bool bResult = m_pImpl->SocketAction(CURL_SOCKET_TIMEOUT, 0);
@@ -625,7 +625,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
         std::this_thread::sleep_for(PAUSE_WHEN_UNUSABLE);
         return false;
     }
-    const CSigpipeGuard tGuard;
+    const CSignalGuard tGuard;
     /* What is due comes before the wait: a transfer is started, waited for and ended in one call. */
     m_pImpl->StartAdded();
     m_pImpl->AskForRests();
