@@ -117,20 +117,20 @@ bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
         return false;
     }
     auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
-    if (!tEasy.Initialize())
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
+    if (!tSetter.tEasy.Initialize())
     {
         VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
         return false;
     }
-    const bool bSet = SET_OPTION(tEasy, HTTPGET, 1L) && SET_OPTION(tEasy, URL, ptReqFile->strUrl) &&
-                      SET_OPTION(tEasy, PRIVATE, ptReqHandler) && SET_OPTION(tEasy, NOPROGRESS, 0L) &&
-                      SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataToFileCBFunc) &&
-                      SET_OPTION(tEasy, WRITEDATA, ptReqFile->pFile) &&
-                      (ptReqFile->pfnDownloadCB == nullptr || SET_OPTION(tEasy, PROGRESSFUNCTION, &ProgressCBFunc)) &&
-                      SET_OPTION(tEasy, PROGRESSDATA, ptReqFile) &&
-                      SET_OPTION(tEasy, LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND) &&
-                      SET_OPTION(tEasy, LOW_SPEED_TIME, LOW_SPEED_SECONDS);
+    const bool bSet = SET_OPTION(tSetter, HTTPGET, 1L) && SET_OPTION(tSetter, URL, ptReqFile->strUrl) &&
+                      SET_OPTION(tSetter, PRIVATE, ptReqHandler) && SET_OPTION(tSetter, NOPROGRESS, 0L) &&
+                      SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataToFileCBFunc) &&
+                      SET_OPTION(tSetter, WRITEDATA, ptReqFile->pFile) &&
+                      (ptReqFile->pfnDownloadCB == nullptr || SET_OPTION(tSetter, PROGRESSFUNCTION, &ProgressCBFunc)) &&
+                      SET_OPTION(tSetter, PROGRESSDATA, ptReqFile) &&
+                      SET_OPTION(tSetter, LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND) &&
+                      SET_OPTION(tSetter, LOW_SPEED_TIME, LOW_SPEED_SECONDS);
     if (bSet)
     {
         VELTRA_LOG_INFO("Init new download[%d] request end.", ptReqFile->nDownloadId);

@@ -143,32 +143,32 @@ bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
         return false;
     }
     auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
     bool bSet = false;
     switch (tReqInfo.eMethod)
     {
     case HTTP_METHOD_GET:
-        bSet = SET_OPTION(tEasy, HTTPGET, 1L);
+        bSet = SET_OPTION(tSetter, HTTPGET, 1L);
         break;
     case HTTP_METHOD_POST:
-        bSet = SET_OPTION(tEasy, POST, 1L) && SET_OPTION(tEasy, POSTFIELDS, tReqInfo.strPostData) &&
-               SET_OPTION(tEasy, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
+        bSet = SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
+               SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
         break;
     default:
         VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
         tReqInfo.strErrorReason = "eMethod is neither GET nor POST: " + std::to_string(tReqInfo.eMethod);
         return false;
     }
-    bSet = bSet && SET_OPTION(tEasy, URL, tReqInfo.strUrl) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataCBFunc) &&
-           SetOption(tEasy, WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
-           SET_OPTION(tEasy, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tEasy, PRIVATE, ptReqHandler) &&
-           SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, HTTPHEADER, tReqInfo.lstHeader);
+    bSet = bSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
+           tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
+           SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tSetter, PRIVATE, ptReqHandler) &&
+           SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
     if (!bSet)
     {
-        tReqInfo.strErrorReason = tEasy.getLastError();
+        tReqInfo.strErrorReason = tSetter.strLastError;
         return false;
     }
-    VELTRA_LOG_INFO("WQCurl last error info = [%s]", tEasy.getLastError().c_str());
+    VELTRA_LOG_INFO("WQCurl last error info = [%s]", tSetter.tEasy.getLastError().c_str());
     return true;
 }
 
