@@ -85,27 +85,29 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         return bExists ? DOWNLOAD_EXISTS : DOWNLOAD_FAILED;
     }
     ptRemover.reset(&strTempFilePath);
-    auto ptDownload = std::make_unique<ASYNC_DOWNLOAD_t>();
-    _HTTP_REQ_FILE_t& tReqFile = ptDownload->tRecord;
-    tReqFile.nDownloadId = nDownloadId;
-    tReqFile.strUrl = strUrl;
-    tReqFile.strTempFilePath = strTempFilePath;
-    tReqFile.pFile = pFile.get();
-    tReqFile.pfnDownloadCB = pfnDownloadCB;
-    tReqFile.pUserData = pUserData;
-    const bool bInit = m_InitDownloadRequest(ptDownload.get());
-    if (!bInit || !m_SubmitRequest(ptDownload.get()))
+    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t{REQ_TYPE_DOWNLOAD});
+    auto* ptReqFile = new _HTTP_REQ_FILE_t();
+    ptReqHandler->ptReqInfo = ptReqFile;
+    ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
+    ptReqFile->nDownloadId = nDownloadId;
+    ptReqFile->strUrl = strUrl;
+    ptReqFile->strTempFilePath = strTempFilePath;
+    ptReqFile->pFile = pFile.get();
+    ptReqFile->pfnDownloadCB = pfnDownloadCB;
+    ptReqFile->pUserData = pUserData;
+    const bool bInit = m_InitDownloadRequest(ptReqHandler.get());
+    if (!bInit || !m_SubmitRequest(ptReqHandler.get()))
     {
         pFile.reset();
-        ptDownload->tEasyHandle.reset();
-        ptDownload.reset();
+        ptReqHandler->pEasyHandle->reset();
+        ptReqHandler.reset();
         VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
-    /* The worker's now, and perhaps freed already. */
+    /* The worker owns them and may have freed them already. */
     static_cast<void>(ptRemover.release());
     static_cast<void>(pFile.release());
-    static_cast<void>(ptDownload.release());
+    static_cast<void>(ptReqHandler.release());
     VELTRA_LOG_ERROR("Start to download file[%s], download id[%d]", strTempFilePath.c_str(), nDownloadId);
     return DOWNLOAD_STARTED;
 }
@@ -272,8 +274,8 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     tReqFile.strUrl = strUrl;
     tReqFile.strTempFilePath = TempPath(strFilePath);
     const std::string& strTempFilePath = tReqFile.strTempFilePath;
-    TRANSFER_t tTransfer(REQ_TYPE_HTTP, &tReqFile);
-    WQCurl::WQCurlEasy& tEasyHandle = tTransfer.tEasyHandle;
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
 
     FILE_PTR_t pFile = TakeOverTempFile(strTempFilePath);
     if (pFile == nullptr)
@@ -281,7 +283,7 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     tReqFile.pFile = pFile.get();
-    bool bWhole = m_InitDownloadRequest(&tTransfer);
+    bool bWhole = m_InitDownloadRequest(&tReqHandler);
     if (bWhole)
     {
         tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);

@@ -1,7 +1,5 @@
 /* Synchronous and asynchronous GET and POST, from their set-up to their end. */
 
-#include <memory>
-
 #include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 
@@ -68,20 +66,21 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         return Refuse(*ptReqInfo, "A synchronous request on the worker thread would wait for itself!");
     }
     VELTRA_LOG_INFO("Start sync request.");
-    TRANSFER_t tTransfer(REQ_TYPE_HTTP, ptReqInfo);
-    if (!m_InitRequest(&tTransfer))
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, ptReqInfo};
+    if (!m_InitRequest(&tReqHandler))
     {
-        tTransfer.tEasyHandle.reset();
+        tEasyHandle.reset();
         return false;
     }
     if (!ptReqInfo->tSync.Create())
     {
-        tTransfer.tEasyHandle.reset();
+        tEasyHandle.reset();
         return Refuse(*ptReqInfo, "No semaphore to wait on!");
     }
-    if (!m_SubmitRequest(&tTransfer))
+    if (!m_SubmitRequest(&tReqHandler))
     {
-        tTransfer.tEasyHandle.reset();
+        tEasyHandle.reset();
         ptReqInfo->tSync.Destroy();
         ptReqInfo->strErrorReason = "The transfer could not be registered with the engine";
         return false;
@@ -103,13 +102,15 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>(*ptReqInfo);
-    if (!m_InitRequest(ptRequest.get()) || !m_SubmitRequest(ptRequest.get()))
+    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t());
+    ptReqHandler->ptReqInfo = new _HTTP_REQ_INFO_t(*ptReqInfo);
+    ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
+    if (!m_InitRequest(ptReqHandler.get()) || !m_SubmitRequest(ptReqHandler.get()))
     {
-        ptRequest->tEasyHandle.reset();
+        ptReqHandler->pEasyHandle->reset();
         return false;
     }
-    static_cast<void>(ptRequest.release()); // the worker's now, and perhaps freed already
+    static_cast<void>(ptReqHandler.release()); // the worker owns it and may have freed it already
     VELTRA_LOG_INFO("Start an async request.");
     return true;
 }
