@@ -101,7 +101,14 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         pFile.reset();
         ptReqHandler->pEasyHandle->reset();
         ptReqHandler.reset();
-        VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
+        if (bInit)
+        {
+            VELTRA_LOG_ERROR("AddEasyHandle error!");
+        }
+        else
+        {
+            VELTRA_LOG_ERROR("Init download request error!");
+        }
         return DOWNLOAD_FAILED;
     }
     /* The worker owns them and may have freed them already. */

@@ -11,16 +11,12 @@ namespace
 
 constexpr long HTTP_TIMEOUT_SECONDS = 30;
 
-/* The one text of its kind that is misspelt: integrators search for it as it has always been. */
+/* The missing space is part of the interface: integrators search for this text. */
 constexpr char MISSPELT_WRITEDATA_ERROR[] = "SetWQCurl::WRITEDATA error = [%s]";
 
-/** Logs why a synchronous request is refused, on behalf of the calling operation, and leaves it in the record. */
-bool Refuse(_HTTP_REQ_INFO_t& tReqInfo, const char* pszReason, LOG_PLACE_t tPlace = {})
-{
-    VELTRA_LOG_ERROR_AT(tPlace, "%s", pszReason);
-    tReqInfo.strErrorReason = pszReason;
-    return false;
-}
+/* Reasons that are both logged and left in the record. */
+constexpr char ON_WORKER_THREAD[] = "A synchronous request on the worker thread would wait for itself!";
+constexpr char NO_SEMAPHORE[] = "No semaphore to wait on!";
 
 } // namespace
 
@@ -63,7 +59,9 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     }
     if (m_tWorkerId.load() == std::this_thread::get_id())
     {
-        return Refuse(*ptReqInfo, "A synchronous request on the worker thread would wait for itself!");
+        VELTRA_LOG_ERROR(ON_WORKER_THREAD);
+        ptReqInfo->strErrorReason = ON_WORKER_THREAD;
+        return false;
     }
     VELTRA_LOG_INFO("Start sync request.");
     WQCurl::WQCurlEasy tEasyHandle;
@@ -76,7 +74,9 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     if (!ptReqInfo->tSync.Create())
     {
         tEasyHandle.reset();
-        return Refuse(*ptReqInfo, "No semaphore to wait on!");
+        VELTRA_LOG_ERROR(NO_SEMAPHORE);
+        ptReqInfo->strErrorReason = NO_SEMAPHORE;
+        return false;
     }
     if (!m_SubmitRequest(&tReqHandler))
     {
