@@ -129,11 +129,13 @@ template <auto LIST> struct REQUEST_LIST_t
 template struct REQUEST_LIST_t<&CWebConnector::m_lstRequest>;
 
 char g_szUser[] = "user";
+_HTTP_REQ_INFO_t* g_ptRequest = nullptr; /**< the caller's record of the last request */
 
 void OnRequest(bool bResult, std::string& strErrorMsg, std::string& strResponse, void* pUserData)
 {
     Note("callback: " + std::to_string(bResult) + " [" + strErrorMsg + "] [" + strResponse + "] " +
          static_cast<const char*>(pUserData));
+    g_tFake->Allows("again") ? void() : void(Engine().Post(g_ptRequest, false));
 }
 
 void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pUserData)
@@ -159,8 +161,8 @@ int StartHttp(HTTP_METHOD_e eMethod, bool bSync, const std::list<std::string>& l
     tRequest.pUserData = g_szUser;
     g_tFake->Allows("semaphore") ? void() : g_tFake->lstRefused.push_back("sem_init"); // the engine has made its own
     const _HTTP_REQ_INFO_t tBefore = tRequest;
-    _HTTP_REQ_INFO_t* ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
-    const bool bResult = bSync ? Engine().Get(ptRequest, true) : Engine().Post(ptRequest, false);
+    g_ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
+    const bool bResult = bSync ? Engine().Get(g_ptRequest, true) : Engine().Post(g_ptRequest, false);
     const auto fnWrite = [](const _HTTP_REQ_INFO_t& t)
     {
         return "record: " + std::to_string(t.bResult) + " [" + t.strErrorReason + "] [" + t.strResponse +

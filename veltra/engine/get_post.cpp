@@ -197,6 +197,7 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
         VELTRA_LOG_ERROR("ptReqInfo OR pEasyHandle is NULL!");
         return;
     }
+    const bool bSync = ptReqInfo->bSync;
     ptReqInfo->bResult = tMsg.bResult;
     VELTRA_LOG_INFO("Https request result[%d].", ptReqInfo->bResult);
     if (!tMsg.bResult)
@@ -211,8 +212,11 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
     m_RemoveEasyHandle(pEasyHandle);
     pEasyHandle->reset();
 
-    /* Unlisting frees an asynchronous request, and the give hands a synchronous one back to its caller. */
-    const bool bSync = ptReqInfo->bSync;
+    /*
+     * The callback of a synchronous request may have started another request with the same record. The removal decides
+     * by this flag whether the request's parts are on the heap.
+     */
+    ptReqInfo->bSync = bSync;
     if (!m_RemoveRequest(ptReqHandler))
     {
         VELTRA_LOG_ERROR("Remove request error!");
