@@ -216,7 +216,7 @@ OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
 OPERATION(bool WQCurlEasy::send(), return m_pImpl->Send())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_pImpl->Private(e, pp))
-OPERATION(std::string WQCurlEasy::getLastError(), return m_pImpl->strLastError)
+OPERATION(std::string WQCurlEasy::getLastError(), std::string str; str.swap(m_pImpl->strLastError); return str) // once
 OPERATION(void WQCurlEasy::reset(), m_pImpl->Step("reset"); m_pImpl->Become(false, ""))
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}

@@ -3,7 +3,6 @@
  * that is read. */
 
 #include <algorithm>
-#include <array>
 #include <condition_variable>
 #include <fcntl.h>
 #include <filesystem>
@@ -121,12 +120,22 @@ CWebConnector& Engine()
     return *CSingleton<CWebConnector>::GetInstance();
 }
 
+/** Names the engine's request list, which no public operation shows. */
+auto& RequestList(CWebConnector& tEngine);
+template <auto LIST> struct REQUEST_LIST_t
+{
+    friend auto& RequestList(CWebConnector& tEngine) { return tEngine.*LIST; }
+};
+template struct REQUEST_LIST_t<&CWebConnector::m_lstRequest>;
+
 char g_szUser[] = "user";
+_HTTP_REQ_INFO_t* g_ptRequest = nullptr; /**< the caller's record of the last request */
 
 void OnRequest(bool bResult, std::string& strErrorMsg, std::string& strResponse, void* pUserData)
 {
     Note("callback: " + std::to_string(bResult) + " [" + strErrorMsg + "] [" + strResponse + "] " +
          static_cast<const char*>(pUserData));
+    g_tFake->Allows("again") ? void() : void(Engine().Post(g_ptRequest, false));
 }
 
 void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pUserData)
@@ -152,8 +161,8 @@ int StartHttp(HTTP_METHOD_e eMethod, bool bSync, const std::list<std::string>& l
     tRequest.pUserData = g_szUser;
     g_tFake->Allows("semaphore") ? void() : g_tFake->lstRefused.push_back("sem_init"); // the engine has made its own
     const _HTTP_REQ_INFO_t tBefore = tRequest;
-    _HTTP_REQ_INFO_t* ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
-    const bool bResult = bSync ? Engine().Get(ptRequest, true) : Engine().Post(ptRequest, false);
+    g_ptRequest = g_tFake->Allows("request") ? &tRequest : nullptr;
+    const bool bResult = bSync ? Engine().Get(g_ptRequest, true) : Engine().Post(g_ptRequest, false);
     const auto fnWrite = [](const _HTTP_REQ_INFO_t& t)
     {
         return "record: " + std::to_string(t.bResult) + " [" + t.strErrorReason + "] [" + t.strResponse +
@@ -189,22 +198,14 @@ void Prepare(const char* pszPath, const std::string& strWhat)
     EXPECT_EQ(utimensat(AT_FDCWD, pszPath, arrAfter2038, AT_SYMLINK_NOFOLLOW), 0) << pszPath;
 }
 
-/** A handler that is kept, and so no leak, with a copy that is not the engine's, behind which nothing may be read. */
-struct KEPT_HANDLER_t
-{
-    _REQ_HANDLER_t* ptOwn;
-    _REQ_HANDLER_t tCopy;
-    std::array<unsigned char, 256> arrBehind;
-};
-
 /** Delivers a body, or makes the request one that the engine cannot finish. */
 void Deliver(FAKE_TRANSFER_t& tTransfer)
 {
-    static auto* const s_plstKept = new std::list<KEPT_HANDLER_t>;
+    /* Handlers with a copy of each. A handler that the engine cannot free is found here, and so is no leak. */
+    static auto* const s_plstKept = new std::list<std::pair<_REQ_HANDLER_t*, _REQ_HANDLER_t>>;
     auto* ptHandler = static_cast<_REQ_HANDLER_t*>(tTransfer.pPrivate);
-    s_plstKept->push_back({ptHandler, *ptHandler, {}});
-    s_plstKept->back().arrBehind.fill(1);
-    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().tCopy;
+    s_plstKept->emplace_back(ptHandler, *ptHandler);
+    tTransfer.pPrivate = g_tFake->Allows("own") ? ptHandler : &s_plstKept->back().second;
     ptHandler->eReqType = g_tFake->Allows("kind") ? ptHandler->eReqType : 7;
     ptHandler->ptReqInfo = g_tFake->Allows("record") ? ptHandler->ptReqInfo : nullptr;
     ptHandler->pEasyHandle = g_tFake->Allows("handle") ? ptHandler->pEasyHandle : nullptr;
@@ -267,6 +268,7 @@ const std::map<std::string, std::function<int()>> STARTS{
          return Engine().StartDownload(7, Url(), Path(), g_tFake->Allows("callback") ? &OnDownload : nullptr, g_szUser);
      }},
     {"SYNC_DOWNLOAD", [] { return Engine().SyncDownloadFile(Url(), Path(), 60, 3); }},
+    {"LIST_NULL", [] { return (RequestList(Engine()).push_back(nullptr), 0); }},
     {"CANCEL", [] { return Engine().CancelDownload(7, true); }},
     {"CREATE", [] { return Engine().Create(); }},
     {"DESTROY", [] { return (Engine().Destroy(), 0); }},

@@ -85,27 +85,36 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         return bExists ? DOWNLOAD_EXISTS : DOWNLOAD_FAILED;
     }
     ptRemover.reset(&strTempFilePath);
-    auto ptDownload = std::make_unique<ASYNC_DOWNLOAD_t>();
-    _HTTP_REQ_FILE_t& tReqFile = ptDownload->tRecord;
-    tReqFile.nDownloadId = nDownloadId;
-    tReqFile.strUrl = strUrl;
-    tReqFile.strTempFilePath = strTempFilePath;
-    tReqFile.pFile = pFile.get();
-    tReqFile.pfnDownloadCB = pfnDownloadCB;
-    tReqFile.pUserData = pUserData;
-    const bool bInit = m_InitDownloadRequest(ptDownload.get());
-    if (!bInit || !m_SubmitRequest(ptDownload.get()))
+    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t{REQ_TYPE_DOWNLOAD});
+    auto* ptReqFile = new _HTTP_REQ_FILE_t();
+    ptReqHandler->ptReqInfo = ptReqFile;
+    ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
+    ptReqFile->nDownloadId = nDownloadId;
+    ptReqFile->strUrl = strUrl;
+    ptReqFile->strTempFilePath = strTempFilePath;
+    ptReqFile->pFile = pFile.get();
+    ptReqFile->pfnDownloadCB = pfnDownloadCB;
+    ptReqFile->pUserData = pUserData;
+    const bool bInit = m_InitDownloadRequest(ptReqHandler.get());
+    if (!bInit || !m_SubmitRequest(ptReqHandler.get()))
     {
         pFile.reset();
-        ptDownload->tEasyHandle.reset();
-        ptDownload.reset();
-        VELTRA_LOG_ERROR("%s", bInit ? "AddEasyHandle error!" : "Init download request error!");
+        ptReqHandler->pEasyHandle->reset();
+        ptReqHandler.reset();
+        if (bInit)
+        {
+            VELTRA_LOG_ERROR("AddEasyHandle error!");
+        }
+        else
+        {
+            VELTRA_LOG_ERROR("Init download request error!");
+        }
         return DOWNLOAD_FAILED;
     }
-    /* The worker's now, and perhaps freed already. */
+    /* The worker owns them and may have freed them already. */
     static_cast<void>(ptRemover.release());
     static_cast<void>(pFile.release());
-    static_cast<void>(ptDownload.release());
+    static_cast<void>(ptReqHandler.release());
     VELTRA_LOG_ERROR("Start to download file[%s], download id[%d]", strTempFilePath.c_str(), nDownloadId);
     return DOWNLOAD_STARTED;
 }
@@ -117,20 +126,20 @@ bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
         return false;
     }
     auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
-    if (!tEasy.Initialize())
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
+    if (!tSetter.tEasy.Initialize())
     {
         VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][Initialize()] return false!");
         return false;
     }
-    const bool bSet = SET_OPTION(tEasy, HTTPGET, 1L) && SET_OPTION(tEasy, URL, ptReqFile->strUrl) &&
-                      SET_OPTION(tEasy, PRIVATE, ptReqHandler) && SET_OPTION(tEasy, NOPROGRESS, 0L) &&
-                      SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataToFileCBFunc) &&
-                      SET_OPTION(tEasy, WRITEDATA, ptReqFile->pFile) &&
-                      (ptReqFile->pfnDownloadCB == nullptr || SET_OPTION(tEasy, PROGRESSFUNCTION, &ProgressCBFunc)) &&
-                      SET_OPTION(tEasy, PROGRESSDATA, ptReqFile) &&
-                      SET_OPTION(tEasy, LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND) &&
-                      SET_OPTION(tEasy, LOW_SPEED_TIME, LOW_SPEED_SECONDS);
+    const bool bSet = SET_OPTION(tSetter, HTTPGET, 1L) && SET_OPTION(tSetter, URL, ptReqFile->strUrl) &&
+                      SET_OPTION(tSetter, PRIVATE, ptReqHandler) && SET_OPTION(tSetter, NOPROGRESS, 0L) &&
+                      SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataToFileCBFunc) &&
+                      SET_OPTION(tSetter, WRITEDATA, ptReqFile->pFile) &&
+                      (ptReqFile->pfnDownloadCB == nullptr || SET_OPTION(tSetter, PROGRESSFUNCTION, &ProgressCBFunc)) &&
+                      SET_OPTION(tSetter, PROGRESSDATA, ptReqFile) &&
+                      SET_OPTION(tSetter, LOW_SPEED_LIMIT, LOW_SPEED_BYTES_PER_SECOND) &&
+                      SET_OPTION(tSetter, LOW_SPEED_TIME, LOW_SPEED_SECONDS);
     if (bSet)
     {
         VELTRA_LOG_INFO("Init new download[%d] request end.", ptReqFile->nDownloadId);
@@ -272,8 +281,8 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     tReqFile.strUrl = strUrl;
     tReqFile.strTempFilePath = TempPath(strFilePath);
     const std::string& strTempFilePath = tReqFile.strTempFilePath;
-    TRANSFER_t tTransfer(REQ_TYPE_HTTP, &tReqFile);
-    WQCurl::WQCurlEasy& tEasyHandle = tTransfer.tEasyHandle;
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
 
     FILE_PTR_t pFile = TakeOverTempFile(strTempFilePath);
     if (pFile == nullptr)
@@ -281,7 +290,7 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     tReqFile.pFile = pFile.get();
-    bool bWhole = m_InitDownloadRequest(&tTransfer);
+    bool bWhole = m_InitDownloadRequest(&tReqHandler);
     if (bWhole)
     {
         tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);

@@ -3,21 +3,28 @@
 #include "veltra/log.h"
 #include "veltra/platform/wqcurl.h"
 
-/** Sets the option of an enumerator's name, by which a refusal is logged on behalf of the operation that sets it. */
-#define SET_OPTION(easy, name, value) SetOption(easy, WQCurl::name, value, "Set WQCurl::" #name " error = [%s]")
+/** Sets the option of an enumerator's name. A refusal is logged on behalf of the calling operation. */
+#define SET_OPTION(setter, name, value) (setter).Set(WQCurl::name, value, "Set WQCurl::" #name " error = [%s]")
 
-/**
- * Sets one option. A refusal is logged on behalf of the calling operation, with pszMessage as the format and the easy
- * handle's last error as its one argument.
- */
-template <class VALUE>
-bool SetOption(WQCurl::WQCurlEasy& tEasy, WQCurl::WQCURL_OPTION_TYPE eOption, const VALUE& tValue,
-               const char* pszMessage, LOG_PLACE_t tPlace = {})
+/** Sets the options of one easy handle. */
+struct EASY_OPTION_SETTER_t
 {
-    if (tEasy.setOption(eOption, tValue))
+    /**
+     * Sets one option. A refusal is logged on behalf of the calling operation, with pszMessage as the format and the
+     * easy handle's last error as its one argument.
+     */
+    template <class VALUE>
+    bool Set(WQCurl::WQCURL_OPTION_TYPE eOption, const VALUE& tValue, const char* pszMessage, LOG_PLACE_t tPlace = {})
     {
-        return true;
+        if (tEasy.setOption(eOption, tValue))
+        {
+            return true;
+        }
+        strLastError = tEasy.getLastError();
+        VELTRA_LOG_ERROR_AT(tPlace, pszMessage, strLastError.c_str());
+        return false;
     }
-    VELTRA_LOG_ERROR_AT(tPlace, pszMessage, tEasy.getLastError().c_str());
-    return false;
-}
+
+    WQCurl::WQCurlEasy& tEasy;
+    std::string strLastError{}; /**< the easy handle's last error after a refusal */
+};

@@ -1,7 +1,5 @@
 /* Synchronous and asynchronous GET and POST, from their set-up to their end. */
 
-#include <memory>
-
 #include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
 
@@ -13,16 +11,12 @@ namespace
 
 constexpr long HTTP_TIMEOUT_SECONDS = 30;
 
-/* The one text of its kind that is misspelt: integrators search for it as it has always been. */
+/* The missing space is part of the interface: integrators search for this text. */
 constexpr char MISSPELT_WRITEDATA_ERROR[] = "SetWQCurl::WRITEDATA error = [%s]";
 
-/** Logs why a synchronous request is refused, on behalf of the calling operation, and leaves it in the record. */
-bool Refuse(_HTTP_REQ_INFO_t& tReqInfo, const char* pszReason, LOG_PLACE_t tPlace = {})
-{
-    VELTRA_LOG_ERROR_AT(tPlace, "%s", pszReason);
-    tReqInfo.strErrorReason = pszReason;
-    return false;
-}
+/* Reasons that are both logged and left in the record. */
+constexpr char ON_WORKER_THREAD[] = "A synchronous request on the worker thread would wait for itself!";
+constexpr char NO_SEMAPHORE[] = "No semaphore to wait on!";
 
 } // namespace
 
@@ -65,23 +59,28 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     }
     if (m_tWorkerId.load() == std::this_thread::get_id())
     {
-        return Refuse(*ptReqInfo, "A synchronous request on the worker thread would wait for itself!");
+        VELTRA_LOG_ERROR(ON_WORKER_THREAD);
+        ptReqInfo->strErrorReason = ON_WORKER_THREAD;
+        return false;
     }
     VELTRA_LOG_INFO("Start sync request.");
-    TRANSFER_t tTransfer(REQ_TYPE_HTTP, ptReqInfo);
-    if (!m_InitRequest(&tTransfer))
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, ptReqInfo};
+    if (!m_InitRequest(&tReqHandler))
     {
-        tTransfer.tEasyHandle.reset();
+        tEasyHandle.reset();
         return false;
     }
     if (!ptReqInfo->tSync.Create())
     {
-        tTransfer.tEasyHandle.reset();
-        return Refuse(*ptReqInfo, "No semaphore to wait on!");
+        tEasyHandle.reset();
+        VELTRA_LOG_ERROR(NO_SEMAPHORE);
+        ptReqInfo->strErrorReason = NO_SEMAPHORE;
+        return false;
     }
-    if (!m_SubmitRequest(&tTransfer))
+    if (!m_SubmitRequest(&tReqHandler))
     {
-        tTransfer.tEasyHandle.reset();
+        tEasyHandle.reset();
         ptReqInfo->tSync.Destroy();
         ptReqInfo->strErrorReason = "The transfer could not be registered with the engine";
         return false;
@@ -103,13 +102,15 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    auto ptRequest = std::make_unique<ASYNC_REQUEST_t>(*ptReqInfo);
-    if (!m_InitRequest(ptRequest.get()) || !m_SubmitRequest(ptRequest.get()))
+    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t());
+    ptReqHandler->ptReqInfo = new _HTTP_REQ_INFO_t(*ptReqInfo);
+    ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
+    if (!m_InitRequest(ptReqHandler.get()) || !m_SubmitRequest(ptReqHandler.get()))
     {
-        ptRequest->tEasyHandle.reset();
+        ptReqHandler->pEasyHandle->reset();
         return false;
     }
-    static_cast<void>(ptRequest.release()); // the worker's now, and perhaps freed already
+    static_cast<void>(ptReqHandler.release()); // the worker owns it and may have freed it already
     VELTRA_LOG_INFO("Start an async request.");
     return true;
 }
@@ -143,32 +144,32 @@ bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
         return false;
     }
     auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy& tEasy = *ptReqHandler->pEasyHandle;
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
     bool bSet = false;
     switch (tReqInfo.eMethod)
     {
     case HTTP_METHOD_GET:
-        bSet = SET_OPTION(tEasy, HTTPGET, 1L);
+        bSet = SET_OPTION(tSetter, HTTPGET, 1L);
         break;
     case HTTP_METHOD_POST:
-        bSet = SET_OPTION(tEasy, POST, 1L) && SET_OPTION(tEasy, POSTFIELDS, tReqInfo.strPostData) &&
-               SET_OPTION(tEasy, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
+        bSet = SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
+               SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
         break;
     default:
         VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
         tReqInfo.strErrorReason = "eMethod is neither GET nor POST: " + std::to_string(tReqInfo.eMethod);
         return false;
     }
-    bSet = bSet && SET_OPTION(tEasy, URL, tReqInfo.strUrl) && SET_OPTION(tEasy, WRITEFUNCTION, &WriteDataCBFunc) &&
-           SetOption(tEasy, WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
-           SET_OPTION(tEasy, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tEasy, PRIVATE, ptReqHandler) &&
-           SET_OPTION(tEasy, NOSIGNAL, 1L) && SET_OPTION(tEasy, HTTPHEADER, tReqInfo.lstHeader);
+    bSet = bSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
+           tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
+           SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tSetter, PRIVATE, ptReqHandler) &&
+           SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
     if (!bSet)
     {
-        tReqInfo.strErrorReason = tEasy.getLastError();
+        tReqInfo.strErrorReason = tSetter.strLastError;
         return false;
     }
-    VELTRA_LOG_INFO("WQCurl last error info = [%s]", tEasy.getLastError().c_str());
+    VELTRA_LOG_INFO("WQCurl last error info = [%s]", tSetter.tEasy.getLastError().c_str());
     return true;
 }
 
@@ -196,6 +197,7 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
         VELTRA_LOG_ERROR("ptReqInfo OR pEasyHandle is NULL!");
         return;
     }
+    const bool bSync = ptReqInfo->bSync;
     ptReqInfo->bResult = tMsg.bResult;
     VELTRA_LOG_INFO("Https request result[%d].", ptReqInfo->bResult);
     if (!tMsg.bResult)
@@ -210,8 +212,11 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
     m_RemoveEasyHandle(pEasyHandle);
     pEasyHandle->reset();
 
-    /* Unlisting frees an asynchronous request, and the give hands a synchronous one back to its caller. */
-    const bool bSync = ptReqInfo->bSync;
+    /*
+     * The callback of a synchronous request may have started another request with the same record. The removal decides
+     * by this flag whether the request's parts are on the heap.
+     */
+    ptReqInfo->bSync = bSync;
     if (!m_RemoveRequest(ptReqHandler))
     {
         VELTRA_LOG_ERROR("Remove request error!");

@@ -36,7 +36,8 @@ enum DOWNLOAD_TYPE_e
  *
  * The texts are valid only during the call: copy what is to be kept. The callback may start asynchronous requests and
  * downloads and cancel downloads. It must not throw and must not make a synchronous request, which would wait for
- * itself and is refused; while it runs, no other transfer of the engine goes on.
+ * itself and is refused; while it runs, no other transfer of the engine goes on. The record of a synchronous request
+ * is still in use: its callback may start an asynchronous request with it, but must not free it.
  *
  * @param bResult the record's: see _HTTP_REQ_INFO_t::bResult
  * @param strErrorMsg the error text of the transfer; empty on success

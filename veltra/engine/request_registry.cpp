@@ -11,8 +11,8 @@
 #include "veltra/log.h"
 
 /**
- * A transfer is listed first, so that it is found however soon it ends, and under the lock that a worker takes before
- * it ends the engine, so that it is never met half-way. Refused, it is on neither, and nothing is freed.
+ * The handler is listed before its easy handle is registered, so that a transfer that ends at once finds its handler.
+ * m_AbortRequests() takes the same lock, so that it sees either both steps or none.
  */
 bool CWebConnector::m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler)
 {
@@ -70,17 +70,10 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    if (m_lstSpare.empty())
-    {
-        m_lstSpare.emplace_back();
-    }
-    m_lstSpare.front() = ptReqHandler;
-    m_lstRequest.splice(m_lstRequest.end(), m_lstSpare, m_lstSpare.begin());
-    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
-    if (ptTransfer != nullptr)
-    {
-        ptTransfer->itListed = std::prev(m_lstRequest.end());
-    }
+    /* Only the last step changes the list, and it allocates nothing. */
+    std::list<_REQ_HANDLER_t*> lstNew{ptReqHandler};
+    m_mapPlaces.emplace(ptReqHandler, lstNew.begin());
+    m_lstRequest.splice(m_lstRequest.end(), lstNew);
     if (m_bIdle)
     {
         VELTRA_LOG_INFO("New Request come!");
@@ -92,47 +85,42 @@ void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 
 bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
 {
-    if (!m_UnlistRequest(ptReqHandler))
+    const CLockGuard tGuard(m_tRequestLock);
+    if (!m_EraseRequest(ptReqHandler) || ptReqHandler == nullptr)
     {
         return false;
     }
-    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
-    if (ptTransfer == nullptr)
-    {
-        return true; // what belongs to a handler of somebody else is not the engine's
-    }
-    if (ptTransfer->eReqType != REQ_TYPE_HTTP)
-    {
-        delete static_cast<ASYNC_DOWNLOAD_t*>(ptTransfer);
-    }
-    else if (!static_cast<_HTTP_REQ_INFO_t*>(ptTransfer->ptReqInfo)->bSync)
-    {
-        delete static_cast<ASYNC_REQUEST_t*>(ptTransfer);
-    }
-    else
+    const auto* ptReqInfo = static_cast<const _HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
+    if (ptReqHandler->eReqType == REQ_TYPE_HTTP && ptReqInfo != nullptr && ptReqInfo->bSync)
     {
         VELTRA_LOG_INFO("This https request is sync request.");
+        return true;
     }
+    REQ_HANDLER_DELETER_t()(ptReqHandler); // under the lock, so that CancelDownload() never finds a freed record
     return true;
 }
 
-bool CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
+void CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    TRANSFER_t* ptTransfer = TRANSFER_t::Of(ptReqHandler);
-    if (ptTransfer == nullptr)
+    m_EraseRequest(ptReqHandler);
+}
+
+bool CWebConnector::m_EraseRequest(_REQ_HANDLER_t* ptReqHandler)
+{
+    const size_t nBefore = m_lstRequest.size();
+    const auto [itFirst, itLast] = m_mapPlaces.equal_range(ptReqHandler);
+    for (auto it = itFirst; it != itLast; ++it)
     {
-        const size_t nBefore = m_lstRequest.size();
+        m_lstRequest.erase(it->second);
+    }
+    m_mapPlaces.erase(itFirst, itLast);
+    if (m_lstRequest.size() == nBefore)
+    {
+        /* The list decides: it is searched for entries that the map does not know. */
         m_lstRequest.remove(ptReqHandler);
-        return m_lstRequest.size() != nBefore;
     }
-    if (!ptTransfer->itListed.has_value())
-    {
-        return false;
-    }
-    m_lstSpare.splice(m_lstSpare.begin(), m_lstRequest, *ptTransfer->itListed);
-    ptTransfer->itListed.reset();
-    return true;
+    return m_lstRequest.size() != nBefore;
 }
 
 _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle)
@@ -140,7 +128,7 @@ _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHand
     const CLockGuard tGuard(m_tRequestLock);
     for (_REQ_HANDLER_t* ptReqHandler : m_lstRequest)
     {
-        if (ptReqHandler->pEasyHandle == pEasyHandle)
+        if (ptReqHandler != nullptr && ptReqHandler->pEasyHandle == pEasyHandle)
         {
             return ptReqHandler;
         }

@@ -163,8 +163,17 @@ bool CWebConnector::m_CurlMultiSelect(int& nRunningHandles)
 bool CWebConnector::m_CheckLeftRequest()
 {
     const CLockGuard tGuard(m_tRequestLock);
-    m_bIdle = m_lstRequest.empty();
-    return !m_bIdle;
+    /* A null entry belongs to no transfer. Left in the list, it would keep the pass from ending. */
+    while (!m_lstRequest.empty() && m_lstRequest.front() == nullptr)
+    {
+        m_EraseRequest(nullptr);
+    }
+    if (!m_lstRequest.empty())
+    {
+        return true;
+    }
+    m_bIdle = true;
+    return false;
 }
 
 void CWebConnector::m_HandleCompletedRequest()
@@ -218,7 +227,7 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
     }
     if (!bWhole || !bKnown)
     {
-        /* What such a request owns is not known and stays, but it must not keep the pass from ending. */
+        /* Nothing is freed, because the handler does not tell its owner. Unlisted, it lets the pass end. */
         m_RemoveEasyHandle(pEasyHandle);
         m_UnlistRequest(ptReqHandler);
     }
@@ -235,6 +244,10 @@ void CWebConnector::m_AbortRequests()
     }
     for (_REQ_HANDLER_t* ptReqHandler : vecLeft)
     {
+        if (ptReqHandler == nullptr)
+        {
+            continue;
+        }
         WQCurl::WQCurlMulti::MultiMsg tMsg;
         tMsg.pEasyHandle = ptReqHandler->pEasyHandle;
         tMsg.strErrorMsg = "The engine was destroyed before the transfer had ended";

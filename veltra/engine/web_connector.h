@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <string>
 #include <thread>
+#include <unordered_map>
 
 #include "veltra/engine/request_records.h"
 #include "veltra/export.h"
@@ -194,10 +195,15 @@ private:
     bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
     /** Lists a handler and schedules a pass if the engine is idle. Caller's thread. */
     void m_PushRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Unlists a handler and frees what the engine owns of it; false, freeing nothing, if it is not listed. Worker. */
+    /**
+     * Unlists a handler and, unless its request is synchronous, frees record, easy handle and handler. Returns false
+     * and frees nothing if the handler is not listed or null. Worker.
+     */
     bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Unlists a handler and frees nothing; false if it is not listed. Any thread. */
-    bool m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Unlists a handler and frees nothing. Any thread. */
+    void m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
+    /** Erases every entry of a handler; false if there is none. Under m_tRequestLock. Any thread. */
+    bool m_EraseRequest(_REQ_HANDLER_t* ptReqHandler);
     /** Finds the listed handler of an easy handle; null if there is none. Worker. */
     _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
 
@@ -225,9 +231,8 @@ private:
      * Where locks meet, they are taken in this order: m_tDownloadLock, m_tSubmitLock, then one of m_tRequestLock and
      * m_tMultiLock, which are never held together. None is held while a callback of the application runs.
      */
-    pthread_mutex_t m_tRequestLock;          /**< guards the two lists and m_bIdle */
+    pthread_mutex_t m_tRequestLock;          /**< guards m_lstRequest, m_mapPlaces and m_bIdle */
     std::list<_REQ_HANDLER_t*> m_lstRequest; /**< handlers of all transfers under way, oldest first; not owned */
-    std::list<_REQ_HANDLER_t*> m_lstSpare;   /**< places in that list that are free, kept to be used again */
     _GMainContext* m_pMainContext = nullptr; /**< the worker's */
     _GMainLoop* m_pMainLoop = nullptr;       /**< what the worker runs */
     bool m_bIdle = true;                     /**< no request-handling pass is scheduled or running */
@@ -237,7 +242,9 @@ private:
     pthread_mutex_t m_tDownloadIdLock; /**< guards m_nDownloadId */
     pthread_mutex_t m_tDownloadLock;   /**< makes the set-ups of downloads follow one another */
     int m_nDownloadId = 0;             /**< the last id handed out */
-    pthread_mutex_t m_tSubmitLock;     /**< makes listing and registering a transfer one step; guards m_eState */
+    /** The places in m_lstRequest of the handlers that m_PushRequest() has listed; saves searching a long list. */
+    std::unordered_multimap<_REQ_HANDLER_t*, std::list<_REQ_HANDLER_t*>::iterator> m_mapPlaces;
+    pthread_mutex_t m_tSubmitLock; /**< makes listing and registering a transfer one step; guards m_eState */
     std::atomic<STATE_e> m_eState{STATE_CONSTRUCTED};
     std::atomic<std::thread::id> m_tWorkerId{std::thread::id()}; /**< set while the worker thread runs */
 };
