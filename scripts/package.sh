@@ -79,7 +79,7 @@ END
 }
 
 install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" build-essential debhelper git \
-    lintian mmdebstrap debian-archive-keyring nginx-light
+    lintian mmdebstrap debian-archive-keyring
 work=$(mktemp -d)
 trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
