@@ -304,13 +304,13 @@ LEGEND = ((MISSED, "an aim that is missed"), (FLOOR, "beside the floor"), (ELSE,
 
 
 def chart(shown):
-    """One bar a ratio, on a scale on which 1 is the other's own figure."""
-    width, left, step, most = 900, 520, 18, 5
-    scale = (width - left - 60) / most
+    """One bar for each ratio, on a scale on which 1 is the other's own figure and the largest ratio fits."""
+    width, left, step = 900, 520, 18
+    scale = (width - left - 60) / max(one.ratio for one in shown)
     parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{len(shown) * step + 64}" '
              'font-family="sans-serif" font-size="11">', '<rect width="100%" height="100%" fill="white"/>']
     for i, one in enumerate(shown):
-        y, length = 30 + i * step, min(one.ratio, most) * scale
+        y, length = 30 + i * step, one.ratio * scale
         colour = MISSED if one.target is not None and one.ratio < one.target else \
             FLOOR if "floor" in one.peer_name or THREAD in one.peer_name else ELSE
         parts.append(f'<text x="{left - 6}" y="{y + 11}" text-anchor="end">{one.work} / {one.peer_name}</text>')

@@ -10,7 +10,7 @@ source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
 packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
-    libbenchmark-dev libsoup-3.0-dev glib-networking nginx-light curl aria2 valgrind strace python3-minimal)
+    libbenchmark-dev libsoup-3.0-dev glib-networking curl aria2 valgrind strace python3-minimal)
 large=1G release="" arguments=()
 while [ $# -gt 0 ]; do
     case $1 in

@@ -9,16 +9,15 @@ source scripts/lib/symbol_names.sh
 export LC_ALL=C
 [ -f "$library" ] || { echo "debian_symbols: there is no library ${1-}" >&2; exit 2; }
 
-version=$(sed -n 's/^project(veltra VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
-IFS=. read -r major minor _ <<<"$version"
-# Within 0.x a minor version may break what was built against another.
-echo "libveltra.so.$major libveltra$major #MINVER#, libveltra$major (<< $major.$((minor + 1))~)"
+minor_version=$(sed -n 's/^project(veltra VERSION \([0-9]*\.[0-9]*\).*/\1/p' CMakeLists.txt)
+soname=$(objdump -p "$library" | sed -n 's/^ *SONAME *//p')
+echo "$soname libveltra${soname#libveltra.so.} #MINVER#"
 echo "* Build-Depends-Package: libveltra-dev"
 symbols=$(mktemp)
 trap 'rm -f "$symbols"' EXIT
 nm -D --defined-only "$library" >"$symbols"
-paste <(readable_names <"$symbols") <(sed -E -e 's/.* //' -e 's/@+/@/' -e 's/^(VELTRA_[0-9]+)$/\1@\1/' "$symbols") |
-    awk -F '\t' -v since="$major.$minor" '
+paste <(readable_names <"$symbols") <(sed -E -e 's/.* //' -e 's/@+/@/' -e 's/^(VELTRA_[0-9.]+)$/\1@\1/' "$symbols") |
+    awk -F '\t' -v since="$minor_version" '
         function complain(text) { print "debian_symbols: " text > "/dev/stderr"; bad = 1 }
         FILENAME != "-" { missing[$0] = listed[$0] = 1; next }
         !($1 in listed) { complain($1 " is exported, but not listed") }

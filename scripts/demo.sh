@@ -38,7 +38,7 @@ build_tool()
     # A copy of this demo that runs beside must not build in the same place.
     exec 9>build/demo.lock
     flock 9
-    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light
+    install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}"
     echo "== Building the library and the tool (preset $preset)"
     cmake --preset "$preset" -B "$build" -DVELTRA_BUILD_TESTS=OFF -DCMAKE_COMPILE_WARNING_AS_ERROR=OFF >/dev/null
     cmake --build "$build"

@@ -8,6 +8,7 @@ source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
+shopt -s extglob
 packages=$PWD/build/packages
 
 fail() { # TEXT...
@@ -50,10 +51,10 @@ check_packages() {
         dpkg-deb --extract "$package" "$work/extracted"
     done
     echo "== What is in the packages is hardened"
-    scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra.so.? "$work/extracted/usr/bin/veltra"
-    for package in libveltra0 veltra-tools; do
-        dpkg-deb --field "$packages/${package}_"*.deb Depends | grep -E 'libcurl4(t64)? \(>= 7\.87\)' >/dev/null ||
-            fail "$package does not ask for the libcurl that the wrapper needs"
+    scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra.so.*.*.* "$work/extracted/usr/bin/veltra"
+    for package in "$packages"/libveltra+([0-9.])_*.deb "$packages"/veltra-tools_*.deb; do
+        dpkg-deb --field "$package" Depends | grep -E 'libcurl4(t64)? \(>= 7\.87\)' >/dev/null ||
+            fail "$(basename "$package") does not ask for the libcurl that the wrapper needs"
     done
     echo "== lintian"
     lintian --version
@@ -78,7 +79,7 @@ END
 }
 
 install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" build-essential debhelper git \
-    lintian mmdebstrap debian-archive-keyring nginx-light
+    lintian mmdebstrap debian-archive-keyring
 work=$(mktemp -d)
 trap 'leave_fresh_debian; stop_nginx; rm -rf "$work"' EXIT
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)

@@ -12,6 +12,7 @@ import uuid
 
 NOTHING_SAID = "NOASSERTION"
 DOCUMENT = "SPDXRef-DOCUMENT"
+LIBRARY = "libveltra[0-9.]+"
 
 
 def output(*command):
@@ -66,6 +67,7 @@ def document(folder, headers):
 
     made = [made_package(path) for path in sorted(glob.glob(folder + "/*.deb"))]
     own = {package["name"] for package, _ in made}
+    library = next(name for name in own if re.fullmatch(LIBRARY, name))
     for package, _ in made:
         packages[package["name"]] = package
         relate(DOCUMENT, "DESCRIBES", package["SPDXID"])
@@ -83,7 +85,7 @@ def document(folder, headers):
         if name in headers:
             relate(spdx_id("veltra-tools"), "STATIC_LINK", spdx_id(name))
         else:
-            relate(spdx_id(name), "BUILD_DEPENDENCY_OF", spdx_id("libveltra0"))
+            relate(spdx_id(name), "BUILD_DEPENDENCY_OF", spdx_id(library))
     entries = [package or used_package(name) for name, package in sorted(packages.items())]
 
     created = datetime.datetime.fromtimestamp(int(os.environ["SOURCE_DATE_EPOCH"]), datetime.timezone.utc)
@@ -112,7 +114,7 @@ def faults(result):
         for end in (relation["spdxElementId"], relation["relatedSpdxElement"]):
             if end not in ids and end != DOCUMENT:
                 yield f"{end} is related, but not listed"
-    for what, pattern in (("library", "libveltra[0-9]+"), ("libcurl", "libcurl4(t64)?"), ("GLib", "libglib2.0-0(t64)?"),
+    for what, pattern in (("library", LIBRARY), ("libcurl", "libcurl4(t64)?"), ("GLib", "libglib2.0-0(t64)?"),
                           ("pugixml", "libpugixml1v5"), ("CLI11", "libcli11-dev"), ("JSON", "nlohmann-json3-dev")):
         if not any(re.fullmatch(pattern, name) for name in named):
             yield f"the {what} is missing"

@@ -60,7 +60,7 @@ shows() # TEXT
     tmux -S "$dir/tmux" capture-pane -p | grep -q "$1"
 }
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" nginx-light tmux graphviz fonts-dejavu-core
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" tmux graphviz fonts-dejavu-core
 echo "== Building"
 cmake --preset release -B "$build" -DVELTRA_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" --target veltra_tool

@@ -10,8 +10,7 @@ source scripts/lib/nginx.sh
 minutes=${1:-10}
 seconds=$(awk "BEGIN { print int($minutes * 60) }")
 
-install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" \
-    nginx-light procps
+install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" procps
 echo "== Building"
 cmake -S . -B build/soak -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELTRA_BUILD_TOOL=OFF >/dev/null
 cmake --build build/soak --target soak >/dev/null

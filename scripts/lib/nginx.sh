@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# nginx on loopback, out of one folder, on ports that the system chooses; to be sourced.
+# nginx on loopback, out of one folder, on ports that the system chooses; to be sourced, with packages.sh.
 
 wait_until() # SECONDS COMMAND...
 {
@@ -38,11 +38,19 @@ END
     echo "}"
 }
 
-# With the configuration that DIR holds; nginx_pid is its process.
+# Sets nginx_program. Debian's package is not installed: its web server would start on port 80, now and at each boot.
+find_nginx()
+{
+    nginx_program=$(PATH=$PATH:/usr/sbin command -v nginx) && return 0
+    unpack_package nginx
+    nginx_program=$PWD/build/nginx/usr/sbin/nginx
+}
+
+# Starts nginx_program with the configuration that DIR holds, and sets nginx_pid.
 run_nginx() # DIR
 {
     rm -f "$1/nginx.pid"
-    PATH=$PATH:/usr/sbin nginx -p "$1" -c "$1/nginx.conf" -e "$1/error.log" 2>/dev/null &
+    "$nginx_program" -p "$1" -c "$1/nginx.conf" -e "$1/error.log" 2>/dev/null &
     nginx_pid=$!
     # It writes this file once it has its ports.
     wait_until 20 test -s "$1/nginx.pid" -o ! -d "/proc/$nginx_pid" && [ -s "$1/nginx.pid" ] && return 0
@@ -54,6 +62,7 @@ run_nginx() # DIR
 start_nginx() # DIR SERVERS
 {
     local try
+    find_nginx
     for try in 1 2 3 4 5; do
         # shellcheck disable=SC2034 # for SERVERS
         nginx_port=$(free_port) nginx_tls_port=$(free_port)

@@ -3,28 +3,54 @@
 
 # shellcheck disable=SC2034 # for those who source this
 {
-    build_packages=(g++ cmake ninja-build pkg-config openssl)
+    build_packages=(g++ make cmake ninja-build pkg-config openssl)
     library_packages=(libcurl4-openssl-dev libglib2.0-dev libpugixml-dev)
     tool_packages=(libcli11-dev nlohmann-json3-dev)
     test_packages=(libgtest-dev libssl-dev)
 }
 
-# Installs those that are missing; as root, or by sudo. Without either, it says what to install.
+# Sets as_root, which goes before a command. Without root's rights and sudo it ends the script and shows the COMMAND.
+become_root() # COMMAND
+{
+    as_root=()
+    [ "$(id -u)" -ne 0 ] || return 0
+    as_root=(sudo)
+    command -v sudo >/dev/null && return 0
+    echo "$(basename "$0" .sh): this user may install nothing, and there is no sudo. As root:" >&2
+    echo "    $1" >&2
+    exit 1
+}
+
+# Installs the packages that are missing.
 install_packages() # PACKAGE...
 {
-    local package missing=() as_root=()
+    local package missing=()
     for package in "$@"; do
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
     done
     [ ${#missing[@]} -ne 0 ] || return 0
     echo "== Installing: ${missing[*]}"
-    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-    if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
-        echo "$(basename "$0" .sh): this user may install nothing, and there is no sudo. As root:" >&2
-        echo "    apt-get install --no-install-recommends ${missing[*]}" >&2
-        exit 1
-    fi
+    become_root "apt-get install --no-install-recommends ${missing[*]}"
     "${as_root[@]}" apt-get update -qq
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
         >/dev/null
+}
+
+# Unpacks the files of a package in build/PACKAGE. Nothing is installed, started or enabled. Dependencies are left out.
+unpack_package() # PACKAGE
+{
+    local work download=(apt-get download -qq -o APT::Sandbox::User=root "$1")
+    [ ! -d "build/$1" ] || return 0
+    echo "== Unpacking in build/$1: $1"
+    mkdir -p build
+    work=$(mktemp -d -p "$PWD/build")
+    if ! (cd "$work" && "${download[@]}" 2>/dev/null); then
+        become_root "apt-get update"
+        "${as_root[@]}" apt-get update -qq
+        (cd "$work" && "${download[@]}")
+    fi
+    dpkg-deb --extract "$work"/*.deb "$work/files"
+    # Another script may have been faster.
+    mv --no-target-directory "$work/files" "build/$1" 2>/dev/null || [ -d "build/$1" ]
+    rm -rf "$work"
 }

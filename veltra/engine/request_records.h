@@ -64,9 +64,10 @@ typedef void (*DOWNLOAD_CB_t)(int nDownloadId, DOWNLOAD_TYPE_e eType, int nPerce
  */
 struct _HTTP_REQ_INFO_t
 {
-    int eMethod = 0;                          /**< an HTTP_METHOD_e; decides over Get() and Post() alike */
-    std::string strUrl{};                     /**< the full URL, http or https */
-    std::list<std::string> lstHeader{};       /**< extra header lines ("Name: value"), sent unchecked: no line breaks */
+    int eMethod = 0;      /**< an HTTP_METHOD_e; decides over Get() and Post() alike */
+    std::string strUrl{}; /**< the full URL, http or https */
+    /** Extra header lines ("Name: value"), sent unchecked: no line breaks. A line without a colon is dropped. */
+    std::list<std::string> lstHeader{};
     std::string strPostData{};                /**< the body of a POST, any bytes; ignored for GET */
     HTTP_REQUEST_CB_t pfnRequestCB = nullptr; /**< needed for an asynchronous request */
     void* pUserData = nullptr;                /**< handed to the callback; not owned */
