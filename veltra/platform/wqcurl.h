@@ -58,8 +58,9 @@ typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, doub
  *
  * Every transfer speaks HTTP/1.1 over http or https, verifies certificates and host names, follows no redirect, prints
  * nothing and raises no signal. It fails when connecting (name look-up, TCP and TLS together) takes more than 30
- * seconds, when its peer acknowledges nothing of what was sent for 15, and when the answer breaks off in its header
- * lines.
+ * seconds, when sent data are not acknowledged or cannot be sent for 30, when the answer breaks off in its header
+ * lines, and when these and the trailers are larger than 300 KiB. A reused connection that dies before any byte of an
+ * answer is replaced by a new one, for a POST too.
  */
 class VELTRA_API WQCurlEasy
 {
@@ -252,9 +253,10 @@ struct TRANSFER_DEFAULTS_t
 VELTRA_API bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
 
 /**
- * Says that the device is in another network, or that its connections are of no use any more: transfers that begin from
- * now on look names up again and use no connection that was open before. Those under way are not disturbed. Time that
- * the device has slept has the same effect by itself.
+ * Tells the library that the device is in another network, or that its connections are dead. Transfers that begin from
+ * now on look names up again and use no connection that was open before. Downloads that wait for their next attempt
+ * make it within about a second. Transfers under way are not disturbed. Time that the device has slept has the same
+ * effect by itself.
  */
 VELTRA_API void NetworkChanged();
 
