@@ -230,6 +230,7 @@ TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
 TEST_F(CWrapperTest, IdleConnectionsOnWhichTheServerSendsAreNotReused)
 {
     constexpr int BURST = 8;
+    m_tSettings.nMostIdleConnections = 100; // those of the first server stay, too
     for (const bool bTls : {false, true})
     {
         CGate tFarewell;
