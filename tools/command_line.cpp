@@ -15,7 +15,7 @@ constexpr int STATUS_USAGE = 2;
 constexpr long long LARGEST = LLONG_MAX;
 constexpr long long USUAL_LARGEST_ANSWER = 64000000; /* bytes: an answer is kept in memory */
 
-/** What the declarations of all commands work on. */
+/** The results that the declarations of all commands fill. */
 struct PARSER_t
 {
     CLI::App& tApp;
@@ -273,7 +273,7 @@ std::string CheckDownload(const OPTIONS_t& tOptions)
     return bChecked && vecArgument.size() > 2 ? "download: --sha256 and --size are for a single file" : "";
 }
 
-/** What CLI11 cannot tell from the declarations. @return what is wrong; empty if nothing is */
+/** Checks what CLI11 cannot know from the declarations. @return the fault; empty if there is none */
 std::string CheckUsage(const OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     if (pfnCommand == nullptr)
@@ -297,7 +297,7 @@ int PrintUsageError(const CLI::App& tApp, const std::string& strFault)
     return STATUS_USAGE;
 }
 
-/** What is unknown goes before what is missing because of it. */
+/** Names an unknown argument first: it is often the cause of a missing one. */
 std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
 {
     const std::vector<std::string> vecUnknown = tApp.remaining(true);
@@ -312,7 +312,7 @@ std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
            WithoutCredentials(strUnknown);
 }
 
-/** What follows from several options together. */
+/** Sets the values that follow from several options together. */
 void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;

@@ -1,4 +1,4 @@
-/* What a transfer depends on, one after the other, each with what is wrong with it. */
+/* Checks the things that a transfer depends on, one after the other. */
 
 #include <cstdio>
 #include <cstdlib>

@@ -61,7 +61,7 @@ struct ITEM_t
     std::string strName; /**< printable */
     int nId = 0;
     CHeldFile tHeld;    /**< while it runs */
-    int nTakeError = 0; /**< errno: why tHeld does not hold its file */
+    int nTakeError = 0; /**< errno of tHeld.Take(); 0: none */
     CSpeedometer tSpeedometer{};
     bool bShown = false; /**< its end has been */
 

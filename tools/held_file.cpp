@@ -90,8 +90,7 @@ bool CHeldFile::IsHeld(const std::string& strPath)
     return bHeld;
 }
 
-/** Whether another descriptor of this process, the engine's, leads to the same file. Taken for granted without /proc.
- */
+/** @return whether the engine's descriptor is open on the same file; true if /proc cannot be read */
 bool CHeldFile::m_IsWrittenHere() const
 {
     struct stat tHeld = {};

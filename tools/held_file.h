@@ -25,7 +25,7 @@ public:
 
     void Close();
 
-    /** Whether the file stands at a path; never for a link to it. */
+    /** @return whether the file stands at a path; false for a link to it */
     bool IsAt(const std::string& strPath) const;
 
     /** In bytes; -1 when none is held. */
@@ -34,7 +34,7 @@ public:
     /** Tries to write beyond the end of the file. @return errno of a failure; 0 for none */
     int WriteError() const;
 
-    /** Whether a living download holds the file at a path. */
+    /** @return whether a living download holds the file at a path */
     static bool IsHeld(const std::string& strPath);
 
 private:

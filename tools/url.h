@@ -11,5 +11,5 @@ std::string HostOf(const std::string& strUrl);
 /** "SCHEME://HOST:PORT/" of a URL, without anything else of it; empty when it names no host. */
 std::string OriginOf(const std::string& strUrl);
 
-/** Whether libcurl takes a text as a proxy; its own error message would print the password. */
+/** @return whether libcurl takes a text as a proxy. Its own message about another text would print the password. */
 bool IsProxy(const std::string& strProxy);
