@@ -6,14 +6,16 @@
 #include "commands.h"
 #include "option_values.h"
 #include "text.h"
+#include "url.h"
 
 namespace
 {
 
 constexpr int STATUS_USAGE = 2;
 constexpr long long LARGEST = LLONG_MAX;
+constexpr long long USUAL_LARGEST_ANSWER = 64000000; /* bytes: an answer is kept in memory */
 
-/** What the declarations of all commands work on. */
+/** The results that the declarations of all commands fill. */
 struct PARSER_t
 {
     CLI::App& tApp;
@@ -33,11 +35,12 @@ void AddIdentityOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 {
     const std::string strGroup = "Device identity";
     tApp.add_option("--chipset", tOptions.tIdentity.strChipset, "Chipset name, without which nothing is asked")
+        ->check(Line())
         ->group(strGroup);
-    tApp.add_option("--duid", tOptions.tIdentity.strDUID, "Unique identifier")->group(strGroup);
-    tApp.add_option("--mac", tOptions.tIdentity.strMAC, "MAC address")->group(strGroup);
-    tApp.add_option("--country", tOptions.tIdentity.strCountryCode, "Country code")->group(strGroup);
-    tApp.add_option("--model", tOptions.tIdentity.strModelID, "Model identifier")->group(strGroup);
+    tApp.add_option("--duid", tOptions.tIdentity.strDUID, "Unique identifier")->check(Line())->group(strGroup);
+    tApp.add_option("--mac", tOptions.tIdentity.strMAC, "MAC address")->check(Line())->group(strGroup);
+    tApp.add_option("--country", tOptions.tIdentity.strCountryCode, "Country code")->check(Line())->group(strGroup);
+    tApp.add_option("--model", tOptions.tIdentity.strModelID, "Model identifier")->check(Line())->group(strGroup);
     tApp.add_option("--server-type", tOptions.tIdentity.nServerType,
                     "Which service is asked; 0: production, others: test")
         ->check(Number(INT_MIN, INT_MAX))
@@ -51,12 +54,20 @@ void AddIdentityOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 
 void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer, const std::string& strGroup)
 {
-    CLI::Option* pIpv4 = tApp.add_flag_callback(
-        "-4,--ipv4", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_4; }, "Use IPv4 only");
-    CLI::Option* pIpv6 = tApp.add_flag_callback(
-        "-6,--ipv6", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_6; }, "Use IPv6 only");
-    pIpv4->group(strGroup);
-    pIpv6->excludes(pIpv4)->group(strGroup);
+    const auto fnAdd = [&](const char* pszName, WQCurl::IP_FAMILY_e eFamily, const char* pszDescription)
+    {
+        const auto fnSet = [&tTransfer, eFamily]
+        {
+            if (tTransfer.eIpFamily == WQCurl::IP_FAMILY_4 + WQCurl::IP_FAMILY_6 - eFamily)
+            {
+                throw CLI::ValidationError("-4 excludes -6");
+            }
+            tTransfer.eIpFamily = eFamily;
+        };
+        tApp.add_flag_callback(pszName, fnSet, pszDescription)->group(strGroup);
+    };
+    fnAdd("-4,--ipv4", WQCurl::IP_FAMILY_4, "Use IPv4 only");
+    fnAdd("-6,--ipv6", WQCurl::IP_FAMILY_6, "Use IPv6 only");
 }
 
 void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
@@ -83,6 +94,7 @@ void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer
         ->group(strGroup);
     tApp.add_option("--proxy", tTransfer.strProxy, "A proxy for all hosts")
         ->type_name("[SCHEME://][USER:PASSWORD@]HOST[:PORT]")
+        ->check(Proxy())
         ->group(strGroup);
     tApp.add_flag("--http2", tTransfer.bHttp2, "Speak HTTP/2 with https servers that do")->group(strGroup);
     AddFamilyOptions(tApp, tTransfer, strGroup);
@@ -112,7 +124,7 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
     tApp.add_option_function<long long>(
             "--max-size",
             [&tTransfer](const long long& nBytes) { tTransfer.nLargestAnswer = tTransfer.nLargestFile = nBytes; },
-            "Fail a larger answer or file, such as 20M or 1G")
+            "Fail a larger answer or file, such as 20M or 1G; by default an answer above 64M")
         ->type_name("BYTES")
         ->transform(Bytes(1))
         ->group(strGroup);
@@ -152,7 +164,9 @@ void AddQueryCommands(PARSER_t& tParser)
     OPTIONS_t& tOptions = tParser.tOptions;
     CLI::App* pServers = tParser.AddCommand("servers", "List the servers for this device", &RunServers);
     CLI::App* pInfo = tParser.AddCommand("info", "Show entries of a server's document", &RunInfo);
-    pInfo->add_option("URL", tOptions.strUrl, "The document, as the server list names it")->required();
+    pInfo->add_option("URL", tOptions.strUrl, "The document, as the server list names it")
+        ->required()
+        ->check(NotEmpty());
     AddEntryOptions(pInfo, tOptions);
     for (CLI::App* pCommand : {pServers, pInfo})
     {
@@ -168,18 +182,27 @@ void AddRequestCommands(PARSER_t& tParser)
     pPost->add_option("--data", tOptions.strData, "The body")->type_name("TEXT|@FILE")->required();
     for (CLI::App* pCommand : {pGet, pPost})
     {
-        pCommand->add_option("URL", tOptions.strUrl, "http or https; without either http")->required();
+        pCommand->add_option("URL", tOptions.strUrl, "http or https; without either http")
+            ->required()
+            ->check(NotEmpty());
         pCommand->add_option("-H", tOptions.lstHeader, "One more header line; repeatable")
             ->type_name("'NAME: VALUE'")
             ->check(HeaderLine())
             ->allow_extra_args(false);
         pCommand->add_option("-o", tOptions.strOutput, "Where the answer goes")->type_name("FILE");
         pCommand->add_flag("-i", tOptions.bHeadings, "Print status, type, length, peer and times before the answer");
-        AddFailFlags(pCommand, tOptions, "a status of 400 and more", false);
+        AddFailFlags(pCommand, tOptions, "a redirect or a status of 400 and more", false);
     }
 }
 
-/** What download and fetch share. */
+/** CLI11 does not know positional arguments that come in pairs. */
+class CPairFormatter : public CLI::Formatter
+{
+public:
+    std::string make_option_usage(const CLI::Option* /*pOption*/) const override { return "URL FILE [URL FILE]..."; }
+};
+
+/** The options that download and fetch share. */
 void AddRunOptions(CLI::App* pCommand, OPTIONS_t& tOptions)
 {
     DOWNLOAD_OPTIONS_t& tDownload = tOptions.tDownload;
@@ -198,9 +221,11 @@ void AddDownloadCommand(PARSER_t& tParser)
     OPTIONS_t& tOptions = tParser.tOptions;
     DOWNLOAD_OPTIONS_t& tDownload = tOptions.tDownload;
     CLI::App* pDownload = tParser.AddCommand("download", "Download each URL into the FILE after it", &RunDownload);
-    pDownload->add_option("URL", tOptions.vecUrlAndFile, "Each what to download, and where to put it")
+    pDownload->formatter(std::make_shared<CPairFormatter>());
+    pDownload->add_option("URL", tOptions.vecUrlAndFile, "A URL and the file that it is downloaded into; repeatable")
         ->type_name("FILE")
-        ->required();
+        ->required()
+        ->check(NotEmpty());
     pDownload->add_option("--sha256", tOptions.strSha256, "Of a single file: what it must have")
         ->type_name("HEX")
         ->transform(Sha256Digits());
@@ -227,7 +252,7 @@ void AddOtherCommands(PARSER_t& tParser)
                      "Replace files that are there, and take over temporary ones");
     AddRunOptions(pFetch, tOptions);
     CLI::App* pDoctor = tParser.AddCommand("doctor", "Say what is wrong when nothing works", &RunDoctor);
-    pDoctor->add_option("URL", tOptions.strUrl, "What to try; by default the query service");
+    pDoctor->add_option("URL", tOptions.strUrl, "What to try; by default the query service")->check(NotEmpty());
 }
 
 std::string CheckDownload(const OPTIONS_t& tOptions)
@@ -235,7 +260,7 @@ std::string CheckDownload(const OPTIONS_t& tOptions)
     const std::vector<std::string>& vecArgument = tOptions.vecUrlAndFile;
     if (vecArgument.size() % 2 != 0)
     {
-        return "download: this URL has no FILE: " + vecArgument.back();
+        return "download: this URL has no FILE: " + WithoutCredentials(vecArgument.back());
     }
     for (size_t nIndex = 1; nIndex < vecArgument.size(); nIndex += 2)
     {
@@ -248,7 +273,7 @@ std::string CheckDownload(const OPTIONS_t& tOptions)
     return bChecked && vecArgument.size() > 2 ? "download: --sha256 and --size are for a single file" : "";
 }
 
-/** What CLI11 cannot tell from the declarations. @return what is wrong; empty if nothing is */
+/** Checks what CLI11 cannot know from the declarations. @return the fault; empty if there is none */
 std::string CheckUsage(const OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     if (pfnCommand == nullptr)
@@ -272,7 +297,7 @@ int PrintUsageError(const CLI::App& tApp, const std::string& strFault)
     return STATUS_USAGE;
 }
 
-/** What is unknown goes before what is missing because of it. */
+/** Names an unknown argument first: it is often the cause of a missing one. */
 std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
 {
     const std::vector<std::string> vecUnknown = tApp.remaining(true);
@@ -283,15 +308,16 @@ std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
     const std::string& strUnknown = vecUnknown.front();
     const bool bCommand = tApp.get_subcommands().empty();
     const char* pszKind = bCommand ? "no such command: " : "unexpected argument: ";
-    return (strUnknown.front() == '-' && strUnknown != "-" ? "no such option: " : pszKind) + strUnknown;
+    return (strUnknown.front() == '-' && strUnknown != "-" ? "no such option: " : pszKind) +
+           WithoutCredentials(strUnknown);
 }
 
-/** What follows from several options together. */
+/** Sets the values that follow from several options together. */
 void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 {
     const bool bRequest = pfnCommand == &RunGet || pfnCommand == &RunPost || pfnCommand == &RunDoctor;
     tOptions.tTransfer.bFailOnHttpError = bRequest ? tOptions.nFail > 0 : tOptions.nFail >= 0;
-    tOptions.tTransfer.bFailOnRedirect = !bRequest && tOptions.nFail >= 0;
+    tOptions.tTransfer.bFailOnRedirect = tOptions.tTransfer.bFailOnHttpError;
     tOptions.tDownload.nConnectTimeoutSeconds = tOptions.tTransfer.nConnectTimeout;
     if (pfnCommand == &RunFetch)
     {
@@ -321,6 +347,7 @@ void Complete(OPTIONS_t& tOptions, COMMAND_t pfnCommand)
 int ParseCommandLine(int argc, char** argv, OPTIONS_t& tOptions, COMMAND_t& pfnCommand)
 {
     tOptions.tTransfer.nResumeAttempts = 5;
+    tOptions.tTransfer.nLargestAnswer = USUAL_LARGEST_ANSWER;
     CLI::App tApp("Asks the query service, reads its servers' documents and downloads files.", "veltra");
     PARSER_t tParser{tApp, tOptions, pfnCommand};
     tApp.fallthrough();

@@ -1,4 +1,4 @@
-/* What a transfer depends on, one after the other, each with what is wrong with it. */
+/* Checks the things that a transfer depends on, one after the other. */
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "session.h"
 #include "text.h"
+#include "url.h"
 
 namespace
 {
@@ -50,22 +51,6 @@ std::string DefaultUrl(const OPTIONS_t& tOptions)
 {
     return std::string("https://") +
            (tOptions.tIdentity.nServerType == 0 ? VELTRA_QUERY_HOST : VELTRA_QUERY_HOST_TEST) + "/";
-}
-
-std::string HostOf(const std::string& strUrl)
-{
-    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> pUrl(curl_url(), &curl_url_cleanup);
-    char* pszHost = nullptr;
-    if (curl_url_set(pUrl.get(), CURLUPART_URL, strUrl.c_str(), CURLU_GUESS_SCHEME) != CURLUE_OK ||
-        curl_url_get(pUrl.get(), CURLUPART_HOST, &pszHost, 0) != CURLUE_OK)
-    {
-        return "";
-    }
-    const std::unique_ptr<char, decltype(&g_free)> pszAscii(g_hostname_to_ascii(pszHost), &g_free);
-    const std::string strHost = pszAscii != nullptr ? pszAscii.get() : pszHost; /* as it is looked up */
-    curl_free(pszHost);
-    const bool bBrackets = strHost.size() > 2 && strHost.front() == '[';
-    return bBrackets ? strHost.substr(1, strHost.size() - 2) : strHost;
 }
 
 std::string TimeText(time_t tTime)
@@ -139,7 +124,7 @@ CDoctor::CDoctor(const OPTIONS_t& tOptions)
 
 int CDoctor::Run()
 {
-    m_Say("url", m_strUrl);
+    m_Say("url", WithoutCredentials(m_strUrl));
     m_LookAtVersions();
     m_LookAtAuthorities();
     m_LookAtProxy();
@@ -194,7 +179,7 @@ void CDoctor::m_LookAtAuthorities()
     }
 }
 
-/* Unverified, because a wrong clock is what makes verifying fail: nothing but the date is taken. */
+/* The server is not verified, because a wrong clock makes that fail: it is shown no path, query or password. */
 time_t CDoctor::m_AskForDate() const
 {
     const WQCurl::TRANSFER_DEFAULTS_t& tTransfer = m_tOptions.tTransfer;
@@ -205,7 +190,7 @@ time_t CDoctor::m_AskForDate() const
         pConnectTo = curl_slist_append(pConnectTo, strEntry.c_str());
     }
     time_t tDate = -1;
-    curl_easy_setopt(pEasy.get(), CURLOPT_URL, m_strUrl.c_str());
+    curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(m_strUrl).c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pEasy.get(), CURLOPT_NOBODY, 1L);
     curl_easy_setopt(pEasy.get(), CURLOPT_NOSIGNAL, 1L);
@@ -213,6 +198,7 @@ time_t CDoctor::m_AskForDate() const
     curl_easy_setopt(pEasy.get(), CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(pEasy.get(), CURLOPT_SSL_VERIFYHOST, 0L);
     curl_easy_setopt(pEasy.get(), CURLOPT_PROXY, tTransfer.strProxy.c_str());
+    curl_easy_setopt(pEasy.get(), CURLOPT_NOPROXY, "");
     curl_easy_setopt(pEasy.get(), CURLOPT_CONNECT_TO, pConnectTo);
     curl_easy_setopt(pEasy.get(), CURLOPT_HEADERFUNCTION, &TakeDate);
     curl_easy_setopt(pEasy.get(), CURLOPT_HEADERDATA, &tDate);
@@ -241,9 +227,8 @@ void CDoctor::m_LookAtClock()
 
 void CDoctor::m_LookAtProxy() const
 {
-    std::string strFinding = m_tOptions.tTransfer.strProxy.empty() ? "none" : m_tOptions.tTransfer.strProxy;
-    const size_t nUserEnd = strFinding.rfind('@');
-    strFinding = nUserEnd == std::string::npos ? strFinding : "(user) " + strFinding.substr(nUserEnd + 1);
+    const std::string& strProxy = m_tOptions.tTransfer.strProxy;
+    std::string strFinding = strProxy.empty() ? "none" : WithoutCredentials(strProxy);
     for (const char* pszName : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
     {
         strFinding += g_getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
@@ -275,8 +260,8 @@ void CDoctor::m_MakeRequest()
     tReqInfo.eMethod = HTTP_METHOD_GET;
     tReqInfo.strUrl = m_strUrl;
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
-    const std::optional<TRANSFER_END_t> tEnd = tSession.TakeEnd();
-    const WQCurl::TRANSFER_REPORT_t tReport = tEnd.has_value() ? tEnd->tReport : WQCurl::TRANSFER_REPORT_t();
+    const TRANSFER_END_t tEnd = tSession.TakeEnd();
+    const WQCurl::TRANSFER_REPORT_t tReport = tEnd.value_or(WQCurl::TRANSFER_REPORT_t());
     m_nHttpStatus = tReport.nHttpStatus;
     m_Say("request", tReport.nHttpStatus == 0 ? "no answer"
                                               : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,

@@ -6,9 +6,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <curl/curl.h>
 #include <deque>
 #include <mutex>
+#include <set>
+#include <sys/stat.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 
 #include "download_target.h"
@@ -52,10 +56,12 @@ private:
 
 struct ITEM_t
 {
-    class CDownloadRun* ptRun;
+    class CDownloadRun* ptRun = nullptr;
     DOWNLOAD_t tDownload;
     std::string strName; /**< printable */
     int nId = 0;
+    CHeldFile tHeld;    /**< while it runs */
+    int nTakeError = 0; /**< errno of tHeld.Take(); 0: none */
     CSpeedometer tSpeedometer{};
     bool bShown = false; /**< its end has been */
 
@@ -70,6 +76,34 @@ bool IsFinal(DOWNLOAD_STATE_e eState)
     return eState >= DOWNLOAD_DONE;
 }
 
+std::string TakeFailure(int nError)
+{
+    const bool bAnother = nError == EBUSY || nError == ENOENT || nError == ELOOP;
+    return bAnother ? "another process has removed or replaced it" : SystemText(nError);
+}
+
+/** The engine does not tell why a write failed. Its file is still there, so that another write fails alike. */
+std::string WriteFailure(const CHeldFile& tHeld)
+{
+    const int nError = tHeld.WriteError();
+    return nError == 0 ? "the file cannot be written" : SystemText(nError);
+}
+
+/** Adds all names of a download, told apart by their folders' identity. @return false when one is there already */
+bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::tuple<dev_t, ino_t, std::string>>& setName)
+{
+    struct stat tFolder = {};
+    std::vector<std::string> vecPath = SidePaths(tDownload);
+    vecPath.push_back(tDownload.strFile);
+    bool bNew = true;
+    static_cast<void>(stat(FolderOf(tDownload.strFile).c_str(), &tFolder));
+    for (const std::string& strPath : vecPath)
+    {
+        bNew = setName.emplace(tFolder.st_dev, tFolder.st_ino, strPath.substr(strPath.rfind('/') + 1)).second && bNew;
+    }
+    return bNew;
+}
+
 class CDownloadRun
 {
 public:
@@ -81,8 +115,9 @@ private:
     void m_WaitForAll();
     void m_StartMore();
     void m_Start(ITEM_t& tItem);
-    void m_Begin(ITEM_t& tItem);
+    bool m_Begin(ITEM_t& tItem);
     void m_SyncAll();
+    void m_Sync(ITEM_t& tItem);
     void m_SetEnd(ITEM_t& tItem, DOWNLOAD_STATE_e eState, const std::string& strReason = "");
     void m_OnEvent(ITEM_t& tItem, DOWNLOAD_TYPE_e eType, int nPercent);
     void m_CheckArrived();
@@ -108,14 +143,14 @@ CDownloadRun::CDownloadRun(CSession& tSession, const std::vector<DOWNLOAD_t>& ve
                            const DOWNLOAD_OPTIONS_t& tOptions)
     : m_tSession(tSession), m_tOptions(tOptions), m_tView(tOptions.eView)
 {
-    std::set<std::string> setFolder;
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        m_lstItem.push_back({this, tDownload, Printable(tDownload.strFile)});
-        setFolder.insert(FolderOf(tDownload.strFile));
+        ITEM_t& tItem = m_lstItem.emplace_back();
+        tItem.ptRun = this;
+        tItem.tDownload = tDownload;
+        tItem.strName = Printable(tDownload.strFile);
     }
     m_itNext = m_lstItem.begin();
-    tSession.SetFolders(std::move(setFolder));
 }
 
 int CDownloadRun::Run()
@@ -186,38 +221,63 @@ void CDownloadRun::m_Start(ITEM_t& tItem)
     m_Begin(tItem);
     CWebConnector& tEngine = m_tSession.Engine();
     tItem.nId = tEngine.CreateDownloadId();
+    const auto tNoEnd = m_tSession.HoldEnds();
     if (tEngine.StartDownload(tItem.nId, tItem.tDownload.strUrl, EnginePath(tItem.tDownload), pfnOnEvent, &tItem) !=
         RESULT_STARTED)
     {
-        const std::string strRefusal = TargetRefusal(tItem.tDownload, false);
-        m_SetEnd(tItem, DOWNLOAD_FAILED, strRefusal.empty() ? "cannot be started" : strRefusal);
+        m_SetEnd(tItem, DOWNLOAD_FAILED, StartFailure(tItem.tDownload, m_tOptions.bForce));
+        return;
+    }
+    tItem.nTakeError = tItem.tHeld.Take(TempPath(tItem.tDownload));
+    if (tItem.nTakeError != 0)
+    {
+        tEngine.CancelDownload(tItem.nId, true);
     }
 }
 
-void CDownloadRun::m_Begin(ITEM_t& tItem)
+/** @return false for an item that has been cancelled */
+bool CDownloadRun::m_Begin(ITEM_t& tItem)
 {
     if (m_tOptions.bForce)
     {
         RemoveLeftOvers(tItem.tDownload);
     }
     tItem.tSpeedometer = CSpeedometer();
-    m_SetEnd(tItem, DOWNLOAD_RUNNING);
+    const std::lock_guard<std::mutex> tGuard(m_tLock);
+    const bool bWaiting = tItem.tEnd.eState == DOWNLOAD_WAITING;
+    tItem.tEnd.eState = bWaiting ? DOWNLOAD_RUNNING : tItem.tEnd.eState;
+    return bWaiting;
 }
 
 void CDownloadRun::m_SyncAll()
 {
     for (ITEM_t& tItem : m_lstItem)
     {
-        m_Begin(tItem);
-        const bool bWhole =
-            m_tSession.Engine().SyncDownloadFile(tItem.tDownload.strUrl, EnginePath(tItem.tDownload),
-                                                 m_tOptions.nTimeoutSeconds, m_tOptions.nConnectTimeoutSeconds);
-        m_OnEvent(tItem, bWhole ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL, 0);
-        if (!bWhole)
+        if (m_Begin(tItem))
         {
-            RemoveLeftOvers(tItem.tDownload);
+            m_Sync(tItem);
         }
     }
+}
+
+void CDownloadRun::m_Sync(ITEM_t& tItem)
+{
+    std::unique_lock<std::mutex> tGuard(m_tLock);
+    const bool bCreated = tItem.tHeld.Create(TempPath(tItem.tDownload)) == 0;
+    tGuard.unlock();
+    if (!bCreated)
+    {
+        m_SetEnd(tItem, DOWNLOAD_FAILED, StartFailure(tItem.tDownload, m_tOptions.bForce));
+        return;
+    }
+    const bool bWhole =
+        m_tSession.Engine().SyncDownloadFile(tItem.tDownload.strUrl, EnginePath(tItem.tDownload),
+                                             m_tOptions.nTimeoutSeconds, m_tOptions.nConnectTimeoutSeconds);
+    if (!bWhole)
+    {
+        RemoveHeld(tItem.tDownload, tItem.tHeld);
+    }
+    m_OnEvent(tItem, bWhole ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL, 0);
 }
 
 void CDownloadRun::m_SetEnd(ITEM_t& tItem, DOWNLOAD_STATE_e eState, const std::string& strReason)
@@ -225,6 +285,10 @@ void CDownloadRun::m_SetEnd(ITEM_t& tItem, DOWNLOAD_STATE_e eState, const std::s
     const std::lock_guard<std::mutex> tGuard(m_tLock);
     tItem.tEnd.eState = eState;
     tItem.tEnd.strReason = strReason;
+    if (IsFinal(eState))
+    {
+        tItem.tHeld.Close();
+    }
     m_tChange.notify_one();
 }
 
@@ -239,22 +303,27 @@ void CDownloadRun::m_OnEvent(ITEM_t& tItem, DOWNLOAD_TYPE_e eType, int nPercent)
         tItem.nReckonedTotal = nPercent > 0 ? nBytes * 100 / nPercent : 0;
         return;
     }
-    const std::optional<TRANSFER_END_t> tTransferEnd = m_tSession.TakeEnd();
+    const TRANSFER_END_t tTransferEnd = m_tSession.TakeEnd();
     {
         const std::lock_guard<std::mutex> tGuard(m_tLock);
-        tItem.tEnd.tReport = tTransferEnd.has_value() ? tTransferEnd->tReport : WQCurl::TRANSFER_REPORT_t();
+        tItem.tEnd.tReport = tTransferEnd.value_or(WQCurl::TRANSFER_REPORT_t());
     }
-    if (eType == DOWNLOAD_TYPE_SUCCESS)
+    if (tItem.nTakeError != 0)
+    {
+        m_SetEnd(tItem, DOWNLOAD_FAILED, TempPath(tItem.tDownload) + ": " + TakeFailure(tItem.nTakeError));
+    }
+    else if (eType == DOWNLOAD_TYPE_SUCCESS)
     {
         m_SetEnd(tItem, DOWNLOAD_ARRIVED);
     }
     else if (eType == DOWNLOAD_TYPE_CANCEL)
     {
-        m_SetEnd(tItem, DOWNLOAD_CANCELLED, "cancelled");
+        m_SetEnd(tItem, DOWNLOAD_CANCELLED);
     }
     else
     {
-        m_SetEnd(tItem, DOWNLOAD_FAILED, Reason(tTransferEnd));
+        const bool bUnwritten = tItem.tEnd.tReport.nResultCode == CURLE_WRITE_ERROR;
+        m_SetEnd(tItem, DOWNLOAD_FAILED, bUnwritten ? WriteFailure(tItem.tHeld) : Reason(tTransferEnd));
     }
 }
 
@@ -269,7 +338,7 @@ void CDownloadRun::m_CheckArrived()
             continue;
         }
         tGuard.unlock();
-        const std::string strFailure = CheckAndMove(tItem.tDownload);
+        const std::string strFailure = CheckAndMove(tItem.tDownload, tItem.tHeld, tItem.tEnd.tReport.nBytes);
         m_SetEnd(tItem, strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }
@@ -360,7 +429,7 @@ void CDownloadRun::m_Cancel()
         if (m_tOptions.bSync && eState == DOWNLOAD_RUNNING)
         {
             /* Nothing stops a synchronous download but the end of the process. */
-            RemoveLeftOvers(tItem.tDownload);
+            RemoveHeld(tItem.tDownload, tItem.tHeld);
             _exit(128 + m_nSignal);
         }
         if (eState == DOWNLOAD_WAITING)
@@ -386,11 +455,14 @@ size_t CDownloadRun::m_Count(DOWNLOAD_STATE_e eState)
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
 {
     bool bAll = true;
-    std::set<std::string> setTarget;
+    std::set<std::tuple<dev_t, ino_t, std::string>> setName;
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        const bool bTwice = !setTarget.insert(tDownload.strFile).second;
-        const std::string strRefusal = bTwice ? "is named twice" : TargetRefusal(tDownload, bForce);
+        std::string strRefusal = TargetRefusal(tDownload, bForce);
+        if (strRefusal.empty() && !AddNames(tDownload, setName))
+        {
+            strRefusal = "is named twice, counting the names of temporary files";
+        }
         if (!strRefusal.empty())
         {
             PrintError(tDownload.strFile, strRefusal);

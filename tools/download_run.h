@@ -26,7 +26,7 @@ enum DOWNLOAD_STATE_e
     DOWNLOAD_CANCELLED
 };
 
-/** What has become of one. */
+/** The result of one download. */
 struct DOWNLOAD_END_t
 {
     DOWNLOAD_STATE_e eState = DOWNLOAD_WAITING;
@@ -53,7 +53,7 @@ struct DOWNLOAD_OPTIONS_t
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce);
 
 /**
- * Downloads all files. What must have a certain size or checksum reaches its target only with that. The first signal
+ * Downloads all files. A file of a wanted size or checksum reaches its target only with that. The first signal
  * that asks the process to end cancels what is under way, and so does a broken pipe on standard output; the second
  * signal ends the process at once.
  * @param vecEnd receives what has become of each

@@ -116,12 +116,18 @@ long long FileSize(const std::string& strPath)
     return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
 }
 
+std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
+{
+    std::vector<std::string> vecPath{TempPath(tDownload)};
+    if (IsHeldBack(tDownload))
+    {
+        vecPath.push_back(EnginePath(tDownload));
+    }
+    return vecPath;
+}
+
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 {
-    if (tDownload.strFile.empty())
-    {
-        return "a download needs a file's name";
-    }
     if (std::string strRefusal = FolderRefusal(FolderOf(tDownload.strFile)); !strRefusal.empty())
     {
         return strRefusal;
@@ -130,39 +136,75 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
     {
         return strRefusal;
     }
-    for (const std::string& strPath : {TempPath(tDownload), EnginePath(tDownload)})
+    for (const std::string& strPath : SidePaths(tDownload))
     {
-        const bool bInTheWay = strPath != tDownload.strFile && FileKind(strPath) != 0;
-        if (bInTheWay && !(bForce && FileKind(strPath) == S_IFREG))
+        const mode_t eKind = FileKind(strPath);
+        if (CHeldFile::IsHeld(strPath))
+        {
+            return strPath + " exists: another download is writing it";
+        }
+        if (eKind != 0 && !(bForce && eKind == S_IFREG))
         {
             return strPath + " exists: another download is writing it, or one that was killed left it" +
-                   (FileKind(strPath) == S_IFREG ? " (--force takes it over)" : "");
+                   (eKind == S_IFREG ? " (--force takes it over)" : "");
         }
     }
     return "";
 }
 
+std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
+{
+    if (std::string strRefusal = TargetRefusal(tDownload, bForce); !strRefusal.empty())
+    {
+        return strRefusal;
+    }
+    CHeldFile tHeld;
+    const int nError = tHeld.Create(TempPath(tDownload));
+    RemoveHeld(tDownload, tHeld);
+    return nError == 0 ? "cannot be started; the library's log (-v) says why"
+                       : TempPath(tDownload) + ": " + SystemText(nError);
+}
+
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
 {
-    static_cast<void>(remove(TempPath(tDownload).c_str()));
-    if (IsHeldBack(tDownload))
+    for (const std::string& strPath : SidePaths(tDownload))
     {
-        static_cast<void>(remove(EnginePath(tDownload).c_str()));
+        if (!CHeldFile::IsHeld(strPath))
+        {
+            static_cast<void>(remove(strPath.c_str()));
+        }
     }
 }
 
-std::string CheckAndMove(const DOWNLOAD_t& tDownload)
+void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
-    if (FileKind(TempPath(tDownload)) != 0)
+    for (const std::string& strPath : SidePaths(tDownload))
+    {
+        if (tHeld.IsAt(strPath))
+        {
+            static_cast<void>(remove(strPath.c_str()));
+        }
+    }
+}
+
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, long long nBytes)
+{
+    const std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
+    const std::string strPath = EnginePath(tDownload);
+    if (tHeld.IsAt(TempPath(tDownload)))
     {
         return "cannot be moved into place: it stays in " + TempPath(tDownload);
     }
+    if (!tHeld.IsAt(strPath))
+    {
+        return strLost;
+    }
+    std::string strFailure = tHeld.Size() == nBytes ? "" : "another process has written to it";
     if (!IsHeldBack(tDownload))
     {
-        return "";
+        return strFailure;
     }
-    const std::string strPath = EnginePath(tDownload);
-    std::string strFailure = CheckFailure(tDownload, strPath);
+    strFailure = strFailure.empty() ? CheckFailure(tDownload, strPath) : strFailure;
     strFailure = strFailure.empty() ? StorageFailure(tDownload, strPath) : strFailure;
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
@@ -173,5 +215,6 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload)
         static_cast<void>(remove(strPath.c_str()));
         return strFailure;
     }
-    return StorageFailure(tDownload, tDownload.strFile); // its new name
+    strFailure = StorageFailure(tDownload, tDownload.strFile); // its new name
+    return strFailure.empty() && !tHeld.IsAt(tDownload.strFile) ? strLost : strFailure;
 }

@@ -8,6 +8,7 @@
 #include "json.h"
 #include "query.h"
 #include "text.h"
+#include "url.h"
 
 namespace
 {
@@ -86,7 +87,7 @@ bool FindDocument(CSession& tSession, const OPTIONS_t& tOptions, INFO_MAP_t& map
         {
             return true;
         }
-        PrintError(strUrl, strReason.empty() ? "the document has no such entries" : strReason);
+        PrintError(WithoutCredentials(strUrl), strReason.empty() ? "the document has no such entries" : strReason);
     }
     PrintError("cannot fetch",
                vecUrl.empty() ? "the server list is empty" : "no server has a document with the entries");

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "session.h"
+#include "url.h"
 
 namespace
 {
@@ -89,6 +90,23 @@ CLI::Validator ConnectTo()
 CLI::Validator HeaderLine()
 {
     return Matching(R"([^:;\s\x01-\x1f]+(:[^\r\n]*|;))", "is no header line such as 'NAME: VALUE'");
+}
+
+CLI::Validator Line()
+{
+    return Matching(R"([^\x00-\x1f\x7f]*)", "holds a control character");
+}
+
+CLI::Validator NotEmpty()
+{
+    return {[](const std::string& strText) -> std::string { return strText.empty() ? "is empty" : ""; }, ""};
+}
+
+CLI::Validator Proxy()
+{
+    return {[](const std::string& strText) -> std::string
+            { return strText.empty() || IsProxy(strText) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]"; },
+            ""};
 }
 
 CLI::Validator Sha256Digits()

@@ -16,6 +16,15 @@ CLI::Validator ConnectTo();
 /** "NAME: VALUE", "NAME:" or "NAME;". */
 CLI::Validator HeaderLine();
 
+/** A text without control characters. */
+CLI::Validator Line();
+
+/** A text that is not empty. */
+CLI::Validator NotEmpty();
+
+/** A proxy, or an empty text. The complaint does not repeat it, for it may hold a password. */
+CLI::Validator Proxy();
+
 /** 64 hexadecimal digits; they become small ones. */
 CLI::Validator Sha256Digits();
 

@@ -137,7 +137,7 @@ void CProgressView::PrintEnd(const std::string& strName, const std::string& strO
     m_EraseBars();
     if (m_eView == VIEW_LINES || m_eView == VIEW_BARS)
     {
-        printf("%s: %s\n", strName.c_str(), strOutcome.c_str());
+        printf("%s: %s\n", strName.c_str(), Printable(strOutcome).c_str());
     }
 }
 

@@ -4,13 +4,13 @@ namespace
 {
 
 /** Why a document could not be read: its transfer failed, or else what it is not. */
-std::string DocumentReason(const std::optional<TRANSFER_END_t>& tEnd, const char* pszDocument)
+std::string DocumentReason(const TRANSFER_END_t& tEnd, const char* pszDocument)
 {
-    if (!tEnd.has_value() || tEnd->tReport.nResultCode != 0)
+    if (!tEnd.has_value() || tEnd->nResultCode != 0)
     {
         return Reason(tEnd);
     }
-    return tEnd->tReport.nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszDocument;
+    return tEnd->nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszDocument;
 }
 
 } // namespace
@@ -48,7 +48,7 @@ std::string GetInfo(CSession& tSession, const OPTIONS_t& tOptions, const std::st
     {
         bRead = tQuery.GetServerAppBinaryInfo(strUrl, mapInfo, tOptions.vecId);
     }
-    const std::optional<TRANSFER_END_t> tEnd = tSession.TakeEnd();
+    const TRANSFER_END_t tEnd = tSession.TakeEnd();
     return bRead ? "" : DocumentReason(tEnd, "well-formed XML document");
 }
 

@@ -4,6 +4,7 @@
 #include "json.h"
 #include "query.h"
 #include "text.h"
+#include "url.h"
 
 namespace
 {
@@ -72,7 +73,7 @@ int RunInfo(const OPTIONS_t& tOptions)
     const std::string strReason = GetInfo(tSession, tOptions, tOptions.strUrl, mapInfo);
     if (!strReason.empty())
     {
-        return PrintError(tOptions.strUrl, strReason);
+        return PrintError(WithoutCredentials(tOptions.strUrl), strReason);
     }
     PrintInfo(mapInfo, tOptions.bJson);
     return CheckIds(tOptions, mapInfo) ? 0 : 1;

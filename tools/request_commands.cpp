@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "session.h"
 #include "text.h"
+#include "url.h"
 
 namespace
 {
@@ -17,7 +18,7 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
     printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
     for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
                                             {"Content-Length", strLength},
-                                            {"Location", tReport.strRedirectUrl}})
+                                            {"Location", WithoutCredentials(tReport.strRedirectUrl)}})
     {
         if (!strValue.empty())
         {
@@ -78,13 +79,14 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const std::stri
     tReqInfo.strPostData = strBody;
     CWebConnector& tEngine = tSession.Engine();
     const bool bAnswered = eMethod == HTTP_METHOD_POST ? tEngine.Post(&tReqInfo, true) : tEngine.Get(&tReqInfo, true);
-    const std::optional<TRANSFER_END_t> tEnd = tSession.TakeEnd();
-    if (tOptions.bHeadings && tEnd.has_value() && tEnd->tReport.nHttpStatus != 0)
+    const TRANSFER_END_t tEnd = tSession.TakeEnd();
+    if (tOptions.bHeadings && tEnd.has_value() && tEnd->nHttpStatus != 0)
     {
-        PrintHeadings(tEnd->tReport);
+        PrintHeadings(*tEnd);
     }
     return bAnswered ? WriteAnswer(tReqInfo.strResponse, tOptions.strOutput)
-                     : PrintError(tOptions.strUrl, tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
+                     : PrintError(WithoutCredentials(tOptions.strUrl),
+                                  tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
 }
 
 } // namespace

@@ -4,26 +4,19 @@
 #include <csignal>
 #include <cstdio>
 #include <curl/curl.h>
-#include <sys/statvfs.h>
 #include <system_error>
 #include <utility>
 
 #include "text.h"
+#include "url.h"
+#include "veltra/log.h"
 
 namespace
 {
 
 constexpr unsigned int LEVEL_INFORMATION = 4;
 
-bool IsFull(const std::string& strFolder)
-{
-    constexpr unsigned long long ALMOST_NOTHING = 65536; // the data that found no place is larger than what is left
-    struct statvfs tStat = {};
-    return statvfs(strFolder.c_str(), &tStat) == 0 &&
-           static_cast<unsigned long long>(tStat.f_bavail) * tStat.f_frsize < ALMOST_NOTHING;
-}
-
-/** What libcurl's words do not say of a name with letters beyond ASCII. */
+/** Explains a failure that a host name with letters beyond ASCII has caused; empty for any other. */
 std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     const bool bInternational = std::any_of(tReport.strUrl.begin(), tReport.strUrl.end(),
@@ -42,11 +35,25 @@ std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
                : "";
 }
 
-void PrintRecord(unsigned int /*level*/, const char* record, void* pVerbose)
+/** A log record whose text cannot drive a terminal. Of an error record the library's own colours stay. */
+std::string PrintableRecord(unsigned int nLevel, const std::string& strRecord)
+{
+    const std::string strBegin = VELTRA_LOG_FRAME_BEGIN;
+    const size_t nText = strRecord.find(strBegin) + strBegin.size();
+    const size_t nTextEnd = strRecord.rfind(VELTRA_LOG_FRAME_END);
+    if (nLevel != 0 || nText < strBegin.size() || nTextEnd == std::string::npos || nTextEnd < nText)
+    {
+        return Printable(strRecord.substr(0, strRecord.size() - 1)) + "\n";
+    }
+    return strRecord.substr(0, nText) + Printable(strRecord.substr(nText, nTextEnd - nText)) +
+           VELTRA_LOG_FRAME_END "\n";
+}
+
+void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 {
     if (pVerbose != nullptr)
     {
-        static_cast<void>(fputs(record, stderr));
+        CKVRDebug::WriteToStandardError(level, PrintableRecord(level, record).c_str(), nullptr);
     }
 }
 
@@ -78,7 +85,7 @@ void CSession::End()
     Engine().Destroy();
 }
 
-std::optional<TRANSFER_END_t> CSession::TakeEnd()
+TRANSFER_END_t CSession::TakeEnd()
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
     return std::exchange(m_tLastEnd, std::nullopt);
@@ -87,27 +94,20 @@ std::optional<TRANSFER_END_t> CSession::TakeEnd()
 void CSession::OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUserData)
 {
     auto& tSession = *static_cast<CSession*>(pUserData);
-    /* Now, while the temporary file still takes the room. */
-    const bool bDiskFull = tReport.nResultCode == CURLE_WRITE_ERROR &&
-                           std::any_of(tSession.m_setFolder.begin(), tSession.m_setFolder.end(), &IsFull);
     const std::lock_guard<std::mutex> tGuard(tSession.m_tLock);
-    tSession.m_tLastEnd = TRANSFER_END_t{tReport, bDiskFull};
+    tSession.m_tLastEnd = tReport;
 }
 
-std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
+std::string Reason(const TRANSFER_END_t& tEnd)
 {
     if (!tEnd.has_value())
     {
         return "the transfer was not begun, or was ended";
     }
-    const WQCurl::TRANSFER_REPORT_t& tReport = tEnd->tReport;
-    if (tEnd->bDiskFull)
+    const WQCurl::TRANSFER_REPORT_t& tReport = *tEnd;
+    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
     {
-        return SystemText(ENOSPC);
-    }
-    if (tReport.nResultCode == CURLE_WRITE_ERROR)
-    {
-        return "the file cannot be written";
+        return tReport.strErrorMsg + " (--max-size)";
     }
     if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
     {
@@ -115,8 +115,8 @@ std::string Reason(const std::optional<TRANSFER_END_t>& tEnd)
     }
     if (!tReport.strRedirectUrl.empty())
     {
-        return "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " + tReport.strRedirectUrl +
-               ", which is not followed";
+        return "HTTP " + std::to_string(tReport.nHttpStatus) + ", a redirect to " +
+               WithoutCredentials(tReport.strRedirectUrl) + ", which is not followed";
     }
     return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
            HintAtName(tReport);

@@ -2,7 +2,7 @@
 
 #include <string>
 
-/** What others named, without the characters that could drive a terminal: each is shown as "?". */
+/** Replaces the characters that could drive a terminal, each by "?". */
 std::string Printable(const std::string& strText);
 
 /** The columns that a printable text takes on a terminal. */

@@ -1,6 +1,7 @@
 /* The command-line client, over the public API. */
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
@@ -28,6 +29,8 @@ void OccupyStandardDescriptors()
 int Main(int argc, char** argv)
 {
     OccupyStandardDescriptors();
+    /* A write beyond the limit of a file's size then fails, and says why. */
+    static_cast<void>(signal(SIGXFSZ, SIG_IGN));
     /* For international host names; no other thread runs yet. */
     static_cast<void>(setlocale(LC_CTYPE, "")); // NOLINT(concurrency-mt-unsafe)
     /* So that bars do not flicker. */

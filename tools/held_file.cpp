@@ -1,0 +1,121 @@
+#include "held_file.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace
+{
+
+/* A link is not followed and a pipe is not waited for. */
+constexpr int SAFELY = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
+bool IsSameFile(const struct stat& tOne, const struct stat& tOther)
+{
+    return tOne.st_dev == tOther.st_dev && tOne.st_ino == tOther.st_ino;
+}
+
+/** A lock on the whole file, which belongs to the open file and not to the process. */
+struct flock WholeFileLock()
+{
+    struct flock tLock = {};
+    tLock.l_type = F_WRLCK;
+    tLock.l_whence = SEEK_SET;
+    return tLock;
+}
+
+} // namespace
+
+int CHeldFile::Create(const std::string& strPath)
+{
+    constexpr mode_t MODE = 0666; // less the process's mask, as the engine creates it
+    Close();
+    m_nFile = open(strPath.c_str(), O_RDWR | O_CREAT | O_EXCL | SAFELY, MODE);
+    return m_nFile < 0 ? errno : m_Lock();
+}
+
+int CHeldFile::Take(const std::string& strPath)
+{
+    Close();
+    m_nFile = open(strPath.c_str(), O_RDWR | SAFELY); // an exclusive lock needs a file open for writing
+    if (m_nFile < 0)
+    {
+        return errno;
+    }
+    /* The lock comes last: it must not disturb the owner of a file that is not this process's. */
+    const int nError = m_IsWrittenHere() ? m_Lock() : EBUSY;
+    return nError == 0 && !IsAt(strPath) ? EBUSY : nError;
+}
+
+void CHeldFile::Close()
+{
+    if (m_nFile >= 0)
+    {
+        close(m_nFile);
+        m_nFile = -1;
+    }
+}
+
+bool CHeldFile::IsAt(const std::string& strPath) const
+{
+    struct stat tHeld = {};
+    struct stat tThere = {};
+    return fstat(m_nFile, &tHeld) == 0 && lstat(strPath.c_str(), &tThere) == 0 && IsSameFile(tHeld, tThere);
+}
+
+long long CHeldFile::Size() const
+{
+    struct stat tHeld = {};
+    return fstat(m_nFile, &tHeld) == 0 ? static_cast<long long>(tHeld.st_size) : -1;
+}
+
+int CHeldFile::WriteError() const
+{
+    return pwrite(m_nFile, "", 1, static_cast<off_t>(Size())) == 1 ? 0 : errno;
+}
+
+bool CHeldFile::IsHeld(const std::string& strPath)
+{
+    const int nFile = open(strPath.c_str(), O_RDONLY | SAFELY);
+    struct flock tLock = WholeFileLock();
+    const bool bHeld = nFile >= 0 && fcntl(nFile, F_OFD_GETLK, &tLock) == 0 && tLock.l_type != F_UNLCK;
+    if (nFile >= 0)
+    {
+        close(nFile);
+    }
+    return bHeld;
+}
+
+/** @return whether the engine's descriptor is open on the same file; true if /proc cannot be read */
+bool CHeldFile::m_IsWrittenHere() const
+{
+    struct stat tHeld = {};
+    std::error_code tFault;
+    std::filesystem::directory_iterator itFile("/proc/self/fd", tFault);
+    if (tFault || fstat(m_nFile, &tHeld) != 0)
+    {
+        return static_cast<bool>(tFault);
+    }
+    for (; itFile != std::filesystem::directory_iterator(); itFile.increment(tFault))
+    {
+        struct stat tOther = {};
+        const int nFile = atoi(itFile->path().filename().c_str());
+        if (nFile != m_nFile && fstat(nFile, &tOther) == 0 && IsSameFile(tHeld, tOther))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** @return EBUSY when another download holds the file; 0 otherwise, also on a file system without locks */
+int CHeldFile::m_Lock()
+{
+    struct flock tLock = WholeFileLock();
+    const bool bHeld = fcntl(m_nFile, F_OFD_SETLK, &tLock) != 0 && (errno == EAGAIN || errno == EACCES);
+    return bHeld ? EBUSY : 0;
+}
