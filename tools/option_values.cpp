@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "session.h"
-#include "url.h"
 
 namespace
 {
@@ -105,7 +104,12 @@ CLI::Validator NotEmpty()
 CLI::Validator Proxy()
 {
     return {[](const std::string& strText) -> std::string
-            { return strText.empty() || IsProxy(strText) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]"; },
+            {
+                /* The library decides. The settings of all options replace these later. */
+                WQCurl::TRANSFER_DEFAULTS_t tSettings;
+                tSettings.strProxy = strText;
+                return WQCurl::SetTransferDefaults(tSettings) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]";
+            },
             ""};
 }
 

@@ -73,21 +73,3 @@ std::string OriginOf(const std::string& strUrl)
     }
     return tUrl.Get(CURLUPART_URL);
 }
-
-bool IsProxy(const std::string& strProxy)
-{
-    const CUrlParts tProxy(strProxy, CURLU_NON_SUPPORT_SCHEME);
-    const std::string strScheme = tProxy.Get(CURLUPART_SCHEME);
-    if (strScheme == "https")
-    {
-        return (curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_HTTPS_PROXY) != 0;
-    }
-    for (const char* pszScheme : {"http", "socks", "socks4", "socks4a", "socks5", "socks5h"})
-    {
-        if (strScheme == pszScheme)
-        {
-            return true;
-        }
-    }
-    return false;
-}

@@ -10,6 +10,3 @@ std::string HostOf(const std::string& strUrl);
 
 /** "SCHEME://HOST:PORT/" of a URL, without anything else of it; empty when it names no host. */
 std::string OriginOf(const std::string& strUrl);
-
-/** @return whether libcurl takes a text as a proxy. Its own message about another text would print the password. */
-bool IsProxy(const std::string& strProxy);

@@ -41,8 +41,9 @@ int Main(int argc, char** argv)
     if (pfnCommand != nullptr)
     {
         CAIAuth::SetIdentity(tOptions.tIdentity);
-        WQCurl::SetTransferDefaults(tOptions.tTransfer);
-        nStatus = pfnCommand(tOptions);
+        nStatus = WQCurl::SetTransferDefaults(tOptions.tTransfer)
+                      ? pfnCommand(tOptions)
+                      : PrintError("cannot go on", "the library refuses the settings of these options");
     }
     if ((fflush(stdout) != 0 || ferror(stdout) != 0) && nStatus == 0)
     {
