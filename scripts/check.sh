@@ -74,7 +74,7 @@ run_cppcheck()
 port()
 {
     echo "== The wrapper's tests over a maker's library, whose part our own platform plays"
-    g++ -std=c++17 -fPIC -shared -I . veltra/platform/desktop/*.cpp -lcurl -pthread -o build/libmaker.so
+    g++ -std=c++17 -fPIC -shared -I . veltra/desktop/*.cpp -lcurl -pthread -o build/libmaker.so
     cmake -S . -B build/port -G Ninja -DVELTRA_PLATFORM=external -DVELTRA_WRAPPER_TESTS="$PWD/build/libmaker.so" >/dev/null
     cmake --build build/port >/dev/null
     ctest --test-dir build/port -j "$(nproc)" >build/check.log || { cat build/check.log; return 1; }

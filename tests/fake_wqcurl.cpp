@@ -110,10 +110,10 @@ namespace WQCurl
 
 typedef std::list<std::string> LIST_t;
 
-struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
+struct TRANSFER_t : FAKE_TRANSFER_t
 {
-    explicit IMPL_t(WQCurlEasy* ptEasy) : ptOwner(ptEasy) {}
-    ~IMPL_t() { Step("destroy"); }
+    explicit TRANSFER_t(WQCurlEasy* ptEasy) : ptOwner(ptEasy) {}
+    ~TRANSFER_t() { Step("destroy"); }
 
     /* What an option is set to: kept where a transfer needs it, and as text. */
     static std::string Keep(int, long lValue) { return std::to_string(lValue); }
@@ -202,22 +202,23 @@ struct WQCurlMulti::IMPL_t
         BODY;                      \
     }
 
-WQCurlEasy::WQCurlEasy() : m_pImpl(std::make_unique<IMPL_t>(this)) {}
+WQCurlEasy::WQCurlEasy() : m_ptTransfer(std::make_unique<TRANSFER_t>(this)) {}
 WQCurlEasy::~WQCurlEasy() = default;
-OPERATION(bool WQCurlEasy::Initialize(), return m_pImpl->Become(g_tFake->Allows("Initialize"), "Initialize"))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const long& l), return m_pImpl->Set(e, l))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const std::string& str), return m_pImpl->Set(e, str))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const LIST_t& lst), return m_pImpl->Set(e, lst))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, WRITE_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, PROGRESS_FUNCTION_t pfn), return m_pImpl->Set(e, pfn))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, void* p), return m_pImpl->Set(e, p))
+OPERATION(bool WQCurlEasy::Initialize(), return m_ptTransfer->Become(g_tFake->Allows("Initialize"), "Initialize"))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const long& l), return m_ptTransfer->Set(e, l))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const std::string& str), return m_ptTransfer->Set(e, str))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const LIST_t& lst), return m_ptTransfer->Set(e, lst))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, WRITE_FUNCTION_t pfn), return m_ptTransfer->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, PROGRESS_FUNCTION_t pfn), return m_ptTransfer->Set(e, pfn))
+OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, void* p), return m_ptTransfer->Set(e, p))
 OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
-          m_pImpl->Step("setTimeout " + std::to_string(n) + " " + std::to_string(nAll)))
-OPERATION(bool WQCurlEasy::send(), return m_pImpl->Send())
+          m_ptTransfer->Step("setTimeout " + std::to_string(n) + " " + std::to_string(nAll)))
+OPERATION(bool WQCurlEasy::send(), return m_ptTransfer->Send())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
-OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_pImpl->Private(e, pp))
-OPERATION(std::string WQCurlEasy::getLastError(), std::string str; str.swap(m_pImpl->strLastError); return str) // once
-OPERATION(void WQCurlEasy::reset(), m_pImpl->Step("reset"); m_pImpl->Become(false, ""))
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_ptTransfer->Private(e, pp))
+OPERATION(std::string WQCurlEasy::getLastError(), std::string str; str.swap(m_ptTransfer->strLastError);
+          return str) // once
+OPERATION(void WQCurlEasy::reset(), m_ptTransfer->Step("reset"); m_ptTransfer->Become(false, ""))
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
 WQCurlMulti::~WQCurlMulti() = default;
@@ -226,7 +227,7 @@ OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tF
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    WQCurlEasy::IMPL_t* ptEasy = pEasyHandle != nullptr ? pEasyHandle->m_pImpl.get() : nullptr;
+    TRANSFER_t* ptEasy = pEasyHandle != nullptr ? pEasyHandle->m_ptTransfer.get() : nullptr;
     ptEasy != nullptr ? ptEasy->Step("addHandle") : void();
     if (ptEasy == nullptr || !m_pImpl->bReady || !ptEasy->bReady || ptEasy->pMulti != nullptr ||
         !g_tFake->Allows("addHandle"))
@@ -243,10 +244,10 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
 {
     Note("removeHandle");
-    const bool bHere = pEasyHandle != nullptr && pEasyHandle->m_pImpl->pMulti == this;
+    const bool bHere = pEasyHandle != nullptr && pEasyHandle->m_ptTransfer->pMulti == this;
     const bool bAllowed = bHere && g_tFake->Allows("removeHandle");
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    bHere ? void(pEasyHandle->m_pImpl->pMulti = nullptr) : void();
+    bHere ? void(pEasyHandle->m_ptTransfer->pMulti = nullptr) : void();
     m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
     m_pImpl->lstRunning.remove_if([=](const WQCurlEasy* pEasy) { return pEasy == pEasyHandle; });
     return bAllowed;
@@ -267,7 +268,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     for (WQCurlEasy* ptEasy : lstDriven)
     {
-        g_tFake->fnTransfer(*ptEasy->m_pImpl);
+        g_tFake->fnTransfer(*ptEasy->m_ptTransfer);
         const bool bResult = g_tFake->Allows("transfer");
         m_pImpl->lstFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
     }

@@ -495,12 +495,12 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
     };
     const std::string strErrors = "broken\nbroken\nbroken\nother\n";
     EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\nbroken\nbroken\nbroken\ninformation\nother\n");
-    CKVRDebug::FOLDING_t tFolding;
-    EXPECT_EQ(fnSeen(&CKVRDebug::FoldRepeats, &tFolding),
+    CLogSinks::FOLDING_t tFolding;
+    EXPECT_EQ(fnSeen(&CLogSinks::FoldRepeats, &tFolding),
               "Start http/https Request!\nbroken\n… 2 more like this\ninformation\nother\n");
     openlog("", LOG_PERROR, LOG_USER);
-    tFolding.pfnSink = &CKVRDebug::WriteToSyslog;
-    const auto fnSyslog = [&](int nLowest, CKVRDebug::LOG_SINK_t pfnSink = &CKVRDebug::WriteToSyslog)
+    tFolding.pfnSink = &CLogSinks::WriteToSyslog;
+    const auto fnSyslog = [&](int nLowest, CKVRDebug::LOG_SINK_t pfnSink = &CLogSinks::WriteToSyslog)
     {
         setlogmask(LOG_UPTO(nLowest));
         std::string strSeen = fnSeen(pfnSink, &tFolding);
@@ -508,7 +508,7 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         return strSeen;
     };
     EXPECT_EQ(fnSyslog(LOG_ERR), strErrors);
-    EXPECT_EQ(fnSyslog(LOG_ERR, &CKVRDebug::FoldRepeats), "broken\n… 2 more like this\nother\n");
+    EXPECT_EQ(fnSyslog(LOG_ERR, &CLogSinks::FoldRepeats), "broken\n… 2 more like this\nother\n");
     EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\n" + strErrors);
     closelog();
 }

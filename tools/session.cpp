@@ -53,7 +53,7 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 {
     if (pVerbose != nullptr)
     {
-        CKVRDebug::WriteToStandardError(level, PrintableRecord(level, record).c_str(), nullptr);
+        CLogSinks::WriteToStandardError(level, PrintableRecord(level, record).c_str(), nullptr);
     }
 }
 

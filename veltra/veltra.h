@@ -2,15 +2,18 @@
 
 /**
  * @file
- * Everything an application needs: the engine with its requests and downloads, the server queries, the XML
- * readers, and the platform settings (log, device identity, CA bundle, storage).
+ * Everything an application needs: the engine with its requests and downloads, the server queries, the XML readers, the
+ * log and the device's identity, and the desktop platform's settings, reports, network and storage.
  */
 
+#include "veltra/desktop/log_sinks.h"
+#include "veltra/desktop/network.h"
+#include "veltra/desktop/storage.h"
+#include "veltra/desktop/transfer_report.h"
+#include "veltra/desktop/transfer_settings.h"
 #include "veltra/engine/web_connector.h"
 #include "veltra/platform/ai_auth.h"
 #include "veltra/platform/kvr_debug.h"
-#include "veltra/platform/storage.h"
-#include "veltra/platform/wqcurl.h"
 #include "veltra/query/http_request.h"
 #include "veltra/query/ic_veltra.h"
 #include "veltra/version.h"

@@ -6,7 +6,7 @@
 
 /**
  * @file
- * Desktop platform only: what an application may want besides; a maker's platform need not offer it.
+ * Desktop platform only: a device maker's platform need not offer it.
  */
 
 /**

@@ -1,4 +1,4 @@
-#include "veltra/platform/desktop/socket_set.h"
+#include "veltra/desktop/socket_set.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <optional>
 
-#include "veltra/platform/desktop/transfer_defaults.h"
+#include "veltra/desktop/prepared_settings.h"
 
 namespace WQCurl
 {

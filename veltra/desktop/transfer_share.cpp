@@ -1,4 +1,4 @@
-#include "veltra/platform/desktop/transfer_share.h"
+#include "veltra/desktop/transfer_share.h"
 
 #include <mutex>
 

@@ -1,4 +1,4 @@
-#include "veltra/platform/desktop/transfer_defaults.h"
+#include "veltra/desktop/prepared_settings.h"
 
 #include <mutex>
 
@@ -11,10 +11,10 @@ namespace
 std::mutex g_tSettingsLock;
 
 /** Lives as long as the process: transfers may be set up while its statics are destroyed. */
-std::shared_ptr<const TRANSFER_SETTINGS_t>& Settings()
+std::shared_ptr<const PREPARED_SETTINGS_t>& Settings()
 {
     static auto* const s_pptSettings =
-        new std::shared_ptr<const TRANSFER_SETTINGS_t>(std::make_shared<TRANSFER_SETTINGS_t>());
+        new std::shared_ptr<const PREPARED_SETTINGS_t>(std::make_shared<PREPARED_SETTINGS_t>());
     return *s_pptSettings;
 }
 
@@ -32,7 +32,7 @@ bool IsInRange(const TRANSFER_DEFAULTS_t& tDefaults)
 
 } // namespace
 
-std::shared_ptr<const TRANSFER_SETTINGS_t> CurrentSettings()
+std::shared_ptr<const PREPARED_SETTINGS_t> CurrentSettings()
 {
     const std::lock_guard<std::mutex> tGuard(g_tSettingsLock);
     return Settings();
@@ -44,7 +44,7 @@ bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
     {
         return false;
     }
-    auto ptSettings = std::make_shared<TRANSFER_SETTINGS_t>();
+    auto ptSettings = std::make_shared<PREPARED_SETTINGS_t>();
     ptSettings->tDefaults = tDefaults;
     if (!tDefaults.strProxy.empty() && !ParseProxy(tDefaults.strProxy, ptSettings->tProxy))
     {

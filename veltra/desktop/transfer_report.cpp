@@ -1,8 +1,10 @@
-#include "veltra/platform/desktop/transfer_observer.h"
+#include "veltra/desktop/transfer_report.h"
 
 #include <mutex>
 #include <pthread.h>
 #include <shared_mutex>
+
+#include "veltra/desktop/tell_observer.h"
 
 namespace WQCurl
 {

@@ -12,13 +12,15 @@
 #include <pthread.h>
 #include <string>
 
+#include "veltra/desktop/log_sinks.h"
+
 namespace
 {
 
 std::atomic<unsigned int> g_nLevel{0};
 
 std::mutex g_tSinkLock;
-CKVRDebug::LOG_SINK_t g_pfnSink = &CKVRDebug::WriteToStandardError;
+CKVRDebug::LOG_SINK_t g_pfnSink = &CLogSinks::WriteToStandardError;
 void* g_pSinkUserData = nullptr;
 
 /**
@@ -180,6 +182,6 @@ void CKVRDebug::SetLevel(unsigned int level)
 void CKVRDebug::SetSink(LOG_SINK_t pfnSink, void* pUserData)
 {
     const std::lock_guard<std::mutex> tGuard(g_tSinkLock);
-    g_pfnSink = pfnSink != nullptr ? pfnSink : &WriteToStandardError;
+    g_pfnSink = pfnSink != nullptr ? pfnSink : &CLogSinks::WriteToStandardError;
     g_pSinkUserData = pUserData;
 }

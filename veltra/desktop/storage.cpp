@@ -1,9 +1,9 @@
-#include "veltra/platform/storage.h"
+#include "veltra/desktop/storage.h"
 
 #include <cerrno>
 #include <fcntl.h>
 
-#include "veltra/platform/desktop/descriptor.h"
+#include "veltra/desktop/descriptor.h"
 
 namespace
 {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "veltra/platform/desktop/resume.h"
+#include "veltra/desktop/resume.h"
+#include "veltra/platform/wqcurl.h"
 
 namespace WQCurl
 {

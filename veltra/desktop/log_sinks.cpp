@@ -9,8 +9,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "veltra/desktop/log_sinks.h"
+#include "veltra/desktop/signal_guard.h"
 #include "veltra/log.h"
-#include "veltra/platform/desktop/signal_guard.h"
 
 namespace
 {
@@ -64,7 +65,7 @@ bool IsMilestone(std::string_view strRecord)
 
 } // namespace
 
-void CKVRDebug::WriteToStandardError(unsigned int /*level*/, const char* record, void* /*pUserData*/)
+void CLogSinks::WriteToStandardError(unsigned int /*level*/, const char* record, void* /*pUserData*/)
 {
     try
     {
@@ -76,7 +77,7 @@ void CKVRDebug::WriteToStandardError(unsigned int /*level*/, const char* record,
     }
 }
 
-void CKVRDebug::WriteToSyslog(unsigned int level, const char* record, void* /*pUserData*/)
+void CLogSinks::WriteToSyslog(unsigned int level, const char* record, void* /*pUserData*/)
 {
     const int nPriority = level > 0 ? LOG_INFO : IsMilestone(record) ? LOG_NOTICE : LOG_ERR;
     try
@@ -89,7 +90,7 @@ void CKVRDebug::WriteToSyslog(unsigned int level, const char* record, void* /*pU
     }
 }
 
-void CKVRDebug::FoldRepeats(unsigned int level, const char* record, void* pFolding)
+void CLogSinks::FoldRepeats(unsigned int level, const char* record, void* pFolding)
 {
     FOLDING_t& tFolding = *static_cast<FOLDING_t*>(pFolding);
     if (tFolding.nLevel == level && tFolding.strLast == record)

@@ -1,9 +1,9 @@
-#include "veltra/platform/desktop/network_epoch.h"
+#include "veltra/desktop/network.h"
 
 #include <atomic>
 #include <ctime>
 
-#include "veltra/platform/wqcurl.h"
+#include "veltra/desktop/network_epoch.h"
 
 namespace WQCurl
 {

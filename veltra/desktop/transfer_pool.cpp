@@ -1,15 +1,15 @@
-#include "veltra/platform/desktop/easy_pool.h"
+#include "veltra/desktop/transfer_pool.h"
 
 namespace WQCurl
 {
 
-WQCurlEasy::CPool& WQCurlEasy::CPool::Instance()
+CTransferPool& CTransferPool::Instance()
 {
-    static auto* const s_ptPool = new CPool;
+    static auto* const s_ptPool = new CTransferPool;
     return *s_ptPool;
 }
 
-std::unique_ptr<WQCurlEasy::IMPL_t> WQCurlEasy::CPool::Take()
+std::unique_ptr<TRANSFER_t> CTransferPool::Take()
 {
     {
         const std::lock_guard<std::mutex> tGuard(m_tLock);
@@ -18,19 +18,19 @@ std::unique_ptr<WQCurlEasy::IMPL_t> WQCurlEasy::CPool::Take()
             return std::move(m_arrIdle[--m_nIdle]);
         }
     }
-    return std::make_unique<IMPL_t>();
+    return std::make_unique<TRANSFER_t>();
 }
 
-void WQCurlEasy::CPool::Put(std::unique_ptr<IMPL_t> pImpl)
+void CTransferPool::Put(std::unique_ptr<TRANSFER_t> ptTransfer)
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
     if (m_nIdle < MOST_IDLE)
     {
-        m_arrIdle[m_nIdle++] = std::move(pImpl);
+        m_arrIdle[m_nIdle++] = std::move(ptTransfer);
     }
 }
 
-void WQCurlEasy::CPool::Recycle(EASY_PTR_t& pEasy)
+void CTransferPool::Recycle(EASY_PTR_t& pEasy)
 {
     static const bool s_bCanRecycle = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080100;
     if (s_bCanRecycle && pEasy != nullptr)

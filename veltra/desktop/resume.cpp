@@ -1,4 +1,4 @@
-#include "veltra/platform/desktop/resume.h"
+#include "veltra/desktop/resume.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,4 +1,4 @@
-#include "veltra/platform/desktop/proxy.h"
+#include "veltra/desktop/proxy.h"
 
 #include <algorithm>
 #include <curl/curl.h>

@@ -1,10 +1,11 @@
 #pragma once
 
 #include <limits>
+#include <memory>
 
-#include "veltra/platform/desktop/curl_ptr.h"
-#include "veltra/platform/desktop/proxy.h"
-#include "veltra/platform/wqcurl.h"
+#include "veltra/desktop/curl_ptr.h"
+#include "veltra/desktop/proxy.h"
+#include "veltra/desktop/transfer_settings.h"
 
 namespace WQCurl
 {
@@ -13,14 +14,14 @@ namespace WQCurl
 constexpr int LONGEST_TIMEOUT = std::numeric_limits<int>::max() / 1000;
 
 /** The record given to SetTransferDefaults(), with the parts that libcurl takes in another form. */
-struct TRANSFER_SETTINGS_t
+struct PREPARED_SETTINGS_t
 {
     TRANSFER_DEFAULTS_t tDefaults;
     SLIST_PTR_t pConnectTo;
     PROXY_t tProxy;
 };
 
-/** The settings for a transfer that is set up now. It keeps them as long as it uses them. Any thread. */
-std::shared_ptr<const TRANSFER_SETTINGS_t> CurrentSettings();
+/** Returns the settings for a transfer that is set up now, which keeps them as long as it uses them. Any thread. */
+std::shared_ptr<const PREPARED_SETTINGS_t> CurrentSettings();
 
 } // namespace WQCurl

@@ -5,7 +5,7 @@
 #include <sys/epoll.h>
 #include <vector>
 
-#include "veltra/platform/desktop/descriptor.h"
+#include "veltra/desktop/descriptor.h"
 
 /**
  * The sockets that libcurl waits on, in an epoll descriptor.

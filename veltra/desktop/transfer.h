@@ -1,0 +1,145 @@
+#pragma once
+
+#include <atomic>
+#include <string_view>
+#include <vector>
+
+#include "veltra/desktop/header_lines.h"
+#include "veltra/desktop/resume.h"
+#include "veltra/desktop/socket_set.h"
+#include "veltra/desktop/time_slice.h"
+#include "veltra/platform/wqcurl.h"
+
+namespace WQCurl
+{
+
+/** The run of one transfer, which both wrapper classes work on. CURLOPT_PRIVATE points to it. */
+struct TRANSFER_t
+{
+    /** Where a transfer is between addHandle() and removeHandle(). */
+    enum STAGE_e
+    {
+        STAGE_NONE,     /**< not registered */
+        STAGE_QUEUED,   /**< added, but not given to libcurl yet */
+        STAGE_RUNNING,  /**< libcurl's */
+        STAGE_FINISHED, /**< taken from libcurl, but its message has not been read yet */
+        STAGE_REPORTED  /**< its message has been read */
+    };
+
+    /** Byte counts, as the progress function takes them. */
+    struct COUNTS_t
+    {
+        curl_off_t nTotal = 0;
+        curl_off_t nNow = 0;
+        curl_off_t nUpTotal = 0;
+        curl_off_t nUpNow = 0;
+    };
+
+    /** The state of one attempt. */
+    struct ATTEMPT_t
+    {
+        CHeaderLines tHeaderLines;
+        CTimeSlice tTimeSlice;
+        const char* pszRefusal = nullptr; /**< why the wrapper ends the transfer as too large; null if it does not */
+        int nOpenError = 0;               /**< errno of the last socket that the system refused; 0 for none */
+        int nSocket = -1;                 /**< the socket that libcurl last waited on for it; -1 for none */
+    };
+
+    /** Returns the transfer that a libcurl handle makes; null for a handle of libcurl's own. */
+    static TRANSFER_t* Of(CURL* pEasy);
+
+    /** Makes a libcurl handle with the current settings. @return the first refusal */
+    CURLcode SetUp();
+
+    /** Forgets everything since SetUp(). */
+    void Clear();
+
+    /** Returns the libcurl handle between SetUp() and Clear(), otherwise null, which libcurl's functions refuse. */
+    CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }
+
+    /** Begins the transfer. @param ptDriverSockets, pvecDriverPaused the driving multi handle's */
+    void Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused);
+
+    /** Prepares another attempt, which asks for the rest of what the attempts before have received. @return a refusal
+     */
+    CURLcode BeginResume();
+
+    /** Prepares another attempt after a reused connection has died. @return a refusal */
+    CURLcode BeginAgain();
+
+    /**
+     * Returns whether BeginAgain() is due for a transfer that has ended with this code: once, and if no answer has
+     * begun on the reused connection, which the server had closed meanwhile.
+     */
+    bool MayBeginAgain(int nCode) const;
+
+    /** Keeps the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
+    bool Check(CURLcode eCode);
+
+    /** Converts libcurl's result code into the message that InfoRead() returns. */
+    WQCurlMulti::MultiMsg Outcome(CURLcode eCode) const;
+
+    /** Returns whether the transfer has taken longer than it may. libcurl does not check while it waits in a queue. */
+    bool IsOverdue() const;
+
+    /** Asks the progress function, if there is one, whether to go on, with the last known counts. @return 0 for yes */
+    int AskProgress() const;
+
+    WQCurlEasy* ptOwner = nullptr;
+    /* The lists outlive the handle that points into them: members are destroyed in reverse order. */
+    SLIST_PTR_t pHeaders;
+    std::shared_ptr<const PREPARED_SETTINGS_t> ptSettings;
+    EASY_PTR_t pEasy;
+    bool bInitialized = false; /**< between SetUp() and Clear(); the libcurl handle may live longer */
+
+    WRITE_FUNCTION_t pfnWrite = nullptr;
+    void* pWriteData = nullptr;
+    bool bReporting = false; /**< NOPROGRESS is 0, which marks a download */
+    PROGRESS_FUNCTION_t pfnProgress = nullptr;
+    void* pProgressData = nullptr;
+    void* pPrivate = nullptr;
+    long lTotalSeconds = 0; /**< the longest that the transfer may take; 0: any time */
+
+    /** The multi handle that it is registered with. */
+    std::atomic<const WQCurlMulti*> pMulti{nullptr};
+    STAGE_e eStage = STAGE_NONE; /**< belongs to the driving thread, except for the step to STAGE_QUEUED */
+
+    /* These belong to the driving thread while the transfer runs. */
+    CResume tResume;          /**< counts the body over all attempts */
+    bool bBegunAgain = false; /**< BeginAgain() has been used */
+    COUNTS_t tCounts;         /**< the last that libcurl has told */
+    size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
+    ATTEMPT_t tAttempt;       /**< the one that runs */
+
+    std::string strLastError;
+    char szError[CURL_ERROR_SIZE] = "";
+
+private:
+    /** A failure that libcurl does not see. Its text is null if there is none. */
+    struct FAULT_t
+    {
+        CURLcode eCode = CURLE_OK;
+        const char* pszText = nullptr;
+    };
+
+    void SetFunctions(CURL* pNewEasy);
+    long BufferSize() const;
+    CURLcode Reopen();
+    long Status() const;
+    std::string ErrorText(CURLcode eCode) const;
+    FAULT_t OwnFault(CURLcode eCode) const;
+    bool Refuse(const char* pszReason);
+    bool TakeHeaderLine(std::string_view strLine);
+    bool CountReceived(size_t nBytes);
+    void PauseAfterTimeSlice(size_t nBytes);
+
+    static curl_socket_t OnOpenSocket(void* pTransfer, curlsocktype ePurpose, curl_sockaddr* ptAddress);
+    static size_t OnHeader(char* pData, size_t nSize, size_t nCount, void* pTransfer);
+    static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pTransfer);
+    static int OnProgress(void* pTransfer, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
+
+    CSocketSet* m_ptSockets = nullptr;                /**< where the multi handle waits for sockets */
+    std::vector<TRANSFER_t*>* m_pvecPaused = nullptr; /**< where it expects transfers whose time slice is used up */
+};
+
+} // namespace WQCurl

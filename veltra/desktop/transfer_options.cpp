@@ -1,0 +1,96 @@
+#include "veltra/desktop/transfer_options.h"
+
+namespace WQCurl
+{
+
+namespace
+{
+
+long IpResolve(IP_FAMILY_e eFamily)
+{
+    return eFamily == IP_FAMILY_4   ? CURL_IPRESOLVE_V4
+           : eFamily == IP_FAMILY_6 ? CURL_IPRESOLVE_V6
+                                    : CURL_IPRESOLVE_WHATEVER;
+}
+
+/** Sets options of a new libcurl handle, up to the first that it refuses. Zero and null are the defaults already. */
+struct OPTION_SETTER_t
+{
+    template <class VALUE> void operator()(CURLoption eOption, VALUE tValue)
+    {
+        if (eResult == CURLE_OK && tValue != VALUE{})
+        {
+            eResult = curl_easy_setopt(pEasy, eOption, tValue);
+        }
+    }
+
+    CURL* const pEasy;
+    CURLcode eResult = CURLE_OK;
+};
+
+/** Sets how a transfer reaches its server: protocol, proxy, addresses and speed. */
+void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tSettings)
+{
+    const TRANSFER_DEFAULTS_t& tDefaults = tSettings.tDefaults;
+    tSet(CURLOPT_PROTOCOLS_STR, "http,https");
+    /* HTTP/1.1 sends header names letter for letter, and a broken or silent connection costs one transfer. */
+    tSet(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
+    tSet(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
+    tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
+    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
+    /* The environment must not decide where requests go: it names neither a proxy nor an exception. */
+    const PROXY_t& tProxy = tSettings.tProxy;
+    const bool bProxy = !tProxy.strUrl.empty();
+    tSet(CURLOPT_PROXY, bProxy ? tProxy.strUrl.c_str() : nullptr);
+    tSet(CURLOPT_PROXYUSERPWD, tProxy.strUserPassword.empty() ? nullptr : tProxy.strUserPassword.c_str());
+    tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
+    tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
+    tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
+}
+
+/** Sets the authorities that a server's certificate is verified with, or a proxy's: both follow the same rules. */
+void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults, CURLoption eFile, CURLoption eFolder)
+{
+    const char* pszBundle = nullptr;
+    curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle); // a proxy's default is the same
+    if (!tDefaults.strCaFolder.empty())
+    {
+        curl_easy_setopt(tSet.pEasy, eFile, nullptr);
+        tSet(eFolder, tDefaults.strCaFolder.c_str());
+    }
+    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
+    {
+        /* Trusts no other authorities than the bundle's. Besides, libcurl keeps the bundle in memory for all
+         * connections only if there is no folder; otherwise it reads most of a megabyte for each of them. */
+        curl_easy_setopt(tSet.pEasy, eFolder, nullptr);
+    }
+    tSet(eFile, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
+}
+
+/** Sets the authorities that a transfer trusts, and its own certificate. */
+void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
+{
+    if (!tDefaults.strClientCertificate.empty())
+    {
+        tSet(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
+        tSet(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
+    }
+    SetAuthorities(tSet, tDefaults, CURLOPT_CAINFO, CURLOPT_CAPATH);
+    if (!tDefaults.strProxy.empty())
+    {
+        SetAuthorities(tSet, tDefaults, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH);
+    }
+}
+
+} // namespace
+
+CURLcode ApplySettings(CURL* pEasy, const PREPARED_SETTINGS_t& tSettings)
+{
+    OPTION_SETTER_t tSet{pEasy};
+    SetRoute(tSet, tSettings);
+    SetTrust(tSet, tSettings.tDefaults);
+    return tSet.eResult;
+}
+
+} // namespace WQCurl
