@@ -70,6 +70,7 @@ TEST_F(CWrapperTest, AnswerThatBreaksOffInItsHeaderLinesFails)
 TEST_F(CWrapperTest, HeaderLinesBeyondTheirLimitFail)
 {
     const std::string OK = "HTTP/1.1 200 OK\r\n";
+    const std::string LINE = "A: " + std::string(100, 'b') + "\r\n"; // some libcurls take no more than 5000 lines
     const auto fnRepeat = [](const std::string& strLine, size_t nBytes)
     {
         std::string strLines;
@@ -81,9 +82,8 @@ TEST_F(CWrapperTest, HeaderLinesBeyondTheirLimitFail)
     for (const size_t nBytes : {200000U, 320000U})
     {
         for (const std::string& strAnswer :
-             {OK + fnRepeat("A: b\r\n", nBytes) + "\r\nx",
-              fnRepeat("HTTP/1.1 103 Early\r\n\r\n", nBytes) + OK + "\r\nx",
-              OK + "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n" + fnRepeat("A: b\r\n", nBytes) + "\r\n"})
+             {OK + fnRepeat(LINE, nBytes) + "\r\nx", fnRepeat("HTTP/1.1 103 Early\r\n\r\n", nBytes) + OK + "\r\nx",
+              OK + "Transfer-Encoding: chunked\r\n\r\n1\r\nx\r\n0\r\n" + fnRepeat(LINE, nBytes) + "\r\n"})
         {
             m_strRaw = strAnswer;
             const std::string strResult = Answer(Url(RAW));

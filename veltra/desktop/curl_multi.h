@@ -12,8 +12,8 @@ namespace WQCurl
 
 /**
  * libcurl's multi handle, with the sockets and the moment that it waits for. An epoll descriptor waits for them, so
- * that the cost of a step follows the number of transfers that have something to do. Driving thread only. The signal guard
- * is the caller's.
+ * that the cost of a step follows the number of transfers that have something to do. Driving thread only. The signal
+ * guard is the caller's.
  */
 class CCurlMulti
 {

@@ -12,18 +12,14 @@ namespace WQCurl
 class CTimeSlice
 {
 public:
-    /** Counts one call with data. @return true when the slice is used up; the next one begins then */
-    bool Use(size_t nBytes)
+    /** Counts one call with data. */
+    void Use(size_t nBytes)
     {
         m_nBytes += nBytes;
         ++m_nCalls;
-        const bool bUsedUp = m_nBytes >= MOST_BYTES || m_nCalls >= MOST_CALLS;
-        if (bUsedUp)
-        {
-            *this = CTimeSlice();
-        }
-        return bUsedUp;
     }
+
+    bool IsUsedUp() const { return m_nBytes >= MOST_BYTES || m_nCalls >= MOST_CALLS; }
 
 private:
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION

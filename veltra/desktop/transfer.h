@@ -131,7 +131,7 @@ private:
     bool Refuse(const char* pszReason);
     bool TakeHeaderLine(std::string_view strLine);
     bool CountReceived(size_t nBytes);
-    void PauseAfterTimeSlice(size_t nBytes);
+    size_t TakeBody(char* pData, size_t nSize, size_t nCount);
 
     static curl_socket_t OnOpenSocket(void* pTransfer, curlsocktype ePurpose, curl_sockaddr* ptAddress);
     static size_t OnHeader(char* pData, size_t nSize, size_t nCount, void* pTransfer);

@@ -98,33 +98,32 @@ bool TRANSFER_t::CountReceived(size_t nBytes)
     return nMost == 0 || tResume.Received() <= nMost || Refuse("The answer is larger than the settings allow");
 }
 
-/** libcurl joins the data that arrive during the pause, which ends with the driver's step. */
-void TRANSFER_t::PauseAfterTimeSlice(size_t nBytes)
+/** Takes a piece of the body, or pauses the transfer until the next step if its time slice is used up. */
+size_t TRANSFER_t::TakeBody(char* pData, size_t nSize, size_t nCount)
 {
-    if (tAttempt.tTimeSlice.Use(nBytes))
+    const size_t nBytes = nSize * nCount;
+    if (tAttempt.tTimeSlice.IsUsedUp())
     {
+        /* libcurl keeps this piece, and joins it with all that arrive meanwhile. */
         m_pvecPaused->push_back(this);
-        curl_easy_pause(pEasy.get(), CURLPAUSE_RECV);
+        tAttempt.tTimeSlice = CTimeSlice();
+        return CURL_WRITEFUNC_PAUSE;
     }
+    tAttempt.tTimeSlice.Use(nBytes);
+    if (!CountReceived(nBytes))
+    {
+        return CURL_WRITEFUNC_ERROR;
+    }
+    /* A function that names libcurl's number for a pause must not cause one, because nothing would end it. */
+    const bool bTaken = pfnWrite == nullptr || pfnWrite(pData, nSize, nCount, pWriteData) == nBytes;
+    return bTaken ? nBytes : CURL_WRITEFUNC_ERROR;
 }
 
 size_t TRANSFER_t::OnWrite(char* pData, size_t nSize, size_t nCount, void* pTransfer)
 {
-    auto& tTransfer = *static_cast<TRANSFER_t*>(pTransfer);
-    if (!tTransfer.CountReceived(nSize * nCount))
-    {
-        return CURL_WRITEFUNC_ERROR;
-    }
-    if (tTransfer.pfnWrite == nullptr)
-    {
-        return nSize * nCount;
-    }
     try
     {
-        tTransfer.PauseAfterTimeSlice(nSize * nCount);
-        const size_t nTaken = tTransfer.pfnWrite(pData, nSize, nCount, tTransfer.pWriteData);
-        /* Some other numbers mean a pause to libcurl, which nobody would end. */
-        return nTaken == nSize * nCount ? nTaken : CURL_WRITEFUNC_ERROR;
+        return static_cast<TRANSFER_t*>(pTransfer)->TakeBody(pData, nSize, nCount);
     }
     catch (...)
     {
