@@ -1,4 +1,4 @@
-/* One download over a link that breaks; see scripts/badlink.sh: broken_download async|sync URL FILE */
+/* One download over a link that breaks; see scripts/soak.sh: broken_download async|sync URL FILE */
 
 #include <cstring>
 #include <future>

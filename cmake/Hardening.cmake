@@ -1,7 +1,6 @@
-# What makes an overflow or a stray jump end the process instead of going unnoticed, for all that is built here: stack
-# protector, checked functions of the C library, addresses bound at start and read-only from then on, programs at any
-# address, marked entry points. scripts/hardened.sh reads a built file for it. Sanitizers have checks of their own, and get
-# in the way of these.
+# Hardens everything that is built here, so that an overflow or a stray jump ends the process: stack protector, checked
+# functions of the C library, relocations bound at start and read-only, position-independent programs, marked entry points,
+# shadow stacks. scripts/hardened.sh checks a built file. Sanitizers have their own checks, which conflict with these.
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
 include(CheckPIESupported)

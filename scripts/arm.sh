@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds everything for ARM and runs all tests under qemu, against Debian's libraries, which it unpacks under build/ and
-# keeps there: nothing foreign is installed on this machine. scripts/arm.sh [armhf|arm64], by default armhf, which is
-# 32-bit ARM and has limits on the library's size and on the memory that requests take.
+# Builds everything for ARM and runs all tests under qemu: scripts/arm.sh [armhf | arm64], by default armhf (32-bit ARM).
+# Debian's libraries for ARM are unpacked under build/ and not installed. For armhf the library's size and the memory of
+# requests are limited.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -16,7 +16,7 @@ esac
 sysroot=$PWD/build/$architecture-sysroot
 libraries=("${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}" ca-certificates)
 
-# From the same archives as this machine's own packages, in apt's way, but with no state shared with this machine.
+# Unpacks the libraries from the archives of this machine's packages, with an apt state of its own.
 make_sysroot() {
     work=$(mktemp -d)
     trap 'rm -rf "$work"' EXIT
@@ -24,7 +24,7 @@ make_sysroot() {
     touch "$work/status"
     local own
     own=$(own_release)
-    debian_sources "$own" | grep " $own main$" >"$work/sources" # without what came after the release
+    debian_sources "$own" | grep " $own main$" >"$work/sources" # without updates
     local apt=(apt-get -qq -o "APT::Architecture=$architecture" -o "APT::Architectures::=$architecture" -o APT::Sandbox::User=
         -o "Dir::State=$work" -o "Dir::State::status=$work/status" -o "Dir::Cache=$work/cache"
         -o "Dir::Etc::sourcelist=$work/sources" -o Dir::Etc::sourceparts=-)
@@ -36,21 +36,20 @@ make_sysroot() {
     for package in "$work"/cache/archives/*.deb; do
         dpkg-deb -x "$package" "$sysroot"
     done
-    # Links to absolute paths lead out of it.
+    # Absolute links would leave the sysroot.
     find "$sysroot" -type l -lname '/*' | while read -r link; do
         ln -sfnr "$sysroot$(readlink "$link")" "$link"
     done
     echo "${libraries[@]}" >"$sysroot/complete"
 }
 
-# The limits leave some room above what was measured when they were set.
 within() { # LIMIT FIGURE UNIT WHAT...
     echo "${*:4}: $2 $3 (at most $1)"
     [ "$2" -le "$1" ] || { echo "arm: that is too much" >&2; exit 1; }
 }
 
-# Each limit is a little above what there is, so that growth is seen, and meant. The library's size moves by whole pages.
-# Under qemu the size of the process says nothing of a device's, so that the heap is counted instead.
+# Each limit is a little above the measured figure, so that growth is noticed. The library's size grows by whole pages. The
+# heap is measured, because the size of a process under qemu differs from that on a device.
 check_footprint() {
     local build=build/armhf library=build/armhf/veltra/libveltra.so
     local footprint=(qemu-arm-static -L "$sysroot" "$build/bench/footprint")
@@ -59,7 +58,7 @@ check_footprint() {
     within 81920 "$(stat -c %s "$library.stripped")" bytes libveltra.so, stripped
     within 300 "$(arm-linux-gnueabihf-readelf -rW "$library" | grep -c R_ARM)" entries its relocations
     within 110 "$(arm-linux-gnueabihf-nm -D --defined-only "$library" | wc -l)" symbols its exports
-    # The authorities that browsers trust, as on a device, and the one that signed the test's certificate.
+    # The authorities of a device, and the one that signed the server's certificate.
     cat "$sysroot"/usr/share/ca-certificates/mozilla/*.crt $build/loopback/certificates/ca.pem >$build/ca-bundle.pem
     within 100 "$("${footprint[@]}" http 1 $build/ca-bundle.pem)" KiB heap of one request by HTTP
     within 3000 "$("${footprint[@]}" http 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTP

@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Measures the library against what an application could use instead, on one machine in one run, and writes
-# docs/performance.md with its charts: scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]
-# --quick measures less and only shows it; --works measures some works alone, by the names of their functions in bench.py,
-# and only shows them; --debian does so in a fresh root of another release, trixie say, whose libcurl is another one.
+# Measures the library against its peers, and writes the table and the chart of docs/performance.md:
+# scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]. With an option the results are only printed.
+# --quick measures less, --works measures only the named functions of bench.py, --debian measures in a fresh root.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -14,14 +13,8 @@ packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" 
 large=1G release="" arguments=()
 while [ $# -gt 0 ]; do
     case $1 in
-    --debian)
-        release=$2
-        shift
-        ;;
-    --quick)
-        large=128M
-        arguments+=("$1")
-        ;;
+    --debian) release=$2 && shift ;;
+    --quick) large=128M && arguments+=("$1") ;;
     *) arguments+=("$1") ;;
     esac
     shift
@@ -43,12 +36,9 @@ cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOO
 cmake --build build/bench --target bench soak >/dev/null
 
 dir=$(mktemp -d) memory=$(mktemp -d -p /dev/shm)
-silent='' measuring=''
+background=()
 stop() {
-    for pid in $measuring $silent; do
-        kill "$pid" 2>/dev/null || true
-        wait "$pid" || true
-    done
+    end_processes "${background[@]}"
     stop_nginx
     rm -rf "$dir" "$memory"
 }
@@ -78,11 +68,10 @@ truncate -s 128M "$memory/128m"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
 build/bench/bench/soak --serve >"$dir/ports" &
-silent=$!
+background=($!)
 wait_until 10 test -s "$dir/ports"
 read -r silent_port _ <"$dir/ports"
 echo "== Measuring"
 python3 scripts/bench.py build/bench docs "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "${arguments[@]}" &
-measuring=$!
-wait "$measuring"
-measuring=
+background=($! "${background[@]}")
+wait "${background[0]}"

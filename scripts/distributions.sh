@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
-# Tries the last commit as a new user would, in a fresh minimal root of each Debian release named, with git, ca-certificates
-# and procps besides: a clone follows README's section Install, builds and starts README's program against the installed
-# library, and runs the demo and the tests. No service may be enabled afterwards.
-# Usage: scripts/distributions.sh [RELEASE...], by default bookworm trixie.
+# Tries the last commit in fresh minimal roots of Debian: scripts/distributions.sh [RELEASE...], by default bookworm trixie.
+# A clone follows README's section Install, builds and starts README's program against the installed library, and runs the
+# demo and the tests. No service may be enabled afterwards.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -23,7 +22,7 @@ cat >"$work/trial" <<END
 #!/bin/sh
 set -e
 cp -r "$work/veltra.git" "$work/inside" "\$1/root"
-# apt asks nothing, and installs only the packages that README names.
+# apt must ask nothing and install only the packages that README names.
 printf '%s\n' 'APT::Get::Assume-Yes "true";' 'APT::Install-Recommends "false";' >"\$1/etc/apt/apt.conf.d/trial"
 chroot "\$1" env HOME=/root DEBIAN_FRONTEND=noninteractive URL=http://127.0.0.1:$nginx_port/document bash /root/inside
 cmp "\$1/root/program/file" "$work/document"
@@ -32,19 +31,16 @@ cat >"$work/inside" <<'END'
 set -euo pipefail
 
 # Prints the code block of the LANGUAGE in the SECTION of README.md.
-readme() # SECTION LANGUAGE
-{
+readme() { # SECTION LANGUAGE
     sed -n "/^## $1\$/,/^## / { /^\`\`\`$2\$/,/^\`\`\`\$/ { /^\`\`\`/! p } }" ~/veltra/README.md
 }
 
 # Lists the links by which services start at boot.
-enabled()
-{
+enabled() {
     find /etc/systemd /etc/rc?.d \( -path '*.wants/*' -o -path '*.requires/*' -o -name 'S*' \) 2>/dev/null | sort
 }
 
-step()
-{
+step() {
     echo "== $(. /etc/os-release && echo "$PRETTY_NAME"), after $SECONDS s: $1"
 }
 
@@ -64,7 +60,7 @@ for script in demo test; do
     ~/veltra/scripts/$script.sh
 done
 step "services"
-enabled | diff ~/enabled - && echo "None is enabled that was not before"
+enabled | diff ~/enabled - && echo "No service was enabled"
 END
 chmod -R a+rX,a+x "$work"
 
@@ -73,7 +69,7 @@ releases=("$@")
 for release in "${releases[@]}"; do
     echo "== Making a fresh root of $release"
     SECONDS=0
-    # cmake depends on procps, which enables a service of its own.
+    # cmake depends on procps, which enables a service.
     in_fresh_debian "$release" git,ca-certificates,procps "$work/trial"
     report+=("$release: README, the demo and the tests passed in $SECONDS s")
 done

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes the Debian packages of what is tracked here: builds them in two folders, which must give the same bytes, reads them
-# with lintian and installs them in a fresh Debian, where it tries the tool. They end up in build/packages. The hosts of the
-# query service are those in VELTRA_QUERY_HOST and VELTRA_QUERY_HOST_TEST of the environment.
+# Makes Debian packages of the tracked files, in build/packages. The .buildinfo there lists what they were built with.
+# Two builds in different folders must give the same bytes. lintian checks the packages; a fresh Debian tries the tool.
+# VELTRA_QUERY_HOST and VELTRA_QUERY_HOST_TEST of the environment name the hosts of the query service.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -23,14 +23,14 @@ build_in() { # FOLDER
     (cd "$1/veltra" && dpkg-buildpackage --build=binary --no-sign) >"$1/log" 2>&1 || { tail -n 100 "$1/log"; return 1; }
 }
 
-# The second folder is deeper, and what is packaged in either is not to know its name.
+# The folders differ in depth: no package may depend on its path.
 build_twice() {
     local package name
     build_in "$work/one"
     build_in "$work/other/and/deeper"
     rm -rf "$packages"
     mkdir -p "$packages"
-    cp "$work"/one/*.deb "$packages"
+    cp "$work"/one/*.{deb,buildinfo} "$packages"
     for package in "$packages"/*.deb; do
         name=$(basename "$package")
         cmp "$package" "$work/other/and/deeper/$name" && continue
@@ -50,18 +50,18 @@ check_packages() {
         dpkg-deb --contents "$package"
         dpkg-deb --extract "$package" "$work/extracted"
     done
-    echo "== What is in the packages is hardened"
+    echo "== Hardening"
     scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra.so.*.*.* "$work/extracted/usr/bin/veltra"
     for package in "$packages"/libveltra+([0-9.])_*.deb "$packages"/veltra-tools_*.deb; do
         dpkg-deb --field "$package" Depends | grep -E 'libcurl4(t64)? \(>= 7\.87\)' >/dev/null ||
-            fail "$(basename "$package") does not ask for the libcurl that the wrapper needs"
+            fail "$(basename "$package") does not depend on the libcurl that the wrapper needs"
     done
     echo "== lintian"
     lintian --version
     lintian --allow-root --fail-on error,warning --show-overrides --tag-display-limit 0 "$packages"/*.deb
 }
 
-# mmdebstrap runs this for its new root, in which the user who started it may have no rights outside.
+# Writes the hook that mmdebstrap runs with the path of the new root.
 write_trial() {
     cat >"$work/trial" <<END
 #!/usr/bin/env bash

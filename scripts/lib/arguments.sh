@@ -1,17 +1,15 @@
 # shellcheck shell=bash
-# What every script makes of its arguments; to be sourced with them, before anything is installed. With --help the script
-# prints the comment that it begins with, and ends.
+# To be sourced with a script's arguments, after "cd". --help prints the comment at the script's beginning.
 
 case ${1-} in
 -h | --help)
-    sed -n '2,/^[^#]/ s/^# \{0,1\}//p' "scripts/$(basename "$0")"
+    sed -n '2,/^[^#]/ s/^# \{0,1\}//p' "$(cd "$OLDPWD" && realpath "$0")"
     exit 0
     ;;
 esac
 
 # Ends the script if there is no such preset.
-require_preset() # PRESET
-{
+require_preset() { # PRESET
     local presets
     presets=$(sed -n '/"buildPresets"/,/\]/ s/.*"name": "\([^"]*\)".*/\1/p' CMakePresets.json)
     grep -qxF -- "$1" <<<"$presets" && return 0

@@ -1,9 +1,8 @@
-"""A relay before a server on 127.0.0.1 that does what bad links do: bad_link.py SERVER-PORT MIB HOSTS-FILE COUNT-FILE.
+"""A relay before a server on 127.0.0.1 that acts as a bad link: bad_link.py SERVER-PORT MIB HOSTS-FILE COUNT-FILE.
 
-It prints its port. Each connection is cut after 5 MiB, in turn in order and by a reset; once nobody listens for two
-seconds, once a connection stalls until the client gives it up. After half of MIB, the hosts file names another address,
-and the old one is refused. When it is stopped, it writes how many bytes it has
-passed on, and the number of cuts, to COUNT-FILE.
+It prints its port. It cuts each connection after 5 MiB, alternately by an orderly close and by a reset. Once it refuses
+connections for two seconds, and once a connection stalls until the client closes it. After half of MIB it names another
+address in the hosts file and refuses the old one. At SIGTERM it writes the numbers of relayed bytes and cuts to COUNT-FILE.
 """
 import itertools
 import os
@@ -19,14 +18,6 @@ CUT_AFTER = 5 * 1024 * 1024
 server_port, mib, hosts, count_file = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3], sys.argv[4]
 ADDRESSES = ("127.0.0.1", "127.0.0.2")
 relayed = cuts = 0
-
-
-def listen(address, port):
-    listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind((address, port))
-    listener.listen()
-    return listener
 
 
 def end(_signal, _frame):
@@ -58,7 +49,7 @@ def relay(client, number):
     if number == 3:
         select.select([client], [], [])  # until it is closed
     if number % 2 == 1:
-        time.sleep(0.05)  # for what is under way: a reset throws it away
+        time.sleep(0.05)  # a reset discards data that are still under way
         client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
 
 
@@ -71,7 +62,7 @@ def serve(client, number):
 
 
 signal.signal(signal.SIGTERM, end)
-listener = listen(ADDRESSES[0], 0)
+listener = socket.create_server((ADDRESSES[0], 0))
 port = listener.getsockname()[1]
 print(port, flush=True)
 moved = False
@@ -79,11 +70,11 @@ for number in itertools.count():
     if number == 5:
         listener.close()
         time.sleep(2)
-        listener = listen(ADDRESSES[0], port)
+        listener = socket.create_server((ADDRESSES[0], port))
     if not moved and relayed >= mib * 524288:
         moved = True
         listener.close()
-        listener = listen(ADDRESSES[1], port)
+        listener = socket.create_server((ADDRESSES[1], port))
         with open(hosts, "w", encoding="ascii") as file:
             file.write(f"{ADDRESSES[1]} badlink.invalid\n")
     threading.Thread(target=serve, args=(listener.accept()[0], number), daemon=True).start()

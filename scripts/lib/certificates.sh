@@ -1,9 +1,7 @@
 # shellcheck shell=bash
-# A throw-away authority and a server's certificate; to be sourced.
-
-# Makes ca.pem, server.pem and server.key in the folder, for two days and all the hosts.
-make_certificates() # DIR HOST...
-{
+# To be sourced. Makes a throw-away authority (ca.pem) and a server's certificate (server.pem, server.key) in DIR, which are
+# valid for two days and all HOSTs.
+make_certificates() { # DIR HOST...
     local dir=$1 names
     local new_key=(-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes)
     shift

@@ -1,8 +1,6 @@
 # shellcheck shell=bash
-# The dynamic symbols of a library by the names that veltra/symbols/ gives them; to be sourced.
-
-# One a line, in nm's own order: names as one writes them, without versions.
-# Of the sizes, which differ between processors, only the write functions' are seen.
+# To be sourced. Prints the symbols of "nm" in the form of veltra/symbols/: names as in source code, without versions.
+# size_t differs between processors: the write functions, which alone have it, show it as on 64-bit ones.
 readable_names() { # STDIN: what nm prints
     sed -E -e 's/^[0-9a-f ]*[A-Za-z] //' -e 's/@.*//' | c++filt | sed -E \
         -e 's/\[abi:cxx11\]//' -e 's/std::__cxx11::/std::/g' \

@@ -12,16 +12,14 @@ host=query.veltra.example
 dir=$(mktemp -d)
 build=$PWD/build/screenshots
 
-stop()
-{
+stop() {
     tmux -S "$dir/tmux" kill-server 2>/dev/null || true
     stop_nginx
     rm -rf "$dir"
 }
 trap stop EXIT
 
-make_documents()
-{
+make_documents() {
     local file
     mkdir -p "$dir/www/openapi/device/auth" "$dir/apps"
     echo "<rsp stat=\"ok\"><rm><queryinfo><notice><server url=\"https://$host/old.xml\"/>" \
@@ -38,15 +36,13 @@ make_documents()
     } >"$dir/www/info.xml"
 }
 
-servers()
-{
+servers() {
     echo "ssl_certificate \"$dir/server.pem\"; ssl_certificate_key \"$dir/server.key\";"
     echo "server { listen 127.0.0.1:$nginx_tls_port ssl; root \"$dir/www\"; limit_rate_after 512k; limit_rate 1800k; }"
 }
 
 # What the terminal shows, as a picture: a graph of one node that is all text.
-take_picture() # FILE
-{
+take_picture() { # FILE
     local label
     label=$(tmux -S "$dir/tmux" capture-pane -p | sed -e '/^$/d' -e 's/["\\]/\\&/g' -e 's/$/\\l/' | tr -d '\n')
     dot -Tpng -Gdpi=110 -Gpad=0.05 -Gbgcolor='#1d1f21' -o "$1" <<END
@@ -55,8 +51,7 @@ END
     echo "$1"
 }
 
-shows() # TEXT
-{
+shows() { # TEXT
     tmux -S "$dir/tmux" capture-pane -p | grep -q "$1"
 }
 
