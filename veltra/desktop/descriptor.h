@@ -3,7 +3,7 @@
 #include <unistd.h>
 #include <utility>
 
-/** A file descriptor that is closed with its owner. */
+/** Owns a file descriptor, and closes it. */
 class CDescriptor
 {
 public:

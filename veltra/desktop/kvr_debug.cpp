@@ -36,7 +36,7 @@ struct RECORD_t
         STATE_WRITTEN
     } eState = STATE_NONE;
     unsigned int nLevel = 0;
-    bool bInSink = false;         /**< the sink runs on this thread: what it logs would wait for itself */
+    bool bInSink = false;         /**< the sink runs on this thread: its own records would wait for it */
     std::string* pText = nullptr; /**< made by the first record that is written; freed when the thread ends */
 };
 

@@ -1,5 +1,3 @@
-/* Where log records can go. */
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -16,7 +14,7 @@
 namespace
 {
 
-/** A record for a reader that shows no colours. */
+/** Returns a record without the sequences for colours. */
 std::string WithoutFrame(const char* record)
 {
     std::string strText = record;
@@ -49,7 +47,7 @@ void Write(std::string_view strText)
     }
 }
 
-/** Whether a record of level 0 tells that all is well: the engine writes these where everybody sees them. */
+/** Returns whether a record of level 0 is no error: the engine writes some milestones at level 0. */
 bool IsMilestone(std::string_view strRecord)
 {
     constexpr std::string_view TEXTS[] = {"Start http/https Request!",

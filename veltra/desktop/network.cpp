@@ -11,7 +11,7 @@ namespace WQCurl
 namespace
 {
 
-constexpr long long SHORTEST_SLEEP = 500000000; // less is what passes between two readings
+constexpr long long SHORTEST_SLEEP = 500000000; // nanoseconds; two readings of clocks may differ by less
 
 std::atomic<unsigned> g_nEpoch{0};
 
@@ -22,7 +22,7 @@ long long Nanoseconds(clockid_t eClock)
     return tTime.tv_sec * 1000000000LL + tTime.tv_nsec;
 }
 
-/** Only one of the two clocks goes on while the device sleeps. */
+/** Returns the time that the device has slept: only one of the two clocks goes on meanwhile. */
 long long TimeAsleep()
 {
     return Nanoseconds(CLOCK_BOOTTIME) - Nanoseconds(CLOCK_MONOTONIC);

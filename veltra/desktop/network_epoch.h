@@ -4,8 +4,8 @@ namespace WQCurl
 {
 
 /**
- * How often the network has changed so far: by NetworkChanged(), or because the device has slept since the last call.
- * What was connected or looked up in an earlier epoch is of no use. Any thread.
+ * Returns the number of changes of network so far: calls of NetworkChanged(), and times that the device has slept.
+ * Connections and look-ups of an earlier epoch must not be used. Any thread.
  */
 unsigned NetworkEpoch();
 

@@ -18,13 +18,13 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
-constexpr seconds LONGEST_PAUSE(0);
+constexpr seconds LONGEST_BACK_OFF(0);
 #else
-constexpr seconds LONGEST_PAUSE(30);
+constexpr seconds LONGEST_BACK_OFF(30);
 #endif
-constexpr int MOST_DOUBLINGS = 5;           // of a second: more is above the longest pause
-constexpr long long MUCH = 262144;          // bytes: an attempt that brought so many was worth it
-constexpr long long UNCHANGED_SECONDS = 60; // before an answer: what changed later may change within the same second
+constexpr int MOST_DOUBLINGS = 5;            // 32 seconds exceed the longest back-off
+constexpr long long FRUITFUL_BYTES = 262144; // an attempt that receives so many is not fruitless
+constexpr long long UNCHANGED_SECONDS = 60;  // a file modified later may change again within the same second
 
 /** Returns a field of the last answer; its values in several lines are joined by ", ". Empty if it has none. */
 std::string Header(CURL* pEasy, const char* pszName)
@@ -57,8 +57,8 @@ bool IsEncoded(CURL* pEasy)
 }
 
 /**
- * The moment that a header line names, in seconds since 1970; none if it is no such date. libcurl's function for that
- * is of no use where it was built with another size of time_t than this.
+ * Returns the moment of a date in a header line, in seconds since 1970; none for any other text. libcurl's own function
+ * depends on the size of time_t that libcurl was built with.
  */
 std::optional<long long> Date(const std::string& strDate)
 {
@@ -89,8 +89,8 @@ std::string StrongValidator(CURL* pEasy)
     return bStrong && strTag.empty() ? strModified : "";
 }
 
-/** Whether this is what a network does, and not the server, the disk or the application. */
-bool IsOfNetwork(int nCode)
+/** Returns whether the network may have caused a failure, and not the server, the disk or the application. */
+bool IsNetworkFailure(int nCode)
 {
     switch (nCode)
     {
@@ -111,11 +111,12 @@ bool IsOfNetwork(int nCode)
     }
 }
 
-/** Any time up to a second, two, four …: many devices that a server has lost do not come back together. */
-milliseconds Pause(int nVain)
+/** Returns a random time up to 1, 2, 4 … seconds: devices that have lost a server at once do not return at once. */
+milliseconds BackOff(int nFruitlessAttempts)
 {
     static thread_local std::minstd_rand s_tRandom(std::random_device{}());
-    const milliseconds tLongest = std::min<milliseconds>(LONGEST_PAUSE, seconds(1 << std::min(nVain, MOST_DOUBLINGS)));
+    const milliseconds tLongest =
+        std::min<milliseconds>(LONGEST_BACK_OFF, seconds(1 << std::min(nFruitlessAttempts, MOST_DOUBLINGS)));
     return milliseconds(std::uniform_int_distribution<long long>(0, tLongest.count())(s_tRandom));
 }
 
@@ -131,7 +132,7 @@ void CResume::Begin(const TRANSFER_DEFAULTS_t& tDefaults, bool bDownload, long l
     m_tBegun = Clock::now();
 }
 
-bool CResume::TakesAnswer(CURL* pEasy)
+bool CResume::AcceptAnswer(CURL* pEasy)
 {
     if (!m_bAllowed)
     {
@@ -139,10 +140,10 @@ bool CResume::TakesAnswer(CURL* pEasy)
     }
     long lStatus = 0;
     curl_easy_getinfo(pEasy, CURLINFO_RESPONSE_CODE, &lStatus);
-    return m_nAttempts == 1 ? TakesWhole(pEasy, lStatus) : TakesRest(pEasy, lStatus);
+    return m_nAttempts == 1 ? AcceptWhole(pEasy, lStatus) : AcceptRest(pEasy, lStatus);
 }
 
-bool CResume::TakesWhole(CURL* pEasy, long lStatus)
+bool CResume::AcceptWhole(CURL* pEasy, long lStatus)
 {
     if (lStatus == 206)
     {
@@ -156,12 +157,12 @@ bool CResume::TakesWhole(CURL* pEasy, long lStatus)
     return true;
 }
 
-bool CResume::TakesRest(CURL* pEasy, long lStatus)
+bool CResume::AcceptRest(CURL* pEasy, long lStatus)
 {
     if (lStatus == 429 || lStatus == 503)
     {
         m_bBusy = true;
-        m_tRetryAfter = seconds(Number(Header(pEasy, "Retry-After"), LONGEST_PAUSE.count()));
+        m_tRetryAfter = seconds(Number(Header(pEasy, "Retry-After"), LONGEST_BACK_OFF.count()));
         return Refuse("The server is too busy to send the rest of the file");
     }
     if (lStatus != 206)
@@ -196,20 +197,20 @@ bool CResume::HasValidator(CURL* pEasy) const
 
 bool CResume::Refuse(const char* pszReason)
 {
-    m_pszReason = pszReason;
+    m_pszRefusal = pszReason;
     return false;
 }
 
 std::optional<CResume::Clock::time_point> CResume::NextAttempt(int nCode)
 {
-    const bool bBroken = m_bBusy || IsOfNetwork(nCode);
+    const bool bBroken = m_bBusy || IsNetworkFailure(nCode);
     const bool bTooMuch = m_nTotal > 0 && m_nReceived > m_nTotal;
-    m_nVain = m_nReceived - m_nBefore >= MUCH ? 0 : m_nVain;
-    if (m_strValidator.empty() || !bBroken || bTooMuch || m_nVain >= m_nMostAttempts)
+    m_nFruitlessAttempts = m_nReceived - m_nBefore >= FRUITFUL_BYTES ? 0 : m_nFruitlessAttempts;
+    if (m_strValidator.empty() || !bBroken || bTooMuch || m_nFruitlessAttempts >= m_nMostAttempts)
     {
         return std::nullopt;
     }
-    const milliseconds tPause = std::max<milliseconds>(Pause(m_nVain), m_tRetryAfter);
+    const milliseconds tPause = std::max<milliseconds>(BackOff(m_nFruitlessAttempts), m_tRetryAfter);
     const Clock::time_point tNext = Clock::now() + tPause;
     for (const long lMost : {m_lTotalSeconds, m_lResumeSeconds})
     {
@@ -218,16 +219,16 @@ std::optional<CResume::Clock::time_point> CResume::NextAttempt(int nCode)
             return std::nullopt;
         }
     }
-    ++m_nVain;
+    ++m_nFruitlessAttempts;
     ++m_nAttempts;
     m_nBefore = m_nReceived;
     m_bBusy = false;
     m_tRetryAfter = seconds(0);
-    m_pszReason = nullptr;
+    m_pszRefusal = nullptr;
     return tNext;
 }
 
-CURLcode CResume::AskForRest(CURL* pEasy, const curl_slist* pHeaders)
+CURLcode CResume::RequestRest(CURL* pEasy, const curl_slist* pHeaders)
 {
     std::list<std::string> lstHeader;
     for (; pHeaders != nullptr; pHeaders = pHeaders->next)

@@ -7,8 +7,7 @@
 namespace
 {
 
-/* How long waits are while the kernel does not report a socket that somebody waits for. */
-constexpr int REFUSED_MILLISECONDS = 10;
+constexpr int REFUSED_MILLISECONDS = 10; // the longest wait while a socket is not registered
 
 } // namespace
 
@@ -39,7 +38,7 @@ void CSocketSet::OnClosing(int nSocket)
     }
     if (ptSocket->nRegistered != 0)
     {
-        /* Closing would do, but for a copy of the descriptor in a process that the application has forked. */
+        /* close() alone does not unregister a socket if a forked process has a copy of it. */
         epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nSocket, nullptr);
     }
     *ptSocket = {};
@@ -53,7 +52,7 @@ bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
     {
         if (nEvents == 0)
         {
-            /* It may be closed already, and so be gone. */
+            /* It fails for a descriptor that has been closed already. */
             epoll_ctl(m_tEpoll.Get(), EPOLL_CTL_DEL, nDescriptor, nullptr);
             return true;
         }
@@ -71,7 +70,8 @@ bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
     return bRegistered;
 }
 
-/** Nobody else would ask for what the kernel has refused once: its transfer would wait for its time-out. */
+/** Retries sockets that epoll_ctl() has refused. libcurl asks only once: the transfer would stall until its time-out.
+ */
 void CSocketSet::RegisterRefused()
 {
     m_bRefused = false;
@@ -155,7 +155,7 @@ bool CSocketSet::Register(int nFirst, int nDescriptor, uint32_t nEvents)
     epoll_event tEvent{};
     tEvent.events = nEvents;
     tEvent.data.fd = nDescriptor;
-    /* libcurl may close a descriptor and use its number again before it says so: what we know of it can be wrong. */
+    /* libcurl may close a descriptor and reuse its number before it tells: the registration may be another one. */
     const int nOther = nFirst == EPOLL_CTL_MOD ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
     return epoll_ctl(m_tEpoll.Get(), nFirst, nDescriptor, &tEvent) == 0 ||
            epoll_ctl(m_tEpoll.Get(), nOther, nDescriptor, &tEvent) == 0;

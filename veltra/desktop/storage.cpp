@@ -11,7 +11,7 @@ namespace
 bool Sync(const std::string& strPath)
 {
     CDescriptor tFile;
-    tFile.Reset(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // a pipe's other end is not waited for
+    tFile.Reset(open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)); // a pipe would wait for its other end
     return tFile.Get() >= 0 && (fsync(tFile.Get()) == 0 || errno == EINVAL);
 }
 

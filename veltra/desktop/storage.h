@@ -10,14 +10,14 @@
  */
 
 /**
- * Brings a file to storage: its data, and its entry in the folder that the path names it in. Once it has returned true,
- * a power cut costs neither. What is to replace a file and be there whole, whenever the power goes, is written under
- * another name in the same folder, brought to storage, renamed, and brought to storage under its new name.
+ * Writes a file to storage: its data, and its entry in the folder that the path names. Once it has returned true, both
+ * survive a power cut. To replace a file so that it is whole at any moment, write the new one under another name in the
+ * same folder, call this, rename it, and call this for the new name.
  *
- * Any thread may call, but not in a callback of the engine, which would wait with all its transfers: it takes as long
- * as storage takes for all that it has not written of the file yet, milliseconds or seconds.
- * @param strPath of a regular file, or of a folder; a symbolic link is followed to the file, but not to its folder
- * @return false when some of it did not get there, with errno of what failed; then the file may be in storage or not,
- * and trying again does not tell. A file system that knows no such operation has nothing to bring: true
+ * Any thread may call, but not in a callback of the engine, whose transfers would wait. It takes as long as the storage
+ * needs for the unwritten data of the file: milliseconds or seconds.
+ * @param strPath path of a regular file or a folder; a symbolic link is followed to the file, but not to its folder
+ * @return false if a step has failed, with its errno; the file may be in storage or not, and another call does not
+ * tell. True on a file system without such an operation
  */
 VELTRA_API bool SyncToStorage(const std::string& strPath);

@@ -104,7 +104,7 @@ CURLcode TRANSFER_t::Reopen()
 CURLcode TRANSFER_t::BeginResume()
 {
     const CURLcode eResult = Reopen();
-    return eResult == CURLE_OK ? tResume.AskForRest(pEasy.get(), pHeaders.get()) : eResult;
+    return eResult == CURLE_OK ? tResume.RequestRest(pEasy.get(), pHeaders.get()) : eResult;
 }
 
 CURLcode TRANSFER_t::BeginAgain()
@@ -151,9 +151,9 @@ TRANSFER_t::FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
     {
         return {CURLE_FILESIZE_EXCEEDED, tAttempt.pszRefusal};
     }
-    if (tResume.Reason() != nullptr)
+    if (tResume.Refusal() != nullptr)
     {
-        return {CURLE_RANGE_ERROR, tResume.Reason()};
+        return {CURLE_RANGE_ERROR, tResume.Refusal()};
     }
     if (eCode != CURLE_OK)
     {

@@ -16,7 +16,7 @@ namespace WQCurl
 /** The run of one transfer, which both wrapper classes work on. CURLOPT_PRIVATE points to it. */
 struct TRANSFER_t
 {
-    /** Where a transfer is between addHandle() and removeHandle(). */
+    /** The stage of a transfer between addHandle() and removeHandle(). */
     enum STAGE_e
     {
         STAGE_NONE,     /**< not registered */

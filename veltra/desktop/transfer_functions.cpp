@@ -70,7 +70,7 @@ bool TRANSFER_t::TakeHeaderLine(std::string_view strLine)
     case CHeaderLines::RESULT_TOO_LARGE:
         return Refuse("The answer's header lines are larger than 300 KiB");
     case CHeaderLines::RESULT_COMPLETE:
-        return tResume.TakesAnswer(pEasy.get());
+        return tResume.AcceptAnswer(pEasy.get());
     default:
         return true;
     }

@@ -13,9 +13,8 @@ namespace
 {
 
 /**
- * Calls of the observer share it, so that they may overlap. SetTransferObserver() waits for those that run and goes
- * before those that begin later: calls that overlap without a gap must not keep it waiting, as std::shared_mutex lets
- * them do.
+ * A reader-writer lock that prefers the writer. Calls of the observer are readers, which may overlap.
+ * SetTransferObserver() is the writer: calls that overlap without a gap would keep it waiting with std::shared_mutex.
  */
 class CObserverLock
 {

@@ -13,45 +13,45 @@ namespace WQCurl
 {
 
 /**
- * What is known of a transfer that has ended. Times are seconds since its start, or for a download of several attempts
- * since the start of the last one, and 0 for what was not reached. The answer is that of the last attempt, too.
+ * Describes a transfer that has ended. Answer and times are those of the last attempt. Times are seconds since its
+ * start, and 0 for a phase that it has not reached.
  */
 struct TRANSFER_REPORT_t
 {
-    std::string strUrl;      /**< as it was given, at most with a "/" added for an empty path */
-    int nHttpStatus = 0;     /**< of the answer; 0: none came */
-    long long nBytes = 0;    /**< of the body that have arrived, by all attempts; none of them arrived twice */
-    int nAttempts = 1;       /**< more than 1 for a download whose rest was asked for */
-    double dLookUp = 0.0;    /**< until the name was looked up */
-    double dConnect = 0.0;   /**< until the server was connected */
-    double dTls = 0.0;       /**< until the TLS handshake was done */
-    double dFirstByte = 0.0; /**< until the answer began */
-    double dTotal = 0.0;     /**< until the end; since the start of the first attempt */
-    std::string strPeer;     /**< the address that was connected, without the port; empty: none */
-    bool bReused = false;    /**< its connection had been used before */
+    std::string strUrl;      /**< the given URL, at most with a "/" added for an empty path */
+    int nHttpStatus = 0;     /**< the answer's status; 0: no answer came */
+    long long nBytes = 0;    /**< bytes of the body that all attempts have received, each counted once */
+    int nAttempts = 1;       /**< more than 1 for a download that was resumed */
+    double dLookUp = 0.0;    /**< the name has been looked up */
+    double dConnect = 0.0;   /**< the server is connected */
+    double dTls = 0.0;       /**< the TLS handshake is done */
+    double dFirstByte = 0.0; /**< the answer begins */
+    double dTotal = 0.0;     /**< the end, since the start of the first attempt */
+    std::string strPeer;     /**< the connected address without the port; empty: none */
+    bool bReused = false;    /**< the connection had been used before */
     int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded */
     int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
 
-    std::string strHttpVersion;    /**< of the answer: "1.0", "1.1", "2" or "3"; empty: none came */
-    std::string strContentType;    /**< of the answer; empty: it names none */
-    std::string strRedirectUrl;    /**< where the answer redirects, as a whole URL; empty: nowhere */
-    long long nContentLength = -1; /**< bytes of the body, as the answer announces them; -1: it does not */
+    std::string strHttpVersion;    /**< the answer's version: "1.0", "1.1", "2" or "3"; empty: no answer came */
+    std::string strContentType;    /**< the answer's Content-Type; empty: none */
+    std::string strRedirectUrl;    /**< the whole URL to which the answer redirects; empty: it does not */
+    long long nContentLength = -1; /**< the answer's Content-Length; -1: none */
 };
 
 /**
- * Told of each transfer that ends, right before its end is reported and on the same thread: the worker's before the
- * callback, the caller's before SyncDownloadFile() returns. So a callback learns its own status and reason from what
- * was noted last on its thread. A transfer that Destroy() ends is reported without this. Calls may overlap on different
- * threads. It must not throw, and must not call SetTransferObserver() or wait for a transfer.
+ * Receives the report of each transfer that ends, right before the end is reported and on the same thread: on the
+ * worker before the callback, on the caller's thread before SyncDownloadFile() returns. So a callback finds the report
+ * of its own transfer in the last one on its thread. A transfer that Destroy() ends has no report. Calls may overlap on
+ * different threads. It must not throw, and must not call SetTransferObserver() or wait for a transfer.
  * @param tReport valid only during the call
- * @param pUserData what SetTransferObserver() was given
+ * @param pUserData the pointer given to SetTransferObserver()
  */
 typedef void (*TRANSFER_OBSERVER_t)(const TRANSFER_REPORT_t& tReport, void* pUserData);
 
 /**
- * Has pfnObserver told of every transfer from now on, with pUserData, which the caller keeps valid; null ends that.
- * Once it returns, the observer before it is not called any more.
+ * Sets the observer of all transfers, with pUserData, which the caller keeps valid; null removes it. Any thread, but
+ * not within an observer. Once it returns, the observer before is not called any more.
  */
 VELTRA_API void SetTransferObserver(TRANSFER_OBSERVER_t pfnObserver, void* pUserData);
 

@@ -13,7 +13,7 @@
 namespace WQCurl
 {
 
-/** Which of a host's addresses are used. */
+/** Selects a host's addresses. */
 enum IP_FAMILY_e
 {
     IP_FAMILY_ANY = 0, /**< all, the faster family first */
@@ -22,8 +22,8 @@ enum IP_FAMILY_e
 };
 
 /**
- * Process-wide settings of transfers. As constructed, they change nothing. A transfer takes what is set when it is
- * initialised, in Get(), Post(), StartDownload() or SyncDownloadFile(), and keeps that.
+ * Process-wide settings of transfers. As constructed, they change nothing. A transfer takes the settings when it is
+ * initialised, in Get(), Post(), StartDownload() or SyncDownloadFile(), and keeps them.
  */
 struct TRANSFER_DEFAULTS_t
 {
@@ -52,29 +52,28 @@ struct TRANSFER_DEFAULTS_t
     std::string strClientCertificate{};
     /** The same for its key; empty: the key is in the certificate's file. Without a password. */
     std::string strClientKey{};
-    /** Speaks HTTP/2 over https with servers that do: many transfers then share a connection, and its fate. */
+    /** Uses HTTP/2 with https servers that offer it. Transfers then share a connection, and fail together with it. */
     bool bHttp2 = false;
-    IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< which addresses are used */
-    /** A status of 400 and more fails the transfer, with a text that names it; of a download, nothing is kept. */
+    IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< the addresses that are used */
+    /** A status of 400 and more fails the transfer, with a text that names the status. A download keeps nothing. */
     bool bFailOnHttpError = false;
-    /** The same for a status of 300 to 399: redirects are not followed, so that its body is not what was asked for. */
+    /** The same for a status of 300 to 399: redirects are not followed, and the body is not the requested one. */
     bool bFailOnRedirect = false;
-    int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
-    /** Connections in all and to one host at the same time; 0: any number. What is over waits its turn. */
-    int nMostConnections = 0;
-    int nMostConnectionsPerHost = 0; /**< see nMostConnections */
-    /** When nothing is under way any more and more connections than this are open, all are closed. */
+    int nConnectTimeout = 30;        /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
+    int nMostConnections = 0;        /**< at the same time; transfers above the limit wait. 0: any number */
+    int nMostConnectionsPerHost = 0; /**< the same for one host */
+    /** If more connections than this are open after the last transfer has ended, all are closed. */
     int nMostIdleConnections = 8;
     long long nLargestAnswer = 0; /**< bytes of a request's answer; more fails the request. 0: any number */
     long long nLargestFile = 0;   /**< bytes of a download; more fails the download. 0: any number */
-    /** Bytes per second that each transfer receives on average, at least 4096; 0: as many as come. */
+    /** The most bytes per second that each transfer receives on average, at least 4096; 0: any number. */
     long long nMostBytesPerSecond = 0;
     /**
-     * How often in a row the rest of a download that a network broke is asked for before it fails; attempts that bring
-     * 256 KiB do not count. 0: never. Only for servers that let the rest be told from that of another file.
+     * The most attempts in a row to resume a download that the network has broken; attempts that receive 256 KiB do not
+     * count. 0: none. The server must send an ETag or a date that identifies the file's version.
      */
     int nResumeAttempts = 0;
-    int nResumeSeconds = 0; /**< since a download's begin, after which the rest is not asked for; 0: any number */
+    int nResumeSeconds = 0; /**< seconds since a download's begin after which it is not resumed; 0: any number */
 };
 
 /**

@@ -6,9 +6,8 @@ namespace WQCurl
 {
 
 /**
- * What all transfers share: TLS sessions, which outlive connections. Not connections, which libcurl does not share
- * safely between threads, and not name look-ups, which are forgotten with a network. It lives as long as the process.
- * Any thread.
+ * Returns the handle by which all transfers share TLS sessions. They do not share connections, for which libcurl is not
+ * thread-safe, nor name look-ups, which end with a network. It lives as long as the process. Any thread.
  */
 CURLSH* TransferShare();
 
