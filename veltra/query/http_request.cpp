@@ -10,8 +10,6 @@ namespace
 
 constexpr char QUERY_URL[] = "https://" VELTRA_QUERY_HOST "/openapi/device/auth/query";
 constexpr char QUERY_URL_TEST[] = "https://" VELTRA_QUERY_HOST_TEST "/openapi/device/auth/query";
-constexpr char CATEGORY[] = "EMP";
-constexpr char PARAM_VERSION[] = "5.100";
 
 } // namespace
 
@@ -28,13 +26,13 @@ bool CHttpRequest::RequestAppBinaryServerUrl(std::string& strServerUrlInfo)
     }
     VELTRA_LOG_INFO("strChipSet is %s", strChipset.c_str());
 
-    /* Names, order and the missing blanks are the query service's interface. */
+    /* The query service expects these names, this order and no blank after the colons. */
     const std::string strDUID = "DUID:" + m_pAuth->GetDUID();
     const std::string strMAC = "MACAddr:" + m_pAuth->GetMAC();
-    const std::string strCategory = std::string("Category:") + CATEGORY;
+    const std::string strCategory = "Category:EMP";
     const std::string strCountryCode = "CountryCode:" + m_pAuth->GetCountryCode();
     const std::string strModelId = "ModelId:" + m_pAuth->GetModelID();
-    const std::string strParam = "Param:" + strChipset + "," + PARAM_VERSION;
+    const std::string strParam = "Param:" + strChipset + ",5.100";
 
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = HTTP_METHOD_GET;

@@ -6,18 +6,29 @@
 namespace
 {
 
-/** What the three information operations share: the request, logged on behalf of the calling operation. */
-bool RequestInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, std::string& strInfo,
-                 LOG_PLACE_t tPlace = {})
+/**
+ * Requests an information document and reads it with fnRead. The request and every failure are logged on behalf of the
+ * calling operation, a failure of fnRead as pszParseError.
+ */
+template <class READ>
+bool GetInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, const READ& fnRead, const char* pszParseError,
+             LOG_PLACE_t tPlace = {})
 {
+    std::string strXml;
     VELTRA_LOG_INFO_AT(tPlace, "Server AppBinary url = [%s]", strServerUrl.c_str());
-    const bool bResult = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strInfo);
-    VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strInfo.c_str());
+    const bool bResult = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strXml);
+    VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strXml.c_str());
     if (!bResult)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "Request AppBinary Server info Error!");
+        return false;
     }
-    return bResult;
+    if (!fnRead(strXml))
+    {
+        VELTRA_LOG_ERROR_AT(tPlace, "%s", pszParseError);
+        return false;
+    }
+    return true;
 }
 
 } // namespace
@@ -42,48 +53,24 @@ bool ICVeltra::GetServerAppBinaryInfo(const std::string& strServerUrl,
                                       std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo,
                                       const std::vector<std::string>& vecAppBinaryId)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseAppBinaryServerInfoXml(strXml, mapAppBinaryInfo, vecAppBinaryId))
-    {
-        VELTRA_LOG_ERROR("Parse AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseAppBinaryServerInfoXml(strXml, mapAppBinaryInfo, vecAppBinaryId); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse AppBinary Server info Error!");
 }
 
 bool ICVeltra::GetCERTAppBinaryInfo(const std::string& strServerUrl,
                                     std::map<std::string, APPBIN_SERVER_INFO_t>& mapCERTAppBinaryInfo,
                                     std::vector<std::string>& vecCERTAppBinaryId)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCERTAppBinaryInfo, vecCERTAppBinaryId))
-    {
-        VELTRA_LOG_ERROR("Parse CERT AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCERTAppBinaryInfo, vecCERTAppBinaryId); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse CERT AppBinary Server info Error!");
 }
 
 bool ICVeltra::GetDefaultAppBinaryInfo(const std::string& strServerUrl, std::vector<std::string>& vecDefaultAppBinaryId,
                                        std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefaultAppBinaryId, mapAppBinaryInfo))
-    {
-        VELTRA_LOG_ERROR("Parse Default AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefaultAppBinaryId, mapAppBinaryInfo); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse Default AppBinary Server info Error!");
 }
