@@ -34,22 +34,17 @@ void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::
         return;
     }
     const int nId = tReqFile.nDownloadId;
-    const char* pszFilePath = strFilePath.c_str();
     const DOWNLOAD_TYPE_e eOutcome = tMsg.bResult ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL;
     pfnDownloadCB(nId, bCancel ? DOWNLOAD_TYPE_CANCEL : eOutcome, 0, dSpeed, tReqFile.pUserData);
-    if (bCancel)
+    if (!bCancel && !tMsg.bResult)
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "Downloading[%d] file[%s] is canceled.", nId, pszFilePath);
-    }
-    else if (tMsg.bResult)
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "Download[%d] file[%s] successfully", nId, pszFilePath);
-    }
-    else
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId, pszFilePath,
+        VELTRA_LOG_ERROR_AT(tPlace, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId, strFilePath.c_str(),
                             tMsg.strErrorMsg.c_str());
+        return;
     }
+    VELTRA_LOG_ERROR_AT(tPlace,
+                        bCancel ? "Downloading[%d] file[%s] is canceled." : "Download[%d] file[%s] successfully", nId,
+                        strFilePath.c_str());
 }
 
 /** Runs a synchronous download's transfer. A failure is logged on behalf of the calling operation. */
@@ -90,11 +85,14 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
     const std::string strTempFilePath = TempPath(strFilePath);
     /* Declared before the stream, so that this is closed before its file is removed. */
     std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(nullptr, {LOG_PLACE_t()});
-    bool bExists = false;
-    FILE_PTR_t pFile = CreateTempFile(strTempFilePath, bExists);
+    if (TempFileExists(strTempFilePath))
+    {
+        return DOWNLOAD_EXISTS;
+    }
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, false);
     if (pFile == nullptr)
     {
-        return bExists ? DOWNLOAD_EXISTS : DOWNLOAD_FAILED;
+        return DOWNLOAD_FAILED;
     }
     ptRemover.reset(&strTempFilePath);
     REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t{REQ_TYPE_DOWNLOAD});
@@ -107,14 +105,7 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
         pFile.reset();
         ptReqHandler->pEasyHandle->reset();
         ptReqHandler.reset();
-        if (bInit)
-        {
-            VELTRA_LOG_ERROR("AddEasyHandle error!");
-        }
-        else
-        {
-            VELTRA_LOG_ERROR("Init download request error!");
-        }
+        VELTRA_LOG_ERROR(bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
     /* The worker may have freed them already. */
@@ -192,17 +183,12 @@ int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, doubl
 
 void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
 {
-    if (ptReqHandler == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
-        VELTRA_LOG_INFO("ptReqHandler is NULL!");
+        VELTRA_LOG_INFO(ptReqHandler == nullptr ? "ptReqHandler is NULL!" : "ptReqInfo or pEasyHandle is NULL!");
         return;
     }
     auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
-    if (!IsComplete(ptReqHandler))
-    {
-        VELTRA_LOG_INFO("ptReqInfo or pEasyHandle is NULL!");
-        return;
-    }
     double dSpeed = 0.0;
     ptReqHandler->pEasyHandle->getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed);
     VELTRA_LOG_INFO("Download[%d] speed[%f]", ptReqFile->nDownloadId, dSpeed);
@@ -273,7 +259,7 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
     VELTRA_LOG_INFO("Start sync request.");
     const int nDownloadId = CreateDownloadId();
     const std::string strTempFilePath = TempPath(strFilePath);
-    FILE_PTR_t pFile = TakeOverTempFile(strTempFilePath);
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, true);
     if (pFile == nullptr)
     {
         return false;

@@ -138,31 +138,25 @@ bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
 
 bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
 {
-    if (!IsComplete(ptReqHandler))
-    {
-        return false;
-    }
     auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
-    bool bSet = false;
-    switch (tReqInfo.eMethod)
+    if (tReqInfo.eMethod != HTTP_METHOD_GET && tReqInfo.eMethod != HTTP_METHOD_POST)
     {
-    case HTTP_METHOD_GET:
-        bSet = SET_OPTION(tSetter, HTTPGET, 1L);
-        break;
-    case HTTP_METHOD_POST:
-        bSet = SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
-               SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
-        break;
-    default:
         VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
         tReqInfo.strErrorReason = "eMethod is neither GET nor POST: " + std::to_string(tReqInfo.eMethod);
         return false;
     }
-    bSet = bSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
-           tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
-           SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tSetter, PRIVATE, ptReqHandler) &&
-           SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
+    const bool bMethodSet =
+        tReqInfo.eMethod == HTTP_METHOD_GET
+            ? SET_OPTION(tSetter, HTTPGET, 1L)
+            : SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
+                  SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
+    const bool bSet = bMethodSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) &&
+                      SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
+                      tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
+                      SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) &&
+                      SET_OPTION(tSetter, PRIVATE, ptReqHandler) && SET_OPTION(tSetter, NOSIGNAL, 1L) &&
+                      SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
     if (!bSet)
     {
         tReqInfo.strErrorReason = tSetter.strLastError;
@@ -184,17 +178,12 @@ size_t CWebConnector::WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, 
 
 void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
 {
-    if (ptReqHandler == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
-        VELTRA_LOG_ERROR("ptReqHandler is NULL!");
+        VELTRA_LOG_ERROR(ptReqHandler == nullptr ? "ptReqHandler is NULL!" : "ptReqInfo OR pEasyHandle is NULL!");
         return;
     }
     auto* ptReqInfo = static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    if (!IsComplete(ptReqHandler))
-    {
-        VELTRA_LOG_ERROR("ptReqInfo OR pEasyHandle is NULL!");
-        return;
-    }
     ptReqInfo->bResult = tMsg.bResult;
     VELTRA_LOG_INFO("Https request result[%d].", ptReqInfo->bResult);
     if (!tMsg.bResult)

@@ -39,14 +39,10 @@ bool CWebConnector::m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
     }
     const CLockGuard tGuard(m_tMultiLock);
     m_bMultiInit = m_bMultiInit || m_tCurlMulti.Initialize();
-    if (!m_bMultiInit)
+    if (!m_bMultiInit || !m_tCurlMulti.addHandle(pEasyHandle))
     {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][Initialize()] return false!!!");
-        return false;
-    }
-    if (!m_tCurlMulti.addHandle(pEasyHandle))
-    {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][addHandle()] return false!");
+        VELTRA_LOG_ERROR(m_bMultiInit ? "[WQCurl][WQCurlMulti][addHandle()] return false!"
+                                      : "[WQCurl][WQCurlMulti][Initialize()] return false!!!");
         return false;
     }
     VELTRA_LOG_INFO("Add easy handle to multi successfully.");

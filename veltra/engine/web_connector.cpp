@@ -18,17 +18,16 @@ namespace
 
 constexpr unsigned long WORKER_STACK_SIZE = 0x20000;
 
-gboolean GiveSync(gpointer pSync)
-{
-    static_cast<CSync*>(pSync)->Give();
-    return G_SOURCE_REMOVE;
-}
-
 /** Makes the context's loop give tSync as soon as it runs. */
 void GiveOnceRunning(GMainContext* pContext, CSync& tSync)
 {
+    const GSourceFunc pfnGive = [](gpointer pSync) -> gboolean
+    {
+        static_cast<CSync*>(pSync)->Give();
+        return G_SOURCE_REMOVE;
+    };
     GSource* pSource = g_idle_source_new();
-    g_source_set_callback(pSource, &GiveSync, &tSync, nullptr);
+    g_source_set_callback(pSource, pfnGive, &tSync, nullptr);
     g_source_attach(pSource, pContext);
     g_source_unref(pSource);
 }
@@ -176,13 +175,8 @@ bool CWebConnector::m_CheckLeftRequest()
 
 void CWebConnector::m_HandleCompletedRequest()
 {
-    for (;;)
+    for (auto tMsg = m_tCurlMulti.InfoRead(); tMsg.pEasyHandle != nullptr; tMsg = m_tCurlMulti.InfoRead())
     {
-        WQCurl::WQCurlMulti::MultiMsg tMsg = m_tCurlMulti.InfoRead();
-        if (tMsg.pEasyHandle == nullptr)
-        {
-            return;
-        }
         void* pHandler = nullptr;
         const bool bFound = tMsg.pEasyHandle->getInfo(WQCurl::PRIVATE_INFO, &pHandler) && pHandler != nullptr;
         if (!bFound)

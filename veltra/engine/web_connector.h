@@ -113,41 +113,29 @@ public:
     /* GLib and the curl wrapper call the following functions. Applications do not. */
 
     /**
-     * A GLib source function, which the engine schedules on the worker thread. Makes one request-handling pass: drives
-     * all transfers until none is left.
-     * @param pData the CWebConnector; null does nothing
+     * A GLib source function, which the engine schedules on the worker thread. It makes one request-handling pass:
+     * drives all transfers until none is left. pData is the CWebConnector; null does nothing.
      * @return always FALSE (0), which removes the source
      */
     static int HandleRequest(void* pData);
 
     /**
-     * The write function of HTTP requests. Passes std::bad_alloc if memory runs out.
-     * @param pData received bytes, not zero-terminated
-     * @param nSize the number of bytes of an element
-     * @param nCount the number of elements
-     * @param pUser the std::string that the bytes are appended to
+     * The write function of HTTP requests. It appends nCount elements of nSize bytes at pData to the std::string at
+     * pUser, and passes std::bad_alloc if memory runs out.
      * @return nSize times nCount; 0, which fails the transfer, if pData or pUser is null
      */
     static size_t WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, void* pUser);
 
     /**
-     * The write function of downloads.
-     * @param pData received bytes, not zero-terminated
-     * @param nSize the number of bytes of an element
-     * @param nCount the number of elements
-     * @param pStream the FILE that the bytes are written to
+     * The write function of downloads. It writes nCount elements of nSize bytes at pData to the FILE at pStream.
      * @return the number of elements written; fewer than nCount fail the transfer; 0 if pData or pStream is null
      */
     static size_t WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream);
 
     /**
-     * The progress function of downloads. Calls the download callback if the rounded percentage is a new multiple of 5.
-     * While the total is unknown, only the beginning (0 percent) is reported.
-     * @param pUser the download's _HTTP_REQ_FILE_t, whose nLastPercent is updated
-     * @param dTotal the size of the file in bytes; 0 if unknown
-     * @param dNow the number of bytes received
-     * @param dUpTotal not used
-     * @param dUpNow not used
+     * The progress function of downloads. It calls the download callback if dNow bytes of dTotal are a new multiple of
+     * 5 percent, rounded. While the total is unknown (0), only the beginning (0 percent) is reported. pUser is the
+     * download's _HTTP_REQ_FILE_t, whose nLastPercent is updated.
      * @return 0 to continue; 1, which stops the transfer, if the download has been cancelled or pUser is null
      */
     static int ProgressCBFunc(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);

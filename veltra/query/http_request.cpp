@@ -34,10 +34,9 @@ bool CHttpRequest::RequestAppBinaryServerUrl(std::string& strServerUrlInfo)
     const std::string strModelId = "ModelId:" + m_pAuth->GetModelID();
     const std::string strParam = "Param:" + strChipset + ",5.100";
 
-    _HTTP_REQ_INFO_t tReqInfo;
-    tReqInfo.eMethod = HTTP_METHOD_GET;
-    tReqInfo.strUrl = m_pAuth->GetiOstralSerType() != 0 ? QUERY_URL_TEST : QUERY_URL;
-    tReqInfo.lstHeader = {strDUID, strMAC, strCategory, strCountryCode, strModelId, strParam};
+    _HTTP_REQ_INFO_t tReqInfo{HTTP_METHOD_GET,
+                              m_pAuth->GetiOstralSerType() != 0 ? QUERY_URL_TEST : QUERY_URL,
+                              {strDUID, strMAC, strCategory, strCountryCode, strModelId, strParam}};
     VELTRA_LOG_INFO("RequestHeaderList is: \n%s, \n%s, \n%s, \n%s, \n%s, \n%s, \nurl IS %s", strDUID.c_str(),
                     strMAC.c_str(), strCategory.c_str(), strCountryCode.c_str(), strModelId.c_str(), strParam.c_str(),
                     tReqInfo.strUrl.c_str());
@@ -59,9 +58,7 @@ bool CHttpRequest::RequestServerAppBinaryInfo(const std::string& strServerUrl, s
         return false;
     }
     CWebConnector* pConnector = CSingleton<CWebConnector>::GetInstance();
-    _HTTP_REQ_INFO_t tReqInfo;
-    tReqInfo.eMethod = HTTP_METHOD_GET;
-    tReqInfo.strUrl = strServerUrl;
+    _HTTP_REQ_INFO_t tReqInfo{HTTP_METHOD_GET, strServerUrl};
     VELTRA_LOG_INFO("appbinary info url is %s", strServerUrl.c_str());
     if (pConnector->Get(&tReqInfo, true))
     {

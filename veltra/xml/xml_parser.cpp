@@ -13,14 +13,9 @@ namespace
 /** Loads a document. A failure is logged on behalf of the calling operation. */
 bool LoadDocument(const std::string& strXml, pugi::xml_document& tDocument, LOG_PLACE_t tPlace = {})
 {
-    if (strXml.empty())
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "Input Xml info is empty!");
-        return false;
-    }
     if (!tDocument.load_string(strXml.c_str(), pugi::parse_default))
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "doc.load strXml.c_str() error!");
+        VELTRA_LOG_ERROR_AT(tPlace, strXml.empty() ? "Input Xml info is empty!" : "doc.load strXml.c_str() error!");
         return false;
     }
     return true;
@@ -75,17 +70,17 @@ bool ReadEntries(const std::string& strXml, const OUTPUT_t& tOutput, const WANTE
     for (pugi::xml_node tFile = tDocument.child("emplist").child("file"); !tFile.empty();
          tFile = tFile.next_sibling("file"))
     {
-        if (!fnWanted(tFile))
+        if (fnWanted(tFile))
         {
-            continue;
+            APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
+            itNext = std::next(tOutput.mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
+            const char* pszId = tFile.attribute("id").value();
+            if (tOutput.pvecId != nullptr)
+            {
+                tOutput.pvecId->emplace_back(pszId);
+            }
+            VELTRA_LOG_INFO_AT(tPlace, pszInserted, pszId, tFile.attribute("url").value());
         }
-        APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
-        itNext = std::next(tOutput.mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
-        if (tOutput.pvecId != nullptr)
-        {
-            tOutput.pvecId->emplace_back(Attribute(tFile, "id"));
-        }
-        VELTRA_LOG_INFO_AT(tPlace, pszInserted, tFile.attribute("id").value(), tFile.attribute("url").value());
     }
     return true;
 }
