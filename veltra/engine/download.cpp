@@ -146,11 +146,7 @@ bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
 
 size_t CWebConnector::WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream)
 {
-    if (pData == nullptr || pStream == nullptr)
-    {
-        return 0;
-    }
-    return fwrite(pData, nSize, nCount, static_cast<FILE*>(pStream));
+    return pData == nullptr || pStream == nullptr ? 0 : fwrite(pData, nSize, nCount, static_cast<FILE*>(pStream));
 }
 
 int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, double /*dUpTotal*/, double /*dUpNow*/)

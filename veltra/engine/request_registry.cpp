@@ -1,5 +1,6 @@
 /* The registry of all transfers: the request list and their registration with the multi handle. */
 
+#include <algorithm>
 #include <glib.h>
 #include <memory>
 
@@ -129,12 +130,8 @@ bool CWebConnector::m_EraseRequest(_REQ_HANDLER_t* ptReqHandler)
 _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    for (_REQ_HANDLER_t* ptReqHandler : m_lstRequest)
-    {
-        if (ptReqHandler != nullptr && ptReqHandler->pEasyHandle == pEasyHandle)
-        {
-            return ptReqHandler;
-        }
-    }
-    return nullptr;
+    const auto fnMatches = [pEasyHandle](const _REQ_HANDLER_t* ptReqHandler)
+    { return ptReqHandler != nullptr && ptReqHandler->pEasyHandle == pEasyHandle; };
+    const auto itFound = std::find_if(m_lstRequest.begin(), m_lstRequest.end(), fnMatches);
+    return itFound != m_lstRequest.end() ? *itFound : nullptr;
 }

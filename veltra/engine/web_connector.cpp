@@ -165,12 +165,8 @@ bool CWebConnector::m_CheckLeftRequest()
     {
         m_EraseRequest(nullptr);
     }
-    if (!m_lstRequest.empty())
-    {
-        return true;
-    }
-    m_bIdle = true;
-    return false;
+    m_bIdle = m_lstRequest.empty();
+    return !m_bIdle;
 }
 
 void CWebConnector::m_HandleCompletedRequest()

@@ -148,69 +148,55 @@ private:
         STATE_DESTROYED
     };
 
-    /* Lifecycle and worker loop */
-
-    /** Runs the loop, then ends what is left. Worker. */
+    /*
+     * The lifecycle and the worker loop. All but m_CheckRunning() run on the worker thread. Here and below, tPlace
+     * names the operation on whose behalf an operation logs.
+     */
     void t_Main() override;
-    /** Drives all transfers one step at the start of a pass. Worker. */
     bool m_DoMultiPerform(int& nRunningHandles);
-    /** Waits for activity and drives the transfers. Worker. */
     bool m_CurlMultiSelect(int& nRunningHandles);
-    /** Returns whether the pass has to go on. If not, the next submission schedules a new one. Worker. */
+    /** Returns whether the pass has to go on. If not, the next submission schedules a new one. */
     bool m_CheckLeftRequest();
-    /** Finishes each transfer that has ended. Worker. */
     void m_HandleCompletedRequest();
-    /** Finishes a transfer by its kind; returns false if that is unknown. Logs on behalf of its caller. Worker. */
+    /** Finishes a transfer by its kind; returns false if that is unknown. */
     bool m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg, const LOG_PLACE_t& tPlace);
-    /** Ends all listed transfers as failed. The loop has been quit and new transfers are refused. Worker. */
+    /** Ends all listed transfers as failed. The loop has been quit and new transfers are refused. */
     void m_AbortRequests();
-    /** Returns whether the engine is between Create() and Destroy(), and logs if not. Any thread. */
+    /** Returns whether the engine is between Create() and Destroy(), and logs if not. */
     bool m_CheckRunning() const;
 
-    /* The registry of all transfers */
+    /* The registry of all transfers. Submissions run on the callers' threads, the rest on the worker thread. */
 
-    /** Lists and registers a transfer, which belongs to the worker afterwards unless this fails. Caller's thread. */
+    /** Lists and registers a transfer, which belongs to the worker afterwards unless this fails. */
     bool m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Registers an easy handle. Initialises the multi handle first if necessary. Caller's thread. */
+    /** Registers an easy handle. Initialises the multi handle first if necessary. */
     bool m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
-    /** Unregisters an easy handle. Worker. */
     bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
-    /** Lists a handler and schedules a pass if the engine is idle. Caller's thread. */
+    /** Lists a handler and schedules a pass if the engine is idle. */
     void m_PushRequest(_REQ_HANDLER_t* ptReqHandler);
     /**
      * Unlists a handler and, unless its request is synchronous, frees record, easy handle and handler. Returns false
-     * and frees nothing if the handler is not listed or null. Worker.
+     * and frees nothing if the handler is not listed or null.
      */
     bool m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Unregisters and resets the easy handle, then removes the handler. Logs on behalf of its caller. Worker. */
+    /** Unregisters and resets the easy handle, then removes the handler. */
     void m_ReleaseRequest(_REQ_HANDLER_t* ptReqHandler, const LOG_PLACE_t& tPlace);
     /** Unlists a handler and frees nothing. Any thread. */
     void m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Erases every list entry of a handler; returns false if there is none. Under m_tRequestLock. Any thread. */
+    /** Erases every list entry of a handler; returns false if there is none. The caller holds m_tRequestLock. */
     bool m_EraseRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Finds the listed handler of an easy handle; returns null if there is none. Worker. */
+    /** Finds the listed handler of an easy handle; returns null if there is none. */
     _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
 
-    /* GET and POST */
+    /* Requests and downloads. They are set up on the callers' threads and finished on the worker thread. */
 
-    /** Does what Get() and Post() share. Logs on behalf of its caller. Caller's thread. */
     bool m_HttpRequest(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync, const LOG_PLACE_t& tPlace);
-    /** Makes a request with the caller's record and waits for its end. Caller's thread. */
     bool m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
-    /** Starts a request with a copy of the caller's record. Caller's thread. */
     bool m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo);
-    /** Prepares a request's easy handle for its submission. Caller's thread. */
     bool m_InitRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Sets the options of a request from its record. Caller's thread. */
     bool m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler);
-    /** Finishes a request: stores the outcome, calls the callback, releases the request. Worker. */
     void m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
-
-    /* Downloads */
-
-    /** Prepares a download's easy handle for its submission or its sending. Caller's thread. */
     bool m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Finishes a download: renames or removes the file, sends the final event, releases the request. Worker. */
     void m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg);
 
     /*

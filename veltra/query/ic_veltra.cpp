@@ -16,16 +16,11 @@ bool GetInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, const 
 {
     std::string strXml;
     VELTRA_LOG_INFO_AT(tPlace, "Server AppBinary url = [%s]", strServerUrl.c_str());
-    const bool bResult = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strXml);
+    const bool bReceived = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strXml);
     VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strXml.c_str());
-    if (!bResult)
+    if (!bReceived || !fnRead(strXml))
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "Request AppBinary Server info Error!");
-        return false;
-    }
-    if (!fnRead(strXml))
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "%s", pszParseError);
+        VELTRA_LOG_ERROR_AT(tPlace, "%s", bReceived ? pszParseError : "Request AppBinary Server info Error!");
         return false;
     }
     return true;
@@ -36,14 +31,10 @@ bool GetInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, const 
 bool ICVeltra::GetAppBinaryServerUrl(std::vector<std::string>& vecServerUrl)
 {
     std::string strXml;
-    if (!m_tHttpRequest.RequestAppBinaryServerUrl(strXml))
+    const bool bReceived = m_tHttpRequest.RequestAppBinaryServerUrl(strXml);
+    if (!bReceived || !m_tXmlParser.ParseAppBinaryServerUrlXml(strXml, vecServerUrl))
     {
-        VELTRA_LOG_ERROR("Request Server Url Error!");
-        return false;
-    }
-    if (!m_tXmlParser.ParseAppBinaryServerUrlXml(strXml, vecServerUrl))
-    {
-        VELTRA_LOG_ERROR("Parse Server Url xml Error!");
+        VELTRA_LOG_ERROR(bReceived ? "Parse Server Url xml Error!" : "Request Server Url Error!");
         return false;
     }
     return true;
