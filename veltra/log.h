@@ -15,21 +15,10 @@
 #define VELTRA_LOG_INFO(...) VELTRA_LOG_INFO_AT(LOG_PLACE_t(), __VA_ARGS__)
 
 /* A helper logs on behalf of the operation that called it: its last parameter is `LOG_PLACE_t tPlace = {}`. */
-#define VELTRA_LOG_ERROR_AT(place, ...)          \
-    do                                           \
-    {                                            \
-        LogErrorBegin(VELTRA_LOG_MODULE, place); \
-        CKVRDebug::PrintLog(0, __VA_ARGS__);     \
-        LogErrorEnd();                           \
-    } while (false)
-
-#define VELTRA_LOG_INFO_AT(place, ...)           \
-    do                                           \
-    {                                            \
-        LogHeading(4, VELTRA_LOG_MODULE, place); \
-        CKVRDebug::PrintLog(4, __VA_ARGS__);     \
-        CKVRDebug::PrintLog(4, "\n");            \
-    } while (false)
+#define VELTRA_LOG_ERROR_AT(place, ...) \
+    (LogErrorBegin(VELTRA_LOG_MODULE, place), CKVRDebug::PrintLog(0, __VA_ARGS__), LogErrorEnd())
+#define VELTRA_LOG_INFO_AT(place, ...) \
+    (LogHeading(4, VELTRA_LOG_MODULE, place), CKVRDebug::PrintLog(4, __VA_ARGS__), CKVRDebug::PrintLog(4, "\n"))
 
 /** Names the operation and the line that a record's heading shows: those of the code that makes this object. */
 struct LOG_PLACE_t
@@ -43,7 +32,7 @@ struct LOG_PLACE_t
     int nLine;
 };
 
-/* Functions, not macros: expanded at every record, they would make a sixth of the library's code. */
+/* These are functions, because their code at every record would make a sixth of the library. */
 
 inline void LogHeading(unsigned int level, const char* pszModule, LOG_PLACE_t tPlace)
 {

@@ -83,7 +83,7 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
     }
     const CLockGuard tGuard(m_tDownloadLock);
     const std::string strTempFilePath = TempPath(strFilePath);
-    /* Declared before the stream, so that this is closed before its file is removed. */
+    /* The remover is declared before the stream, so that the stream is closed first. */
     std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(nullptr, {LOG_PLACE_t()});
     if (TempFileExists(strTempFilePath))
     {
@@ -165,7 +165,7 @@ int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, doubl
     }
     if (dTotal <= 0 && dNow > 0)
     {
-        return 0; /* the server has sent no length */
+        return 0; // the server has sent no length
     }
     const int nPercent = dTotal > 0 ? static_cast<int>(round(dNow * 100.0 / dTotal)) : 0;
     const DOWNLOAD_CB_t pfnDownloadCB = ptReqFile->pfnDownloadCB;
@@ -188,15 +188,13 @@ void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl
     double dSpeed = 0.0;
     ptReqHandler->pEasyHandle->getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed);
     VELTRA_LOG_INFO("Download[%d] speed[%f]", ptReqFile->nDownloadId, dSpeed);
-    if (ptReqFile->pFile != nullptr)
+    /* Some file systems report a failed write only when the file is closed. */
+    const bool bClosed = ptReqFile->pFile == nullptr || fclose(ptReqFile->pFile) == 0;
+    ptReqFile->pFile = nullptr;
+    if (!bClosed && tMsg.bResult)
     {
-        /* Some file systems report a failed write only when the file is closed. */
-        if (fclose(ptReqFile->pFile) != 0 && tMsg.bResult)
-        {
-            tMsg.bResult = false;
-            tMsg.strErrorMsg = "The file could not be written to its end";
-        }
-        ptReqFile->pFile = nullptr;
+        tMsg.bResult = false;
+        tMsg.strErrorMsg = "The file could not be written to its end";
     }
     const std::string& strTempFilePath = ptReqFile->strTempFilePath;
     const std::string strFilePath = TargetPath(strTempFilePath);

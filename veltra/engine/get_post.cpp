@@ -196,10 +196,7 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
     {
         ptReqInfo->pfnRequestCB(tMsg.bResult, tMsg.strErrorMsg, ptReqInfo->strResponse, ptReqInfo->pUserData);
     }
-    /*
-     * The callback of a synchronous request may have started an asynchronous one with the same record. The flag decides
-     * whether the release frees the request.
-     */
+    /* The callback may have started an asynchronous request with the same record. The release needs this one's flag. */
     ptReqInfo->bSync = bSync;
     m_ReleaseRequest(ptReqHandler, LOG_PLACE_t());
     if (bSync)

@@ -16,7 +16,7 @@ namespace
 
 constexpr char SUFFIX[] = ".bak";
 
-/** Returns the type of the file at a path, of a link itself; 0 if there is none. */
+/** Returns the type of the file at a path, without following a link; 0 if there is none. */
 mode_t FileType(const std::string& strPath)
 {
     struct stat tStat = {};
@@ -33,7 +33,7 @@ bool IsSymbolicLink(const std::string& strPath, LOG_PLACE_t tPlace)
     return bLink;
 }
 
-/** Tells whether a target is a device, pipe or socket. A folder is not refused here: the rename fails. */
+/** Tells whether a target is a device, pipe or socket. A folder is none of them: there the rename fails. */
 bool IsSpecialFile(const std::string& strPath, LOG_PLACE_t tPlace)
 {
     const mode_t eType = FileType(strPath);

@@ -68,7 +68,7 @@ bool CWebConnector::Create()
         return true;
     }
     CSync tRunning;
-    const bool bSync = tRunning.Create(); // the only call here that may throw
+    const bool bSync = tRunning.Create(); // before GLib's objects, because it may throw std::bad_alloc
     m_pMainContext = g_main_context_new();
     m_pMainLoop = g_main_loop_new(m_pMainContext, FALSE);
     /* Waits until the loop runs: earlier, a pass would run on the pushing thread, and a quit would have no effect. */

@@ -214,7 +214,7 @@ private:
     pthread_mutex_t m_tDownloadIdLock; /**< guards m_nDownloadId */
     pthread_mutex_t m_tDownloadLock;   /**< serialises the set-ups of downloads */
     int m_nDownloadId = 0;             /**< the last id that was returned */
-    /** Where in m_lstRequest m_PushRequest() has listed each handler; saves searching a long list. */
+    /** The list entries that m_PushRequest() has made for each handler; they save searching a long list. */
     std::unordered_multimap<_REQ_HANDLER_t*, std::list<_REQ_HANDLER_t*>::iterator> m_mapPlaces;
     pthread_mutex_t m_tSubmitLock; /**< makes listing and registering a transfer one step; guards m_eState */
     std::atomic<STATE_e> m_eState{STATE_CONSTRUCTED};
