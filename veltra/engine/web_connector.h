@@ -84,9 +84,9 @@ public:
                       DOWNLOAD_CB_t pfnDownloadCB, void* pUserData);
 
     /**
-     * Stops a running download within about a second. Its temporary file is removed and its target stays untouched,
-     * unless the transfer had already ended. If several downloads have the id, the oldest is stopped. The call may be
-     * repeated.
+     * Asks a running download to stop, which takes about a second. Its temporary file is then removed and its target
+     * stays untouched, unless the transfer had already ended. If several downloads have the id, the oldest stops. The
+     * call may be repeated.
      *
      * @param nDownloadId the id given to StartDownload()
      * @param bNotify true: one last event comes, DOWNLOAD_TYPE_CANCEL. false: no further event comes, except one whose
