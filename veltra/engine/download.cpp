@@ -47,6 +47,19 @@ void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::
                         strFilePath.c_str());
 }
 
+/** A deleter for std::unique_ptr: removes the temporary file at the given path, after a download failed to start. */
+struct TEMP_FILE_REMOVER_t
+{
+    void operator()(const std::string* pstrTempFilePath) const
+    {
+        const int nResult = remove(pstrTempFilePath->c_str());
+        VELTRA_LOG_ERROR_AT(tPlace, "Failed to add download request, rm file %s, ret is [%d]",
+                            pstrTempFilePath->c_str(), nResult);
+    }
+
+    LOG_PLACE_t tPlace;
+};
+
 /** Runs a synchronous download's transfer. A failure is logged on behalf of the calling operation. */
 bool Send(WQCurl::WQCurlEasy& tEasyHandle, int nConnectSeconds, int nTotalSeconds, LOG_PLACE_t tPlace = {})
 {
@@ -163,13 +176,10 @@ int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, doubl
                         ptReqFile->strTempFilePath.c_str());
         return 1;
     }
-    if (dTotal <= 0 && dNow > 0)
-    {
-        return 0; // the server has sent no length
-    }
+    const bool bKnown = dTotal > 0 || dNow <= 0; // false: the server has sent no length
     const int nPercent = dTotal > 0 ? static_cast<int>(round(dNow * 100.0 / dTotal)) : 0;
     const DOWNLOAD_CB_t pfnDownloadCB = ptReqFile->pfnDownloadCB;
-    if (nPercent % PROGRESS_STEP == 0 && nPercent != ptReqFile->nLastPercent && pfnDownloadCB != nullptr)
+    if (bKnown && nPercent % PROGRESS_STEP == 0 && nPercent != ptReqFile->nLastPercent && pfnDownloadCB != nullptr)
     {
         pfnDownloadCB(ptReqFile->nDownloadId, DOWNLOAD_TYPE_PROGRESS, nPercent, 0.0, ptReqFile->pUserData);
         ptReqFile->nLastPercent = nPercent;

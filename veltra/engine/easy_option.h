@@ -26,5 +26,5 @@ struct EASY_OPTION_SETTER_t
     }
 
     WQCurl::WQCurlEasy& tEasy;
-    std::string strLastError{}; /**< the easy handle's last error after a refusal */
+    std::string strLastError{}; /**< the text of a refusal; a wrapper may give it only once */
 };

@@ -130,10 +130,3 @@ bool FlushAndClose(FILE_PTR_t pFile)
     const bool bFlushed = fflush(pFile.get()) == 0 && (fsync(fileno(pFile.get())) == 0 || errno == EINVAL);
     return fclose(pFile.release()) == 0 && bFlushed;
 }
-
-void TEMP_FILE_REMOVER_t::operator()(const std::string* pstrTempFilePath) const
-{
-    const int nResult = remove(pstrTempFilePath->c_str());
-    VELTRA_LOG_ERROR_AT(tPlace, "Failed to add download request, rm file %s, ret is [%d]", pstrTempFilePath->c_str(),
-                        nResult);
-}

@@ -39,11 +39,3 @@ FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_
 
 /** Flushes a file to storage and closes it. @return false if some data may not be in storage */
 bool FlushAndClose(FILE_PTR_t pFile);
-
-/** A deleter for std::unique_ptr: removes the file at the given path, after a download failed to start. */
-struct TEMP_FILE_REMOVER_t
-{
-    void operator()(const std::string* pstrTempFilePath) const;
-
-    LOG_PLACE_t tPlace;
-};
