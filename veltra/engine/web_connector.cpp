@@ -3,7 +3,6 @@
 #include "veltra/engine/web_connector.h"
 
 #include <glib.h>
-#include <vector>
 
 #include "veltra/engine/transfer.h"
 #include "veltra/platform/lock_guard.h"
@@ -224,21 +223,19 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
 
 void CWebConnector::m_AbortRequests()
 {
-    std::vector<_REQ_HANDLER_t*> vecLeft;
+    std::list<_REQ_HANDLER_t*> lstLeft;
     {
         const CLockGuard tSubmitGuard(m_tSubmitLock);
         const CLockGuard tRequestGuard(m_tRequestLock);
-        vecLeft.assign(m_lstRequest.begin(), m_lstRequest.end());
+        lstLeft = m_lstRequest;
     }
-    for (_REQ_HANDLER_t* ptReqHandler : vecLeft)
+    lstLeft.remove(nullptr);
+    for (_REQ_HANDLER_t* ptReqHandler : lstLeft)
     {
-        if (ptReqHandler != nullptr)
-        {
-            WQCurl::WQCurlMulti::MultiMsg tMsg;
-            tMsg.pEasyHandle = ptReqHandler->pEasyHandle;
-            tMsg.strErrorMsg = "The engine was destroyed before the transfer had ended";
-            m_FinishRequest(ptReqHandler, tMsg, LOG_PLACE_t());
-        }
+        WQCurl::WQCurlMulti::MultiMsg tMsg;
+        tMsg.pEasyHandle = ptReqHandler->pEasyHandle;
+        tMsg.strErrorMsg = "The engine was destroyed before the transfer had ended";
+        m_FinishRequest(ptReqHandler, tMsg, LOG_PLACE_t());
     }
 }
 

@@ -169,7 +169,6 @@ private:
 
     /** Lists and registers a transfer, which belongs to the worker afterwards unless this fails. */
     bool m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Registers an easy handle. Initialises the multi handle first if necessary. */
     bool m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
     bool m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle);
     /** Lists a handler and schedules a pass if the engine is idle. */
@@ -185,7 +184,6 @@ private:
     void m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler);
     /** Erases every list entry of a handler; returns false if there is none. The caller holds m_tRequestLock. */
     bool m_EraseRequest(_REQ_HANDLER_t* ptReqHandler);
-    /** Finds the listed handler of an easy handle; returns null if there is none. */
     _REQ_HANDLER_t* m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle);
 
     /* Requests and downloads. They are set up on the callers' threads and finished on the worker thread. */

@@ -28,25 +28,18 @@ std::string_view Attribute(const pugi::xml_node& tNode, const char* pszName)
 
 APPBIN_SERVER_INFO_t ReadEntry(const pugi::xml_node& tFile)
 {
-    APPBIN_SERVER_INFO_t tInfo;
-    tInfo.strId = Attribute(tFile, "id");
-    tInfo.strName = Attribute(tFile, "name");
-    tInfo.strVersion = Attribute(tFile, "version");
-    tInfo.strUrl = Attribute(tFile, "url");
-    tInfo.strSize = Attribute(tFile, "size");
-    tInfo.strSignature = tFile.child("signature").child_value();
-    tInfo.strType = Attribute(tFile, "type");
-    tInfo.strBoot = Attribute(tFile, "boot");
-    return tInfo;
+    const auto fnText = [&tFile](const char* pszName) { return tFile.attribute(pszName).value(); };
+    const char* pszSignature = tFile.child("signature").child_value();
+    return {fnText("id"),   fnText("name"), fnText("version"), fnText("url"),
+            fnText("size"), pszSignature,   fnText("type"),    fnText("boot")};
 }
 
 /** The containers of a reader's caller. */
 struct OUTPUT_t
 {
-    std::map<std::string, APPBIN_SERVER_INFO_t>&
-        mapInfo;                                /**< keeps the record of an identifier that it holds already */
-    std::vector<std::string>* pvecId = nullptr; /**< receives the identifiers in document order */
-    bool bEmptyList = false;                    /**< pvecId is emptied once the document has been loaded */
+    std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo; /**< an identifier in it keeps its record */
+    std::vector<std::string>* pvecId = nullptr;           /**< receives the identifiers in document order */
+    bool bEmptyList = false;                              /**< pvecId is emptied once the document has been loaded */
 };
 
 /**
