@@ -2,40 +2,25 @@
 
 #include "veltra/platform/kvr_debug.h"
 
-/* What frames an error record's text, for a terminal to colour. */
+/* An error record's text stands between these two, which a terminal shows in colour. */
 #define VELTRA_LOG_FRAME_BEGIN "\033[1;31;42m "
 #define VELTRA_LOG_FRAME_END "\033[0m "
 
 /*
- * The library's own log records. A .cpp that logs first names its module:
- *
- *     #define VELTRA_LOG_MODULE "WebConnector"
- *
- * Error records are level 0 and framed in colour, information records are level 4 and plain. The few informational
- * records that must reach a default log are written with VELTRA_LOG_ERROR as well.
+ * These macros write the library's own log records: errors at level 0 in a frame, information at level 4 without one.
+ * The few informational records that a default log must show are written as errors. A .cpp defines VELTRA_LOG_MODULE,
+ * the name of its module, before it includes this header.
  */
 #define VELTRA_LOG_ERROR(...) VELTRA_LOG_ERROR_AT(LOG_PLACE_t(), __VA_ARGS__)
 #define VELTRA_LOG_INFO(...) VELTRA_LOG_INFO_AT(LOG_PLACE_t(), __VA_ARGS__)
 
-/* The same for a helper that logs on behalf of the operation that called it: its last parameter is
- * `LOG_PLACE_t tPlace = {}`. */
-#define VELTRA_LOG_ERROR_AT(place, ...)          \
-    do                                           \
-    {                                            \
-        LogErrorBegin(VELTRA_LOG_MODULE, place); \
-        CKVRDebug::PrintLog(0, __VA_ARGS__);     \
-        LogErrorEnd();                           \
-    } while (false)
+/* A helper logs on behalf of the operation that called it: its last parameter is `LOG_PLACE_t tPlace = {}`. */
+#define VELTRA_LOG_ERROR_AT(place, ...) \
+    (LogErrorBegin(VELTRA_LOG_MODULE, place), CKVRDebug::PrintLog(0, __VA_ARGS__), LogErrorEnd())
+#define VELTRA_LOG_INFO_AT(place, ...) \
+    (LogHeading(4, VELTRA_LOG_MODULE, place), CKVRDebug::PrintLog(4, __VA_ARGS__), CKVRDebug::PrintLog(4, "\n"))
 
-#define VELTRA_LOG_INFO_AT(place, ...)           \
-    do                                           \
-    {                                            \
-        LogHeading(4, VELTRA_LOG_MODULE, place); \
-        CKVRDebug::PrintLog(4, __VA_ARGS__);     \
-        CKVRDebug::PrintLog(4, "\n");            \
-    } while (false)
-
-/** Which operation a record belongs to: the one that makes this object, or that calls what has it as a default. */
+/** Names the operation and the line that a record's heading shows: those of the code that makes this object. */
 struct LOG_PLACE_t
 {
     LOG_PLACE_t(const char* pszItsOperation = __builtin_FUNCTION(), int nItsLine = __builtin_LINE())
@@ -47,7 +32,7 @@ struct LOG_PLACE_t
     int nLine;
 };
 
-/* What all records share, as functions: expanded in each place it would be a sixth of the library's code. */
+/* These are functions, because their code at every record would make a sixth of the library. */
 
 inline void LogHeading(unsigned int level, const char* pszModule, LOG_PLACE_t tPlace)
 {

@@ -1,4 +1,4 @@
-/* Downloads into files: on the worker, with events and cancellation, and on the calling thread. */
+/* Downloads into files: asynchronous ones on the worker, and synchronous ones on the calling thread. */
 
 #include <cmath>
 #include <memory>
@@ -22,12 +22,11 @@ constexpr int DOWNLOAD_STARTED = 1;
 constexpr int DOWNLOAD_FAILED = -6;
 constexpr int DOWNLOAD_EXISTS = -16;
 
-/** Tells the callback, if there still is one, how a download ended; logged on behalf of the calling operation. */
+/** Reports a download's end to its callback, if it has one. The end is logged on behalf of the calling operation. */
 void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::MultiMsg& tMsg,
                    const std::string& strFilePath, double dSpeed, LOG_PLACE_t tPlace = {})
 {
-    /* In this order: a silent cancellation clears the callback before it sets the flag, so that it is never reported.
-     */
+    /* The flag is read first: a silent cancellation clears the callback before it sets the flag. */
     const bool bCancel = tReqFile.bCancel;
     const DOWNLOAD_CB_t pfnDownloadCB = tReqFile.pfnDownloadCB;
     if (pfnDownloadCB == nullptr)
@@ -35,22 +34,43 @@ void ReportOutcome(const _HTTP_REQ_FILE_t& tReqFile, const WQCurl::WQCurlMulti::
         return;
     }
     const int nId = tReqFile.nDownloadId;
-    if (bCancel)
+    const DOWNLOAD_TYPE_e eOutcome = tMsg.bResult ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL;
+    pfnDownloadCB(nId, bCancel ? DOWNLOAD_TYPE_CANCEL : eOutcome, 0, dSpeed, tReqFile.pUserData);
+    if (!bCancel && !tMsg.bResult)
     {
-        pfnDownloadCB(nId, DOWNLOAD_TYPE_CANCEL, 0, dSpeed, tReqFile.pUserData);
-        VELTRA_LOG_ERROR_AT(tPlace, "Downloading[%d] file[%s] is canceled.", nId, strFilePath.c_str());
-    }
-    else if (tMsg.bResult)
-    {
-        pfnDownloadCB(nId, DOWNLOAD_TYPE_SUCCESS, 0, dSpeed, tReqFile.pUserData);
-        VELTRA_LOG_ERROR_AT(tPlace, "Download[%d] file[%s] successfully", nId, strFilePath.c_str());
-    }
-    else
-    {
-        pfnDownloadCB(nId, DOWNLOAD_TYPE_FAIL, 0, dSpeed, tReqFile.pUserData);
         VELTRA_LOG_ERROR_AT(tPlace, "Failed to download[%d] file[%s], ErrorMsg[%s].", nId, strFilePath.c_str(),
                             tMsg.strErrorMsg.c_str());
+        return;
     }
+    VELTRA_LOG_ERROR_AT(tPlace,
+                        bCancel ? "Downloading[%d] file[%s] is canceled." : "Download[%d] file[%s] successfully", nId,
+                        strFilePath.c_str());
+}
+
+/** A deleter for std::unique_ptr: removes the temporary file at the given path, after a download failed to start. */
+struct TEMP_FILE_REMOVER_t
+{
+    void operator()(const std::string* pstrTempFilePath) const
+    {
+        const int nResult = remove(pstrTempFilePath->c_str());
+        VELTRA_LOG_ERROR_AT(tPlace, "Failed to add download request, rm file %s, ret is [%d]",
+                            pstrTempFilePath->c_str(), nResult);
+    }
+
+    LOG_PLACE_t tPlace;
+};
+
+/** Runs a synchronous download's transfer. A failure is logged on behalf of the calling operation. */
+bool Send(WQCurl::WQCurlEasy& tEasyHandle, int nConnectSeconds, int nTotalSeconds, LOG_PLACE_t tPlace = {})
+{
+    tEasyHandle.setTimeout(nConnectSeconds, nTotalSeconds);
+    const bool bSent = tEasyHandle.send();
+    if (!bSent)
+    {
+        VELTRA_LOG_ERROR_AT(tPlace, "[WQCurl][WQCurlEasy][send()] return false = [%s]!",
+                            tEasyHandle.getLastError().c_str());
+    }
+    return bSent;
 }
 
 } // namespace
@@ -76,42 +96,32 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
     }
     const CLockGuard tGuard(m_tDownloadLock);
     const std::string strTempFilePath = TempPath(strFilePath);
-    /* In this order: the stream is closed before its file is removed. */
+    /* The remover is declared before the stream, so that the stream is closed first. */
     std::unique_ptr<const std::string, TEMP_FILE_REMOVER_t> ptRemover(nullptr, {LOG_PLACE_t()});
-    bool bExists = false;
-    FILE_PTR_t pFile = CreateTempFile(strTempFilePath, bExists);
+    if (TempFileExists(strTempFilePath))
+    {
+        return DOWNLOAD_EXISTS;
+    }
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, false);
     if (pFile == nullptr)
     {
-        return bExists ? DOWNLOAD_EXISTS : DOWNLOAD_FAILED;
+        return DOWNLOAD_FAILED;
     }
     ptRemover.reset(&strTempFilePath);
     REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t{REQ_TYPE_DOWNLOAD});
-    auto* ptReqFile = new _HTTP_REQ_FILE_t();
-    ptReqHandler->ptReqInfo = ptReqFile;
+    ptReqHandler->ptReqInfo =
+        new _HTTP_REQ_FILE_t{nDownloadId, -1, false, strUrl, strTempFilePath, pFile.get(), pfnDownloadCB, pUserData};
     ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
-    ptReqFile->nDownloadId = nDownloadId;
-    ptReqFile->strUrl = strUrl;
-    ptReqFile->strTempFilePath = strTempFilePath;
-    ptReqFile->pFile = pFile.get();
-    ptReqFile->pfnDownloadCB = pfnDownloadCB;
-    ptReqFile->pUserData = pUserData;
     const bool bInit = m_InitDownloadRequest(ptReqHandler.get());
     if (!bInit || !m_SubmitRequest(ptReqHandler.get()))
     {
         pFile.reset();
         ptReqHandler->pEasyHandle->reset();
         ptReqHandler.reset();
-        if (bInit)
-        {
-            VELTRA_LOG_ERROR("AddEasyHandle error!");
-        }
-        else
-        {
-            VELTRA_LOG_ERROR("Init download request error!");
-        }
+        VELTRA_LOG_ERROR(bInit ? "AddEasyHandle error!" : "Init download request error!");
         return DOWNLOAD_FAILED;
     }
-    /* The worker owns them and may have freed them already. */
+    /* The worker may have freed them already. */
     static_cast<void>(ptRemover.release());
     static_cast<void>(pFile.release());
     static_cast<void>(ptReqHandler.release());
@@ -121,7 +131,7 @@ int CWebConnector::StartDownload(int nDownloadId, const std::string& strUrl, con
 
 bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
 {
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
         return false;
     }
@@ -149,11 +159,7 @@ bool CWebConnector::m_InitDownloadRequest(_REQ_HANDLER_t* ptReqHandler)
 
 size_t CWebConnector::WriteDataToFileCBFunc(char* pData, size_t nSize, size_t nCount, void* pStream)
 {
-    if (pData == nullptr || pStream == nullptr)
-    {
-        return 0;
-    }
-    return fwrite(pData, nSize, nCount, static_cast<FILE*>(pStream));
+    return pData == nullptr || pStream == nullptr ? 0 : fwrite(pData, nSize, nCount, static_cast<FILE*>(pStream));
 }
 
 int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, double /*dUpTotal*/, double /*dUpNow*/)
@@ -170,13 +176,10 @@ int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, doubl
                         ptReqFile->strTempFilePath.c_str());
         return 1;
     }
-    if (dTotal <= 0 && dNow > 0)
-    {
-        return 0; /* a server that sends no length */
-    }
+    const bool bKnown = dTotal > 0 || dNow <= 0; // false: the server has sent no length
     const int nPercent = dTotal > 0 ? static_cast<int>(round(dNow * 100.0 / dTotal)) : 0;
     const DOWNLOAD_CB_t pfnDownloadCB = ptReqFile->pfnDownloadCB;
-    if (nPercent % PROGRESS_STEP == 0 && nPercent != ptReqFile->nLastPercent && pfnDownloadCB != nullptr)
+    if (bKnown && nPercent % PROGRESS_STEP == 0 && nPercent != ptReqFile->nLastPercent && pfnDownloadCB != nullptr)
     {
         pfnDownloadCB(ptReqFile->nDownloadId, DOWNLOAD_TYPE_PROGRESS, nPercent, 0.0, ptReqFile->pUserData);
         ptReqFile->nLastPercent = nPercent;
@@ -186,30 +189,22 @@ int CWebConnector::ProgressCBFunc(void* pUser, double dTotal, double dNow, doubl
 
 void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
 {
-    if (ptReqHandler == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
-        VELTRA_LOG_INFO("ptReqHandler is NULL!");
+        VELTRA_LOG_INFO(ptReqHandler == nullptr ? "ptReqHandler is NULL!" : "ptReqInfo or pEasyHandle is NULL!");
         return;
     }
     auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy* pEasyHandle = ptReqHandler->pEasyHandle;
-    if (ptReqFile == nullptr || pEasyHandle == nullptr)
-    {
-        VELTRA_LOG_INFO("ptReqInfo or pEasyHandle is NULL!");
-        return;
-    }
     double dSpeed = 0.0;
-    pEasyHandle->getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed);
+    ptReqHandler->pEasyHandle->getInfo(WQCurl::SPEED_DOWNLOAD, &dSpeed);
     VELTRA_LOG_INFO("Download[%d] speed[%f]", ptReqFile->nDownloadId, dSpeed);
-    if (ptReqFile->pFile != nullptr)
+    /* Some file systems report a failed write only when the file is closed. */
+    const bool bClosed = ptReqFile->pFile == nullptr || fclose(ptReqFile->pFile) == 0;
+    ptReqFile->pFile = nullptr;
+    if (!bClosed && tMsg.bResult)
     {
-        /* Some file systems report only here that the data did not reach the disk. */
-        if (fclose(ptReqFile->pFile) != 0 && tMsg.bResult)
-        {
-            tMsg.bResult = false;
-            tMsg.strErrorMsg = "The file could not be written to its end";
-        }
-        ptReqFile->pFile = nullptr;
+        tMsg.bResult = false;
+        tMsg.strErrorMsg = "The file could not be written to its end";
     }
     const std::string& strTempFilePath = ptReqFile->strTempFilePath;
     const std::string strFilePath = TargetPath(strTempFilePath);
@@ -224,12 +219,7 @@ void CWebConnector::m_HandleDownloadRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl
         VELTRA_LOG_INFO("rm file %s, ret is [%d]", strTempFilePath.c_str(), nResult);
     }
     ReportOutcome(*ptReqFile, tMsg, strFilePath, dSpeed);
-    m_RemoveEasyHandle(pEasyHandle);
-    pEasyHandle->reset();
-    if (!m_RemoveRequest(ptReqHandler))
-    {
-        VELTRA_LOG_ERROR("Remove request error!");
-    }
+    m_ReleaseRequest(ptReqHandler, LOG_PLACE_t());
 }
 
 bool CWebConnector::CancelDownload(int nDownloadId, bool bNotify)
@@ -237,22 +227,17 @@ bool CWebConnector::CancelDownload(int nDownloadId, bool bNotify)
     const CLockGuard tGuard(m_tRequestLock);
     for (const _REQ_HANDLER_t* ptReqHandler : m_lstRequest)
     {
-        if (ptReqHandler == nullptr)
-        {
-            VELTRA_LOG_ERROR("Can't be NULL!");
-            return false;
-        }
-        if (ptReqHandler->eReqType != REQ_TYPE_DOWNLOAD)
+        if (ptReqHandler != nullptr && ptReqHandler->eReqType != REQ_TYPE_DOWNLOAD)
         {
             VELTRA_LOG_ERROR("Download request type does not match request file.");
             continue;
         }
-        auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
-        if (ptReqFile == nullptr)
+        if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr)
         {
             VELTRA_LOG_ERROR("Can't be NULL!");
             return false;
         }
+        auto* ptReqFile = static_cast<_HTTP_REQ_FILE_t*>(ptReqHandler->ptReqInfo);
         if (ptReqFile->nDownloadId == nDownloadId)
         {
             if (!bNotify)
@@ -276,31 +261,17 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     VELTRA_LOG_INFO("Start sync request.");
-    _HTTP_REQ_FILE_t tReqFile;
-    tReqFile.nDownloadId = CreateDownloadId();
-    tReqFile.strUrl = strUrl;
-    tReqFile.strTempFilePath = TempPath(strFilePath);
-    const std::string& strTempFilePath = tReqFile.strTempFilePath;
-    WQCurl::WQCurlEasy tEasyHandle;
-    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
-
-    FILE_PTR_t pFile = TakeOverTempFile(strTempFilePath);
+    const int nDownloadId = CreateDownloadId();
+    const std::string strTempFilePath = TempPath(strFilePath);
+    FILE_PTR_t pFile = OpenTempFile(strTempFilePath, true);
     if (pFile == nullptr)
     {
         return false;
     }
-    tReqFile.pFile = pFile.get();
-    bool bWhole = m_InitDownloadRequest(&tReqHandler);
-    if (bWhole)
-    {
-        tEasyHandle.setTimeout(nTimeoutB, nTimeoutA);
-        bWhole = tEasyHandle.send();
-        if (!bWhole)
-        {
-            VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][send()] return false = [%s]!", tEasyHandle.getLastError().c_str());
-        }
-    }
-    if (!bWhole)
+    _HTTP_REQ_FILE_t tReqFile{nDownloadId, -1, false, strUrl, strTempFilePath, pFile.get(), nullptr, nullptr};
+    WQCurl::WQCurlEasy tEasyHandle;
+    _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
+    if (!m_InitDownloadRequest(&tReqHandler) || !Send(tEasyHandle, nTimeoutB, nTimeoutA))
     {
         pFile.reset();
         tEasyHandle.reset();

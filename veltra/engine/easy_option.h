@@ -3,7 +3,7 @@
 #include "veltra/log.h"
 #include "veltra/platform/wqcurl.h"
 
-/** Sets the option of an enumerator's name. A refusal is logged on behalf of the calling operation. */
+/** Sets the option WQCurl::name with an EASY_OPTION_SETTER_t. */
 #define SET_OPTION(setter, name, value) (setter).Set(WQCurl::name, value, "Set WQCurl::" #name " error = [%s]")
 
 /** Sets the options of one easy handle. */
@@ -11,7 +11,7 @@ struct EASY_OPTION_SETTER_t
 {
     /**
      * Sets one option. A refusal is logged on behalf of the calling operation, with pszMessage as the format and the
-     * easy handle's last error as its one argument.
+     * easy handle's last error as its argument.
      */
     template <class VALUE>
     bool Set(WQCurl::WQCURL_OPTION_TYPE eOption, const VALUE& tValue, const char* pszMessage, LOG_PLACE_t tPlace = {})
@@ -26,5 +26,5 @@ struct EASY_OPTION_SETTER_t
     }
 
     WQCurl::WQCurlEasy& tEasy;
-    std::string strLastError{}; /**< the easy handle's last error after a refusal */
+    std::string strLastError{}; /**< the text of a refusal; a wrapper may give it only once */
 };

@@ -1,4 +1,4 @@
-/* Synchronous and asynchronous GET and POST, from their set-up to their end. */
+/* Synchronous and asynchronous GET and POST requests. */
 
 #include "veltra/engine/transfer.h"
 #include "veltra/engine/web_connector.h"
@@ -11,10 +11,10 @@ namespace
 
 constexpr long HTTP_TIMEOUT_SECONDS = 30;
 
-/* The missing space is part of the interface: integrators search for this text. */
+/* Integrators search for this text, which lacks a space. */
 constexpr char MISSPELT_WRITEDATA_ERROR[] = "SetWQCurl::WRITEDATA error = [%s]";
 
-/* Reasons that are both logged and left in the record. */
+/* These reasons are logged and also left in the record. */
 constexpr char ON_WORKER_THREAD[] = "A synchronous request on the worker thread would wait for itself!";
 constexpr char NO_SEMAPHORE[] = "No semaphore to wait on!";
 
@@ -23,20 +23,19 @@ constexpr char NO_SEMAPHORE[] = "No semaphore to wait on!";
 bool CWebConnector::Get(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync)
 {
     VELTRA_LOG_INFO("Start to get request, bSync[%d]", bSync);
-    if (ptReqInfo == nullptr)
-    {
-        VELTRA_LOG_ERROR("Input parameter(ptReqInfo) is NULL.");
-        return false;
-    }
-    ptReqInfo->bSync = bSync;
-    return bSync ? m_HttpSyncRequest(ptReqInfo) : m_HttpAsyncRequest(ptReqInfo);
+    return m_HttpRequest(ptReqInfo, bSync, LOG_PLACE_t());
 }
 
 bool CWebConnector::Post(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync)
 {
+    return m_HttpRequest(ptReqInfo, bSync, LOG_PLACE_t());
+}
+
+bool CWebConnector::m_HttpRequest(_HTTP_REQ_INFO_t* ptReqInfo, bool bSync, const LOG_PLACE_t& tPlace)
+{
     if (ptReqInfo == nullptr)
     {
-        VELTRA_LOG_ERROR("Input parameter(ptReqInfo) is NULL.");
+        VELTRA_LOG_ERROR_AT(tPlace, "Input parameter(ptReqInfo) is NULL.");
         return false;
     }
     ptReqInfo->bSync = bSync;
@@ -102,7 +101,7 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
     {
         return false;
     }
-    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t());
+    REQ_HANDLER_PTR_t ptReqHandler(new _REQ_HANDLER_t{REQ_TYPE_HTTP});
     ptReqHandler->ptReqInfo = new _HTTP_REQ_INFO_t(*ptReqInfo);
     ptReqHandler->pEasyHandle = new WQCurl::WQCurlEasy();
     if (!m_InitRequest(ptReqHandler.get()) || !m_SubmitRequest(ptReqHandler.get()))
@@ -110,14 +109,14 @@ bool CWebConnector::m_HttpAsyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         ptReqHandler->pEasyHandle->reset();
         return false;
     }
-    static_cast<void>(ptReqHandler.release()); // the worker owns it and may have freed it already
+    static_cast<void>(ptReqHandler.release()); // the worker may have freed it already
     VELTRA_LOG_INFO("Start an async request.");
     return true;
 }
 
 bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
 {
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
         return false;
     }
@@ -139,31 +138,25 @@ bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
 
 bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
 {
-    if (ptReqHandler == nullptr || ptReqHandler->ptReqInfo == nullptr || ptReqHandler->pEasyHandle == nullptr)
-    {
-        return false;
-    }
     auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
-    bool bSet = false;
-    switch (tReqInfo.eMethod)
+    if (tReqInfo.eMethod != HTTP_METHOD_GET && tReqInfo.eMethod != HTTP_METHOD_POST)
     {
-    case HTTP_METHOD_GET:
-        bSet = SET_OPTION(tSetter, HTTPGET, 1L);
-        break;
-    case HTTP_METHOD_POST:
-        bSet = SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
-               SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
-        break;
-    default:
         VELTRA_LOG_ERROR("Http Request Method Error: %d", tReqInfo.eMethod);
         tReqInfo.strErrorReason = "eMethod is neither GET nor POST: " + std::to_string(tReqInfo.eMethod);
         return false;
     }
-    bSet = bSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) && SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
-           tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
-           SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) && SET_OPTION(tSetter, PRIVATE, ptReqHandler) &&
-           SET_OPTION(tSetter, NOSIGNAL, 1L) && SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
+    EASY_OPTION_SETTER_t tSetter{*ptReqHandler->pEasyHandle};
+    const bool bMethodSet =
+        tReqInfo.eMethod == HTTP_METHOD_GET
+            ? SET_OPTION(tSetter, HTTPGET, 1L)
+            : SET_OPTION(tSetter, POST, 1L) && SET_OPTION(tSetter, POSTFIELDS, tReqInfo.strPostData) &&
+                  SET_OPTION(tSetter, POSTFIELDSIZE, static_cast<long>(tReqInfo.strPostData.size()));
+    const bool bSet = bMethodSet && SET_OPTION(tSetter, URL, tReqInfo.strUrl) &&
+                      SET_OPTION(tSetter, WRITEFUNCTION, &WriteDataCBFunc) &&
+                      tSetter.Set(WQCurl::WRITEDATA, &tReqInfo.strResponse, MISSPELT_WRITEDATA_ERROR) &&
+                      SET_OPTION(tSetter, TIMEOUT, HTTP_TIMEOUT_SECONDS) &&
+                      SET_OPTION(tSetter, PRIVATE, ptReqHandler) && SET_OPTION(tSetter, NOSIGNAL, 1L) &&
+                      SET_OPTION(tSetter, HTTPHEADER, tReqInfo.lstHeader);
     if (!bSet)
     {
         tReqInfo.strErrorReason = tSetter.strLastError;
@@ -185,19 +178,12 @@ size_t CWebConnector::WriteDataCBFunc(char* pData, size_t nSize, size_t nCount, 
 
 void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurlMulti::MultiMsg& tMsg)
 {
-    if (ptReqHandler == nullptr)
+    if (!IsComplete(ptReqHandler))
     {
-        VELTRA_LOG_ERROR("ptReqHandler is NULL!");
+        VELTRA_LOG_ERROR(ptReqHandler == nullptr ? "ptReqHandler is NULL!" : "ptReqInfo OR pEasyHandle is NULL!");
         return;
     }
     auto* ptReqInfo = static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
-    WQCurl::WQCurlEasy* pEasyHandle = ptReqHandler->pEasyHandle;
-    if (ptReqInfo == nullptr || pEasyHandle == nullptr)
-    {
-        VELTRA_LOG_ERROR("ptReqInfo OR pEasyHandle is NULL!");
-        return;
-    }
-    const bool bSync = ptReqInfo->bSync;
     ptReqInfo->bResult = tMsg.bResult;
     VELTRA_LOG_INFO("Https request result[%d].", ptReqInfo->bResult);
     if (!tMsg.bResult)
@@ -205,22 +191,14 @@ void CWebConnector::m_HandleRequestResult(_REQ_HANDLER_t* ptReqHandler, WQCurl::
         VELTRA_LOG_ERROR("Https request error reason = [%s]", tMsg.strErrorMsg.c_str());
     }
     ptReqInfo->strErrorReason = tMsg.strErrorMsg;
+    const bool bSync = ptReqInfo->bSync;
     if (ptReqInfo->pfnRequestCB != nullptr)
     {
         ptReqInfo->pfnRequestCB(tMsg.bResult, tMsg.strErrorMsg, ptReqInfo->strResponse, ptReqInfo->pUserData);
     }
-    m_RemoveEasyHandle(pEasyHandle);
-    pEasyHandle->reset();
-
-    /*
-     * The callback of a synchronous request may have started another request with the same record. The removal decides
-     * by this flag whether the request's parts are on the heap.
-     */
+    /* The callback may have started an asynchronous request with the same record. The release needs this one's flag. */
     ptReqInfo->bSync = bSync;
-    if (!m_RemoveRequest(ptReqHandler))
-    {
-        VELTRA_LOG_ERROR("Remove request error!");
-    }
+    m_ReleaseRequest(ptReqHandler, LOG_PLACE_t());
     if (bSync)
     {
         ptReqInfo->tSync.Give();

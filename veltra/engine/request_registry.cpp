@@ -1,5 +1,6 @@
-/* The registry of all transfers: the request list and the multi handle. */
+/* The registry of all transfers: the request list and their registration with the multi handle. */
 
+#include <algorithm>
 #include <glib.h>
 #include <memory>
 
@@ -10,10 +11,8 @@
 #define VELTRA_LOG_MODULE "WebConnector"
 #include "veltra/log.h"
 
-/**
- * The handler is listed before its easy handle is registered, so that a transfer that ends at once finds its handler.
- * m_AbortRequests() takes the same lock, so that it sees either both steps or none.
- */
+/* The handler is listed first, so that a transfer that ends at once finds it. The lock hides the time between the two
+ * steps from m_AbortRequests(). */
 bool CWebConnector::m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tSubmitLock);
@@ -21,11 +20,10 @@ bool CWebConnector::m_SubmitRequest(_REQ_HANDLER_t* ptReqHandler)
     {
         return false;
     }
-    const WQCurl::WQCurlEasy* pEasyHandle = ptReqHandler->pEasyHandle;
-    const auto fnUnlist = [this](_REQ_HANDLER_t* ptListed) { m_UnlistRequest(ptListed); };
+    const auto fnUnlist = [this](_REQ_HANDLER_t* ptUnlisted) { m_UnlistRequest(ptUnlisted); };
     m_PushRequest(ptReqHandler);
     std::unique_ptr<_REQ_HANDLER_t, decltype(fnUnlist)> ptListed(ptReqHandler, fnUnlist);
-    if (!m_AddEasyHandle(pEasyHandle))
+    if (!m_AddEasyHandle(ptReqHandler->pEasyHandle))
     {
         return false;
     }
@@ -42,14 +40,10 @@ bool CWebConnector::m_AddEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
     }
     const CLockGuard tGuard(m_tMultiLock);
     m_bMultiInit = m_bMultiInit || m_tCurlMulti.Initialize();
-    if (!m_bMultiInit)
+    if (!m_bMultiInit || !m_tCurlMulti.addHandle(pEasyHandle))
     {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][Initialize()] return false!!!");
-        return false;
-    }
-    if (!m_tCurlMulti.addHandle(pEasyHandle))
-    {
-        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][addHandle()] return false!");
+        VELTRA_LOG_ERROR(m_bMultiInit ? "[WQCurl][WQCurlMulti][addHandle()] return false!"
+                                      : "[WQCurl][WQCurlMulti][Initialize()] return false!!!");
         return false;
     }
     VELTRA_LOG_INFO("Add easy handle to multi successfully.");
@@ -70,7 +64,7 @@ bool CWebConnector::m_RemoveEasyHandle(const WQCurl::WQCurlEasy* pEasyHandle)
 void CWebConnector::m_PushRequest(_REQ_HANDLER_t* ptReqHandler)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    /* Only the last step changes the list, and it allocates nothing. */
+    /* An allocation failure leaves the list unchanged: splice() allocates nothing. */
     std::list<_REQ_HANDLER_t*> lstNew{ptReqHandler};
     m_mapPlaces.emplace(ptReqHandler, lstNew.begin());
     m_lstRequest.splice(m_lstRequest.end(), lstNew);
@@ -96,8 +90,18 @@ bool CWebConnector::m_RemoveRequest(_REQ_HANDLER_t* ptReqHandler)
         VELTRA_LOG_INFO("This https request is sync request.");
         return true;
     }
-    REQ_HANDLER_DELETER_t()(ptReqHandler); // under the lock, so that CancelDownload() never finds a freed record
+    REQ_HANDLER_DELETER_t()(ptReqHandler); // under the lock: CancelDownload() must not find a freed record
     return true;
+}
+
+void CWebConnector::m_ReleaseRequest(_REQ_HANDLER_t* ptReqHandler, const LOG_PLACE_t& tPlace)
+{
+    m_RemoveEasyHandle(ptReqHandler->pEasyHandle);
+    ptReqHandler->pEasyHandle->reset();
+    if (!m_RemoveRequest(ptReqHandler))
+    {
+        VELTRA_LOG_ERROR_AT(tPlace, "Remove request error!");
+    }
 }
 
 void CWebConnector::m_UnlistRequest(_REQ_HANDLER_t* ptReqHandler)
@@ -117,7 +121,7 @@ bool CWebConnector::m_EraseRequest(_REQ_HANDLER_t* ptReqHandler)
     m_mapPlaces.erase(itFirst, itLast);
     if (m_lstRequest.size() == nBefore)
     {
-        /* The list decides: it is searched for entries that the map does not know. */
+        /* The map knows only the entries of m_PushRequest(). */
         m_lstRequest.remove(ptReqHandler);
     }
     return m_lstRequest.size() != nBefore;
@@ -126,12 +130,8 @@ bool CWebConnector::m_EraseRequest(_REQ_HANDLER_t* ptReqHandler)
 _REQ_HANDLER_t* CWebConnector::m_FindRequest(const WQCurl::WQCurlEasy* pEasyHandle)
 {
     const CLockGuard tGuard(m_tRequestLock);
-    for (_REQ_HANDLER_t* ptReqHandler : m_lstRequest)
-    {
-        if (ptReqHandler != nullptr && ptReqHandler->pEasyHandle == pEasyHandle)
-        {
-            return ptReqHandler;
-        }
-    }
-    return nullptr;
+    const auto fnMatches = [pEasyHandle](const _REQ_HANDLER_t* ptReqHandler)
+    { return ptReqHandler != nullptr && ptReqHandler->pEasyHandle == pEasyHandle; };
+    const auto itFound = std::find_if(m_lstRequest.begin(), m_lstRequest.end(), fnMatches);
+    return itFound != m_lstRequest.end() ? *itFound : nullptr;
 }

@@ -16,16 +16,16 @@ namespace
 
 constexpr char SUFFIX[] = ".bak";
 
-/** The kind of file that stands at a path, not followed if that is a link; 0 when there is none. */
-mode_t FileKind(const std::string& strPath)
+/** Returns the type of the file at a path, without following a link; 0 if there is none. */
+mode_t FileType(const std::string& strPath)
 {
     struct stat tStat = {};
     return lstat(strPath.c_str(), &tStat) == 0 ? tStat.st_mode & S_IFMT : 0;
 }
 
-bool IsSymbolicLink(mode_t eKind, const std::string& strPath, LOG_PLACE_t tPlace)
+bool IsSymbolicLink(const std::string& strPath, LOG_PLACE_t tPlace)
 {
-    const bool bLink = eKind == S_IFLNK;
+    const bool bLink = FileType(strPath) == S_IFLNK;
     if (bLink)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "path [%s] is a symb link! there's security risk!", strPath.c_str());
@@ -33,11 +33,11 @@ bool IsSymbolicLink(mode_t eKind, const std::string& strPath, LOG_PLACE_t tPlace
     return bLink;
 }
 
-/** True for a target that must not be replaced: a device, pipe or socket. A folder cannot be, which shows later. */
+/** Tells whether a target is a device, pipe or socket. A folder is none of them: there the rename fails. */
 bool IsSpecialFile(const std::string& strPath, LOG_PLACE_t tPlace)
 {
-    const mode_t eKind = FileKind(strPath);
-    const bool bSpecial = eKind != 0 && eKind != S_IFREG && eKind != S_IFLNK && eKind != S_IFDIR;
+    const mode_t eType = FileType(strPath);
+    const bool bSpecial = eType != 0 && eType != S_IFREG && eType != S_IFLNK && eType != S_IFDIR;
     if (bSpecial)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "Path [%s] is no regular file!", strPath.c_str());
@@ -45,45 +45,20 @@ bool IsSpecialFile(const std::string& strPath, LOG_PLACE_t tPlace)
     return bSpecial;
 }
 
-/** Opening through a link would create, or empty, the file that it points to. */
-bool IsWayFree(mode_t eKind, const std::string& strTempFilePath, LOG_PLACE_t tPlace)
-{
-    return !IsSymbolicLink(eKind, strTempFilePath, tPlace) && !IsSpecialFile(TargetPath(strTempFilePath), tPlace);
-}
-
 /**
- * Opens a file that is there, and empties it. What another process may put at the path meanwhile costs nothing: a link
- * is not followed and a pipe not waited for.
+ * Opens and empties a regular file. Another process may exchange the file meanwhile: links are not followed, and pipes
+ * are not waited for.
  */
-FILE* TakeFile(const std::string& strPath)
+FILE* TakeOverFile(const char* pszPath)
 {
-    constexpr mode_t MODE = 0666; // as fopen() gives, less the process's mask, should the file be gone again
-    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, MODE);
+    constexpr mode_t MODE = 0666; // the mode that fopen() gives, if the file has been removed meanwhile
+    const int nFile = open(pszPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, MODE);
     struct stat tStat = {};
     const bool bRegular = nFile >= 0 && fstat(nFile, &tStat) == 0 && S_ISREG(tStat.st_mode);
     FILE* pFile = bRegular ? fdopen(nFile, "wb") : nullptr;
     if (pFile == nullptr && nFile >= 0)
     {
         close(nFile);
-    }
-    return pFile;
-}
-
-/**
- * Makes a file for writing, unbuffered: a full disk then fails the write itself and not, unseen, the closing.
- * @param bTakeOver true empties and takes one that is there already, false refuses then, be it a link to nothing
- * @return null with errno when there is none
- */
-FILE_PTR_t OpenFile(const std::string& strPath, bool bTakeOver)
-{
-    FILE_PTR_t pFile(fopen(strPath.c_str(), "wbxe"));
-    if (pFile == nullptr && errno == EEXIST && bTakeOver)
-    {
-        pFile.reset(TakeFile(strPath));
-    }
-    if (pFile != nullptr)
-    {
-        static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0));
     }
     return pFile;
 }
@@ -109,21 +84,34 @@ std::string TargetPath(std::string strTempFilePath)
     return strTempFilePath;
 }
 
-FILE_PTR_t CreateTempFile(const std::string& strTempFilePath, bool& bExists, LOG_PLACE_t tPlace)
+bool TempFileExists(const std::string& strTempFilePath, LOG_PLACE_t tPlace)
 {
-    const char* pszPath = strTempFilePath.c_str();
-    const mode_t eKind = FileKind(strTempFilePath);
-    bExists = eKind != 0 && access(pszPath, F_OK) == 0; // which a link to nothing does not
+    const bool bExists = access(strTempFilePath.c_str(), F_OK) == 0;
     if (bExists)
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "File [%s] is already downloading, return!", pszPath);
-        return nullptr;
+        VELTRA_LOG_ERROR_AT(tPlace, "File [%s] is already downloading, return!", strTempFilePath.c_str());
     }
-    if (!IsWayFree(eKind, strTempFilePath, tPlace))
+    return bExists;
+}
+
+FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_PLACE_t tPlace)
+{
+    /* Opening through a link would create or empty the file that it points to. */
+    if (IsSymbolicLink(strTempFilePath, tPlace) || IsSpecialFile(TargetPath(strTempFilePath), tPlace))
     {
         return nullptr;
     }
-    FILE_PTR_t pFile = OpenFile(strTempFilePath, false);
+    const char* pszPath = strTempFilePath.c_str();
+    FILE_PTR_t pFile(fopen(pszPath, "wbxe"));
+    if (pFile == nullptr && errno == EEXIST && bTakeOver)
+    {
+        pFile.reset(TakeOverFile(pszPath));
+    }
+    if (pFile == nullptr && bTakeOver)
+    {
+        VELTRA_LOG_ERROR_AT(tPlace, "Failed to open file = [%s]", pszPath);
+        return nullptr;
+    }
     if (pFile == nullptr)
     {
         const int nError = errno;
@@ -133,33 +121,12 @@ FILE_PTR_t CreateTempFile(const std::string& strTempFilePath, bool& bExists, LOG
                             szBuffer);
         return nullptr;
     }
-    return IsSymbolicLink(FileKind(strTempFilePath), strTempFilePath, tPlace) ? nullptr : std::move(pFile);
-}
-
-FILE_PTR_t TakeOverTempFile(const std::string& strTempFilePath, LOG_PLACE_t tPlace)
-{
-    if (!IsWayFree(FileKind(strTempFilePath), strTempFilePath, tPlace))
-    {
-        return nullptr;
-    }
-    FILE_PTR_t pFile = OpenFile(strTempFilePath, true);
-    if (pFile == nullptr)
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "Failed to open file = [%s]", strTempFilePath.c_str());
-        return nullptr;
-    }
-    return IsSymbolicLink(FileKind(strTempFilePath), strTempFilePath, tPlace) ? nullptr : std::move(pFile);
+    static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0)); // a full disk fails the write, not only the close
+    return IsSymbolicLink(strTempFilePath, tPlace) ? nullptr : std::move(pFile);
 }
 
 bool FlushAndClose(FILE_PTR_t pFile)
 {
     const bool bFlushed = fflush(pFile.get()) == 0 && (fsync(fileno(pFile.get())) == 0 || errno == EINVAL);
     return fclose(pFile.release()) == 0 && bFlushed;
-}
-
-void TEMP_FILE_REMOVER_t::operator()(const std::string* pstrTempFilePath) const
-{
-    const int nResult = remove(pstrTempFilePath->c_str());
-    VELTRA_LOG_ERROR_AT(tPlace, "Failed to add download request, rm file %s, ret is [%d]", pstrTempFilePath->c_str(),
-                        nResult);
 }

@@ -7,43 +7,35 @@
 #include "veltra/log.h"
 
 /*
- * The temporary file of a download, which stands beside the target until it is renamed to that. What goes wrong is
- * logged on behalf of the calling operation.
+ * The temporary file of a download stands beside the target until it is renamed to it. Failures are logged on behalf of
+ * the calling operation.
  */
 
 struct FILE_CLOSER_t
 {
-    // cppcheck-suppress doubleFree ; it takes the calls of unique_ptr for calls on one file
+    // cppcheck-suppress doubleFree ; cppcheck assumes that all calls close the same file
     void operator()(FILE* pFile) const { static_cast<void>(fclose(pFile)); }
 };
 typedef std::unique_ptr<FILE, FILE_CLOSER_t> FILE_PTR_t;
 
-/** A path is none when it is empty, or when a zero character would cut off what tells the two files apart. */
+/** Returns whether a text can be a target's path: not empty, and without a zero character, which would end it early. */
 bool IsPath(const std::string& strFilePath);
 
-/** The path of a target's temporary file. */
+/** Returns the path of a target's temporary file. */
 std::string TempPath(const std::string& strFilePath);
 
-/** The way back; the empty path stays empty. */
+/** Returns the target's path of a temporary file; empty for an empty one. */
 std::string TargetPath(std::string strTempFilePath);
 
+/** Returns whether something stands at a temporary file's path, which is then logged. */
+bool TempFileExists(const std::string& strTempFilePath, LOG_PLACE_t tPlace = {});
+
 /**
- * Creates a temporary file, which must not exist, opened for writing without a buffer.
- * @param bExists set to whether that is why there is none
- * @return null when there is none, or when the target must not be replaced
+ * Opens a temporary file for writing, without a buffer.
+ * @param bTakeOver true: an existing regular file is emptied. false: an existing file is a failure
+ * @return null on failure, or if the target is a device, pipe or socket
  */
-FILE_PTR_t CreateTempFile(const std::string& strTempFilePath, bool& bExists, LOG_PLACE_t tPlace = {});
+FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_PLACE_t tPlace = {});
 
-/** The same for one that may exist: it is emptied then. */
-FILE_PTR_t TakeOverTempFile(const std::string& strTempFilePath, LOG_PLACE_t tPlace = {});
-
-/** Brings a file to storage and closes it. @return false when some of it did not get there */
+/** Flushes a file to storage and closes it. @return false if some data may not be in storage */
 bool FlushAndClose(FILE_PTR_t pFile);
-
-/** For a std::unique_ptr: removes the temporary file, at the path it is given, of a download that does not start. */
-struct TEMP_FILE_REMOVER_t
-{
-    void operator()(const std::string* pstrTempFilePath) const;
-
-    LOG_PLACE_t tPlace;
-};

@@ -4,7 +4,13 @@
 
 #include "veltra/engine/request_records.h"
 
-/** Frees a handler of an asynchronous transfer with its record and its easy handle, which are all on the heap. */
+/** Tells whether a handler has both its parts, the record and the easy handle. */
+inline bool IsComplete(const _REQ_HANDLER_t* ptReqHandler)
+{
+    return ptReqHandler != nullptr && ptReqHandler->ptReqInfo != nullptr && ptReqHandler->pEasyHandle != nullptr;
+}
+
+/** Frees the handler of an asynchronous transfer, its record and its easy handle. All three are on the heap. */
 struct REQ_HANDLER_DELETER_t
 {
     void operator()(_REQ_HANDLER_t* ptReqHandler) const

@@ -3,8 +3,8 @@
 #include "veltra/engine/web_connector.h"
 
 #include <glib.h>
-#include <vector>
 
+#include "veltra/engine/transfer.h"
 #include "veltra/platform/lock_guard.h"
 
 #define VELTRA_LOG_MODULE "WebConnector"
@@ -17,17 +17,16 @@ namespace
 
 constexpr unsigned long WORKER_STACK_SIZE = 0x20000;
 
-gboolean GiveSync(gpointer pSync)
-{
-    static_cast<CSync*>(pSync)->Give();
-    return G_SOURCE_REMOVE;
-}
-
-/** Has tSync given by the thread that runs the context's loop, once it does. */
+/** Makes the context's loop give tSync as soon as it runs. */
 void GiveOnceRunning(GMainContext* pContext, CSync& tSync)
 {
+    const GSourceFunc pfnGive = [](gpointer pSync) -> gboolean
+    {
+        static_cast<CSync*>(pSync)->Give();
+        return G_SOURCE_REMOVE;
+    };
     GSource* pSource = g_idle_source_new();
-    g_source_set_callback(pSource, &GiveSync, &tSync, nullptr);
+    g_source_set_callback(pSource, pfnGive, &tSync, nullptr);
     g_source_attach(pSource, pContext);
     g_source_unref(pSource);
 }
@@ -68,13 +67,10 @@ bool CWebConnector::Create()
         return true;
     }
     CSync tRunning;
-    const bool bSync = tRunning.Create(); // may throw std::bad_alloc
+    const bool bSync = tRunning.Create(); // before GLib's objects, because it may throw std::bad_alloc
     m_pMainContext = g_main_context_new();
     m_pMainLoop = g_main_loop_new(m_pMainContext, FALSE);
-    /*
-     * A pass may be scheduled, and the loop be quit, only once the worker owns the context: before, the pass would run
-     * on the pushing thread, and the quit would be forgotten.
-     */
+    /* Waits until the loop runs: earlier, a pass would run on the pushing thread, and a quit would have no effect. */
     GiveOnceRunning(m_pMainContext, tRunning);
     if (!bSync || !CThreadBase::Create(WORKER_STACK_SIZE))
     {
@@ -141,60 +137,51 @@ int CWebConnector::HandleRequest(void* pData)
 
 bool CWebConnector::m_DoMultiPerform(int& nRunningHandles)
 {
-    if (m_tCurlMulti.Perform(nRunningHandles))
+    const bool bPerformed = m_tCurlMulti.Perform(nRunningHandles);
+    if (!bPerformed)
     {
-        return true;
+        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][Perform()] return false, runningHandles[%d]!", nRunningHandles);
     }
-    VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][Perform()] return false, runningHandles[%d]!", nRunningHandles);
-    return false;
+    return bPerformed;
 }
 
 bool CWebConnector::m_CurlMultiSelect(int& nRunningHandles)
 {
-    if (m_tCurlMulti.fdSelect(nRunningHandles))
+    const bool bSelected = m_tCurlMulti.fdSelect(nRunningHandles);
+    if (!bSelected)
     {
-        return true;
+        VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][fdSelect()] return false!");
+        VELTRA_LOG_ERROR("RunningHandles = [%d]", nRunningHandles);
     }
-    VELTRA_LOG_ERROR("[WQCurl][WQCurlMulti][fdSelect()] return false!");
-    VELTRA_LOG_ERROR("RunningHandles = [%d]", nRunningHandles);
-    return false;
+    return bSelected;
 }
 
 bool CWebConnector::m_CheckLeftRequest()
 {
     const CLockGuard tGuard(m_tRequestLock);
-    /* A null entry belongs to no transfer. Left in the list, it would keep the pass from ending. */
+    /* A null entry belongs to no transfer. The pass would never end with one in the list. */
     while (!m_lstRequest.empty() && m_lstRequest.front() == nullptr)
     {
         m_EraseRequest(nullptr);
     }
-    if (!m_lstRequest.empty())
-    {
-        return true;
-    }
-    m_bIdle = true;
-    return false;
+    m_bIdle = m_lstRequest.empty();
+    return !m_bIdle;
 }
 
 void CWebConnector::m_HandleCompletedRequest()
 {
-    for (;;)
+    for (auto tMsg = m_tCurlMulti.InfoRead(); tMsg.pEasyHandle != nullptr; tMsg = m_tCurlMulti.InfoRead())
     {
-        WQCurl::WQCurlMulti::MultiMsg tMsg = m_tCurlMulti.InfoRead();
-        if (tMsg.pEasyHandle == nullptr)
-        {
-            return;
-        }
-        void* pPrivate = nullptr;
-        if (!tMsg.pEasyHandle->getInfo(WQCurl::PRIVATE_INFO, &pPrivate) || pPrivate == nullptr)
+        void* pHandler = nullptr;
+        const bool bFound = tMsg.pEasyHandle->getInfo(WQCurl::PRIVATE_INFO, &pHandler) && pHandler != nullptr;
+        if (!bFound)
         {
             VELTRA_LOG_ERROR("[WQCurl][WQCurlEasy][getInfo()] return false!");
             tMsg.bResult = false;
             tMsg.strErrorMsg = "The finished transfer's request could not be read back";
-            m_FinishRequest(m_FindRequest(tMsg.pEasyHandle), tMsg, LOG_PLACE_t());
-            return;
+            pHandler = m_FindRequest(tMsg.pEasyHandle);
         }
-        if (!m_FinishRequest(static_cast<_REQ_HANDLER_t*>(pPrivate), tMsg, LOG_PLACE_t()))
+        if (!m_FinishRequest(static_cast<_REQ_HANDLER_t*>(pHandler), tMsg, LOG_PLACE_t()) || !bFound)
         {
             return;
         }
@@ -210,24 +197,24 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
         m_RemoveEasyHandle(pEasyHandle);
         return true;
     }
-    const bool bWhole = ptReqHandler->ptReqInfo != nullptr && ptReqHandler->pEasyHandle != nullptr;
-    bool bKnown = true;
-    switch (ptReqHandler->eReqType)
+    const bool bComplete = IsComplete(ptReqHandler);
+    const int eReqType = ptReqHandler->eReqType;
+    const bool bKnown = eReqType == REQ_TYPE_HTTP || eReqType == REQ_TYPE_DOWNLOAD;
+    if (eReqType == REQ_TYPE_HTTP)
     {
-    case REQ_TYPE_HTTP:
         m_HandleRequestResult(ptReqHandler, tMsg);
-        break;
-    case REQ_TYPE_DOWNLOAD:
-        m_HandleDownloadRequest(ptReqHandler, tMsg);
-        break;
-    default:
-        VELTRA_LOG_ERROR_AT(tPlace, "Unknow request type[%d]!", ptReqHandler->eReqType);
-        bKnown = false;
-        break;
     }
-    if (!bWhole || !bKnown)
+    else if (bKnown)
     {
-        /* Nothing is freed, because the handler does not tell its owner. Unlisted, it lets the pass end. */
+        m_HandleDownloadRequest(ptReqHandler, tMsg);
+    }
+    else
+    {
+        VELTRA_LOG_ERROR_AT(tPlace, "Unknow request type[%d]!", eReqType);
+    }
+    if (!bComplete || !bKnown)
+    {
+        /* The handler is not freed, because its owner is unknown. It is unlisted, so that the pass can end. */
         m_RemoveEasyHandle(pEasyHandle);
         m_UnlistRequest(ptReqHandler);
     }
@@ -236,18 +223,15 @@ bool CWebConnector::m_FinishRequest(_REQ_HANDLER_t* ptReqHandler, WQCurl::WQCurl
 
 void CWebConnector::m_AbortRequests()
 {
-    std::vector<_REQ_HANDLER_t*> vecLeft;
+    std::list<_REQ_HANDLER_t*> lstLeft;
     {
         const CLockGuard tSubmitGuard(m_tSubmitLock);
         const CLockGuard tRequestGuard(m_tRequestLock);
-        vecLeft.assign(m_lstRequest.begin(), m_lstRequest.end());
+        lstLeft = m_lstRequest;
     }
-    for (_REQ_HANDLER_t* ptReqHandler : vecLeft)
+    lstLeft.remove(nullptr);
+    for (_REQ_HANDLER_t* ptReqHandler : lstLeft)
     {
-        if (ptReqHandler == nullptr)
-        {
-            continue;
-        }
         WQCurl::WQCurlMulti::MultiMsg tMsg;
         tMsg.pEasyHandle = ptReqHandler->pEasyHandle;
         tMsg.strErrorMsg = "The engine was destroyed before the transfer had ended";
@@ -257,10 +241,10 @@ void CWebConnector::m_AbortRequests()
 
 bool CWebConnector::m_CheckRunning() const
 {
-    if (m_eState == STATE_RUNNING)
+    const bool bRunning = m_eState == STATE_RUNNING;
+    if (!bRunning)
     {
-        return true;
+        VELTRA_LOG_ERROR("The engine is not running!");
     }
-    VELTRA_LOG_ERROR("The engine is not running!");
-    return false;
+    return bRunning;
 }

@@ -5,32 +5,32 @@
 #include "veltra/export.h"
 #include "veltra/platform/singleton.h"
 
-/** What the desktop platform answers as the device's identity. */
+/** The device's identity on the desktop platform. */
 struct DEVICE_IDENTITY_t
 {
-    std::string strChipset{};     /**< what GetChipset() answers */
-    std::string strDUID{};        /**< what GetDUID() answers */
-    std::string strMAC{};         /**< what GetMAC() answers */
-    std::string strCountryCode{}; /**< what GetCountryCode() answers */
-    std::string strModelID{};     /**< what GetModelID() answers */
-    int nServerType = 0;          /**< 0: production query host, anything else: test query host */
+    std::string strChipset{};     /**< the result of GetChipset() */
+    std::string strDUID{};        /**< the result of GetDUID() */
+    std::string strMAC{};         /**< the result of GetMAC() */
+    std::string strCountryCode{}; /**< the result of GetCountryCode() */
+    std::string strModelID{};     /**< the result of GetModelID() */
+    int nServerType = 0;          /**< the result of GetiOstralSerType() */
 };
 
 /**
- * The device's identity, one per process: CSingleton<CAIAuth>::GetInstance(). The query client sends these texts
- * exactly as they are given, as header lines: none may hold a line break. All operations may be called from any thread.
+ * The device's identity, one per process, which CSingleton<CAIAuth>::GetInstance() returns. The query client sends the
+ * texts unchanged as header lines: none may hold a line break. Any thread may call any operation.
  */
 class VELTRA_API CAIAuth
 {
 public:
-    std::string GetChipset();     /**< chipset name; without one no query is sent */
+    std::string GetChipset();     /**< the chipset's name; if it is empty, no query is sent */
     std::string GetDUID();        /**< the device's unique identifier */
-    std::string GetMAC();         /**< MAC address, in whatever form the query service expects */
-    std::string GetCountryCode(); /**< country that the device is set up for */
+    std::string GetMAC();         /**< the MAC address, in the form that the query service expects */
+    std::string GetCountryCode(); /**< the country that the device is set up for */
     std::string GetModelID();     /**< the device's model */
-    int GetiOstralSerType(); /**< server type: 0 selects the production query host, any other value the test host */
+    int GetiOstralSerType(); /**< the server type: 0 selects the production query host, any other value the test host */
 
-    /** Desktop platform only: sets what the operations above answer from now on. Everything is empty at start. */
+    /** Sets the results of the operations above, which are empty or 0 at start. Desktop platform only. */
     static void SetIdentity(const DEVICE_IDENTITY_t& tIdentity);
 };
 

@@ -5,33 +5,31 @@
 #include "veltra/export.h"
 
 /**
- * The log. A record is written as a run of PrintLog() calls of one thread and one level: its heading, its text, and
- * last a call whose format ends in "\n", which completes the record.
- *
- * All operations may be called from any thread.
+ * The log. A record is a series of PrintLog() calls of one thread with one level. A call whose format ends in "\n"
+ * completes the record. Any thread may call any operation.
  */
 class VELTRA_API CKVRDebug
 {
 public:
     /**
-     * Receives each whole record, from its heading to its "\n", zero-terminated and valid only during the call. Runs on
-     * the thread that logs; calls never overlap. It must not throw and not call SetSink() or any
-     * operation of the engine, which may be logging under its locks; what it logs itself is dropped.
+     * Receives each whole record, from its heading to its "\n". The text is zero-terminated and valid only during the
+     * call. The sink runs on the thread that logs; calls never overlap. It must not throw. It must call neither
+     * SetSink() nor an operation of the engine, which may hold its locks. Records that it logs itself are dropped.
      */
     typedef void (*LOG_SINK_t)(unsigned int level, const char* record, void* pUserData);
 
-    /** Adds printf-style text to the calling thread's current record. Never throws: without memory, text is lost. */
+    /** Appends printf-style text to the calling thread's record. Never throws: if memory runs out, text is lost. */
     static void PrintLog(unsigned int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     /**
-     * Drops records of a higher level than this before they are formatted, from the next that is begun on. 0 (errors)
-     * at start; 4 adds information.
+     * Drops records of a higher level before they are formatted, beginning with each thread's next record. The level is
+     * 0 (errors) at start; 4 adds information.
      */
     static void SetLevel(unsigned int level);
 
     /**
-     * Sends the records to pfnSink with pUserData, which the caller keeps valid; null restores the default, standard
-     * error. Once it returns, the sink before it is not called any more.
+     * Sends the records to pfnSink, which receives pUserData; not owned. Null restores the default, standard error.
+     * After the call has returned, the previous sink is not called any more.
      */
     static void SetSink(LOG_SINK_t pfnSink, void* pUserData);
 };

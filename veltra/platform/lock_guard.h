@@ -2,11 +2,11 @@
 
 #include <pthread.h>
 
-/** Holds a POSIX mutex for the length of a scope. */
+/** Locks a POSIX mutex for the duration of a scope. */
 class CLockGuard
 {
 public:
-    /** Waits for the mutex, which must outlive the guard. */
+    /** Waits for the mutex and locks it. The mutex must outlive the guard. */
     explicit CLockGuard(pthread_mutex_t& tMutex) : m_tMutex(tMutex) { pthread_mutex_lock(&m_tMutex); }
     ~CLockGuard() { pthread_mutex_unlock(&m_tMutex); }
     CLockGuard(const CLockGuard&) = delete;

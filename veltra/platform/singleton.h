@@ -6,16 +6,15 @@
 #include "veltra/platform/lock_guard.h"
 
 /**
- * The one instance of T in this process, made at the first access and never deleted.
+ * Holds the one instance of T in the process, which the first access constructs and nobody deletes.
  *
- * The two statics exist once per process, also when the application hides its own symbols: the header of each T that is
- * shared declares `extern template class CSingleton<T>`, and one library instantiates it.
+ * The two statics exist once per process, even if the application hides its symbols: T's header declares
+ * `extern template class CSingleton<T>`, and one library instantiates it.
  */
 template <class T> class VELTRA_API CSingleton
 {
 public:
-    /** Returns the instance, constructing it if there is none yet. Any thread; an exception of T's constructor passes.
-     */
+    /** Returns the instance and constructs it first if necessary. Any thread. Passes exceptions of T's constructor. */
     static T* GetInstance()
     {
         CLockGuard tGuard(m_tSingletonLock);

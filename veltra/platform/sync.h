@@ -2,31 +2,29 @@
 
 #include "veltra/export.h"
 
-/** A semaphore that exists only between Create() and Destroy(). */
+/** A semaphore, which exists only between Create() and Destroy(). */
 class VELTRA_API CSync
 {
 public:
     CSync();
     ~CSync();
 
-    /** A copy is a fresh semaphore that is not created. */
+    /** Constructs a new semaphore, which is not created. */
     CSync(const CSync& tOther);
 
-    /** Changes nothing. */
+    /** Does nothing: the semaphore stays as it is. */
     CSync& operator=(const CSync& tOther);
 
-    /** Makes the underlying semaphore, not signalled; one that exists is destroyed first.
-     * @return false when the system has none left
-     */
+    /** Creates the semaphore, not signalled, and destroys an existing one first. @return false if the system refuses */
     bool Create();
 
-    /** Blocks the calling thread until a Give(), without a time-out. Needs Create() before it. */
+    /** Blocks the calling thread until a Give(), without a time-out. The semaphore must have been created. */
     void Take();
 
-    /** Releases one waiter; any thread. The waiter it releases may destroy this object at once. */
+    /** Releases one waiting thread, which may destroy this object at once. Any thread. */
     void Give();
 
-    /** Frees the underlying semaphore; nobody may be waiting. Does nothing when it is not created. */
+    /** Destroys the semaphore, if it is created. No thread may be waiting. */
     void Destroy();
 
     /** True between Create() and Destroy(). */

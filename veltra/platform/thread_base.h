@@ -4,32 +4,30 @@
 
 #include "veltra/export.h"
 
-/** A thread that runs the t_Main() of the class derived from it. Not copyable. */
+/** A thread that runs t_Main() of the derived class. Not copyable. */
 class VELTRA_API CThreadBase
 {
 public:
     CThreadBase();
 
-    /** The thread must have been stopped with Destroy() before. */
+    /** The caller must have stopped the thread with Destroy(). */
     virtual ~CThreadBase();
 
     CThreadBase(const CThreadBase&) = delete;
     CThreadBase& operator=(const CThreadBase&) = delete;
 
     /**
-     * Starts the thread, which receives none of the process's signals, but those of its own faults (SIGSEGV and its
-     * like).
-     * @param ulStackSize the least stack size in bytes
-     * @return false when it runs already or the system refuses it
+     * Starts the thread. It receives no signals of the process, except those of its own faults (SIGSEGV and similar).
+     * @param ulStackSize the minimum stack size in bytes
+     * @return false if the thread runs already or the system refuses it
      */
     bool Create(unsigned long ulStackSize);
 
-    /** Waits for t_Main() to return and reclaims the thread; does nothing when none runs. Never on the thread itself.
-     */
+    /** Waits until t_Main() has returned, if the thread runs. The thread itself must not call this. */
     virtual void Destroy();
 
 protected:
-    /** What the thread runs; the thread ends when it returns. It must not throw. */
+    /** Runs on the thread, which ends when this returns. It must not throw. */
     virtual void t_Main() = 0;
 
 private:

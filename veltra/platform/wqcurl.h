@@ -7,13 +7,13 @@
 
 #include "veltra/export.h"
 
-/** An object layer over libcurl's easy and multi interfaces, as far as the engine needs it. */
+/** An object layer over the parts of libcurl's easy and multi interfaces that the engine needs. */
 namespace WQCurl
 {
 
-struct TRANSFER_t; // the platform's own
+struct TRANSFER_t; // defined by the platform
 
-/** Each stands for the libcurl option of the same name. */
+/** The libcurl options of the same names. */
 enum WQCURL_OPTION_TYPE
 {
     NOSIGNAL = 3,
@@ -34,7 +34,7 @@ enum WQCURL_OPTION_TYPE
     PRIVATE = 92
 };
 
-/** What WQCurlEasy::getInfo() reads. */
+/** The results that WQCurlEasy::getInfo() reads. */
 enum WQCURL_INFO_TYPE
 {
     SPEED_DOWNLOAD = 28, /**< double: average download speed in bytes per second */
@@ -42,27 +42,27 @@ enum WQCURL_INFO_TYPE
 };
 
 /**
- * Receives nCount items of nSize bytes. A result other than nSize * nCount fails the transfer; so does an exception,
- * which goes no further.
+ * Receives nCount items of nSize bytes. A result other than nSize * nCount fails the transfer. So does an exception,
+ * which the wrapper stops.
  */
 typedef size_t (*WRITE_FUNCTION_t)(char* pData, size_t nSize, size_t nCount, void* pUser);
 
 /**
- * Byte counts of a running transfer, 0 for a total that is unknown. A non-zero result or an exception ends it as
- * failed. A registered transfer is asked about once a second at least, in whatever state it is: queued, looking up a
- * name, connecting, in a TLS handshake, or without data.
+ * Receives the byte counts of a running transfer; an unknown total is 0. A non-zero result or an exception ends the
+ * transfer as failed. The function of a registered transfer is called at least about once a second in every state:
+ * queued, looking up a name, connecting, in a TLS handshake, or without data.
  */
 typedef int (*PROGRESS_FUNCTION_t)(void* pUser, double dTotal, double dNow, double dUpTotal, double dUpNow);
 
 /**
- * One transfer. It belongs to one thread at a time: to its creator until it is handed to WQCurlMulti::addHandle(), then
- * to the thread that drives the multi handle until removeHandle(). Not copyable.
+ * One transfer. It belongs to its creator until WQCurlMulti::addHandle(), then to the thread that drives the multi
+ * handle until removeHandle(). Not copyable.
  *
  * Every transfer speaks HTTP/1.1 over http or https, verifies certificates and host names, follows no redirect, prints
- * nothing and raises no signal. It fails when connecting (name look-up, TCP and TLS together) takes more than 30
- * seconds, when sent data are not acknowledged or cannot be sent for 30, when the answer breaks off in its header
- * lines, and when these and the trailers are larger than 300 KiB. A reused connection that dies before any byte of an
- * answer is replaced by a new one, for a POST too.
+ * nothing and raises no signal. It fails if connecting (name look-up, TCP and TLS together) takes more than 30 seconds,
+ * if sent data is not acknowledged or data cannot be sent for 30 seconds, if the answer breaks off in its header lines,
+ * or if header lines and trailers together exceed 300 KiB. If a reused connection breaks before the first byte of the
+ * answer, the transfer, even a POST, is repeated on a new connection.
  */
 class VELTRA_API WQCurlEasy
 {
@@ -72,48 +72,48 @@ public:
     WQCurlEasy(const WQCurlEasy&) = delete;
     WQCurlEasy& operator=(const WQCurlEasy&) = delete;
 
-    /** Prepares the handle; needed before any option is set, and again after reset(). @return false without memory */
+    /** Prepares the handle before any option is set, and again after reset(). @return false if memory runs out */
     bool Initialize();
 
     /**
      * @name Options
-     * Each sets one option. Texts given as POSTFIELDS are not copied: they must outlive the transfer; URL and
-     * HTTPHEADER are copied, up to a zero character if they hold one.
-     * @return false exactly when libcurl refuses the option or the handle is not initialised; getLastError() says why
+     * Each sets one option. A POSTFIELDS text is not copied and must outlive the transfer. URL and HTTPHEADER are
+     * copied, up to a zero character if they hold one.
+     * @return false only if libcurl refuses the option or the handle is not initialised; getLastError() says why
      * @{
      */
-    /** For the enumerators that stand for a number, a time in seconds or a switch. */
+    /** Sets a number, a time in seconds or a switch. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const long& lValue);
-    /** URL and POSTFIELDS. */
+    /** Sets URL or POSTFIELDS. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const std::string& strValue);
-    /** HTTPHEADER. */
+    /** Sets HTTPHEADER. */
     bool setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::string>& lstValue);
-    /** WRITEFUNCTION; null discards what arrives. */
+    /** Sets WRITEFUNCTION; null discards the body. */
     bool setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite);
-    /** PROGRESSFUNCTION; called only with NOPROGRESS set to 0. */
+    /** Sets PROGRESSFUNCTION, which is called only if NOPROGRESS is 0. */
     bool setOption(WQCURL_OPTION_TYPE eOption, PROGRESS_FUNCTION_t pfnProgress);
-    /** WRITEDATA, PROGRESSDATA and PRIVATE: handed back, not owned. */
+    /** Sets WRITEDATA, PROGRESSDATA or PRIVATE: passed back unchanged, not owned. */
     bool setOption(WQCURL_OPTION_TYPE eOption, void* pValue);
     /** @} */
 
     /**
-     * Limits the time to connect and the whole transfer, in seconds. 0 and less leave the usual limits: 30 seconds to
-     * connect, none for the whole. More than 2147483 counts as that.
+     * Limits the time to connect and the time of the whole transfer, in seconds. 0 or less leaves the usual limit: 30
+     * seconds to connect, none for the whole. A larger value than 2147483 counts as 2147483.
      */
     void setTimeout(int nConnectSeconds, int nTotalSeconds);
 
-    /** Runs the transfer on the calling thread. @return false when it failed; getLastError() says why */
+    /** Runs the transfer on the calling thread. @return false if it failed; getLastError() says why */
     bool send();
 
-    /** Reads a result of the finished transfer. @return false when there is none; the argument is then unchanged */
+    /** Reads a result of the finished transfer. @return false if there is none; the argument is then unchanged */
     bool getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue);
-    /** The same for a pointer. */
+    /** Does the same for a pointer. */
     bool getInfo(WQCURL_INFO_TYPE eInfo, void** ppValue);
 
-    /** The text of the last failure; empty when nothing has failed since Initialize(). */
+    /** Returns the text of the last failure; empty if nothing has failed since Initialize(). */
     std::string getLastError();
 
-    /** Returns to the state before Initialize(). Not while the handle is registered. */
+    /** Restores the state before Initialize(). The handle must not be registered. */
     void reset();
 
 private:
@@ -122,17 +122,17 @@ private:
 };
 
 /**
- * Drives many transfers on one thread. addHandle() may be called from any thread at any time and wakes that thread up
- * if it waits in fdSelect(); all other operations belong to that thread, or to the owner while it does not run.
+ * Drives many transfers on one thread. Any thread may call addHandle() at any time, which wakes the driving thread up
+ * if it waits in fdSelect(). All other operations belong to the driving thread, or to the owner while it does not run.
  */
 class VELTRA_API WQCurlMulti
 {
 public:
-    /** Says how one transfer ended. */
+    /** Tells how one transfer ended. */
     struct MultiMsg
     {
-        WQCurlEasy* pEasyHandle = nullptr; /**< the finished transfer; null when none is pending */
-        bool bResult = false;              /**< true when it completed without an error */
+        WQCurlEasy* pEasyHandle = nullptr; /**< the finished transfer; null if none is pending */
+        bool bResult = false;              /**< true if it completed without an error */
         std::string strErrorMsg;           /**< libcurl's error text, or the wrapper's own; empty on success */
         int nResultCode = 0;               /**< libcurl's result code; 18 for broken header lines */
         int nSystemError = 0;              /**< errno of a failed connect, 0 otherwise */
@@ -140,35 +140,35 @@ public:
 
     WQCurlMulti();
 
-    /** All handles must have been removed before. */
+    /** The owner must have removed all handles. */
     ~WQCurlMulti();
     WQCurlMulti(const WQCurlMulti&) = delete;
     WQCurlMulti& operator=(const WQCurlMulti&) = delete;
 
-    /** Prepares the handle; may be tried again after a failure, from any one thread. @return whether it is ready */
+    /** Prepares the handle. Any one thread may try again after a failure. @return true if the handle is ready */
     bool Initialize();
 
-    /** Registers a configured transfer. @return false for one that is null, not initialised or already registered */
+    /** Registers a configured transfer. @return false if it is null, not initialised or already registered */
     bool addHandle(const WQCurlEasy* pEasyHandle);
 
-    /** Unregisters a transfer, finished or not. @return false for one that is null or not registered here */
+    /** Unregisters a transfer, finished or not. @return false if it is null or not registered here */
     bool removeHandle(const WQCurlEasy* pEasyHandle);
 
     /**
      * Drives all transfers one step.
      * @param nRunningHandles receives the number still running
-     * @return false when the handle is not initialised or libcurl reports an error of its own
+     * @return false if the handle is not initialised or libcurl reports an error of its own
      */
     bool Perform(int& nRunningHandles);
 
     /**
-     * Waits at most a second for a transfer that can go on, then drives those that can.
+     * Waits at most a second for activity, then drives the transfers that can go on.
      * @param nRunningHandles receives the number still running
-     * @return as Perform(); a transfer that fails is no failure of this call
+     * @return the same as Perform(). A transfer that fails is no failure of this call
      */
     bool fdSelect(int& nRunningHandles);
 
-    /** Returns the next finished transfer, each once; pEasyHandle is null when there is none. */
+    /** Returns each finished transfer once; pEasyHandle is null if none is pending. */
     MultiMsg InfoRead();
 
 private:

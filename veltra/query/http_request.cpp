@@ -10,8 +10,6 @@ namespace
 
 constexpr char QUERY_URL[] = "https://" VELTRA_QUERY_HOST "/openapi/device/auth/query";
 constexpr char QUERY_URL_TEST[] = "https://" VELTRA_QUERY_HOST_TEST "/openapi/device/auth/query";
-constexpr char CATEGORY[] = "EMP";
-constexpr char PARAM_VERSION[] = "5.100";
 
 } // namespace
 
@@ -28,18 +26,17 @@ bool CHttpRequest::RequestAppBinaryServerUrl(std::string& strServerUrlInfo)
     }
     VELTRA_LOG_INFO("strChipSet is %s", strChipset.c_str());
 
-    /* Names, order and the missing blanks are the query service's interface. */
+    /* The query service expects these names, this order and no blank after the colons. */
     const std::string strDUID = "DUID:" + m_pAuth->GetDUID();
     const std::string strMAC = "MACAddr:" + m_pAuth->GetMAC();
-    const std::string strCategory = std::string("Category:") + CATEGORY;
+    const std::string strCategory = "Category:EMP";
     const std::string strCountryCode = "CountryCode:" + m_pAuth->GetCountryCode();
     const std::string strModelId = "ModelId:" + m_pAuth->GetModelID();
-    const std::string strParam = "Param:" + strChipset + "," + PARAM_VERSION;
+    const std::string strParam = "Param:" + strChipset + ",5.100";
 
-    _HTTP_REQ_INFO_t tReqInfo;
-    tReqInfo.eMethod = HTTP_METHOD_GET;
-    tReqInfo.strUrl = m_pAuth->GetiOstralSerType() != 0 ? QUERY_URL_TEST : QUERY_URL;
-    tReqInfo.lstHeader = {strDUID, strMAC, strCategory, strCountryCode, strModelId, strParam};
+    _HTTP_REQ_INFO_t tReqInfo{HTTP_METHOD_GET,
+                              m_pAuth->GetiOstralSerType() != 0 ? QUERY_URL_TEST : QUERY_URL,
+                              {strDUID, strMAC, strCategory, strCountryCode, strModelId, strParam}};
     VELTRA_LOG_INFO("RequestHeaderList is: \n%s, \n%s, \n%s, \n%s, \n%s, \n%s, \nurl IS %s", strDUID.c_str(),
                     strMAC.c_str(), strCategory.c_str(), strCountryCode.c_str(), strModelId.c_str(), strParam.c_str(),
                     tReqInfo.strUrl.c_str());
@@ -61,9 +58,7 @@ bool CHttpRequest::RequestServerAppBinaryInfo(const std::string& strServerUrl, s
         return false;
     }
     CWebConnector* pConnector = CSingleton<CWebConnector>::GetInstance();
-    _HTTP_REQ_INFO_t tReqInfo;
-    tReqInfo.eMethod = HTTP_METHOD_GET;
-    tReqInfo.strUrl = strServerUrl;
+    _HTTP_REQ_INFO_t tReqInfo{HTTP_METHOD_GET, strServerUrl};
     VELTRA_LOG_INFO("appbinary info url is %s", strServerUrl.c_str());
     if (pConnector->Get(&tReqInfo, true))
     {

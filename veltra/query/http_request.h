@@ -6,11 +6,11 @@
 #include "veltra/platform/ai_auth.h"
 
 /**
- * The query client: fetches the query service's and the app-binary servers' documents as text, unread.
+ * The query client: fetches the documents of the query service and of the app-binary servers as text.
  *
- * Each operation blocks its caller for one synchronous GET of CWebConnector, which must be running, with its 30-second
- * time-out; none may be called on the engine's worker thread. Any number of threads may call them at once. Neither
- * retries nor looks at the HTTP status.
+ * Each operation makes one synchronous GET of CWebConnector and blocks its caller until that ends, 30 seconds at most.
+ * The engine must be running. Several threads may call the operations at once, but not the engine's worker thread.
+ * The client neither retries nor examines the HTTP status.
  */
 class VELTRA_API CHttpRequest
 {
@@ -19,17 +19,17 @@ public:
     ~CHttpRequest() = default;
 
     /**
-     * Asks the query service which app-binary servers this device is to use. The device's chipset must be known.
-     * @param strServerUrlInfo on success replaced by the server-list document, which is not empty; otherwise untouched
-     * @return true when the transfer succeeded with a body
+     * Asks the query service for the app-binary servers of this device, whose chipset must be known.
+     * @param strServerUrlInfo receives the server-list document, which is not empty; untouched on failure
+     * @return true if the transfer succeeded with a body
      */
     bool RequestAppBinaryServerUrl(std::string& strServerUrlInfo);
 
     /**
-     * Fetches an app-binary server's information document. No device identity is sent.
-     * @param strServerUrl the document's URL, used as it is; not empty
-     * @param strAppBinaryInfo on success replaced by the document, which may be empty; otherwise untouched
-     * @return true when the transfer succeeded
+     * Fetches an app-binary server's information document. The request carries no device identity.
+     * @param strServerUrl the document's URL, not empty; used unchanged
+     * @param strAppBinaryInfo receives the document, which may be empty; untouched on failure
+     * @return true if the transfer succeeded
      */
     bool RequestServerAppBinaryInfo(const std::string& strServerUrl, std::string& strAppBinaryInfo);
 

@@ -6,18 +6,24 @@
 namespace
 {
 
-/** What the three information operations share: the request, logged on behalf of the calling operation. */
-bool RequestInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, std::string& strInfo,
-                 LOG_PLACE_t tPlace = {})
+/**
+ * Requests an information document and reads it with fnRead. The request and every failure are logged on behalf of the
+ * calling operation, a failure of fnRead as pszParseError.
+ */
+template <class READ>
+bool GetInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, const READ& fnRead, const char* pszParseError,
+             LOG_PLACE_t tPlace = {})
 {
+    std::string strXml;
     VELTRA_LOG_INFO_AT(tPlace, "Server AppBinary url = [%s]", strServerUrl.c_str());
-    const bool bResult = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strInfo);
-    VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strInfo.c_str());
-    if (!bResult)
+    const bool bReceived = tHttpRequest.RequestServerAppBinaryInfo(strServerUrl, strXml);
+    VELTRA_LOG_INFO_AT(tPlace, "request AppBinary info is %s", strXml.c_str());
+    if (!bReceived || !fnRead(strXml))
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "Request AppBinary Server info Error!");
+        VELTRA_LOG_ERROR_AT(tPlace, "%s", bReceived ? pszParseError : "Request AppBinary Server info Error!");
+        return false;
     }
-    return bResult;
+    return true;
 }
 
 } // namespace
@@ -25,14 +31,10 @@ bool RequestInfo(CHttpRequest& tHttpRequest, const std::string& strServerUrl, st
 bool ICVeltra::GetAppBinaryServerUrl(std::vector<std::string>& vecServerUrl)
 {
     std::string strXml;
-    if (!m_tHttpRequest.RequestAppBinaryServerUrl(strXml))
+    const bool bReceived = m_tHttpRequest.RequestAppBinaryServerUrl(strXml);
+    if (!bReceived || !m_tXmlParser.ParseAppBinaryServerUrlXml(strXml, vecServerUrl))
     {
-        VELTRA_LOG_ERROR("Request Server Url Error!");
-        return false;
-    }
-    if (!m_tXmlParser.ParseAppBinaryServerUrlXml(strXml, vecServerUrl))
-    {
-        VELTRA_LOG_ERROR("Parse Server Url xml Error!");
+        VELTRA_LOG_ERROR(bReceived ? "Parse Server Url xml Error!" : "Request Server Url Error!");
         return false;
     }
     return true;
@@ -42,48 +44,24 @@ bool ICVeltra::GetServerAppBinaryInfo(const std::string& strServerUrl,
                                       std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo,
                                       const std::vector<std::string>& vecAppBinaryId)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseAppBinaryServerInfoXml(strXml, mapAppBinaryInfo, vecAppBinaryId))
-    {
-        VELTRA_LOG_ERROR("Parse AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseAppBinaryServerInfoXml(strXml, mapAppBinaryInfo, vecAppBinaryId); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse AppBinary Server info Error!");
 }
 
 bool ICVeltra::GetCERTAppBinaryInfo(const std::string& strServerUrl,
                                     std::map<std::string, APPBIN_SERVER_INFO_t>& mapCERTAppBinaryInfo,
                                     std::vector<std::string>& vecCERTAppBinaryId)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCERTAppBinaryInfo, vecCERTAppBinaryId))
-    {
-        VELTRA_LOG_ERROR("Parse CERT AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseCERTAppBinaryServerInfoXml(strXml, mapCERTAppBinaryInfo, vecCERTAppBinaryId); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse CERT AppBinary Server info Error!");
 }
 
 bool ICVeltra::GetDefaultAppBinaryInfo(const std::string& strServerUrl, std::vector<std::string>& vecDefaultAppBinaryId,
                                        std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo)
 {
-    std::string strXml;
-    if (!RequestInfo(m_tHttpRequest, strServerUrl, strXml))
-    {
-        return false;
-    }
-    if (!m_tXmlParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefaultAppBinaryId, mapAppBinaryInfo))
-    {
-        VELTRA_LOG_ERROR("Parse Default AppBinary Server info Error!");
-        return false;
-    }
-    return true;
+    const auto fnRead = [&](const std::string& strXml)
+    { return m_tXmlParser.ParseDefaultAppBinaryServerInfoXml(strXml, vecDefaultAppBinaryId, mapAppBinaryInfo); };
+    return GetInfo(m_tHttpRequest, strServerUrl, fnRead, "Parse Default AppBinary Server info Error!");
 }

@@ -9,21 +9,20 @@
 #include "veltra/xml/xml_parser.h"
 
 /**
- * Server queries, each fetched and read: which app-binary servers the device is to use, and what one of them offers.
+ * Fetches and reads documents: the list of the device's app-binary servers, and the entries that a server offers.
  *
- * Each operation blocks its caller for one synchronous GET of CWebConnector, which must be running, with its 30-second
- * time-out; none may be called on the engine's worker thread. Any number of threads may call them, each with containers
- * of its own. The result is true when both the request and the reading succeeded; a false one has left level-0 log
- * records and, unless said otherwise, the containers untouched.
+ * Each operation makes one synchronous GET of CWebConnector and blocks its caller until that ends, 30 seconds at most.
+ * The engine must be running. Several threads, each with containers of its own, may call the operations at once, but
+ * not the engine's worker thread. The result is true if both request and reading succeeded. On failure level-0 records
+ * are logged and the containers are untouched.
  */
 class VELTRA_API ICVeltra
 {
 public:
-    /** Appends the URLs of the servers that this device is to use. The device's identity must have been set. */
+    /** Appends the URLs of the device's servers. The device's identity must have been set. */
     bool GetAppBinaryServerUrl(std::vector<std::string>& vecServerUrl);
 
-    /** Adds the entries whose identifiers are listed in vecAppBinaryId; one that the map holds already keeps its
-     * record. */
+    /** Adds the entries whose identifiers vecAppBinaryId lists. An identifier that the map holds keeps its record. */
     bool GetServerAppBinaryInfo(const std::string& strServerUrl,
                                 std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo,
                                 const std::vector<std::string>& vecAppBinaryId);

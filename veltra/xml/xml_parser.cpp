@@ -10,55 +10,72 @@
 namespace
 {
 
-/** Loads a document on behalf of the calling operation, under whose name a failure is logged. */
+/** Loads a document. A failure is logged on behalf of the calling operation. */
 bool LoadDocument(const std::string& strXml, pugi::xml_document& tDocument, LOG_PLACE_t tPlace = {})
 {
-    if (strXml.empty())
-    {
-        VELTRA_LOG_ERROR_AT(tPlace, "Input Xml info is empty!");
-        return false;
-    }
     if (!tDocument.load_string(strXml.c_str(), pugi::parse_default))
     {
-        VELTRA_LOG_ERROR_AT(tPlace, "doc.load strXml.c_str() error!");
+        VELTRA_LOG_ERROR_AT(tPlace, strXml.empty() ? "Input Xml info is empty!" : "doc.load strXml.c_str() error!");
         return false;
     }
     return true;
 }
 
-APPBIN_SERVER_INFO_t ReadEntry(const pugi::xml_node& tFile)
+std::string_view Attribute(const pugi::xml_node& tNode, const char* pszName)
 {
-    APPBIN_SERVER_INFO_t tInfo;
-    tInfo.strId = tFile.attribute("id").value();
-    tInfo.strName = tFile.attribute("name").value();
-    tInfo.strVersion = tFile.attribute("version").value();
-    tInfo.strUrl = tFile.attribute("url").value();
-    tInfo.strSize = tFile.attribute("size").value();
-    tInfo.strSignature = tFile.child("signature").child_value();
-    tInfo.strType = tFile.attribute("type").value();
-    tInfo.strBoot = tFile.attribute("boot").value();
-    return tInfo;
+    return tNode.attribute(pszName).value();
 }
 
-/**
- * Walks the entries of an information document. Each that fnWanted accepts is read and offered to the map, which keeps
- * an older record of the same identifier; either way fnTaken then learns of the entry's identifier and URL.
- */
-template <class WANTED, class TAKEN>
-void ReadEntries(const pugi::xml_document& tDocument, std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo,
-                 const WANTED& fnWanted, const TAKEN& fnTaken)
+APPBIN_SERVER_INFO_t ReadEntry(const pugi::xml_node& tFile)
 {
-    auto itNext = mapInfo.end(); // documents tend to be in order: then each record goes right behind the last one
+    const auto fnText = [&tFile](const char* pszName) { return tFile.attribute(pszName).value(); };
+    const char* pszSignature = tFile.child("signature").child_value();
+    return {fnText("id"),   fnText("name"), fnText("version"), fnText("url"),
+            fnText("size"), pszSignature,   fnText("type"),    fnText("boot")};
+}
+
+/** The containers of a reader's caller. */
+struct OUTPUT_t
+{
+    std::map<std::string, APPBIN_SERVER_INFO_t>& mapInfo; /**< an identifier in it keeps its record */
+    std::vector<std::string>* pvecId = nullptr;           /**< receives the identifiers in document order */
+    bool bEmptyList = false;                              /**< pvecId is emptied once the document has been loaded */
+};
+
+/**
+ * Loads an information document and adds each entry that fnWanted accepts to the output. Each is logged on behalf of
+ * the calling operation, with pszInserted as the format and the entry's identifier and URL as its arguments.
+ */
+template <class WANTED>
+bool ReadEntries(const std::string& strXml, const OUTPUT_t& tOutput, const WANTED& fnWanted, const char* pszInserted,
+                 LOG_PLACE_t tPlace = {})
+{
+    pugi::xml_document tDocument;
+    if (!LoadDocument(strXml, tDocument, tPlace))
+    {
+        return false;
+    }
+    if (tOutput.bEmptyList)
+    {
+        tOutput.pvecId->clear();
+    }
+    auto itNext = tOutput.mapInfo.end(); // most documents are sorted: each record goes right behind the one before
     for (pugi::xml_node tFile = tDocument.child("emplist").child("file"); !tFile.empty();
          tFile = tFile.next_sibling("file"))
     {
         if (fnWanted(tFile))
         {
             APPBIN_SERVER_INFO_t tInfo = ReadEntry(tFile);
-            itNext = std::next(mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
-            fnTaken(tFile.attribute("id").value(), tFile.attribute("url").value());
+            itNext = std::next(tOutput.mapInfo.emplace_hint(itNext, tInfo.strId, std::move(tInfo)));
+            const char* pszId = tFile.attribute("id").value();
+            if (tOutput.pvecId != nullptr)
+            {
+                tOutput.pvecId->emplace_back(pszId);
+            }
+            VELTRA_LOG_INFO_AT(tPlace, pszInserted, pszId, tFile.attribute("url").value());
         }
     }
+    return true;
 }
 
 } // namespace
@@ -71,7 +88,7 @@ bool CXmlParser::ParseAppBinaryServerUrlXml(const std::string& strXml, std::vect
         return false;
     }
     const pugi::xml_node tRoot = tDocument.child("rsp");
-    if (std::string_view(tRoot.attribute("stat").value()) != "ok")
+    if (Attribute(tRoot, "stat") != "ok")
     {
         VELTRA_LOG_ERROR("AppBinary server xml url stat is not ok!");
         return false;
@@ -79,7 +96,7 @@ bool CXmlParser::ParseAppBinaryServerUrlXml(const std::string& strXml, std::vect
     const pugi::xml_node tNotice = tRoot.child("rm").child("queryinfo").child("notice");
     for (pugi::xml_node tServer = tNotice.first_child(); !tServer.empty(); tServer = tServer.next_sibling())
     {
-        vecServerUrl.emplace_back(tServer.attribute("url").value());
+        vecServerUrl.emplace_back(Attribute(tServer, "url"));
     }
     VELTRA_LOG_INFO("AppBinary sever url number = [%d]!", static_cast<int>(vecServerUrl.size()));
     return true;
@@ -89,67 +106,29 @@ bool CXmlParser::ParseAppBinaryServerInfoXml(const std::string& strXml,
                                              std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo,
                                              const std::vector<std::string>& vecAppBinaryId)
 {
-    pugi::xml_document tDocument;
-    if (!LoadDocument(strXml, tDocument))
-    {
-        return false;
-    }
     std::vector<std::string_view> vecWanted(vecAppBinaryId.begin(), vecAppBinaryId.end());
     std::sort(vecWanted.begin(), vecWanted.end());
     const auto fnWanted = [&vecWanted](const pugi::xml_node& tFile)
-    {
-        const std::string_view strId(tFile.attribute("id").value());
-        return std::binary_search(vecWanted.begin(), vecWanted.end(), strId);
-    };
-    const LOG_PLACE_t tPlace;
-    const auto fnTaken = [tPlace](const char* pszId, const char* pszUrl)
-    { VELTRA_LOG_INFO_AT(tPlace, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId, pszUrl); };
-    ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
-    return true;
+    { return std::binary_search(vecWanted.begin(), vecWanted.end(), Attribute(tFile, "id")); };
+    return ReadEntries(strXml, {mapAppBinaryInfo}, fnWanted, "Insert mapAppBinaryInfo a item: ID is [%s], URL is [%s]");
 }
 
 bool CXmlParser::ParseCERTAppBinaryServerInfoXml(const std::string& strXml,
                                                  std::map<std::string, APPBIN_SERVER_INFO_t>& mapCERTAppBinaryInfo,
                                                  std::vector<std::string>& vecCERTAppBinaryId)
 {
-    pugi::xml_document tDocument;
-    if (!LoadDocument(strXml, tDocument))
-    {
-        return false;
-    }
-    const auto fnWanted = [](const pugi::xml_node& tFile)
-    {
-        constexpr std::string_view PREFIX = "empCERT";
-        return std::string_view(tFile.attribute("id").value()).substr(0, PREFIX.size()) == PREFIX;
-    };
-    const LOG_PLACE_t tPlace;
-    const auto fnTaken = [&vecCERTAppBinaryId, tPlace](const char* pszId, const char* pszUrl)
-    {
-        vecCERTAppBinaryId.emplace_back(pszId);
-        VELTRA_LOG_INFO_AT(tPlace, "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]", pszId, pszUrl);
-    };
-    ReadEntries(tDocument, mapCERTAppBinaryInfo, fnWanted, fnTaken);
-    return true;
+    constexpr std::string_view PREFIX = "empCERT";
+    const auto fnWanted = [PREFIX](const pugi::xml_node& tFile)
+    { return Attribute(tFile, "id").substr(0, PREFIX.size()) == PREFIX; };
+    return ReadEntries(strXml, {mapCERTAppBinaryInfo, &vecCERTAppBinaryId}, fnWanted,
+                       "Insert mapCERTAppBinaryInfo a item: ID is [%s], URL is [%s]");
 }
 
 bool CXmlParser::ParseDefaultAppBinaryServerInfoXml(const std::string& strXml,
                                                     std::vector<std::string>& vecDefaultAppBinaryId,
                                                     std::map<std::string, APPBIN_SERVER_INFO_t>& mapAppBinaryInfo)
 {
-    pugi::xml_document tDocument;
-    if (!LoadDocument(strXml, tDocument))
-    {
-        return false;
-    }
-    vecDefaultAppBinaryId.clear();
-    const auto fnWanted = [](const pugi::xml_node& tFile)
-    { return std::string_view(tFile.attribute("boot").value()) == "yes"; };
-    const LOG_PLACE_t tPlace;
-    const auto fnTaken = [&vecDefaultAppBinaryId, tPlace](const char* pszId, const char* pszUrl)
-    {
-        vecDefaultAppBinaryId.emplace_back(pszId);
-        VELTRA_LOG_INFO_AT(tPlace, "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]", pszId, pszUrl);
-    };
-    ReadEntries(tDocument, mapAppBinaryInfo, fnWanted, fnTaken);
-    return true;
+    const auto fnWanted = [](const pugi::xml_node& tFile) { return Attribute(tFile, "boot") == "yes"; };
+    return ReadEntries(strXml, {mapAppBinaryInfo, &vecDefaultAppBinaryId, true}, fnWanted,
+                       "Insert mapAppBinaryInfo a default item: ID is [%s], URL is [%s]");
 }
