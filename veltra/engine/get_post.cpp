@@ -138,6 +138,10 @@ bool CWebConnector::m_InitRequest(_REQ_HANDLER_t* ptReqHandler)
 
 bool CWebConnector::m_SetEasyHandleOptions(_REQ_HANDLER_t* ptReqHandler)
 {
+    if (!IsComplete(ptReqHandler))
+    {
+        return false;
+    }
     auto& tReqInfo = *static_cast<_HTTP_REQ_INFO_t*>(ptReqHandler->ptReqInfo);
     if (tReqInfo.eMethod != HTTP_METHOD_GET && tReqInfo.eMethod != HTTP_METHOD_POST)
     {

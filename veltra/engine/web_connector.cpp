@@ -164,8 +164,12 @@ bool CWebConnector::m_CheckLeftRequest()
     {
         m_EraseRequest(nullptr);
     }
-    m_bIdle = m_lstRequest.empty();
-    return !m_bIdle;
+    if (m_lstRequest.empty())
+    {
+        m_bIdle = true;
+        return false;
+    }
+    return true;
 }
 
 void CWebConnector::m_HandleCompletedRequest()
