@@ -72,14 +72,8 @@ struct WQCurlEasy::IMPL_t : FAKE_TRANSFER_t
             NAMED(WRITEDATA),      NAMED(PRIVATE),    NAMED(PROGRESSDATA), NAMED(PROGRESSFUNCTION)};
         const std::string& strName = s_mapNames.at(eOption);
         strSetUp += " " + strName + "=" + strValue;
-        return Succeeds(strName, "no " + strName);
-    }
-
-    bool Succeeds(const std::string& strStep, const std::string& strError)
-    {
-        const bool bFails = Takes(strStep);
-        strLastError = bFails ? strError : strLastError;
-        return !bFails;
+        strLastError = Takes(strName) ? "no " + strName : "";
+        return strLastError.empty();
     }
 
     std::string strSetUp; /**< the calls that set up the transfer, noted when it starts */
@@ -117,7 +111,7 @@ OPERATION(bool WQCurlEasy::setOption(OPTION_t e, void* p), m_pImpl->mapPointers[
 OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
           m_pImpl->strSetUp += " setTimeout(" + std::to_string(n) + "," + std::to_string(nAll) + ")")
 OPERATION(bool WQCurlEasy::send(), Note("send" + m_pImpl->strSetUp); g_tFake->fnTransfer(*m_pImpl);
-          return m_pImpl->Succeeds("transfer", "broken"))
+          m_pImpl->strLastError = Takes("transfer") ? "broken" : ""; return m_pImpl->strLastError.empty())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp),
           *pp = Takes("private") ? nullptr : m_pImpl->mapPointers[PRIVATE];
@@ -151,15 +145,14 @@ bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 bool WQCurlMulti::fdSelect(int& nRunningHandles)
 {
     nRunningHandles = 3;
+    std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
+    const auto fnRuns = [this] { return !m_pImpl->lstRunning.empty() && !g_tFake->bHold; };
     std::list<const WQCurlEasy*> lstDriven;
+    if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnRuns))
     {
-        std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
-        const auto fnRuns = [this] { return !m_pImpl->lstRunning.empty() && !g_tFake->bHold; };
-        if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnRuns))
-        {
-            lstDriven.swap(m_pImpl->lstRunning);
-        }
+        lstDriven.swap(m_pImpl->lstRunning);
     }
+    tGuard.unlock();
     for (const WQCurlEasy* ptEasy : lstDriven)
     {
         g_tFake->fnTransfer(*ptEasy->m_pImpl);

@@ -117,6 +117,7 @@ void OnRequest(bool bResult, std::string& strErrorMsg, std::string& strResponse,
     Note("callback: " + std::to_string(bResult) + " [" + strErrorMsg + "] [" + strResponse + "] " +
          static_cast<const char*>(pUserData));
     Takes("post-in-callback") ? void(g_pEngine->Post(g_ptRequest, false)) : void();
+    Takes("misuse-in-callback") ? (g_pEngine->Get(g_ptRequest, true), g_pEngine->Destroy()) : void();
 }
 
 void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, void* pUserData)
@@ -128,10 +129,10 @@ void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double dSpeed, voi
 /** Calls Get() if bSync, else Post(): the record's method decides. */
 int StartHttp(HTTP_METHOD_e eMethod, bool bSync, const std::list<std::string>& lstHeader)
 {
-    const int nMethod = Takes("unknown-method") ? 3 : eMethod;
     const HTTP_REQUEST_CB_t pfnRequestCB = Takes("no-callback") ? nullptr : &OnRequest;
-    _HTTP_REQ_INFO_t tRequest{nMethod, "http://x/", lstHeader, "data", pfnRequestCB, g_szUser, bSync, "old "};
-    tRequest.strErrorReason = bSync ? "stale" : "";
+    _HTTP_REQ_INFO_t tRequest{eMethod, "http://x/", lstHeader, "data", pfnRequestCB, g_szUser, bSync, "old "};
+    tRequest.eMethod = Takes("unknown-method") ? 3 : eMethod;
+    tRequest.strErrorReason = bSync ? "stale" : ""; // left by another request, as bResult and strResponse
     const auto fnDescribe = [&tRequest]
     {
         return "record: " + std::to_string(tRequest.bResult) + " [" + tRequest.strErrorReason + "] [" +
@@ -183,8 +184,8 @@ void Deliver(FAKE_TRANSFER_t& tTransfer, std::string strBody)
     ptHandler->ptReqInfo = Takes("no-record") ? nullptr : ptHandler->ptReqInfo;
     ptHandler->pEasyHandle = Takes("no-easy-handle") ? nullptr : ptHandler->pEasyHandle;
 
-    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {0, 9}, {1000, 45}, {1000, 54}, {1000, 246}, {9, 9}};
-    for (const auto& [dTotal, dNow] : PROGRESS)
+    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {0, 9}, {200, 9}, {200, 9}, {99, 7}, {99, 24.4}, {9, 9}};
+    for (const auto& [dTotal, dNow] : PROGRESS) // 4.5 % counts as 5 %
     {
         if (tTransfer.pfnProgress != nullptr && tTransfer.pfnProgress(pRecord, dTotal, dNow, 0, 0) != 0)
         {
@@ -196,9 +197,8 @@ void Deliver(FAKE_TRANSFER_t& tTransfer, std::string strBody)
     if (!strBody.empty())
     {
         const bool bFile = pRecord != nullptr;
-        const size_t nRest = strBody.size() - 1;
         EXPECT_EQ(tTransfer.pfnWrite(strBody.data(), 1, 1, pTarget), 1U);
-        EXPECT_EQ(tTransfer.pfnWrite(strBody.data() + 1, nRest, 1, pTarget), bFile ? 1U : nRest);
+        EXPECT_EQ(tTransfer.pfnWrite(&strBody[1], strBody.size() - 1, 1, pTarget), bFile ? 1U : strBody.size() - 1);
         struct stat tStat = {}; // std::filesystem on 32-bit systems fails for dates after 2038
         EXPECT_TRUE(!bFile || (stat("f.bak", &tStat) == 0 && tStat.st_size == 4)) << "nothing is held back";
     }
@@ -250,7 +250,7 @@ const std::map<std::string, std::function<int()>> CALLS{
     {"SyncDownloadFile", [] { return g_pEngine->SyncDownloadFile(URL(), PATH(), 60, 3); }},
     {"ListNull", [] { return (RequestList(*g_pEngine).push_back(nullptr), 0); }},
     {"Cancel", [] { return g_pEngine->CancelDownload(7, true); }},
-    {"CancelOther", [] { return g_pEngine->CancelDownload(8, true); }},
+    {"CancelOthers", [] { return g_pEngine->CancelDownload(6, true) + g_pEngine->CancelDownload(8, true); }},
     {"Create", [] { return g_pEngine->Create(); }},
     {"Destroy", [] { return (g_pEngine->Destroy(), 0); }},
     {"RequestAppBinaryServerUrl",
@@ -336,7 +336,8 @@ std::string RunBlock(const std::string& strBlock, std::set<std::string>& setKnow
         for (const std::string& strLine : Split(RunScenario(strExpected.substr(0, strExpected.find('\n'))), '\n'))
         {
             strSeen += setKnown.count(strLine) > 0 ? "" : strSeen.empty() ? strLine : "\n" + strLine;
-            strHeading[2] == '=' && !std::regex_search(strLine, tResult) ? void(setNew.insert(strLine)) : void();
+            strHeading[2] == '=' && !std::regex_search(strLine, tResult) ? setNew.insert({strLine, "  " + strLine})
+                                                                         : void();
         }
         strResult = strSeen == strExpected ? strResult : strSeen;
     }
@@ -370,15 +371,15 @@ TEST(Platform, IdentityAndLogServeUntilTheProcessHasEnded)
     static const auto s_fnLog = [] { CKVRDebug::PrintLog(0, "%s\n", s_strIdentity.c_str()); };
     const auto fnExit = []
     {
-        const auto fnAtExit = [] // goes after what is made later
+        const auto fnAtExit = [] // runs after the destructors of objects that are made later
         {
-            const std::string strOther(s_strIdentity.size() + 2, 'o'); // takes the place of a text that has been freed
+            const std::string strOther(s_strIdentity.size() + 2, 'o'); // reuses the memory of a freed text
             s_fnLog();
             int arrPipe[2] = {};
             EXPECT_EQ(pipe(arrPipe), 0);
             dup2(arrPipe[1], STDERR_FILENO);
             close(arrPipe[0]);
-            s_fnLog(); // has no reader, and raises no signal
+            s_fnLog(); // without a reader; must not raise SIGPIPE
             _exit(CAIAuth().GetDUID() == s_strIdentity && strOther.find('d') == std::string::npos ? 7 : 8);
         };
         std::atexit(fnAtExit);
@@ -426,8 +427,7 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
     CKVRDebug::PrintLog(4, "\n");
 
     CSync tSync;
-    EXPECT_TRUE(tSync.Create());
-    EXPECT_FALSE(CSync(tSync).m_bCreated);
+    EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
     g_nInterruptions = 2;
     tSync.Give();
     tSync.Take();
@@ -449,7 +449,6 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         CKVRDebug::SetSink(nullptr, nullptr);
         return testing::internal::GetCapturedStderr();
     };
-    const std::string strErrors = "broken\nbroken\nbroken\nother\n";
     EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\nbroken\nbroken\nbroken\ninformation\nother\n");
     CKVRDebug::FOLDING_t tFolding;
     EXPECT_EQ(fnSeen(&CKVRDebug::FoldRepeats, &tFolding),
@@ -463,8 +462,8 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         Replace(strSeen, ": ", ""); // behind an empty name
         return strSeen;
     };
-    EXPECT_EQ(fnSyslog(LOG_ERR), strErrors);
+    EXPECT_EQ(fnSyslog(LOG_ERR), "broken\nbroken\nbroken\nother\n");
     EXPECT_EQ(fnSyslog(LOG_ERR, &CKVRDebug::FoldRepeats), "broken\n… 2 more like this\nother\n");
-    EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\n" + strErrors);
+    EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\nbroken\nbroken\nbroken\nother\n");
     closelog();
 }
