@@ -314,8 +314,9 @@ std::string RunScenario(const std::string& strHeading)
         strLines += bFile ? "\n- file " + strFile + ": [" + ReadFile(strFile) + "]" : "";
         std::filesystem::remove(strFile);
     }
+    EXPECT_EQ(g_tFake->lstWords, std::list<std::string>()) << "never met in " << strHeading;
     Replace(strLines, strAnswer.empty() ? "no answer" : strAnswer, "(answer)");
-    return std::regex_replace(strHeading, std::regex("returns:( -?\\d+)+"), strResults) + strLines;
+    return std::regex_replace(strHeading, std::regex("returns:( -?\\d+)*"), strResults) + strLines;
 }
 
 /** Runs the scenarios of a block. @return the block, or the output of a scenario that differs from it */
@@ -349,13 +350,14 @@ std::string RunBlock(const std::string& strBlock, std::set<std::string>& setKnow
 
 TEST(Transcript, EqualsTheGoldenFiles)
 {
-    std::string strFolder = testing::TempDir() + "veltra-test-XXXXXX";
+    std::string strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
     ASSERT_NE(mkdtemp(strFolder.data()), nullptr);
     std::filesystem::current_path(strFolder);
     std::set<std::string> setKnown;
     for (const char* pszGolden : {GOLDEN_FOLDER "/engine.txt", GOLDEN_FOLDER "/queries.txt"})
     {
         std::string strGolden = ReadFile(pszGolden) + "\n";
+        ASSERT_NE(strGolden, "\n") << pszGolden;
         Replace(strGolden, "\n\n", "\f");
         for (const std::string& strBlock : Split(strGolden, '\f'))
         {
