@@ -114,14 +114,14 @@ OPERATION(bool WQCurlEasy::send(), Note("send" + m_pImpl->strSetUp); g_tFake->fn
           m_pImpl->strLastError = Takes("transfer") ? "broken" : ""; return m_pImpl->strLastError.empty())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp),
-          *pp = Takes("private") ? nullptr : m_pImpl->mapPointers[PRIVATE];
+          *pp = Takes("getInfo-null") ? nullptr : m_pImpl->mapPointers[PRIVATE];
           return e == PRIVATE_INFO && !Takes("getInfo"))
 OPERATION(std::string WQCurlEasy::getLastError(), return std::exchange(m_pImpl->strLastError, "")) // given once
 OPERATION(void WQCurlEasy::reset(), m_pImpl->strSetUp.clear(); Note("reset"))
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
 WQCurlMulti::~WQCurlMulti() = default;
-OPERATION(bool WQCurlMulti::Initialize(), return !Takes("multi"))
+OPERATION(bool WQCurlMulti::Initialize(), return !Takes("multi-Initialize"))
 OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return !Takes("Perform"))
 OPERATION(bool WQCurlMulti::removeHandle(const WQCurlEasy*), Note("removeHandle"); return !Takes("removeHandle"))
 OPERATION(WQCurlMulti::MultiMsg WQCurlMulti::InfoRead(), std::list<MultiMsg>& lst = m_pImpl->lstFinished;
