@@ -4,15 +4,13 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <fstream>
-#include <map>
 #include <numeric>
 #include <semaphore.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "veltra/platform/kvr_debug.h"
 
@@ -21,118 +19,50 @@ std::atomic<int> g_nInterruptions{0};
 
 void Note(const std::string& strStep)
 {
-    CKVRDebug::PrintLog(0, "- %s\n", strStep.c_str());
+    CKVRDebug::PrintLog(0, "- %s\f\n", strStep.c_str());
 }
 
-bool FAKE_WQCURL_t::Allows(const std::string& strStep)
+bool Takes(const std::string& strWord)
 {
-    const std::lock_guard<std::mutex> tGuard(tLock);
-    const auto it = std::find(lstRefused.begin(), lstRefused.end(), strStep);
-    const bool bAllowed = it == lstRefused.end();
-    lstRefused.erase(it, bAllowed ? it : std::next(it));
-    return bAllowed;
+    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
+    const auto it = std::find(g_tFake->lstWords.begin(), g_tFake->lstWords.end(), strWord);
+    const bool bFound = it != g_tFake->lstWords.end();
+    g_tFake->lstWords.erase(it, bFound ? std::next(it) : it);
+    return bFound;
 }
 
-namespace
-{
+/* Replacements of the C library's functions. */
 
-/** @return false for a call of the C library that is to fail with nError */
-bool Permits(const std::string& strCall, int nError)
-{
-    errno = nError;
-    return !g_tFake.has_value() || g_tFake->Allows(strCall);
-}
-
-bool IsInterrupted()
-{
-    errno = EINTR;
-    return g_nInterruptions > 0 && g_nInterruptions-- > 0;
-}
-
-} // namespace
-
-/* In place of the C library's. */
-
-extern "C" int fsync(int /*nDescriptor*/)
-{
-    Note("fsync");
-    return Permits("fsync", EIO) ? 0 : -1;
-}
-
-/** Does what another process might: "-link" puts a link in the place of the file that has just been opened, "-look" and
- * "-file" put a link or a file where there was none when it was looked for. */
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
-    const auto fnPutLink = [] { return symlink("precious", "f.bak"); };
-    if (access("f.bak", F_OK) == 0 && !Permits("link", 0))
-    {
-        static_cast<void>(rename("f.bak", "precious") + fnPutLink());
-    }
-    const int nResult = fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
-    const int nError = errno;
-    if (!Permits("look", nError))
-    {
-        std::ofstream("precious") << "precious";
-        static_cast<void>(fnPutLink());
-    }
-    if (!Permits("file", nError))
-    {
-        std::ofstream("f.bak") << "precious";
-    }
-    return nResult;
-}
-
-extern "C" int sem_init(sem_t* ptSemaphore, int nShared, unsigned nValue) noexcept
-{
-    static const auto s_pfnSystem = reinterpret_cast<decltype(&sem_init)>(dlsym(RTLD_NEXT, "sem_init"));
-    return Permits("sem_init", ENOSPC) ? s_pfnSystem(ptSemaphore, nShared, nValue) : -1;
+    g_tFake.has_value() ? g_tFake->fnBeforeLstat() : void();
+    return fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
 }
 
 extern "C" ssize_t write(int nDescriptor, const void* pData, size_t nSize)
 {
     static const auto s_pfnSystem = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
-    return IsInterrupted() ? -1 : s_pfnSystem(nDescriptor, pData, nSize);
+    errno = EINTR;
+    return g_nInterruptions-- > 0 ? -1 : s_pfnSystem(nDescriptor, pData, nSize);
 }
 
-/** A sanitizer, which may stand in between, sees no lock from here, but the atomic count and the timed wait. */
 extern "C" int sem_wait(sem_t* ptSemaphore)
 {
-    if (IsInterrupted())
-    {
-        return -1;
-    }
     const timespec tNever = {1LL << 40, 0};
-    return sem_timedwait(ptSemaphore, &tNever);
+    errno = EINTR;
+    return g_nInterruptions-- > 0 ? -1 : sem_timedwait(ptSemaphore, &tNever); // sanitizers know this function
 }
 
 namespace WQCurl
 {
 
-typedef std::list<std::string> LIST_t;
+typedef WQCURL_OPTION_TYPE OPTION_t;
 
 struct TRANSFER_t : FAKE_TRANSFER_t
 {
-    explicit TRANSFER_t(WQCurlEasy* ptEasy) : ptOwner(ptEasy) {}
-    ~TRANSFER_t() { Step("destroy"); }
+    ~TRANSFER_t() { Note("destroy"); }
 
-    /* What an option is set to: kept where a transfer needs it, and as text. */
-    static std::string Keep(int, long lValue) { return std::to_string(lValue); }
-    static std::string Keep(int, const std::string& strValue) { return strValue; }
-    static std::string Keep(int, const LIST_t& lstValue)
-    {
-        return std::accumulate(lstValue.begin(), lstValue.end(), std::string(),
-                               [](const auto& strAll, const auto& strOne) { return strAll + strOne + ";"; });
-    }
-    std::string Keep(int, WRITE_FUNCTION_t pfnValue) { return (pfnWrite = pfnValue, "write"); }
-    std::string Keep(int, PROGRESS_FUNCTION_t pfnValue) { return (pfnProgress = pfnValue, "progress"); }
-    std::string Keep(int eOption, void* pValue)
-    {
-        (eOption == WRITEDATA ? pWriteData : eOption == PROGRESSDATA ? pProgressData : pPrivate) = pValue;
-        return "pointer";
-    }
-
-    /** Options are written down before the step that follows them; what came before a refused one is known. */
-    template <class VALUE> bool Set(WQCURL_OPTION_TYPE eOption, const VALUE& tValue)
+    bool Set(OPTION_t eOption, const std::string& strValue)
     {
 #define NAMED(OPTION) std::pair<const int, std::string>(OPTION, #OPTION)
         static const std::map<int, std::string> s_mapNames{
@@ -141,58 +71,20 @@ struct TRANSFER_t : FAKE_TRANSFER_t
             NAMED(LOW_SPEED_TIME), NAMED(POSTFIELDS), NAMED(HTTPHEADER),   NAMED(WRITEFUNCTION),
             NAMED(WRITEDATA),      NAMED(PRIVATE),    NAMED(PROGRESSDATA), NAMED(PROGRESSFUNCTION)};
         const std::string& strName = s_mapNames.at(eOption);
-        const bool bAllowed = bReady && g_tFake->Allows(strName);
-        strOptions = bAllowed ? strOptions + " " + strName + "=" + Keep(eOption, tValue) : "Initialize …";
-        return Ended(bAllowed, "no " + strName);
+        strSetUp += " " + strName + "=" + strValue;
+        strLastError = Takes(strName) ? "no " + strName : "";
+        return strLastError.empty();
     }
 
-    void Step(const std::string& strStep)
-    {
-        strOptions.empty() ? void() : Note(strOptions);
-        strOptions.clear();
-        Note(strStep);
-    }
-
-    bool Ended(bool bResult, const std::string& strError)
-    {
-        strLastError = bResult ? strLastError : strError;
-        return bResult;
-    }
-
-    bool Send()
-    {
-        Step("send");
-        bReady ? g_tFake->fnTransfer(*this) : void();
-        return Ended(bReady && g_tFake->Allows("transfer"), "broken");
-    }
-
-    bool Private(WQCURL_INFO_TYPE eInfo, void** ppValue) const
-    {
-        const bool bKnown = eInfo == PRIVATE_INFO && g_tFake->Allows("getInfo");
-        *ppValue = !bKnown ? *ppValue : g_tFake->Allows("private") ? pPrivate : nullptr;
-        return bKnown;
-    }
-
-    bool Become(bool bInitialized, const std::string& strWritten)
-    {
-        strOptions = strWritten;
-        strLastError.clear();
-        return bReady = bInitialized;
-    }
-
-    WQCurlEasy* const ptOwner;
-    const void* pMulti = nullptr; /**< where it is registered */
-    bool bReady = false;
-    std::string strOptions;
+    std::string strSetUp; /**< the calls that set up the transfer, noted when it starts */
     std::string strLastError;
 };
 
 struct WQCurlMulti::IMPL_t
 {
-    bool bReady = false;
-    std::condition_variable tAdded;
-    std::list<WQCurlEasy*> lstRunning;
+    std::list<const WQCurlEasy*> lstRunning;
     std::list<MultiMsg> lstFinished;
+    std::condition_variable tAdded;
 };
 
 /* An operation in one line. */
@@ -202,89 +94,73 @@ struct WQCurlMulti::IMPL_t
         BODY;                      \
     }
 
-WQCurlEasy::WQCurlEasy() : m_ptTransfer(std::make_unique<TRANSFER_t>(this)) {}
+WQCurlEasy::WQCurlEasy() : m_ptTransfer(std::make_unique<TRANSFER_t>()) {}
 WQCurlEasy::~WQCurlEasy() = default;
-OPERATION(bool WQCurlEasy::Initialize(), return m_ptTransfer->Become(g_tFake->Allows("Initialize"), "Initialize"))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const long& l), return m_ptTransfer->Set(e, l))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const std::string& str), return m_ptTransfer->Set(e, str))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, const LIST_t& lst), return m_ptTransfer->Set(e, lst))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, WRITE_FUNCTION_t pfn), return m_ptTransfer->Set(e, pfn))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, PROGRESS_FUNCTION_t pfn), return m_ptTransfer->Set(e, pfn))
-OPERATION(bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE e, void* p), return m_ptTransfer->Set(e, p))
+OPERATION(bool WQCurlEasy::Initialize(), m_ptTransfer->strSetUp += " Initialize"; return !Takes("Initialize"))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const long& l), return m_ptTransfer->Set(e, std::to_string(l)))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const std::string& str), return m_ptTransfer->Set(e, str))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const std::list<std::string>& lst),
+          return m_ptTransfer->Set(e, std::accumulate(lst.begin(), lst.end(), std::string(),
+                                                 [](auto a, auto b) { return a + b + ";"; })))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, WRITE_FUNCTION_t pfn), m_ptTransfer->pfnWrite = pfn;
+          return m_ptTransfer->Set(e, "write"))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, PROGRESS_FUNCTION_t pfn), m_ptTransfer->pfnProgress = pfn;
+          return m_ptTransfer->Set(e, "progress"))
+OPERATION(bool WQCurlEasy::setOption(OPTION_t e, void* p), m_ptTransfer->mapPointers[e] = p;
+          return m_ptTransfer->Set(e, "pointer"))
 OPERATION(void WQCurlEasy::setTimeout(int n, int nAll),
-          m_ptTransfer->Step("setTimeout " + std::to_string(n) + " " + std::to_string(nAll)))
-OPERATION(bool WQCurlEasy::send(), return m_ptTransfer->Send())
+          m_ptTransfer->strSetUp += " setTimeout(" + std::to_string(n) + "," + std::to_string(nAll) + ")")
+OPERATION(bool WQCurlEasy::send(), Note("send" + m_ptTransfer->strSetUp); g_tFake->fnTransfer(*m_ptTransfer);
+          m_ptTransfer->strLastError = Takes("transfer") ? "broken" : ""; return m_ptTransfer->strLastError.empty())
 OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, double* p), return e == SPEED_DOWNLOAD && (*p = 1.5, true))
-OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp), return m_ptTransfer->Private(e, pp))
-OPERATION(std::string WQCurlEasy::getLastError(), std::string str; str.swap(m_ptTransfer->strLastError);
-          return str) // once
-OPERATION(void WQCurlEasy::reset(), m_ptTransfer->Step("reset"); m_ptTransfer->Become(false, ""))
+OPERATION(bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE e, void** pp),
+          *pp = Takes("getInfo-null") ? nullptr : m_ptTransfer->mapPointers[PRIVATE];
+          return e == PRIVATE_INFO && !Takes("getInfo"))
+OPERATION(std::string WQCurlEasy::getLastError(), return std::exchange(m_ptTransfer->strLastError, "")) // given once
+OPERATION(void WQCurlEasy::reset(), m_ptTransfer->strSetUp.clear(); Note("reset"))
 
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
 WQCurlMulti::~WQCurlMulti() = default;
-OPERATION(bool WQCurlMulti::Initialize(), return m_pImpl->bReady = g_tFake->Allows("multi"))
-OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return g_tFake->Allows("Perform"))
+OPERATION(bool WQCurlMulti::Initialize(), return !Takes("multi-Initialize"))
+OPERATION(bool WQCurlMulti::Perform(int& n), Note("Perform"); n = 3; return !Takes("Perform"))
+OPERATION(bool WQCurlMulti::removeHandle(const WQCurlEasy*), Note("removeHandle"); return !Takes("removeHandle"))
+OPERATION(WQCurlMulti::MultiMsg WQCurlMulti::InfoRead(), std::list<MultiMsg>& lst = m_pImpl->lstFinished;
+          const MultiMsg tMsg = lst.empty() ? MultiMsg() : lst.front(); lst.empty() ? void() : lst.pop_front();
+          return tMsg)
 
 bool WQCurlMulti::addHandle(const WQCurlEasy* pEasyHandle)
 {
-    TRANSFER_t* ptEasy = pEasyHandle != nullptr ? pEasyHandle->m_ptTransfer.get() : nullptr;
-    ptEasy != nullptr ? ptEasy->Step("addHandle") : void();
-    if (ptEasy == nullptr || !m_pImpl->bReady || !ptEasy->bReady || ptEasy->pMulti != nullptr ||
-        !g_tFake->Allows("addHandle"))
+    Note("addHandle" + pEasyHandle->m_ptTransfer->strSetUp);
+    if (Takes("addHandle"))
     {
         return false;
     }
     const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    ptEasy->pMulti = this;
-    m_pImpl->lstRunning.push_back(ptEasy->ptOwner);
+    m_pImpl->lstRunning.push_back(pEasyHandle);
     m_pImpl->tAdded.notify_all();
     return true;
 }
 
-bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
-{
-    Note("removeHandle");
-    const bool bHere = pEasyHandle != nullptr && pEasyHandle->m_ptTransfer->pMulti == this;
-    const bool bAllowed = bHere && g_tFake->Allows("removeHandle");
-    const std::lock_guard<std::mutex> tGuard(g_tFake->tLock);
-    bHere ? void(pEasyHandle->m_ptTransfer->pMulti = nullptr) : void();
-    m_pImpl->lstFinished.remove_if([=](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; });
-    m_pImpl->lstRunning.remove_if([=](const WQCurlEasy* pEasy) { return pEasy == pEasyHandle; });
-    return bAllowed;
-}
-
-/** Only waits that have something to tell are written down: how many there are without is a matter of time. */
+/** Notes only waits that finish transfers: the number of the others depends on the machine's speed. */
 bool WQCurlMulti::fdSelect(int& nRunningHandles)
 {
     nRunningHandles = 3;
-    std::list<WQCurlEasy*> lstDriven;
+    std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
+    const auto fnRuns = [this] { return !m_pImpl->lstRunning.empty() && !g_tFake->bHold; };
+    std::list<const WQCurlEasy*> lstDriven;
+    if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnRuns))
     {
-        std::unique_lock<std::mutex> tGuard(g_tFake->tLock);
-        const auto fnEnough = [this] { return m_pImpl->lstRunning.size() >= g_tFake->nTogether; };
-        if (m_pImpl->lstFinished.empty() && m_pImpl->tAdded.wait_for(tGuard, std::chrono::milliseconds(20), fnEnough))
-        {
-            lstDriven.swap(m_pImpl->lstRunning);
-        }
+        lstDriven.swap(m_pImpl->lstRunning);
     }
-    for (WQCurlEasy* ptEasy : lstDriven)
+    tGuard.unlock();
+    for (const WQCurlEasy* ptEasy : lstDriven)
     {
         g_tFake->fnTransfer(*ptEasy->m_ptTransfer);
-        const bool bResult = g_tFake->Allows("transfer");
-        m_pImpl->lstFinished.push_back({ptEasy, bResult, bResult ? "" : "broken", 0, 0});
+        const bool bResult = !Takes("transfer");
+        m_pImpl->lstFinished.push_back({const_cast<WQCurlEasy*>(ptEasy), bResult, bResult ? "" : "broken", 0, 0});
     }
     m_pImpl->lstFinished.empty() ? void() : Note("fdSelect finishes " + std::to_string(m_pImpl->lstFinished.size()));
-    return m_pImpl->lstFinished.empty() || g_tFake->Allows("fdSelect"); // what has finished waits for the next
-}
-
-WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
-{
-    if (m_pImpl->lstFinished.empty())
-    {
-        return {};
-    }
-    MultiMsg tMsg = m_pImpl->lstFinished.front();
-    m_pImpl->lstFinished.pop_front();
-    return tMsg;
+    return m_pImpl->lstFinished.empty() || !Takes("fdSelect"); // the next call reports them again
 }
 
 } // namespace WQCurl
