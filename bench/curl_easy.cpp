@@ -1,6 +1,6 @@
 /*
  * libcurl: blocking GETs one after the other, on IN_FLIGHT threads with one reused handle each. With BENCH_HAND_OVER in
- * the environment each of them has another thread make its requests, and waits for that: what handing over costs alone.
+ * the environment, each thread hands its requests to another one and waits, which measures the cost of handing over.
  */
 
 #include <atomic>

@@ -1,7 +1,7 @@
 /*
  * libcurl: GETs on one multi handle. Built twice: driven by curl_multi_poll and curl_multi_perform, or (BENCH_EPOLL) by
- * epoll and curl_multi_socket_action. In the environment, BENCH_FRESH makes a handle afresh for each request instead of
- * using handles again, and BENCH_THREAD drives it all on a second thread, as an engine with a worker must.
+ * epoll and curl_multi_socket_action. In the environment, BENCH_FRESH makes a new handle for each request instead of
+ * reusing handles, and BENCH_THREAD drives all transfers on a second thread, as an engine with a worker must.
  */
 
 #include <curl/curl.h>

@@ -1,7 +1,8 @@
 /*
- * The heap that requests take at its highest, from before the engine's start: "footprint http|https N CA" makes
- * one synchronous request, or N asynchronous ones of which none is answered before all have arrived. Every allocation
- * of the process counts with its usable size, those of libcurl and the TLS library included; stacks and code do not.
+ * Measures the highest use of heap by requests, compared with before the engine's start: "footprint http|https N CA"
+ * makes one synchronous request, or N asynchronous ones of which none is answered before all have arrived. Every
+ * allocation of the process counts with its usable size, those of libcurl and the TLS library included; stacks and code
+ * do not.
  */
 
 #include <atomic>
@@ -42,7 +43,7 @@ void Uncount(void* pMemory)
 
 } // namespace
 
-/* The C library lets a program put its own allocator in its place; this one only counts. */
+/* These replace the C library's allocator; they only count. */
 extern "C"
 {
     void* __libc_malloc(size_t nSize);
@@ -83,7 +84,7 @@ extern "C"
 namespace
 {
 
-/** Serves in a process of its own, so that only the client's memory counts. @return that process */
+/** Runs the server in a process of its own, so that only the client's memory counts. @return that process */
 pid_t StartServer(bool bTls, int nRequests, std::string& strUrl)
 {
     int arrPipe[2];

@@ -1,4 +1,4 @@
-/* What runs inside the process, without a network: the readers, the registry, and a log record that nobody wants. */
+/* Measures code without a network: the readers, the registry, and a log record that is dropped. */
 
 #include <benchmark/benchmark.h>
 #include <future>
@@ -34,7 +34,7 @@ void ReadInformation(benchmark::State& tState)
 }
 BENCHMARK(ReadInformation)->RangeMultiplier(10)->Range(100, 100000);
 
-/* A scheme that libcurl refuses at once: what is left is set-up, hand-over, registry and callback. */
+/* libcurl refuses this scheme at once, so that set-up, hand-over, registry and callback are measured. */
 void SubmitAndFinish(benchmark::State& tState)
 {
     Silence();

@@ -7,7 +7,7 @@
 #include <string>
 #include <sys/resource.h>
 
-/** What one run of a client is to do, from its command line: URL REQUESTS IN_FLIGHT CA_FILE [STALLED STALL_URL]. */
+/** The work of one client, from its command line: URL REQUESTS IN_FLIGHT CA_FILE [STALLED STALL_URL]. */
 struct LOAD_t
 {
     LOAD_t(int nArguments, char* arrArguments[])
@@ -28,7 +28,7 @@ struct LOAD_t
         }
     }
 
-    /** Of the next transfer to start: the stalled ones come first, and never end. */
+    /** Returns the URL of the next transfer. The stalled ones, which never end, come first. */
     const std::string& NextUrl(long nStartedBefore) const { return nStartedBefore < nStalled ? strStallUrl : strUrl; }
 
     std::string strUrl;
@@ -39,8 +39,7 @@ struct LOAD_t
     std::string strStallUrl;
 };
 
-/** Measures from its construction to Report(), which prints one line: seconds, CPU seconds, peak KiB above the start.
- */
+/** Measures from its construction to Report(), which prints seconds, CPU seconds and peak KiB above the start. */
 class CMeasure
 {
 public:
@@ -62,7 +61,7 @@ private:
                static_cast<double>(tUsage.ru_utime.tv_usec + tUsage.ru_stime.tv_usec) / 1e6;
     }
 
-    /** Of this program alone: getrusage() counts what the process held before exec() as well. */
+    /** Returns this program's own peak: getrusage() also counts the process before exec(). */
     static long PeakKilobytes()
     {
         std::ifstream tStatus("/proc/self/status");

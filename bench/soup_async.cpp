@@ -1,4 +1,4 @@
-/* libsoup 3: asynchronous GETs on one session, each started by the callback of one that has ended. */
+/* libsoup 3: asynchronous GETs on one session. Each end's callback starts the next one. */
 
 #include <libsoup/soup.h>
 

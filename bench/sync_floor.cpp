@@ -1,7 +1,7 @@
 /*
- * The floor of a synchronous request on a worker: what the engine's way costs without the engine. The caller hands each
- * GET to a second thread by g_main_context_invoke() and waits on a semaphore; that thread makes it with one handle,
- * used again, on the multi interface.
+ * Measures the lowest cost of a synchronous request on a worker, without the engine. The caller hands each GET to a
+ * second thread by g_main_context_invoke() and waits on a semaphore. That thread makes it on the multi interface, with
+ * one reused handle.
  */
 
 #include <curl/curl.h>
@@ -29,7 +29,7 @@ size_t Append(char* pData, size_t nSize, size_t nCount, void* pBody)
     return nSize * nCount;
 }
 
-/** One pass of the worker's loop: a transfer from its start to its end. */
+/** Makes one pass of the worker's loop, which runs a transfer from its start to its end. */
 gboolean MakeRequest(gpointer pFloor)
 {
     auto& tFloor = *static_cast<FLOOR_t*>(pFloor);

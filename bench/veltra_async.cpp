@@ -1,4 +1,4 @@
-/* Ours: asynchronous GETs, each started by the callback of one that has ended. */
+/* Veltra: asynchronous GETs. Each end's callback starts the next one. */
 
 #include <future>
 #include <unistd.h>
@@ -54,7 +54,7 @@ int main(int nArguments, char* arrArguments[])
     tEngine.Create();
     RUN_t tRun{tLoad, tEngine, 0, 0, 0, {}};
 
-    /* The first transfers are started on the worker thread as well, so that one thread alone counts. */
+    /* The first transfers start on the worker thread, too, so that only one thread counts. */
     static CMeasure s_tMeasure;
     static RUN_t* s_ptRun = &tRun;
     _HTTP_REQ_INFO_t tFirst;

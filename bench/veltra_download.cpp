@@ -1,5 +1,5 @@
 /*
- * Ours: downloads into the folder FOLDER of URL?0, URL?1 and so on, REQUESTS in all, AT_ONCE of them in flight:
+ * Veltra: downloads into the folder FOLDER of URL?0, URL?1 and so on, REQUESTS in all, AT_ONCE of them in flight:
  * "veltra_download URL REQUESTS FOLDER AT_ONCE".
  */
 
@@ -35,7 +35,7 @@ struct RUN_t
         }
     }
 
-    /** On the worker, which starts the next as soon as one has ended. */
+    /** Starts the next download when one has ended. Worker. */
     static void OnEvent(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pRun)
     {
         auto& tRun = *static_cast<RUN_t*>(pRun);
@@ -52,7 +52,7 @@ struct RUN_t
     std::string strUrl;
     long nRequests;
     std::string strFolder;
-    long nNext; /**< the first that the main thread does not start: none is to wait for the other; the worker's */
+    long nNext; /**< the next download that the worker starts; the main thread has started those before */
     std::atomic<long> nEnded{0};
     std::atomic<long> nFailed{0};
     std::promise<void> tDone;

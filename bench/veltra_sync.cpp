@@ -1,4 +1,4 @@
-/* Ours: synchronous GETs one after the other, on IN_FLIGHT threads. */
+/* Veltra: synchronous GETs one after the other, on IN_FLIGHT threads. */
 
 #include <atomic>
 #include <list>

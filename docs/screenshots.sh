@@ -41,7 +41,7 @@ servers() {
     echo "server { listen 127.0.0.1:$nginx_tls_port ssl; root \"$dir/www\"; limit_rate_after 512k; limit_rate 1800k; }"
 }
 
-# What the terminal shows, as a picture: a graph of one node that is all text.
+# Draws the terminal's text as a picture: a graph of one node.
 take_picture() { # FILE
     local label
     label=$(tmux -S "$dir/tmux" capture-pane -p | sed -e '/^$/d' -e 's/["\\]/\\&/g' -e 's/$/\\l/' | tr -d '\n')

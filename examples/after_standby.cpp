@@ -1,5 +1,5 @@
 /* Asks a server every few seconds, and again when the device is in another network: after_standby URL SECONDS
- * SIGUSR1 stands for whatever tells the application that. SIGINT and SIGTERM end the program. */
+ * SIGUSR1 stands for the application's source of that news. SIGINT and SIGTERM end the program. */
 
 #include <csignal>
 #include <cstdio>
@@ -28,7 +28,7 @@ int main(int nArguments, char* arrArguments[])
     {
         sigaddset(&tSignals, nSignal);
     }
-    /* They are taken below, by this thread, and not by a handler, in which the library must not be called. */
+    /* This thread takes the signals below. A handler must not call the library. */
     if (lSeconds < 1 || pthread_sigmask(SIG_BLOCK, &tSignals, nullptr) != 0)
     {
         static_cast<void>(std::fprintf(stderr, "usage: after_standby URL SECONDS\n"));

@@ -1,4 +1,5 @@
-/* Makes an https request, and waits for the right time first if the clock is why it fails: clock_at_boot URL SECONDS */
+/* Makes an https request. If it fails because of the clock, waits for the right time first: clock_at_boot URL SECONDS
+ */
 
 #include <chrono>
 #include <cstdio>
@@ -21,13 +22,13 @@ void OnTransfer(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
     t_nResultCode = tReport.nResultCode;
 }
 
-/** Runs on the worker, and before the synchronous caller goes on. */
+/** Runs on the worker, before the synchronous caller continues. */
 void OnAnswer(bool /*bResult*/, std::string& /*strError*/, std::string& /*strResponse*/, void* pResultCode)
 {
     *static_cast<int*>(pResultCode) = std::exchange(t_nResultCode, 0);
 }
 
-/** Whether a time service has told the kernel that the clock is right. */
+/** Returns whether a time service has told the kernel that the clock is right. */
 bool IsClockRight()
 {
     timex tTime{};

@@ -1,4 +1,4 @@
-/* Downloads many files side by side, and tells of each how it ended and why: download_manager FOLDER URL … */
+/* Downloads many files side by side, and prints how and why each ended: download_manager FOLDER URL … */
 
 #include <condition_variable>
 #include <cstdio>
@@ -18,7 +18,7 @@ struct END_t
     WQCurl::TRANSFER_REPORT_t tReport; // empty when Destroy() has ended the download
 };
 
-/** What the worker hands to the thread that shows it, which may take its time. */
+/** An event that the worker hands to the thread that prints it. */
 struct ENDS_t
 {
     std::mutex tLock;
@@ -39,7 +39,7 @@ void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpee
     {
         auto* ptEnds = static_cast<ENDS_t*>(pEnds);
         const std::lock_guard<std::mutex> tGuard(ptEnds->tLock);
-        /* Taken, not copied: a download that Destroy() ends has no report, and must not find another's. */
+        /* The report is moved away: a download that Destroy() ends has none, and must not find another's. */
         ptEnds->queEnds.push_back({nId, eType == DOWNLOAD_TYPE_SUCCESS, std::exchange(t_tReport, {})});
         ptEnds->tPut.notify_one();
     }
@@ -65,7 +65,7 @@ int main(int nArguments, char* arrArguments[])
     for (int i = 2; i < nArguments; ++i)
     {
         const int nId = ptEngine->CreateDownloadId();
-        /* A name of its own, and not the URL's, which could lead anywhere. */
+        /* A URL's own name could lead anywhere. */
         const std::string strTarget = std::string(arrArguments[1]) + "/" + std::to_string(nId);
         const int nStarted = ptEngine->StartDownload(nId, arrArguments[i], strTarget, &OnDownload, &tEnds);
         nUnderWay += nStarted == 1 ? 1 : 0;

@@ -1,4 +1,4 @@
-/* Makes an https request to a server whose certificate an authority of one's own has signed: own_ca CA-FILE URL */
+/* Makes an https request to a server with a certificate of one's own authority: own_ca CA-FILE URL */
 
 #include <cstdio>
 #include <unistd.h>
@@ -14,13 +14,13 @@ int main(int nArguments, char* arrArguments[])
     }
     WQCurl::TRANSFER_DEFAULTS_t tSettings;
     tSettings.strCaFile = arrArguments[1]; // trusted alone
-    /* Without it, each https request would fail. */
+    /* Without this file each https request would fail. */
     if (access(arrArguments[1], R_OK) != 0)
     {
         std::perror(arrArguments[1]);
         return 1;
     }
-    /* Before the first transfer: each keeps the settings that it began with. */
+    /* A transfer keeps the settings that hold when it begins. */
     if (!WQCurl::SetTransferDefaults(tSettings))
     {
         return 1;

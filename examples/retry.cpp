@@ -1,4 +1,4 @@
-/* Makes a request, and makes it again later where that may help: retry URL */
+/* Makes a request, and repeats it after a back-off while that may help: retry URL */
 
 #include <algorithm>
 #include <chrono>
@@ -21,13 +21,13 @@ void OnTransfer(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
     t_nStatus = tReport.nHttpStatus;
 }
 
-/** A synchronous request's callback runs on the worker, and before its caller goes on. */
+/** Runs on the worker, before the synchronous caller continues. */
 void OnAnswer(bool /*bResult*/, std::string& /*strError*/, std::string& /*strResponse*/, void* pStatus)
 {
     *static_cast<int*>(pStatus) = std::exchange(t_nStatus, 0);
 }
 
-/** The server has understood, and will answer the same again. */
+/** Returns whether the server has understood the request and would answer the same again. */
 bool IsFinal(int nStatus)
 {
     return nStatus >= 400 && nStatus < 500 && nStatus != 408 && nStatus != 429;
@@ -62,7 +62,7 @@ int main(int nArguments, char* arrArguments[])
         {
             break;
         }
-        /* Any time up to nPause, or all devices that failed together would come back together. */
+        /* A random time up to nPause: devices that have failed at once do not return at once. */
         std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(0, nPause)(tRandom)));
         nPause = std::min(2 * nPause, LONGEST_PAUSE);
     }

@@ -1,4 +1,4 @@
-/* Clears a folder of what killed downloads have left, then downloads into it: sweep_stale URL FILE */
+/* Removes the files that killed downloads have left in a folder, then downloads into it: sweep_stale URL FILE */
 
 #include <cstdio>
 #include <fcntl.h>
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-/** Removes regular files alone: links and all else in their names' place are not Veltra's. */
+/** Removes only regular files: Veltra makes no links and nothing else of that name. */
 void Sweep(const fs::path& tFolder)
 {
     std::error_code tError;
@@ -48,7 +48,7 @@ int main(int nArguments, char* arrArguments[])
     }
     const fs::path tTarget = arrArguments[2];
     const fs::path tFolder = tTarget.has_parent_path() ? tTarget.parent_path() : fs::path(".");
-    /* Another process that sweeps the folder would take this one's downloads. The lock ends with the process. */
+    /* Another process that sweeps the folder would remove this one's downloads. The lock ends with the process. */
     const int nFolder = open(tFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (nFolder < 0 || flock(nFolder, LOCK_EX | LOCK_NB) != 0)
     {

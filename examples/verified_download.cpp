@@ -1,4 +1,4 @@
-/* Downloads a file, and puts it into its place only if it is the right one: verified_download URL FILE SIZE SHA256 */
+/* Downloads a file, and moves it into place only if it is the right one: verified_download URL FILE SIZE SHA256 */
 
 #include <algorithm>
 #include <cctype>
@@ -14,7 +14,7 @@
 namespace
 {
 
-/** Whether the file has that size and that SHA-256, in lower-case hexadecimal digits. */
+/** Returns whether the file has that size and that SHA-256, in lower-case hexadecimal digits. */
 bool IsRight(const std::string& strPath, long long nSize, const std::string& strSha256)
 {
     std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> pContext(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
@@ -61,7 +61,7 @@ int main(int nArguments, char* arrArguments[])
     std::transform(strSha256.begin(), strSha256.end(), strSha256.begin(),
                    [](unsigned char n) { return static_cast<char>(std::tolower(n)); });
 
-    /* On this thread: to read a large file in a callback would hold up all other transfers. */
+    /* A callback that reads a large file would delay all other transfers. */
     const bool bWhole = CSingleton<CWebConnector>::GetInstance()->SyncDownloadFile(arrArguments[1], strNew, 600, 0);
     const bool bRight = bWhole && IsRight(strNew, tSettings.nLargestFile, strSha256);
     const bool bStored = bRight && std::rename(strNew.c_str(), strTarget.c_str()) == 0;

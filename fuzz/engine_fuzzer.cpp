@@ -1,7 +1,6 @@
 /*
- * The engine against hostile bytes: a GET and a download of whatever the fuzzer makes the server say. What stands
- * behind a byte of 255 answers those who ask for the rest of a file. One write to the file fails, if there are so many:
- * the one that the last byte names.
+ * Tests the engine against hostile bytes: a GET and a download of an answer that the fuzzer makes. The bytes behind a
+ * byte of 255 answer requests for the rest of a file. The last byte selects the write to the file that fails.
  */
 
 #include <atomic>
@@ -20,7 +19,7 @@ namespace
 
 std::atomic<int> g_nUntilFailure{-1}; // negative: it has failed, or none is to
 
-/** How a transfer ended; a second end throws, which ends the process. */
+/** The end of a transfer. A second end throws, which ends the process. */
 struct END_t
 {
     bool Wait() { return tEnded.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready; }
@@ -56,7 +55,7 @@ void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*d
 
 } // namespace
 
-/* The linker puts the second in the place of the first. */
+/* The linker replaces the first by the second. */
 extern "C" size_t __real_fwrite(const void* pData, size_t nSize, size_t nCount, FILE* pFile);
 extern "C" size_t __wrap_fwrite(const void* pData, size_t nSize, size_t nCount, FILE* pFile)
 {

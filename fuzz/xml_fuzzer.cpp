@@ -1,4 +1,4 @@
-/* The four readers against hostile documents: none crashes, and a refused one leaves the containers as they were. */
+/* Tests the four readers against hostile documents: none crashes, and a refused document changes no container. */
 
 #include <cstdlib>
 
