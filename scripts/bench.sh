@@ -53,7 +53,7 @@ stop() {
     rm -rf "$dir" "$memory"
 }
 trap stop EXIT
-certificates=$PWD/build/bench/loopback/certificates
+certificates=$PWD/build/bench/tests/loopback/certificates
 servers() {
     cat <<END
     sendfile on;
@@ -77,7 +77,7 @@ truncate -s "$large" "$memory/1g"
 truncate -s 128M "$memory/128m"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
-build/bench/bench/soak --serve >"$dir/ports" &
+build/bench/tests/soak --serve >"$dir/ports" &
 silent=$!
 wait_until 10 test -s "$dir/ports"
 read -r silent_port _ <"$dir/ports"

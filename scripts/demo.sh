@@ -6,7 +6,6 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
-source scripts/lib/certificates.sh
 source scripts/lib/nginx.sh
 
 query_host=query.veltra.example
@@ -181,7 +180,7 @@ sync_download()
 
 build_tool
 echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
-make_certificates "$dir" "$query_host" "$apps_host"
+bash tests/loopback/make_certificates.sh "$dir" "$query_host" "$apps_host"
 make_documents
 start_nginx "$dir" servers || fail "nginx does not start"
 tool=("$build/tools/veltra" --cacert "$dir/ca.pem" --connect-to "$query_host:443:127.0.0.1:$nginx_tls_port"

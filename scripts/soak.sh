@@ -38,8 +38,8 @@ servers() {
 }
 
 echo "== Starting the hostile server"
-certificates=build/soak/loopback/certificates
-build/soak/bench/soak --serve >"$work/ports" &
+certificates=build/soak/tests/loopback/certificates
+build/soak/tests/soak --serve >"$work/ports" &
 hostile=$!
 wait_until 10 test -s "$work/ports"
 read -r plain tls <"$work/ports"
@@ -65,7 +65,7 @@ nginx_keeper=$!
 echo "== Traffic for $minutes minutes"
 good=http://127.0.0.1:$nginx_port bad=http://127.0.0.1:$plain secure=https://127.0.0.1:$tls
 # shellcheck disable=SC2086 # there is nothing in them to split
-build/soak/bench/soak --seconds "$seconds" --folder "$work/files" --cacert "$certificates/ca.pem" \
+build/soak/tests/soak --seconds "$seconds" --folder "$work/files" --cacert "$certificates/ca.pem" \
     $good/small $good/small $good/small $good/large $good/large $good/missing \
     $bad/echo/ $bad/reset $bad/cut $bad/long $bad/drip $bad/chunks $bad/chunked $bad/headers $bad/redirect $bad/stall \
     $secure/chunked $secure/reset $secure/cut https://localhost:$tls/chunked http://127.0.0.1:1/refused file:///etc/hostname
