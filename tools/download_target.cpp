@@ -5,22 +5,26 @@
 #include <cstdio>
 #include <glib.h>
 #include <memory>
+#include <set>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
+
+#include "messages.h"
 
 namespace
 {
 
 constexpr char UNCHECKED[] = ".unchecked";
-constexpr char TEMPORARY[] = ".bak"; /* the engine's */
+constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
 
-/** Whether the engine puts it beside its target, because something is to be done before it may replace that. */
-bool IsHeldBack(const DOWNLOAD_t& tDownload)
+/** Returns whether the file must be checked or flushed before it replaces its target. */
+bool IsStaged(const DOWNLOAD_t& tDownload)
 {
     return tDownload.nSize >= 0 || !tDownload.strSha256.empty() || tDownload.bDurable;
 }
 
-/** The kind of file that stands at a path, not followed if that is a link; 0 when there is none. */
+/** @return the type bits of the file at a path, without following a link; 0 if none exists */
 mode_t FileKind(const std::string& strPath)
 {
     struct stat tStat = {};
@@ -43,7 +47,7 @@ std::string KindRefusal(const std::string& strPath)
     }
 }
 
-/** In small letters; empty when the file cannot be read. */
+/** @return the checksum in small letters; empty if the file cannot be read */
 std::string Sha256(const std::string& strPath)
 {
     const std::unique_ptr<GChecksum, decltype(&g_checksum_free)> pSum(g_checksum_new(G_CHECKSUM_SHA256),
@@ -72,28 +76,54 @@ std::string CheckFailure(const DOWNLOAD_t& tDownload, const std::string& strPath
     return strSum == tDownload.strSha256 ? "" : "wrong SHA-256: " + strSum;
 }
 
-/** Brings the file at a path to storage, if it is to survive a power cut. @return why that failed */
+/** Flushes a file of a durable download to storage. @return the failure; empty: none */
 std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
 {
-    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be brought to storage: " + SystemText(errno);
+    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be flushed to storage: " + SystemText(errno);
 }
 
-} // namespace
-
-std::string EnginePath(const DOWNLOAD_t& tDownload)
+/** @return the files beside the target that a download creates and moves away again */
+std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
 {
-    return tDownload.strFile + (IsHeldBack(tDownload) ? UNCHECKED : "");
-}
-
-std::string TempPath(const DOWNLOAD_t& tDownload)
-{
-    return EnginePath(tDownload) + TEMPORARY;
+    std::vector<std::string> vecPath{TempPath(tDownload)};
+    if (IsStaged(tDownload))
+    {
+        vecPath.push_back(EnginePath(tDownload));
+    }
+    return vecPath;
 }
 
 std::string FolderOf(const std::string& strPath)
 {
     const size_t nSlash = strPath.rfind('/');
     return nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
+}
+
+/** Adds all names of a download, identified by their folder's inode. @return false if a name was added before */
+bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::tuple<dev_t, ino_t, std::string>>& setName)
+{
+    struct stat tFolder = {};
+    std::vector<std::string> vecPath = SidePaths(tDownload);
+    vecPath.push_back(tDownload.strFile);
+    bool bNew = true;
+    static_cast<void>(stat(FolderOf(tDownload.strFile).c_str(), &tFolder));
+    for (const std::string& strPath : vecPath)
+    {
+        bNew = setName.emplace(tFolder.st_dev, tFolder.st_ino, strPath.substr(strPath.rfind('/') + 1)).second && bNew;
+    }
+    return bNew;
+}
+
+} // namespace
+
+std::string EnginePath(const DOWNLOAD_t& tDownload)
+{
+    return tDownload.strFile + (IsStaged(tDownload) ? UNCHECKED : "");
+}
+
+std::string TempPath(const DOWNLOAD_t& tDownload)
+{
+    return EnginePath(tDownload) + TEMPORARY;
 }
 
 std::string FolderRefusal(const std::string& strFolder)
@@ -114,16 +144,6 @@ long long FileSize(const std::string& strPath)
 {
     struct stat tStat = {};
     return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
-}
-
-std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
-{
-    std::vector<std::string> vecPath{TempPath(tDownload)};
-    if (IsHeldBack(tDownload))
-    {
-        vecPath.push_back(EnginePath(tDownload));
-    }
-    return vecPath;
 }
 
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
@@ -150,6 +170,26 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
         }
     }
     return "";
+}
+
+bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
+{
+    bool bAll = true;
+    std::set<std::tuple<dev_t, ino_t, std::string>> setName;
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        std::string strRefusal = TargetRefusal(tDownload, bForce);
+        if (strRefusal.empty() && !AddNames(tDownload, setName))
+        {
+            strRefusal = "is named twice, counting the names of temporary files";
+        }
+        if (!strRefusal.empty())
+        {
+            PrintError(tDownload.strFile, strRefusal);
+            bAll = false;
+        }
+    }
+    return bAll;
 }
 
 std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
@@ -200,7 +240,7 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, lo
         return strLost;
     }
     std::string strFailure = tHeld.Size() == nBytes ? "" : "another process has written to it";
-    if (!IsHeldBack(tDownload))
+    if (!IsStaged(tDownload))
     {
         return strFailure;
     }

@@ -3,21 +3,21 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "download_run.h"
+#include "download.h"
 
 typedef nlohmann::ordered_json JSON_t;
 
-/** On standard output; bytes that are no UTF-8 are replaced. */
+/** Prints JSON on standard output. Replaces bytes that are not UTF-8. */
 inline void PrintJson(const JSON_t& tJson)
 {
     puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
 }
 
-/** Adds what has become of a download. */
+/** Adds the result of a download to its record. */
 inline void AddEnd(JSON_t& tJson, const DOWNLOAD_END_t& tEnd)
 {
     const WQCurl::TRANSFER_REPORT_t& tReport = tEnd.tReport;
-    tJson["result"] = EndWord(tEnd);
+    tJson["result"] = StateName(tEnd.eState);
     tJson["reason"] = tEnd.strReason;
     tJson["status"] = tReport.nHttpStatus;
     tJson["bytes"] = tReport.nBytes;

@@ -6,7 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "session.h"
+#include "messages.h"
 #include "text.h"
 
 namespace
@@ -77,7 +77,7 @@ std::string Bytes(const PROGRESS_t& tProgress)
 {
     const std::string strBytes = FormatBytes(static_cast<double>(tProgress.nBytes));
     return tProgress.nTotal <= 0 ? strBytes
-                                 : strBytes + (tProgress.bTotalGuess ? " of ~" : " of ") +
+                                 : strBytes + (tProgress.bTotalEstimated ? " of ~" : " of ") +
                                        FormatBytes(static_cast<double>(tProgress.nTotal));
 }
 
@@ -115,22 +115,15 @@ std::string Line(const PROGRESS_t& tProgress, const LAYOUT_t& tLayout)
     return strLine;
 }
 
-VIEW_e OffTerminal(VIEW_e eView)
+/** Bars need a terminal. */
+VIEW_e WithoutBars(VIEW_e eView)
 {
-    switch (eView)
-    {
-    case VIEW_BARS:
-        return VIEW_LINES;
-    case VIEW_BARS_ALONE:
-        return VIEW_NOTHING;
-    default:
-        return eView;
-    }
+    return eView == VIEW_BARS ? VIEW_LINES : eView == VIEW_BARS_ALONE ? VIEW_NOTHING : eView;
 }
 
 } // namespace
 
-CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : OffTerminal(eView)) {}
+CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : WithoutBars(eView)) {}
 
 void CProgressView::PrintEnd(const std::string& strName, const std::string& strOutcome)
 {

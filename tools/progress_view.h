@@ -8,11 +8,11 @@
 struct PROGRESS_t
 {
     std::string strName;
-    int nPercent = -1;        /**< -1: unknown */
-    long long nBytes = 0;     /**< that have arrived */
-    long long nTotal = 0;     /**< that are to come in all; 0: unknown */
-    bool bTotalGuess = false; /**< nTotal was reckoned from a rounded percentage */
-    double dSpeed = 0.0;      /**< bytes per second, of the last moments */
+    int nPercent = -1;            /**< -1: unknown */
+    long long nBytes = 0;         /**< that have arrived */
+    long long nTotal = 0;         /**< that are to come in all; 0: unknown */
+    bool bTotalEstimated = false; /**< nTotal was computed from a rounded percentage */
+    double dSpeed = 0.0;          /**< bytes per second, of the last moments */
 };
 
 enum VIEW_e

@@ -24,10 +24,9 @@ size_t CharacterColumns(const char* pszCharacter)
     return g_unichar_iszerowidth(nCharacter) != FALSE ? 0 : nVisible;
 }
 
-/** What g_utf8_next_char does, whose cast clang warns of. */
 const char* NextCharacter(const char* psz)
 {
-    return psz + g_utf8_skip[static_cast<unsigned char>(*psz)];
+    return g_utf8_find_next_char(psz, nullptr);
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "command_line.h"
-#include "session.h"
+#include "messages.h"
 
 namespace
 {
@@ -36,14 +36,11 @@ int Main(int argc, char** argv)
     /* So that bars do not flicker. */
     static_cast<void>(setvbuf(stdout, nullptr, _IOFBF, 65536));
     OPTIONS_t tOptions;
-    COMMAND_t pfnCommand = nullptr;
-    int nStatus = ParseCommandLine(argc, argv, tOptions, pfnCommand);
-    if (pfnCommand != nullptr)
+    COMMAND_t fnCommand;
+    int nStatus = ParseCommandLine(argc, argv, tOptions, fnCommand);
+    if (fnCommand)
     {
-        CAIAuth::SetIdentity(tOptions.tIdentity);
-        nStatus = WQCurl::SetTransferDefaults(tOptions.tTransfer)
-                      ? pfnCommand(tOptions)
-                      : PrintError("cannot go on", "the library refuses the settings of these options");
+        nStatus = fnCommand(tOptions);
     }
     if ((fflush(stdout) != 0 || ferror(stdout) != 0) && nStatus == 0)
     {
