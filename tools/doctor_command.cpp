@@ -117,7 +117,6 @@ private:
     const OPTIONS_t& m_tOptions;
     const std::string m_strUrl;
     int m_nStatus = 0;
-    int m_nHttpStatus = 0;
 };
 
 int CDoctor::Run()
@@ -132,10 +131,6 @@ int CDoctor::Run()
     m_CheckNames();
     m_CheckClock();
     m_CheckRequest();
-    if (m_nStatus == 0)
-    {
-        puts(m_nHttpStatus < FIRST_HTTP_ERROR ? "All is well." : "All is well but what the server answers.");
-    }
     return m_nStatus;
 }
 
@@ -249,7 +244,6 @@ void CDoctor::m_CheckRequest()
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
     const TRANSFER_END_t tEnd = tSession.TakeEnd();
     const WQCurl::TRANSFER_REPORT_t tReport = tEnd.value_or(WQCurl::TRANSFER_REPORT_t());
-    m_nHttpStatus = tReport.nHttpStatus;
     PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
                                                      : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
                                                               tReport.nBytes, tReport.strPeer.c_str()));
@@ -257,6 +251,11 @@ void CDoctor::m_CheckRequest()
     if (!bAnswered)
     {
         m_Blame("request", Reason(tEnd));
+    }
+    if (m_nStatus == 0)
+    {
+        puts(tReport.nHttpStatus < FIRST_HTTP_ERROR ? "No fault found."
+                                                    : "No fault found, except the server's answer.");
     }
 }
 

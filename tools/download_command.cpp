@@ -43,18 +43,6 @@ std::string Fault(const DOWNLOAD_COMMAND_t& tCommand)
     return bChecked && vecArgument.size() > 2 ? "download: --sha256 and --size are for a single file" : "";
 }
 
-void PrintEnds(const std::vector<DOWNLOAD_t>& vecDownload, const std::vector<DOWNLOAD_END_t>& vecEnd)
-{
-    JSON_t tJson = JSON_t::array();
-    for (size_t nIndex = 0; nIndex < vecEnd.size(); ++nIndex)
-    {
-        JSON_t tRecord{{"url", vecDownload[nIndex].strUrl}, {"file", vecDownload[nIndex].strFile}};
-        AddEnd(tRecord, vecEnd[nIndex]);
-        tJson.push_back(tRecord);
-    }
-    PrintJson(tJson);
-}
-
 int RunDownload(const OPTIONS_t& tOptions, const DOWNLOAD_COMMAND_t& tCommand)
 {
     if (const std::string strFault = Fault(tCommand); !strFault.empty())
@@ -72,11 +60,10 @@ int RunDownload(const OPTIONS_t& tOptions, const DOWNLOAD_COMMAND_t& tCommand)
         return 1;
     }
     CSession tSession(tOptions, tCommand.tRun.bFailOnHttpError);
-    std::vector<DOWNLOAD_END_t> vecEnd;
-    const int nStatus = RunDownloads(tSession, vecDownload, tCommand.tRun, vecEnd);
+    const int nStatus = RunDownloads(tSession, vecDownload, tCommand.tRun);
     if (tCommand.tRun.bJson)
     {
-        PrintEnds(vecDownload, vecEnd);
+        PrintResults(vecDownload);
     }
     return nStatus;
 }

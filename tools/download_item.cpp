@@ -20,7 +20,7 @@ std::string TakeFailure(int nError)
 
 } // namespace
 
-CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, const DOWNLOAD_t& tDownload)
+CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload)
     : m_tContext(tContext), m_tDownload(tDownload), m_strName(Printable(tDownload.strFile))
 {
 }
@@ -72,10 +72,9 @@ void CDownloadItem::RunSync()
 
 void CDownloadItem::Finish()
 {
-    const DOWNLOAD_END_t tEnd = End();
-    if (tEnd.eState == DOWNLOAD_ARRIVED)
+    if (State() == DOWNLOAD_ARRIVED)
     {
-        const std::string strFailure = CheckAndMove(m_tDownload, m_tHeld, tEnd.tReport.nBytes);
+        const std::string strFailure = CheckAndMove(m_tDownload, m_tHeld);
         m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }
@@ -83,15 +82,15 @@ void CDownloadItem::Finish()
 void CDownloadItem::Cancel(int nExitStatus)
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    if (m_tEnd.eState == DOWNLOAD_WAITING)
+    if (m_tDownload.tEnd.eState == DOWNLOAD_WAITING)
     {
-        m_tEnd.eState = DOWNLOAD_CANCELLED;
+        m_tDownload.tEnd.eState = DOWNLOAD_CANCELLED;
     }
-    else if (m_tEnd.eState == DOWNLOAD_RUNNING && !m_tContext.tOptions.bSync)
+    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING && !m_tContext.tOptions.bSync)
     {
         m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
-    else if (m_tEnd.eState == DOWNLOAD_RUNNING)
+    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING)
     {
         RemoveHeld(m_tDownload, m_tHeld);
         _exit(nExitStatus);
@@ -101,13 +100,13 @@ void CDownloadItem::Cancel(int nExitStatus)
 DOWNLOAD_STATE_e CDownloadItem::State() const
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    return m_tEnd.eState;
+    return m_tDownload.tEnd.eState;
 }
 
 DOWNLOAD_END_t CDownloadItem::End() const
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    return m_tEnd;
+    return m_tDownload.tEnd;
 }
 
 PROGRESS_t CDownloadItem::Progress()
@@ -136,8 +135,8 @@ bool CDownloadItem::m_Begin()
         RemoveLeftOvers(m_tDownload);
     }
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    const bool bWaiting = m_tEnd.eState == DOWNLOAD_WAITING;
-    m_tEnd.eState = bWaiting ? DOWNLOAD_RUNNING : m_tEnd.eState;
+    const bool bWaiting = m_tDownload.tEnd.eState == DOWNLOAD_WAITING;
+    m_tDownload.tEnd.eState = bWaiting ? DOWNLOAD_RUNNING : m_tDownload.tEnd.eState;
     m_tSpeedometer = CSpeedometer();
     return bWaiting;
 }
@@ -145,8 +144,8 @@ bool CDownloadItem::m_Begin()
 void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason)
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    m_tEnd.eState = eState;
-    m_tEnd.strReason = strReason;
+    m_tDownload.tEnd.eState = eState;
+    m_tDownload.tEnd.strReason = strReason;
     if (IsFinal(eState))
     {
         m_tHeld.Close();
@@ -168,7 +167,7 @@ void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent)
     const TRANSFER_END_t tTransferEnd = m_tContext.tSession.TakeEnd();
     {
         const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        m_tEnd.tReport = tTransferEnd.value_or(WQCurl::TRANSFER_REPORT_t());
+        m_tDownload.tEnd.tReport = tTransferEnd.value_or(WQCurl::TRANSFER_REPORT_t());
     }
     if (m_nTakeError != 0)
     {

@@ -21,9 +21,10 @@ struct DOWNLOAD_CONTEXT_t
 class CDownloadItem
 {
 public:
-    CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, const DOWNLOAD_t& tDownload);
+    /** @param tDownload receives the result; it must outlive this */
+    CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload);
 
-    /** Starts the transfer; its end becomes visible in State(). */
+    /** Starts the transfer; its result becomes visible in State(). */
     void Start();
 
     /** Runs a synchronous transfer, unless it has been cancelled; on any thread. */
@@ -50,7 +51,7 @@ private:
     std::string m_FailureReason(const TRANSFER_END_t& tTransferEnd) const;
 
     DOWNLOAD_CONTEXT_t& m_tContext;
-    const DOWNLOAD_t m_tDownload;
+    DOWNLOAD_t& m_tDownload; /**< its result is guarded by the context's lock */
     const std::string m_strName;
     int m_nId = 0;
     CHeldFile m_tHeld;    /**< while it runs */
@@ -58,7 +59,6 @@ private:
     CSpeedometer m_tSpeedometer;
 
     /* Guarded by the context's lock. */
-    DOWNLOAD_END_t m_tEnd;
     int m_nPercent = -1;
     long long m_nEstimatedTotal = 0;
 };

@@ -17,15 +17,6 @@ namespace
 
 constexpr std::chrono::milliseconds POLL_INTERVAL(100); /* for signals and file sizes */
 
-VIEW_e ChooseView(const DOWNLOAD_OPTIONS_t& tOptions, bool bVerbose)
-{
-    if (tOptions.bQuiet || tOptions.bJson)
-    {
-        return VIEW_NOTHING;
-    }
-    return bVerbose ? VIEW_LINES : tOptions.eView;
-}
-
 std::string DoneText(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     const auto dBytes = static_cast<double>(tReport.nBytes);
@@ -37,8 +28,8 @@ std::string DoneText(const WQCurl::TRANSFER_REPORT_t& tReport)
 class CDownloadRun
 {
 public:
-    CDownloadRun(CSession& tSession, const std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions);
-    int Run(std::vector<DOWNLOAD_END_t>& vecEnd);
+    CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions);
+    int Run();
 
 private:
     void m_WaitForAll();
@@ -46,28 +37,30 @@ private:
     bool m_ShowAll();
     void m_ShowEnd(const CDownloadItem& tItem);
     void m_HandleSignal(int nSignal);
-    size_t m_Count(DOWNLOAD_STATE_e eState) const;
 
     DOWNLOAD_CONTEXT_t m_tContext;
     const CStopSignals m_tSignals;
     CProgressView m_tView;
     int m_nSignal = 0; /**< the signal that cancelled the run; 0: none */
     std::deque<CDownloadItem> m_lstItem;
-    size_t m_nStarted = 0;
     std::set<const CDownloadItem*> m_setShown; /**< whose end has been printed */
 };
 
-CDownloadRun::CDownloadRun(CSession& tSession, const std::vector<DOWNLOAD_t>& vecDownload,
-                           const DOWNLOAD_OPTIONS_t& tOptions)
-    : m_tContext{tSession, tOptions}, m_tView(ChooseView(tOptions, tSession.Options().bVerbose))
+CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
+    : m_tContext{tSession, tOptions}, m_tView(tOptions.bQuiet || tOptions.bJson ? VIEW_NOTHING
+                                              : tSession.Options().bVerbose     ? VIEW_LINES
+                                                                                : tOptions.eView)
 {
-    for (const DOWNLOAD_t& tDownload : vecDownload)
+    for (DOWNLOAD_t& tDownload : vecDownload)
     {
-        m_lstItem.emplace_back(m_tContext, tDownload);
+        if (!IsFinal(tDownload.tEnd.eState))
+        {
+            m_lstItem.emplace_back(m_tContext, tDownload);
+        }
     }
 }
 
-int CDownloadRun::Run(std::vector<DOWNLOAD_END_t>& vecEnd)
+int CDownloadRun::Run()
 {
     const auto fnRunSync = [this]
     {
@@ -82,13 +75,7 @@ int CDownloadRun::Run(std::vector<DOWNLOAD_END_t>& vecEnd)
         tSync = std::async(std::launch::async, fnRunSync);
     }
     m_WaitForAll();
-    bool bAllDone = true;
-    for (const CDownloadItem& tItem : m_lstItem)
-    {
-        vecEnd.push_back(tItem.End());
-        bAllDone = bAllDone && vecEnd.back().eState == DOWNLOAD_DONE;
-    }
-    return m_nSignal != 0 ? 128 + m_nSignal : static_cast<int>(!bAllDone);
+    return m_nSignal != 0 ? 128 + m_nSignal : 0;
 }
 
 void CDownloadRun::m_WaitForAll()
@@ -120,10 +107,15 @@ void CDownloadRun::m_WaitForAll()
 
 void CDownloadRun::m_StartMore()
 {
-    auto nFree = static_cast<size_t>(m_tContext.tOptions.nJobs) - m_Count(DOWNLOAD_RUNNING);
-    for (; nFree > 0 && m_nStarted < m_lstItem.size(); --nFree, ++m_nStarted)
+    int nFree = m_tContext.tOptions.nJobs;
+    for (CDownloadItem& tItem : m_lstItem)
     {
-        m_lstItem[m_nStarted].Start();
+        const DOWNLOAD_STATE_e eState = tItem.State();
+        if (eState == DOWNLOAD_WAITING && nFree > 0)
+        {
+            tItem.Start();
+        }
+        nFree -= eState == DOWNLOAD_RUNNING || eState == DOWNLOAD_WAITING ? 1 : 0;
     }
 }
 
@@ -180,17 +172,14 @@ void CDownloadRun::m_HandleSignal(int nSignal)
     }
 }
 
-size_t CDownloadRun::m_Count(DOWNLOAD_STATE_e eState) const
-{
-    return static_cast<size_t>(std::count_if(m_lstItem.begin(), m_lstItem.end(),
-                                             [eState](const CDownloadItem& tItem) { return tItem.State() == eState; }));
-}
-
 } // namespace
 
-int RunDownloads(CSession& tSession, const std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions,
-                 std::vector<DOWNLOAD_END_t>& vecEnd)
+int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
 {
-    CDownloadRun tRun(tSession, vecDownload, tOptions);
-    return tRun.Run(vecEnd);
+    const int nSignalStatus = CDownloadRun(tSession, vecDownload, tOptions).Run();
+    const bool bAll =
+        std::all_of(vecDownload.begin(), vecDownload.end(),
+                    [](const DOWNLOAD_t& tDownload)
+                    { return tDownload.tEnd.eState == DOWNLOAD_DONE || tDownload.tEnd.eState == DOWNLOAD_PRESENT; });
+    return nSignalStatus != 0 || bAll ? nSignalStatus : 1;
 }

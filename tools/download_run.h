@@ -21,11 +21,10 @@ struct DOWNLOAD_OPTIONS_t
 };
 
 /**
- * Downloads all files. A file with an expected size or checksum reaches its target only if it matches. The first signal
+ * Downloads files. A file with an expected size or checksum reaches its target only if it matches. The first signal
  * that asks the process to end cancels all downloads, and so does a broken pipe on standard output. The second signal
  * ends the process at once.
- * @param vecEnd receives the result of each
- * @return the exit status: 0 if all files have arrived, 128 + the number of a signal that came, otherwise 1
+ * @param vecDownload receives the results; those that are final before are left alone
+ * @return the exit status: 0 if all results are a success, 128 + the number of a signal that came, otherwise 1
  */
-int RunDownloads(CSession& tSession, const std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions,
-                 std::vector<DOWNLOAD_END_t>& vecEnd);
+int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions);

@@ -65,21 +65,27 @@ std::string Sha256(const std::string& strPath)
     return ferror(pFile.get()) == 0 ? g_checksum_get_string(pSum.get()) : "";
 }
 
-std::string CheckFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
-{
-    const long long nSize = FileSize(strPath);
-    if (tDownload.nSize >= 0 && nSize != tDownload.nSize)
-    {
-        return "wrong size: " + std::to_string(nSize) + " bytes instead of " + std::to_string(tDownload.nSize);
-    }
-    const std::string strSum = tDownload.strSha256.empty() ? "" : Sha256(strPath);
-    return strSum == tDownload.strSha256 ? "" : "wrong SHA-256: " + strSum;
-}
-
 /** Flushes a file of a durable download to storage. @return the failure; empty: none */
 std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
 {
     return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be flushed to storage: " + SystemText(errno);
+}
+
+/** Checks a file that has arrived, and flushes it. @return the failure; empty: none */
+std::string CheckFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
+{
+    const long long nSize = tHeld.Size();
+    if (nSize != tDownload.tEnd.tReport.nBytes)
+    {
+        return "another process has written to it";
+    }
+    if (tDownload.nSize >= 0 && nSize != tDownload.nSize)
+    {
+        return "wrong size: " + std::to_string(nSize) + " bytes instead of " + std::to_string(tDownload.nSize);
+    }
+    const std::string strPath = EnginePath(tDownload);
+    const std::string strSum = tDownload.strSha256.empty() ? "" : Sha256(strPath);
+    return strSum == tDownload.strSha256 ? StorageFailure(tDownload, strPath) : "wrong SHA-256: " + strSum;
 }
 
 /** @return the files beside the target that a download creates and moves away again */
@@ -227,7 +233,7 @@ void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     }
 }
 
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, long long nBytes)
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
     const std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
     const std::string strPath = EnginePath(tDownload);
@@ -239,13 +245,11 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, lo
     {
         return strLost;
     }
-    std::string strFailure = tHeld.Size() == nBytes ? "" : "another process has written to it";
+    std::string strFailure = CheckFailure(tDownload, tHeld);
     if (!IsStaged(tDownload))
     {
         return strFailure;
     }
-    strFailure = strFailure.empty() ? CheckFailure(tDownload, strPath) : strFailure;
-    strFailure = strFailure.empty() ? StorageFailure(tDownload, strPath) : strFailure;
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
         strFailure = "cannot be moved into place: " + SystemText(errno);
@@ -255,6 +259,6 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, lo
         static_cast<void>(remove(strPath.c_str()));
         return strFailure;
     }
-    strFailure = StorageFailure(tDownload, tDownload.strFile); // its new name
+    strFailure = StorageFailure(tDownload, tDownload.strFile); // flushes the new name
     return strFailure.empty() && !tHeld.IsAt(tDownload.strFile) ? strLost : strFailure;
 }

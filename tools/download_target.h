@@ -40,7 +40,6 @@ void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);
 /**
  * Checks a file that has arrived, flushes it to storage and moves it to its target, unless the engine has done that.
  * Removes a file with a wrong size or checksum. After success the held file is the target.
- * @param nBytes the size that the transfer reports
  * @return the failure; empty: none
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, long long nBytes);
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);

@@ -2,7 +2,6 @@
 #include <climits>
 #include <cstdio>
 #include <glib.h>
-#include <string_view>
 
 #include "commands.h"
 #include "download_target.h"
@@ -21,19 +20,6 @@ struct FETCH_OPTIONS_t
     DOWNLOAD_OPTIONS_t tRun;
 };
 
-/** An entry of the document, with the result for its file. */
-struct ENTRY_t
-{
-    std::string strId;
-    DOWNLOAD_t tDownload;
-    DOWNLOAD_END_t tEnd{};
-};
-
-bool EndsWith(std::string_view strText, std::string_view strEnd)
-{
-    return strText.size() >= strEnd.size() && strText.substr(strText.size() - strEnd.size()) == strEnd;
-}
-
 /**
  * Returns whether a server's identifier is a safe file name: it must not leave the folder, be hidden, drive a terminal
  * or be the name of a temporary file.
@@ -42,7 +28,8 @@ bool IsFileName(const std::string& strId)
 {
     constexpr size_t LONGEST = 200;
     return !strId.empty() && strId.size() <= LONGEST && strId.front() != '.' && strId.find('/') == std::string::npos &&
-           strId == Printable(strId) && !EndsWith(strId, ".bak") && !EndsWith(strId, ".unchecked");
+           strId == Printable(strId) && g_str_has_suffix(strId.c_str(), ".bak") == FALSE &&
+           g_str_has_suffix(strId.c_str(), ".unchecked") == FALSE;
 }
 
 /** @return -1 for a text that is no number */
@@ -54,18 +41,18 @@ long long ParseSize(const std::string& strSize)
                : -1;
 }
 
-ENTRY_t MakeEntry(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_t& tInfo)
 {
     const bool bForce = tFetch.tRun.bForce;
-    ENTRY_t tEntry{tInfo.strId, {tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)}};
-    DOWNLOAD_t& tDownload = tEntry.tDownload;
-    DOWNLOAD_END_t& tEnd = tEntry.tEnd;
+    DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
+    DOWNLOAD_END_t& tEnd = tDownload.tEnd;
+    tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
     tEnd.strReason = IsFileName(tInfo.strId) ? TargetRefusal(tDownload, bForce) : "its identifier is no file name";
     if (!tEnd.strReason.empty())
     {
         tEnd.eState = DOWNLOAD_FAILED;
-        PrintError(tEntry.strId, tEnd.strReason);
+        PrintError(tInfo.strId, tEnd.strReason);
     }
     else if (!bForce && tDownload.nSize >= 0 && FileSize(tDownload.strFile) == tDownload.nSize &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
@@ -73,7 +60,7 @@ ENTRY_t MakeEntry(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_t& tIn
         tEnd.eState = DOWNLOAD_PRESENT;
         tEnd.tReport.nBytes = tDownload.nSize;
     }
-    return tEntry;
+    return tDownload;
 }
 
 /**
@@ -102,62 +89,26 @@ bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t&
     return false;
 }
 
-/** @return the exit status */
-int Download(CSession& tSession, const DOWNLOAD_OPTIONS_t& tOptions, std::vector<ENTRY_t>& vecEntry)
-{
-    std::vector<DOWNLOAD_t> vecDownload;
-    for (const ENTRY_t& tEntry : vecEntry)
-    {
-        if (tEntry.tEnd.eState == DOWNLOAD_WAITING)
-        {
-            vecDownload.push_back(tEntry.tDownload);
-        }
-    }
-    std::vector<DOWNLOAD_END_t> vecEnd;
-    const int nStatus = RunDownloads(tSession, vecDownload, tOptions, vecEnd);
-    bool bAll = true;
-    auto itEnd = vecEnd.begin();
-    for (ENTRY_t& tEntry : vecEntry)
-    {
-        tEntry.tEnd = tEntry.tEnd.eState == DOWNLOAD_WAITING ? *itEnd++ : tEntry.tEnd;
-        bAll = bAll && (tEntry.tEnd.eState == DOWNLOAD_DONE || tEntry.tEnd.eState == DOWNLOAD_PRESENT);
-    }
-    return nStatus == 0 && !bAll ? 1 : nStatus;
-}
-
-void PrintTable(const std::vector<ENTRY_t>& vecEntry)
+void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
 {
     size_t nIdColumns = 5;
     size_t nFileColumns = 4;
-    for (const ENTRY_t& tEntry : vecEntry)
+    for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        nIdColumns = std::max(nIdColumns, Columns(Printable(tEntry.strId)));
-        nFileColumns = std::max(nFileColumns, Columns(Printable(tEntry.tDownload.strFile)));
+        nIdColumns = std::max(nIdColumns, Columns(Printable(tDownload.strEntry)));
+        nFileColumns = std::max(nFileColumns, Columns(Printable(tDownload.strFile)));
     }
     const auto fnPad = [](const std::string& strText, size_t nColumns)
     { return strText + std::string(nColumns - std::min(nColumns, Columns(strText)), ' '); };
     printf("%s  %s  %12s  %8s  %s\n", fnPad("Entry", nIdColumns).c_str(), fnPad("File", nFileColumns).c_str(), "Bytes",
            "Seconds", "Result");
-    for (const ENTRY_t& tEntry : vecEntry)
+    for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        const DOWNLOAD_END_t& tEnd = tEntry.tEnd;
-        printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tEntry.strId), nIdColumns).c_str(),
-               fnPad(Printable(tEntry.tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes,
-               tEnd.tReport.dTotal, StateName(tEnd.eState), tEnd.strReason.empty() ? "" : ": ",
-               Printable(tEnd.strReason).c_str());
+        const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
+        printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tDownload.strEntry), nIdColumns).c_str(),
+               fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes, tEnd.tReport.dTotal,
+               ResultName(tEnd), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
     }
-}
-
-void PrintEntries(const std::vector<ENTRY_t>& vecEntry)
-{
-    JSON_t tJson = JSON_t::array();
-    for (const ENTRY_t& tEntry : vecEntry)
-    {
-        JSON_t tRecord{{"entry", tEntry.strId}, {"url", tEntry.tDownload.strUrl}, {"file", tEntry.tDownload.strFile}};
-        AddEnd(tRecord, tEntry.tEnd);
-        tJson.push_back(tRecord);
-    }
-    PrintJson(tJson);
 }
 
 int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
@@ -176,20 +127,20 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         return 1;
     }
-    std::vector<ENTRY_t> vecEntry;
+    std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecEntry.push_back(MakeEntry(tFetch, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
-    const int nStatus = Download(tSession, tFetch.tRun, vecEntry);
+    const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
     if (tFetch.tRun.bJson)
     {
-        PrintEntries(vecEntry);
+        PrintResults(vecDownload);
     }
     else if (!tFetch.tRun.bQuiet)
     {
-        PrintTable(vecEntry);
+        PrintTable(vecDownload);
     }
     return nStatus == 0 && !bAllKnown ? 1 : nStatus;
 }

@@ -13,21 +13,49 @@ inline void PrintJson(const JSON_t& tJson)
     puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
 }
 
-/** Adds the result of a download to its record. */
-inline void AddEnd(JSON_t& tJson, const DOWNLOAD_END_t& tEnd)
+/** The word for the result of a download, in tables and JSON. */
+inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
 {
-    const WQCurl::TRANSFER_REPORT_t& tReport = tEnd.tReport;
-    tJson["result"] = StateName(tEnd.eState);
-    tJson["reason"] = tEnd.strReason;
-    tJson["status"] = tReport.nHttpStatus;
-    tJson["bytes"] = tReport.nBytes;
-    tJson["attempts"] = tReport.nAttempts;
-    tJson["peer"] = tReport.strPeer;
-    tJson["reused"] = tReport.bReused;
-    tJson["look_up"] = tReport.dLookUp;
-    tJson["connect"] = tReport.dConnect;
-    tJson["tls"] = tReport.dTls;
-    tJson["first_byte"] = tReport.dFirstByte;
-    tJson["total"] = tReport.dTotal;
-    tJson["code"] = tReport.nResultCode;
+    switch (tEnd.eState)
+    {
+    case DOWNLOAD_DONE:
+        return "done";
+    case DOWNLOAD_PRESENT:
+        return "present";
+    case DOWNLOAD_CANCELLED:
+        return "cancelled";
+    default:
+        return "failed";
+    }
+}
+
+/** Prints the results of downloads as JSON. */
+inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
+{
+    JSON_t tResults = JSON_t::array();
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        const WQCurl::TRANSFER_REPORT_t& tReport = tDownload.tEnd.tReport;
+        JSON_t& tResult = tResults.emplace_back();
+        if (!tDownload.strEntry.empty())
+        {
+            tResult["entry"] = tDownload.strEntry;
+        }
+        tResult["url"] = tDownload.strUrl;
+        tResult["file"] = tDownload.strFile;
+        tResult["result"] = ResultName(tDownload.tEnd);
+        tResult["reason"] = tDownload.tEnd.strReason;
+        tResult["status"] = tReport.nHttpStatus;
+        tResult["bytes"] = tReport.nBytes;
+        tResult["attempts"] = tReport.nAttempts;
+        tResult["peer"] = tReport.strPeer;
+        tResult["reused"] = tReport.bReused;
+        tResult["look_up"] = tReport.dLookUp;
+        tResult["connect"] = tReport.dConnect;
+        tResult["tls"] = tReport.dTls;
+        tResult["first_byte"] = tReport.dFirstByte;
+        tResult["total"] = tReport.dTotal;
+        tResult["code"] = tReport.nResultCode;
+    }
+    PrintJson(tResults);
 }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <functional>
 #include <glib.h>
-#include <limits>
 #include <unistd.h>
 
 #include "messages.h"
@@ -13,16 +13,6 @@
 
 namespace
 {
-
-typedef std::numeric_limits<long long> LIMITS_t;
-
-bool ParseNumber(const std::string& strText, long long nLeast, long long nMost, long long& nNumber)
-{
-    gint64 nParsed = 0;
-    const bool bGood = g_ascii_string_to_signed(strText.c_str(), 10, nLeast, nMost, &nParsed, nullptr) != FALSE;
-    nNumber = nParsed;
-    return bGood;
-}
 
 /** Accepts texts for which the function returns true; the function may replace the text. */
 CLI::Validator Accepting(const std::function<bool(std::string&)>& fnAccept, const std::string& strFault)
@@ -48,10 +38,7 @@ CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
 CLI::Validator Number(long long nLeast, long long nMost)
 {
     const auto fnAccept = [nLeast, nMost](const std::string& strText)
-    {
-        long long nNumber = 0;
-        return ParseNumber(strText, nLeast, nMost, nNumber);
-    };
+    { return g_ascii_string_to_signed(strText.c_str(), 10, nLeast, nMost, nullptr, nullptr) != FALSE; };
     return Accepting(fnAccept, "is no whole number from " + std::to_string(nLeast) + " to " + std::to_string(nMost));
 }
 
@@ -69,10 +56,11 @@ CLI::Validator Bytes(long long nLeast)
                 nUnit = nValue;
             }
         }
-        long long nNumber = 0;
-        const bool bGood = ParseNumber(strDigits, 0, LIMITS_t::max() / nUnit, nNumber) && nNumber * nUnit >= nLeast;
+        gint64 nNumber = 0;
+        const bool bGood =
+            g_ascii_string_to_signed(strDigits.c_str(), 10, 0, LLONG_MAX / nUnit, &nNumber, nullptr) != FALSE;
         strText = std::to_string(nNumber * nUnit);
-        return bGood;
+        return bGood && nNumber * nUnit >= nLeast;
     };
     return Accepting(fnAccept,
                      "is no number of bytes, at least " + std::to_string(nLeast) + ", such as 64k, 20M or 1G");
@@ -101,14 +89,14 @@ CLI::Validator NotEmpty()
 
 CLI::Validator Proxy()
 {
-    const auto fnFault = [](const std::string& strText) -> std::string
-    {
-        /* The library decides. The settings of all options replace these later. */
-        WQCurl::TRANSFER_DEFAULTS_t tSettings;
-        tSettings.strProxy = strText;
-        return WQCurl::SetTransferDefaults(tSettings) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]";
-    };
-    return {fnFault, ""};
+    return {[](const std::string& strText) -> std::string
+            {
+                /* The library decides. The settings of all options replace these later. */
+                WQCurl::TRANSFER_DEFAULTS_t tSettings;
+                tSettings.strProxy = strText;
+                return WQCurl::SetTransferDefaults(tSettings) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]";
+            },
+            ""};
 }
 
 CLI::Validator Sha256Digits()
@@ -124,9 +112,9 @@ CLI::Validator Sha256Digits()
 
 CLI::Validator ReadableFile()
 {
-    const auto fnFault = [](const std::string& strText) -> std::string
-    { return access(strText.c_str(), R_OK) == 0 ? "" : strText + ": " + SystemText(errno); };
-    return {fnFault, ""};
+    return {[](const std::string& strText) -> std::string
+            { return access(strText.c_str(), R_OK) == 0 ? "" : strText + ": " + SystemText(errno); },
+            ""};
 }
 
 CLI::Validator HostAndPort()
