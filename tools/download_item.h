@@ -7,7 +7,7 @@
 #include "held_file.h"
 #include "speedometer.h"
 
-/** What the downloads of one run share. */
+/** The state that the downloads of one run share. */
 struct DOWNLOAD_CONTEXT_t
 {
     CSession& tSession;

@@ -33,18 +33,12 @@ mode_t FileKind(const std::string& strPath)
 
 std::string KindRefusal(const std::string& strPath)
 {
-    switch (FileKind(strPath))
+    const mode_t eKind = FileKind(strPath);
+    if (eKind == 0 || eKind == S_IFREG)
     {
-    case 0:
-    case S_IFREG:
         return "";
-    case S_IFDIR:
-        return "is a folder";
-    case S_IFLNK:
-        return "is a symbolic link";
-    default:
-        return "is no regular file";
     }
+    return eKind == S_IFDIR ? "is a folder" : eKind == S_IFLNK ? "is a symbolic link" : "is no regular file";
 }
 
 /** @return the checksum in small letters; empty if the file cannot be read */
@@ -105,8 +99,11 @@ std::string FolderOf(const std::string& strPath)
     return nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
 }
 
-/** Adds all names of a download, identified by their folder's inode. @return false if a name was added before */
-bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::tuple<dev_t, ino_t, std::string>>& setName)
+/** File names with the device and the inode of their folder. */
+typedef std::set<std::tuple<dev_t, ino_t, std::string>> NAME_SET_t;
+
+/** Adds all names of a download. @return false if a name was added before */
+bool AddNames(const DOWNLOAD_t& tDownload, NAME_SET_t& setName)
 {
     struct stat tFolder = {};
     std::vector<std::string> vecPath = SidePaths(tDownload);
@@ -134,16 +131,8 @@ std::string TempPath(const DOWNLOAD_t& tDownload)
 
 std::string FolderRefusal(const std::string& strFolder)
 {
-    struct stat tStat = {};
-    if (stat(strFolder.c_str(), &tStat) != 0)
-    {
-        return SystemText(errno);
-    }
-    if (!S_ISDIR(tStat.st_mode))
-    {
-        return SystemText(ENOTDIR);
-    }
-    return access(strFolder.c_str(), W_OK | X_OK) == 0 ? "" : SystemText(errno);
+    /* "/." makes this fail for a path that is no folder. */
+    return access((strFolder + "/.").c_str(), W_OK | X_OK) == 0 ? "" : SystemText(errno);
 }
 
 long long FileSize(const std::string& strPath)
@@ -181,7 +170,7 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
 {
     bool bAll = true;
-    std::set<std::tuple<dev_t, ino_t, std::string>> setName;
+    NAME_SET_t setName;
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
         std::string strRefusal = TargetRefusal(tDownload, bForce);

@@ -10,7 +10,7 @@ namespace
 
 typedef std::unique_ptr<char, decltype(&g_free)> TEXT_PTR_t;
 
-bool DrivesTerminals(gunichar nCharacter)
+bool IsControl(gunichar nCharacter)
 {
     const GUnicodeType eType = g_unichar_type(nCharacter);
     return eType == G_UNICODE_CONTROL || eType == G_UNICODE_FORMAT || eType == G_UNICODE_LINE_SEPARATOR ||
@@ -33,7 +33,7 @@ std::string Printable(const std::string& strText)
     for (const char* psz = pszValid.get(); *psz != '\0'; psz = g_utf8_find_next_char(psz, nullptr))
     {
         const std::string strCharacter(psz, static_cast<size_t>(g_utf8_find_next_char(psz, nullptr) - psz));
-        strResult += DrivesTerminals(g_utf8_get_char(psz)) ? "?" : strCharacter;
+        strResult += IsControl(g_utf8_get_char(psz)) ? "?" : strCharacter;
     }
     return strResult;
 }
