@@ -224,7 +224,7 @@ void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 
 std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
-    const std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
+    std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
     const std::string strPath = EnginePath(tDownload);
     if (tHeld.IsAt(TempPath(tDownload)))
     {

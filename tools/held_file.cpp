@@ -103,7 +103,7 @@ bool CHeldFile::m_IsWrittenHere() const
     for (; itFile != std::filesystem::directory_iterator(); itFile.increment(tFault))
     {
         struct stat tOther = {};
-        const int nFile = atoi(itFile->path().filename().c_str());
+        const auto nFile = static_cast<int>(strtol(itFile->path().filename().c_str(), nullptr, 10));
         if (nFile != m_nFile && fstat(nFile, &tOther) == 0 && IsSameFile(tHeld, tOther))
         {
             return true;
@@ -113,7 +113,7 @@ bool CHeldFile::m_IsWrittenHere() const
 }
 
 /** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */
-int CHeldFile::m_Lock()
+int CHeldFile::m_Lock() const
 {
     struct flock tLock = WholeFileLock();
     const bool bHeld = fcntl(m_nFile, F_OFD_SETLK, &tLock) != 0 && (errno == EAGAIN || errno == EACCES);

@@ -39,7 +39,7 @@ public:
 
 private:
     bool m_IsWrittenHere() const;
-    int m_Lock();
+    int m_Lock() const;
 
     int m_nFile = -1;
 };

@@ -51,7 +51,7 @@ std::string Reason(const TRANSFER_END_t& tEnd)
         return "the transfer was not started, or was ended early";
     }
     const WQCurl::TRANSFER_REPORT_t& tReport = *tEnd;
-    const std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
+    std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
     if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
     {
         return tReport.strErrorMsg + " (--max-size)";
