@@ -247,7 +247,7 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
         {"fetch . --id short" + strQuery, 1, "failed: wrong size: 3 bytes instead of 4\n"},
         {"fetch . --id missing --json" + strQuery, 1, "\"failed\",\n    \"reason\": \"HTTP 404\""},
         {"fetch . --id .h --id dir/y" + strQuery, 1, ".h: its identifier is no file name\nveltra: dir/y: its identif"},
-        {"fetch . --default --force -q" + strQuery, 1, ""},
+        {"fetch . --default --force -q" + strQuery, 1, "veltra: e?: its identifier is no file name\n"},
     };
     Shell("printf old! >there; printf older >good");
     CheckEach(fnScript, vecCase, true);
