@@ -148,7 +148,7 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"post $URL/ --data c=d", 0, "POSTc=d"},
         {"post $URL/ --data @data | wc -c", 0, "100004"},
         {"get $URL/ -o data && cat data", 0, "GET"},
-        {"post $URL/ -o a --data @/dev/fd/2 <&- >&- 2>&-", 0, ""}, // closed ones are empty, not free
+        {"post $URL/ -o a --data @/dev/fd/2 <&- >&- 2>&-", 0, ""}, // a closed descriptor reads as empty
         {"info $URL/doc --id \"$(printf 'A\\33[2J')\"", 0, "id         A?[2J"},
         {"info $URL/doc --cert --json", 0, "\"id\": \"empCERT\""},
         {"info $URL/doc --json --id B,none", 1, "\"url\": \"u\""},

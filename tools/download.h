@@ -28,6 +28,22 @@ struct DOWNLOAD_END_t
     WQCurl::TRANSFER_REPORT_t tReport{}; /**< of the transfer; empty if none was started */
 };
 
+/** The word for the result of a download, in tables and JSON. */
+inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
+{
+    switch (tEnd.eState)
+    {
+    case DOWNLOAD_DONE:
+        return "done";
+    case DOWNLOAD_PRESENT:
+        return "present";
+    case DOWNLOAD_CANCELLED:
+        return "cancelled";
+    default:
+        return "failed";
+    }
+}
+
 /** One file to download. */
 struct DOWNLOAD_t
 {

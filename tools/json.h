@@ -13,22 +13,6 @@ inline void PrintJson(const JSON_t& tJson)
     puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
 }
 
-/** The word for the result of a download, in tables and JSON. */
-inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
-{
-    switch (tEnd.eState)
-    {
-    case DOWNLOAD_DONE:
-        return "done";
-    case DOWNLOAD_PRESENT:
-        return "present";
-    case DOWNLOAD_CANCELLED:
-        return "cancelled";
-    default:
-        return "failed";
-    }
-}
-
 /** Prints the results of downloads as JSON. */
 inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
 {
