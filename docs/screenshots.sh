@@ -5,7 +5,6 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
-source scripts/lib/certificates.sh
 source scripts/lib/nginx.sh
 
 host=query.veltra.example
@@ -59,7 +58,7 @@ install_packages "${build_packages[@]}" "${library_packages[@]}" "${tool_package
 echo "== Building"
 cmake --preset release -B "$build" -DVELTRA_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" --target veltra_tool
-make_certificates "$dir" "$host"
+bash tests/loopback/make_certificates.sh "$dir" "$host"
 make_documents
 start_nginx "$dir" servers
 cat >"$dir/profile" <<END

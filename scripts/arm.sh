@@ -59,7 +59,7 @@ check_footprint() {
     within 300 "$(arm-linux-gnueabihf-readelf -rW "$library" | grep -c R_ARM)" entries its relocations
     within 110 "$(arm-linux-gnueabihf-nm -D --defined-only "$library" | wc -l)" symbols its exports
     # The authorities of a device, and the one that signed the server's certificate.
-    cat "$sysroot"/usr/share/ca-certificates/mozilla/*.crt $build/loopback/certificates/ca.pem >$build/ca-bundle.pem
+    cat "$sysroot"/usr/share/ca-certificates/mozilla/*.crt $build/tests/loopback/certificates/ca.pem >$build/ca-bundle.pem
     within 100 "$("${footprint[@]}" http 1 $build/ca-bundle.pem)" KiB heap of one request by HTTP
     within 3000 "$("${footprint[@]}" http 100 $build/ca-bundle.pem)" KiB heap of 100 at once by HTTP
     within 1200 "$("${footprint[@]}" https 1 $build/ca-bundle.pem)" KiB heap of one request by HTTPS

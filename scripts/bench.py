@@ -19,7 +19,7 @@ NOISY = 0.15  # a row whose ratios spread by more is measured again, and marked 
 FRESH, THREAD = ", fresh handles", ", second thread"
 ENVIRONMENTS = {"": {}, FRESH: {"BENCH_FRESH": "1"}, THREAD: {"BENCH_THREAD": "1"},
                 THREAD + FRESH: {"BENCH_THREAD": "1", "BENCH_FRESH": "1"}}
-certificates = build + "/loopback/certificates"
+certificates = build + "/tests/loopback/certificates"
 rows = []  # as add() makes them
 
 

@@ -43,7 +43,7 @@ stop() {
     rm -rf "$dir" "$memory"
 }
 trap stop EXIT
-certificates=$PWD/build/bench/loopback/certificates
+certificates=$PWD/build/bench/tests/loopback/certificates
 servers() {
     cat <<END
     sendfile on;
@@ -67,7 +67,7 @@ truncate -s "$large" "$memory/1g"
 truncate -s 128M "$memory/128m"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
-build/bench/bench/soak --serve >"$dir/ports" &
+build/bench/tests/soak --serve >"$dir/ports" &
 background=($!)
 wait_until 10 test -s "$dir/ports"
 read -r silent_port _ <"$dir/ports"

@@ -5,7 +5,6 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
 source scripts/lib/packages.sh
-source scripts/lib/certificates.sh
 source scripts/lib/nginx.sh
 preset=${1:-release}
 require_preset "$preset"
@@ -101,7 +100,7 @@ mkdir -p build
     cmake --build "$build"
 ) 9>build/demo.lock
 echo "== Making a throw-away CA and a certificate for $query_host and $apps_host"
-make_certificates "$dir" "$query_host" "$apps_host"
+bash tests/loopback/make_certificates.sh "$dir" "$query_host" "$apps_host"
 echo "== Making the two documents and some megabytes of random files"
 make_documents
 start_nginx "$dir" servers || fail "nginx does not start"

@@ -50,7 +50,7 @@ restart_nginx_repeatedly() {
 mixed_traffic() { # MINUTES
     local plain tls
     echo "== Starting the hostile server"
-    build/soak/bench/soak --serve >"$work/ports" &
+    build/soak/tests/soak --serve >"$work/ports" &
     background+=($!)
     wait_until 10 test -s "$work/ports"
     read -r plain tls <"$work/ports"
@@ -61,8 +61,8 @@ mixed_traffic() { # MINUTES
     background=($! "${background[@]}")
     echo "== Traffic for $1 minutes"
     local good=http://127.0.0.1:$nginx_port bad=http://127.0.0.1:$plain secure=https://127.0.0.1:$tls
-    build/soak/bench/soak --seconds "$(awk "BEGIN { print int($1 * 60) }")" --folder "$work/files" \
-        --cacert build/soak/loopback/certificates/ca.pem \
+    build/soak/tests/soak --seconds "$(awk "BEGIN { print int($1 * 60) }")" --folder "$work/files" \
+        --cacert build/soak/tests/loopback/certificates/ca.pem \
         "$good"/{small,small,small,large,large,missing} \
         "$bad"/{echo/,reset,cut,long,drip,chunks,chunked,headers,redirect,stall} \
         "$secure"/{chunked,reset,cut} "https://localhost:$tls/chunked" http://127.0.0.1:1/refused file:///etc/hostname

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
+#include <functional>
+
 #include "options.h"
 
-/* One file each, or a pair that shares most. */
+/** Runs a command, whose own options it holds. @return the exit status */
+typedef std::function<int(const OPTIONS_t&)> COMMAND_t;
 
-int RunServers(const OPTIONS_t& tOptions);
-int RunInfo(const OPTIONS_t& tOptions);
-int RunGet(const OPTIONS_t& tOptions);
-int RunPost(const OPTIONS_t& tOptions);
-int RunDownload(const OPTIONS_t& tOptions);
-int RunFetch(const OPTIONS_t& tOptions);
-int RunDoctor(const OPTIONS_t& tOptions);
+/** Adds a command to the parser, which assigns fnRun to fnChosen if the command line names that command. */
+typedef std::function<CLI::App&(const char* pszName, const char* pszDescription, COMMAND_t fnRun)> ADD_COMMAND_t;
+
+void AddQueryCommands(const ADD_COMMAND_t& fnAdd);
+void AddFetchCommand(const ADD_COMMAND_t& fnAdd);
+void AddDownloadCommand(const ADD_COMMAND_t& fnAdd);
+void AddRequestCommands(const ADD_COMMAND_t& fnAdd);
+void AddDoctorCommand(const ADD_COMMAND_t& fnAdd);

@@ -1,5 +1,6 @@
-/* Checks the things that a transfer depends on, one after the other. */
+/* Prints and checks what a transfer depends on. */
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -11,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "commands.h"
+#include "option_values.h"
 #include "session.h"
 #include "text.h"
 #include "url.h"
@@ -18,50 +20,27 @@
 namespace
 {
 
-class CDoctor
-{
-public:
-    explicit CDoctor(const OPTIONS_t& tOptions);
-    int Run();
-
-private:
-    bool m_IsHttps() const { return m_strUrl.compare(0, 8, "https://") == 0; }
-    /** The host is looked up and connected elsewhere. */
-    bool m_IsLedElsewhere() const
-    {
-        return !m_tOptions.tTransfer.strProxy.empty() || !m_tOptions.tTransfer.lstConnectTo.empty();
-    }
-    void m_Say(const char* pszWhat, const std::string& strFinding) const;
-    void m_Blame(const char* pszWhat, const std::string& strFault);
-    void m_LookAtVersions() const;
-    void m_LookAtAuthorities();
-    void m_LookAtClock();
-    void m_LookAtProxy() const;
-    void m_LookAtNames();
-    void m_MakeRequest();
-    time_t m_AskForDate() const;
-
-    const OPTIONS_t& m_tOptions;
-    const std::string m_strUrl;
-    int m_nStatus = 0;
-    int m_nHttpStatus = 0;
-};
-
 std::string DefaultUrl(const OPTIONS_t& tOptions)
 {
     return std::string("https://") +
            (tOptions.tIdentity.nServerType == 0 ? VELTRA_QUERY_HOST : VELTRA_QUERY_HOST_TEST) + "/";
 }
 
+void PrintFinding(const char* pszSubject, const std::string& strFinding)
+{
+    printf("%-12s %s\n", pszSubject, Printable(strFinding).c_str());
+}
+
 std::string TimeText(time_t tTime)
 {
     tm tParts = {};
+    std::array<char, 64> arrText{};
     gmtime_r(&tTime, &tParts);
-    return Format("%04d-%02d-%02d %02d:%02d:%02d UTC", tParts.tm_year + 1900, tParts.tm_mon + 1, tParts.tm_mday,
-                  tParts.tm_hour, tParts.tm_min, tParts.tm_sec);
+    static_cast<void>(strftime(arrText.data(), arrText.size(), "%Y-%m-%d %H:%M:%S UTC", &tParts));
+    return arrText.data();
 }
 
-/** A list of numeric addresses. @param strFault receives why there is none */
+/** @param strFault receives the reason of a failure @return the numeric addresses of a host; empty after a failure */
 std::string LookUp(const std::string& strHost, std::string& strFault)
 {
     addrinfo tHints = {};
@@ -99,7 +78,7 @@ std::string NameServers()
     return strList.empty() ? "none in /etc/resolv.conf" : strList;
 }
 
-/** Not curl_getdate(), which may have another size of time on 32-bit systems. @return -1 for a text that is no date */
+/** Replaces curl_getdate(), whose time_t may differ in size on 32-bit systems. @return -1 if the text is no date */
 time_t ParseDate(const char* pszDate)
 {
     tm tParts = {};
@@ -117,53 +96,52 @@ size_t TakeDate(const char* pData, size_t nSize, size_t nCount, void* pDate)
     return nSize * nCount;
 }
 
-CDoctor::CDoctor(const OPTIONS_t& tOptions)
-    : m_tOptions(tOptions), m_strUrl(tOptions.strUrl.empty() ? DefaultUrl(tOptions) : tOptions.strUrl)
+class CDoctor
 {
-}
+public:
+    CDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
+        : m_tOptions(tOptions), m_strUrl(strUrl.empty() ? DefaultUrl(tOptions) : strUrl)
+    {
+    }
+    int Run();
+
+private:
+    void m_Blame(const char* pszSubject, const std::string& strFault) { m_nStatus = PrintError(pszSubject, strFault); }
+    void m_CheckAuthorities();
+    void m_CheckClock();
+    void m_PrintProxy() const;
+    void m_CheckNames();
+    void m_CheckRequest();
+    time_t m_GetServerDate() const;
+
+    const OPTIONS_t& m_tOptions;
+    const std::string m_strUrl;
+    int m_nStatus = 0;
+};
 
 int CDoctor::Run()
 {
-    m_Say("url", WithoutCredentials(m_strUrl));
-    m_LookAtVersions();
-    m_LookAtAuthorities();
-    m_LookAtProxy();
-    m_LookAtNames();
-    m_LookAtClock();
-    m_MakeRequest();
-    if (m_nStatus == 0)
-    {
-        puts(m_nHttpStatus < FIRST_HTTP_ERROR ? "All is well." : "All is well but what the server answers.");
-    }
+    const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
+    PrintFinding("url", WithoutCredentials(m_strUrl));
+    PrintFinding("veltra", VELTRA_VERSION);
+    PrintFinding("libcurl", ptInfo->version);
+    PrintFinding("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
+    m_CheckAuthorities();
+    m_PrintProxy();
+    m_CheckNames();
+    m_CheckClock();
+    m_CheckRequest();
     return m_nStatus;
 }
 
-void CDoctor::m_Say(const char* pszWhat, const std::string& strFinding) const
-{
-    printf("%-12s %s\n", pszWhat, Printable(strFinding).c_str());
-}
-
-void CDoctor::m_Blame(const char* pszWhat, const std::string& strFault)
-{
-    m_nStatus = PrintError(pszWhat, strFault);
-}
-
-void CDoctor::m_LookAtVersions() const
-{
-    const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
-    m_Say("veltra", VELTRA_VERSION);
-    m_Say("libcurl", ptInfo->version);
-    m_Say("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
-}
-
-void CDoctor::m_LookAtAuthorities()
+void CDoctor::m_CheckAuthorities()
 {
     const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
     const std::string strSystem = ptInfo->cainfo != nullptr ? ptInfo->cainfo : "";
     const std::string strPath = m_tOptions.tTransfer.strCaFile.empty() ? strSystem : m_tOptions.tTransfer.strCaFile;
     if (!m_tOptions.tTransfer.strCaFolder.empty())
     {
-        m_Say("authorities", "in " + m_tOptions.tTransfer.strCaFolder);
+        PrintFinding("authorities", "in " + m_tOptions.tTransfer.strCaFolder);
         return;
     }
     std::ifstream tFile(strPath);
@@ -172,15 +150,18 @@ void CDoctor::m_LookAtAuthorities()
     {
         nCount += strLine.compare(0, 27, "-----BEGIN CERTIFICATE-----") == 0 ? 1 : 0;
     }
-    m_Say("authorities", std::to_string(nCount) + " in " + strPath);
-    if (nCount == 0 && m_IsHttps())
+    PrintFinding("authorities", std::to_string(nCount) + " in " + strPath);
+    if (nCount == 0 && m_strUrl.compare(0, 8, "https://") == 0)
     {
         m_Blame("authorities", "no certificate can be verified: install the system's bundle or name one (--cacert)");
     }
 }
 
-/* The server is not verified, because a wrong clock makes that fail: it is shown no path, query or password. */
-time_t CDoctor::m_AskForDate() const
+/*
+ * A wrong clock makes the verification of the server fail, so this request does without. It must therefore not send the
+ * path, the query or a password.
+ */
+time_t CDoctor::m_GetServerDate() const
 {
     const WQCurl::TRANSFER_DEFAULTS_t& tTransfer = m_tOptions.tTransfer;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> pEasy(curl_easy_init(), &curl_easy_cleanup);
@@ -207,13 +188,14 @@ time_t CDoctor::m_AskForDate() const
     return tDate;
 }
 
-void CDoctor::m_LookAtClock()
+void CDoctor::m_CheckClock()
 {
     constexpr time_t TOLERANCE = 300;
-    const time_t tServer = m_AskForDate();
+    const time_t tServer = m_GetServerDate();
     const time_t tNow = time(nullptr);
-    m_Say("clock", TimeText(tNow) +
-                       (tServer < 0 ? "" : Format(", the server's %+lld s", static_cast<long long>(tServer - tNow))));
+    PrintFinding("clock",
+                 TimeText(tNow) +
+                     (tServer < 0 ? "" : Format(", the server's %+lld s", static_cast<long long>(tServer - tNow))));
     if (tNow < VELTRA_BUILD_TIME)
     {
         m_Blame("clock", "it is before " + TimeText(VELTRA_BUILD_TIME) + ", when this was built");
@@ -225,7 +207,7 @@ void CDoctor::m_LookAtClock()
     }
 }
 
-void CDoctor::m_LookAtProxy() const
+void CDoctor::m_PrintProxy() const
 {
     const std::string& strProxy = m_tOptions.tTransfer.strProxy;
     std::string strFinding = strProxy.empty() ? "none" : WithoutCredentials(strProxy);
@@ -233,50 +215,57 @@ void CDoctor::m_LookAtProxy() const
     {
         strFinding += g_getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
     }
-    m_Say("proxy", strFinding);
+    PrintFinding("proxy", strFinding);
 }
 
-void CDoctor::m_LookAtNames()
+void CDoctor::m_CheckNames()
 {
-    m_Say("resolver", NameServers());
+    PrintFinding("resolver", NameServers());
     const std::string strHost = HostOf(m_strUrl);
     std::string strFault;
     const std::string strAddresses = strHost.empty() ? "" : LookUp(strHost, strFault);
-    m_Say("addresses", strAddresses.empty() ? "none of " + strHost : strAddresses);
+    PrintFinding("addresses", strAddresses.empty() ? "none of " + strHost : strAddresses);
     if (strHost.empty())
     {
         m_Blame("url", "it names no host");
     }
-    else if (strAddresses.empty() && !m_IsLedElsewhere())
+    else if (strAddresses.empty() && m_tOptions.tTransfer.strProxy.empty() && m_tOptions.tTransfer.lstConnectTo.empty())
     {
         m_Blame("addresses", strHost + ": " + strFault);
     }
 }
 
-void CDoctor::m_MakeRequest()
+void CDoctor::m_CheckRequest()
 {
-    CSession tSession(m_tOptions.bVerbose);
+    CSession tSession(m_tOptions, false);
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = HTTP_METHOD_GET;
     tReqInfo.strUrl = m_strUrl;
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
     const TRANSFER_END_t tEnd = tSession.TakeEnd();
     const WQCurl::TRANSFER_REPORT_t tReport = tEnd.value_or(WQCurl::TRANSFER_REPORT_t());
-    m_nHttpStatus = tReport.nHttpStatus;
-    m_Say("request", tReport.nHttpStatus == 0 ? "no answer"
-                                              : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
-                                                       tReport.nBytes, tReport.strPeer.c_str()));
-    m_Say("seconds", Format("look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f", tReport.dLookUp,
-                            tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal));
+    PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
+                                                     : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
+                                                              tReport.nBytes, tReport.strPeer.c_str()));
+    PrintFinding("seconds", PhasesText(tReport));
     if (!bAnswered)
     {
         m_Blame("request", Reason(tEnd));
+    }
+    if (m_nStatus == 0)
+    {
+        puts(tReport.nHttpStatus < FIRST_HTTP_ERROR ? "No fault found."
+                                                    : "No fault found, except the server's answer.");
     }
 }
 
 } // namespace
 
-int RunDoctor(const OPTIONS_t& tOptions)
+void AddDoctorCommand(const ADD_COMMAND_t& fnAdd)
 {
-    return CDoctor(tOptions).Run();
+    const auto ptUrl = std::make_shared<std::string>();
+    fnAdd("doctor", "Find out why transfers fail",
+          [ptUrl](const OPTIONS_t& tOptions) { return CDoctor(tOptions, *ptUrl).Run(); })
+        .add_option("URL", *ptUrl, "The URL to try; by default the query service")
+        ->check(NotEmpty());
 }

@@ -1,42 +1,90 @@
+#include <climits>
+
 #include "commands.h"
+#include "download_target.h"
 #include "json.h"
+#include "option_values.h"
+#include "shared_options.h"
+#include "url.h"
 
 namespace
 {
 
-std::vector<DOWNLOAD_t> Downloads(const OPTIONS_t& tOptions)
+struct DOWNLOAD_COMMAND_t
 {
-    std::vector<DOWNLOAD_t> vecDownload;
-    for (size_t nIndex = 0; nIndex + 1 < tOptions.vecUrlAndFile.size(); nIndex += 2)
+    std::vector<std::string> vecUrlAndFile;
+    long long nSize = -1;
+    std::string strSha256;
+    DOWNLOAD_OPTIONS_t tRun;
+};
+
+/** CLI11 does not know positional arguments that come in pairs. */
+class CPairFormatter : public CLI::Formatter
+{
+public:
+    std::string make_option_usage(const CLI::Option* /*pOption*/) const override { return "URL FILE [URL FILE]..."; }
+};
+
+std::string Fault(const DOWNLOAD_COMMAND_t& tCommand)
+{
+    const std::vector<std::string>& vecArgument = tCommand.vecUrlAndFile;
+    if (vecArgument.size() % 2 != 0)
     {
-        vecDownload.push_back({tOptions.vecUrlAndFile[nIndex], tOptions.vecUrlAndFile[nIndex + 1], tOptions.nSize,
-                               tOptions.strSha256, tOptions.tDownload.bDurable});
+        return "download: this URL has no FILE: " + WithoutCredentials(vecArgument.back());
     }
-    return vecDownload;
+    for (size_t nIndex = 1; nIndex < vecArgument.size(); nIndex += 2)
+    {
+        if (vecArgument[nIndex] == "-")
+        {
+            return "download: -: a download goes into a file, not to standard output";
+        }
+    }
+    const bool bChecked = tCommand.nSize >= 0 || !tCommand.strSha256.empty();
+    return bChecked && vecArgument.size() > 2 ? "download: --sha256 and --size are for a single file" : "";
+}
+
+int RunDownload(const OPTIONS_t& tOptions, const DOWNLOAD_COMMAND_t& tCommand)
+{
+    if (const std::string strFault = Fault(tCommand); !strFault.empty())
+    {
+        return PrintUsageError(strFault, "download");
+    }
+    std::vector<DOWNLOAD_t> vecDownload;
+    for (size_t nIndex = 0; nIndex < tCommand.vecUrlAndFile.size(); nIndex += 2)
+    {
+        vecDownload.push_back({tCommand.vecUrlAndFile[nIndex], tCommand.vecUrlAndFile[nIndex + 1], tCommand.nSize,
+                               tCommand.strSha256, tCommand.tRun.bDurable});
+    }
+    if (!CheckTargets(vecDownload, tCommand.tRun.bForce))
+    {
+        return 1;
+    }
+    CSession tSession(tOptions, tCommand.tRun.bFailOnHttpError);
+    const int nStatus = RunDownloads(tSession, vecDownload, tCommand.tRun);
+    if (tCommand.tRun.bJson)
+    {
+        PrintResults(vecDownload);
+    }
+    return nStatus;
 }
 
 } // namespace
 
-int RunDownload(const OPTIONS_t& tOptions)
+void AddDownloadCommand(const ADD_COMMAND_t& fnAdd)
 {
-    const std::vector<DOWNLOAD_t> vecDownload = Downloads(tOptions);
-    if (!CheckTargets(vecDownload, tOptions.tDownload.bForce))
-    {
-        return 1;
-    }
-    CSession tSession(tOptions.bVerbose);
-    std::vector<DOWNLOAD_END_t> vecEnd;
-    const int nStatus = RunDownloads(tSession, vecDownload, tOptions.tDownload, vecEnd);
-    if (tOptions.bJson)
-    {
-        JSON_t tJson = JSON_t::array();
-        for (size_t nIndex = 0; nIndex < vecEnd.size(); ++nIndex)
-        {
-            JSON_t tRecord{{"url", vecDownload[nIndex].strUrl}, {"file", vecDownload[nIndex].strFile}};
-            AddEnd(tRecord, vecEnd[nIndex]);
-            tJson.push_back(tRecord);
-        }
-        PrintJson(tJson);
-    }
-    return nStatus;
+    const auto ptCommand = std::make_shared<DOWNLOAD_COMMAND_t>();
+    DOWNLOAD_OPTIONS_t& tRun = ptCommand->tRun;
+    CLI::App& tApp = fnAdd("download", "Download each URL into the FILE after it",
+                           [ptCommand](const OPTIONS_t& tOptions) { return RunDownload(tOptions, *ptCommand); });
+    tApp.formatter(std::make_shared<CPairFormatter>());
+    AddValue(tApp, "URL", ptCommand->vecUrlAndFile, "FILE", NotEmpty(), "A URL and its file; repeatable")->required();
+    AddValue(tApp, "--sha256", ptCommand->strSha256, "HEX", Sha256Digits(), "The expected checksum of a single file");
+    AddValue(tApp, "--size", ptCommand->nSize, "N", Number(0, LLONG_MAX),
+             "The expected size of a single file in bytes");
+    tApp.add_flag("--force", tRun.bForce, "Take over existing temporary files");
+    AddRunOptions(tApp, tRun);
+    CLI::Option* pSync = tApp.add_flag("--sync", tRun.bSync, "One after the other, each flushed to the disk");
+    AddValue(tApp, "--timeout", tRun.nTimeoutSeconds, "SECONDS", Number(0, INT_MAX),
+             "Time limit for each file, with --sync; 0: none")
+        ->needs(pSync);
 }

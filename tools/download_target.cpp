@@ -5,22 +5,26 @@
 #include <cstdio>
 #include <glib.h>
 #include <memory>
+#include <set>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
+
+#include "messages.h"
 
 namespace
 {
 
 constexpr char UNCHECKED[] = ".unchecked";
-constexpr char TEMPORARY[] = ".bak"; /* the engine's */
+constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
 
-/** Whether the engine puts it beside its target, because something is to be done before it may replace that. */
-bool IsHeldBack(const DOWNLOAD_t& tDownload)
+/** Returns whether the file must be checked or flushed before it replaces its target. */
+bool IsStaged(const DOWNLOAD_t& tDownload)
 {
     return tDownload.nSize >= 0 || !tDownload.strSha256.empty() || tDownload.bDurable;
 }
 
-/** The kind of file that stands at a path, not followed if that is a link; 0 when there is none. */
+/** @return the type bits of the file at a path, without following a link; 0 if none exists */
 mode_t FileKind(const std::string& strPath)
 {
     struct stat tStat = {};
@@ -29,21 +33,15 @@ mode_t FileKind(const std::string& strPath)
 
 std::string KindRefusal(const std::string& strPath)
 {
-    switch (FileKind(strPath))
+    const mode_t eKind = FileKind(strPath);
+    if (eKind == 0 || eKind == S_IFREG)
     {
-    case 0:
-    case S_IFREG:
         return "";
-    case S_IFDIR:
-        return "is a folder";
-    case S_IFLNK:
-        return "is a symbolic link";
-    default:
-        return "is no regular file";
     }
+    return eKind == S_IFDIR ? "is a folder" : eKind == S_IFLNK ? "is a symbolic link" : "is no regular file";
 }
 
-/** In small letters; empty when the file cannot be read. */
+/** @return the checksum in small letters; empty if the file cannot be read */
 std::string Sha256(const std::string& strPath)
 {
     const std::unique_ptr<GChecksum, decltype(&g_checksum_free)> pSum(g_checksum_new(G_CHECKSUM_SHA256),
@@ -61,33 +59,38 @@ std::string Sha256(const std::string& strPath)
     return ferror(pFile.get()) == 0 ? g_checksum_get_string(pSum.get()) : "";
 }
 
-std::string CheckFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
+/** Flushes a file of a durable download to storage. @return the failure; empty: none */
+std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
 {
-    const long long nSize = FileSize(strPath);
+    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be flushed to storage: " + SystemText(errno);
+}
+
+/** Checks a file that has arrived, and flushes it. @return the failure; empty: none */
+std::string CheckFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
+{
+    const long long nSize = tHeld.Size();
+    if (nSize != tDownload.tEnd.tReport.nBytes)
+    {
+        return "another process has written to it";
+    }
     if (tDownload.nSize >= 0 && nSize != tDownload.nSize)
     {
         return "wrong size: " + std::to_string(nSize) + " bytes instead of " + std::to_string(tDownload.nSize);
     }
+    const std::string strPath = EnginePath(tDownload);
     const std::string strSum = tDownload.strSha256.empty() ? "" : Sha256(strPath);
-    return strSum == tDownload.strSha256 ? "" : "wrong SHA-256: " + strSum;
+    return strSum == tDownload.strSha256 ? StorageFailure(tDownload, strPath) : "wrong SHA-256: " + strSum;
 }
 
-/** Brings the file at a path to storage, if it is to survive a power cut. @return why that failed */
-std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
+/** @return the files beside the target that a download creates and moves away again */
+std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
 {
-    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be brought to storage: " + SystemText(errno);
-}
-
-} // namespace
-
-std::string EnginePath(const DOWNLOAD_t& tDownload)
-{
-    return tDownload.strFile + (IsHeldBack(tDownload) ? UNCHECKED : "");
-}
-
-std::string TempPath(const DOWNLOAD_t& tDownload)
-{
-    return EnginePath(tDownload) + TEMPORARY;
+    std::vector<std::string> vecPath{TempPath(tDownload)};
+    if (IsStaged(tDownload))
+    {
+        vecPath.push_back(EnginePath(tDownload));
+    }
+    return vecPath;
 }
 
 std::string FolderOf(const std::string& strPath)
@@ -96,34 +99,46 @@ std::string FolderOf(const std::string& strPath)
     return nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
 }
 
+/** File names with the device and the inode of their folder. */
+typedef std::set<std::tuple<dev_t, ino_t, std::string>> NAME_SET_t;
+
+/** Adds all names of a download. @return false if a name was added before */
+bool AddNames(const DOWNLOAD_t& tDownload, NAME_SET_t& setName)
+{
+    struct stat tFolder = {};
+    std::vector<std::string> vecPath = SidePaths(tDownload);
+    vecPath.push_back(tDownload.strFile);
+    bool bNew = true;
+    static_cast<void>(stat(FolderOf(tDownload.strFile).c_str(), &tFolder));
+    for (const std::string& strPath : vecPath)
+    {
+        bNew = setName.emplace(tFolder.st_dev, tFolder.st_ino, strPath.substr(strPath.rfind('/') + 1)).second && bNew;
+    }
+    return bNew;
+}
+
+} // namespace
+
+std::string EnginePath(const DOWNLOAD_t& tDownload)
+{
+    return tDownload.strFile + (IsStaged(tDownload) ? UNCHECKED : "");
+}
+
+std::string TempPath(const DOWNLOAD_t& tDownload)
+{
+    return EnginePath(tDownload) + TEMPORARY;
+}
+
 std::string FolderRefusal(const std::string& strFolder)
 {
-    struct stat tStat = {};
-    if (stat(strFolder.c_str(), &tStat) != 0)
-    {
-        return SystemText(errno);
-    }
-    if (!S_ISDIR(tStat.st_mode))
-    {
-        return SystemText(ENOTDIR);
-    }
-    return access(strFolder.c_str(), W_OK | X_OK) == 0 ? "" : SystemText(errno);
+    /* "/." makes this fail for a path that is no folder. */
+    return access((strFolder + "/.").c_str(), W_OK | X_OK) == 0 ? "" : SystemText(errno);
 }
 
 long long FileSize(const std::string& strPath)
 {
     struct stat tStat = {};
     return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
-}
-
-std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
-{
-    std::vector<std::string> vecPath{TempPath(tDownload)};
-    if (IsHeldBack(tDownload))
-    {
-        vecPath.push_back(EnginePath(tDownload));
-    }
-    return vecPath;
 }
 
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
@@ -150,6 +165,26 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
         }
     }
     return "";
+}
+
+bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
+{
+    bool bAll = true;
+    NAME_SET_t setName;
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        std::string strRefusal = TargetRefusal(tDownload, bForce);
+        if (strRefusal.empty() && !AddNames(tDownload, setName))
+        {
+            strRefusal = "is named twice, counting the names of temporary files";
+        }
+        if (!strRefusal.empty())
+        {
+            PrintError(tDownload.strFile, strRefusal);
+            bAll = false;
+        }
+    }
+    return bAll;
 }
 
 std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
@@ -187,9 +222,9 @@ void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     }
 }
 
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, long long nBytes)
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
-    const std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
+    std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
     const std::string strPath = EnginePath(tDownload);
     if (tHeld.IsAt(TempPath(tDownload)))
     {
@@ -199,13 +234,11 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, lo
     {
         return strLost;
     }
-    std::string strFailure = tHeld.Size() == nBytes ? "" : "another process has written to it";
-    if (!IsHeldBack(tDownload))
+    std::string strFailure = CheckFailure(tDownload, tHeld);
+    if (!IsStaged(tDownload))
     {
         return strFailure;
     }
-    strFailure = strFailure.empty() ? CheckFailure(tDownload, strPath) : strFailure;
-    strFailure = strFailure.empty() ? StorageFailure(tDownload, strPath) : strFailure;
     if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
     {
         strFailure = "cannot be moved into place: " + SystemText(errno);
@@ -215,6 +248,6 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, lo
         static_cast<void>(remove(strPath.c_str()));
         return strFailure;
     }
-    strFailure = StorageFailure(tDownload, tDownload.strFile); // its new name
+    strFailure = StorageFailure(tDownload, tDownload.strFile); // flushes the new name
     return strFailure.empty() && !tHeld.IsAt(tDownload.strFile) ? strLost : strFailure;
 }

@@ -3,43 +3,43 @@
 #include <string>
 #include <vector>
 
-#include "download_run.h"
+#include "download.h"
 #include "held_file.h"
 
-/** Where the engine is told to put a download: the target, or a file beside it for one that cannot go there yet. */
+/** The path that the engine downloads to: the target, or a file beside it that must be checked or flushed first. */
 std::string EnginePath(const DOWNLOAD_t& tDownload);
 
-/** Where the engine writes it meanwhile. */
+/** The path of the temporary file that the engine writes. */
 std::string TempPath(const DOWNLOAD_t& tDownload);
 
-/** The files beside the target that a download makes and moves away again. */
-std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload);
-
-/** The folder that a path is in. */
-std::string FolderOf(const std::string& strPath);
-
-/** Why nothing can be put into a folder; empty when it can. */
+/** @return the reason why no file can be created in a folder; empty: none */
 std::string FolderRefusal(const std::string& strFolder);
 
-/** The size of a file; -1 when there is none. */
+/** @return the size of a file; -1 if it does not exist */
 long long FileSize(const std::string& strPath);
 
-/** Why a download into that target must not start; empty when it may. */
+/** @return the reason why a download into its target must not start; empty: none */
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 
-/** The reason why the engine did not start a download. */
+/**
+ * Checks the targets of all downloads and prints each refusal on standard error: a target that is no regular file, a
+ * folder that does not exist or cannot be written, a temporary file that exists, a name that two downloads use.
+ * @return whether all downloads may start
+ */
+bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce);
+
+/** @return the reason why the engine did not start a download */
 std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce);
 
-/** Removes the files that earlier downloads left beside the target, but none that a living one holds. */
+/** Removes the temporary files of earlier downloads, except those that a running process holds. */
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
-/** Removes the file of a download that has failed from beside the target, and no other file. */
+/** Removes the temporary file of a failed download if it is the held file. */
 void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);
 
 /**
- * Checks a file that has arrived, brings it to storage and moves it into place, as far as the engine has not done that.
- * Removes a file with a wrong size or checksum. In the end the held file stands at the target.
- * @param nBytes its size, as the transfer reports it
- * @return the failure; empty when all is done
+ * Checks a file that has arrived, flushes it to storage and moves it to its target, unless the engine has done that.
+ * Removes a file with a wrong size or checksum. After success the held file is the target.
+ * @return the failure; empty: none
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld, long long nBytes);
+std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);

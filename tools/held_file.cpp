@@ -11,7 +11,7 @@
 namespace
 {
 
-/* A link is not followed and a pipe is not waited for. */
+/* Do not follow a link, and do not wait for the other end of a pipe. */
 constexpr int SAFELY = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 
 bool IsSameFile(const struct stat& tOne, const struct stat& tOther)
@@ -19,7 +19,7 @@ bool IsSameFile(const struct stat& tOne, const struct stat& tOther)
     return tOne.st_dev == tOther.st_dev && tOne.st_ino == tOther.st_ino;
 }
 
-/** A lock on the whole file, which belongs to the open file and not to the process. */
+/** An exclusive lock on the whole file. */
 struct flock WholeFileLock()
 {
     struct flock tLock = {};
@@ -32,7 +32,7 @@ struct flock WholeFileLock()
 
 int CHeldFile::Create(const std::string& strPath)
 {
-    constexpr mode_t MODE = 0666; // less the process's mask, as the engine creates it
+    constexpr mode_t MODE = 0666; // without the bits of the umask, like the engine's own files
     Close();
     m_nFile = open(strPath.c_str(), O_RDWR | O_CREAT | O_EXCL | SAFELY, MODE);
     return m_nFile < 0 ? errno : m_Lock();
@@ -46,7 +46,7 @@ int CHeldFile::Take(const std::string& strPath)
     {
         return errno;
     }
-    /* The lock comes last: it must not disturb the owner of a file that is not this process's. */
+    /* Do not lock a file of another process. */
     const int nError = m_IsWrittenHere() ? m_Lock() : EBUSY;
     return nError == 0 && !IsAt(strPath) ? EBUSY : nError;
 }
@@ -90,7 +90,7 @@ bool CHeldFile::IsHeld(const std::string& strPath)
     return bHeld;
 }
 
-/** @return whether the engine's descriptor is open on the same file; true if /proc cannot be read */
+/** @return whether the engine has the same file open; true if /proc cannot be read */
 bool CHeldFile::m_IsWrittenHere() const
 {
     struct stat tHeld = {};
@@ -103,7 +103,7 @@ bool CHeldFile::m_IsWrittenHere() const
     for (; itFile != std::filesystem::directory_iterator(); itFile.increment(tFault))
     {
         struct stat tOther = {};
-        const int nFile = atoi(itFile->path().filename().c_str());
+        const auto nFile = static_cast<int>(strtol(itFile->path().filename().c_str(), nullptr, 10));
         if (nFile != m_nFile && fstat(nFile, &tOther) == 0 && IsSameFile(tHeld, tOther))
         {
             return true;
@@ -112,8 +112,8 @@ bool CHeldFile::m_IsWrittenHere() const
     return false;
 }
 
-/** @return EBUSY when another download holds the file; 0 otherwise, also on a file system without locks */
-int CHeldFile::m_Lock()
+/** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */
+int CHeldFile::m_Lock() const
 {
     struct flock tLock = WholeFileLock();
     const bool bHeld = fcntl(m_nFile, F_OFD_SETLK, &tLock) != 0 && (errno == EAGAIN || errno == EACCES);

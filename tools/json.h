@@ -3,31 +3,43 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "download_run.h"
+#include "download.h"
 
 typedef nlohmann::ordered_json JSON_t;
 
-/** On standard output; bytes that are no UTF-8 are replaced. */
+/** Prints JSON on standard output. Replaces bytes that are not UTF-8. */
 inline void PrintJson(const JSON_t& tJson)
 {
     puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
 }
 
-/** Adds what has become of a download. */
-inline void AddEnd(JSON_t& tJson, const DOWNLOAD_END_t& tEnd)
+/** Prints the results of downloads as JSON. */
+inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
 {
-    const WQCurl::TRANSFER_REPORT_t& tReport = tEnd.tReport;
-    tJson["result"] = EndWord(tEnd);
-    tJson["reason"] = tEnd.strReason;
-    tJson["status"] = tReport.nHttpStatus;
-    tJson["bytes"] = tReport.nBytes;
-    tJson["attempts"] = tReport.nAttempts;
-    tJson["peer"] = tReport.strPeer;
-    tJson["reused"] = tReport.bReused;
-    tJson["look_up"] = tReport.dLookUp;
-    tJson["connect"] = tReport.dConnect;
-    tJson["tls"] = tReport.dTls;
-    tJson["first_byte"] = tReport.dFirstByte;
-    tJson["total"] = tReport.dTotal;
-    tJson["code"] = tReport.nResultCode;
+    JSON_t tResults = JSON_t::array();
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        const WQCurl::TRANSFER_REPORT_t& tReport = tDownload.tEnd.tReport;
+        JSON_t& tResult = tResults.emplace_back();
+        if (!tDownload.strEntry.empty())
+        {
+            tResult["entry"] = tDownload.strEntry;
+        }
+        tResult["url"] = tDownload.strUrl;
+        tResult["file"] = tDownload.strFile;
+        tResult["result"] = ResultName(tDownload.tEnd);
+        tResult["reason"] = tDownload.tEnd.strReason;
+        tResult["status"] = tReport.nHttpStatus;
+        tResult["bytes"] = tReport.nBytes;
+        tResult["attempts"] = tReport.nAttempts;
+        tResult["peer"] = tReport.strPeer;
+        tResult["reused"] = tReport.bReused;
+        tResult["look_up"] = tReport.dLookUp;
+        tResult["connect"] = tReport.dConnect;
+        tResult["tls"] = tReport.dTls;
+        tResult["first_byte"] = tReport.dFirstByte;
+        tResult["total"] = tReport.dTotal;
+        tResult["code"] = tReport.nResultCode;
+    }
+    PrintJson(tResults);
 }

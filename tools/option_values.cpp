@@ -3,81 +3,67 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <climits>
+#include <functional>
 #include <glib.h>
-#include <limits>
 #include <unistd.h>
 
-#include "session.h"
+#include "messages.h"
+#include "veltra/veltra.h"
 
 namespace
 {
 
-bool ParseNumber(const std::string& strText, long long& nNumber)
+/** Accepts texts for which the function returns true; the function may replace the text. */
+CLI::Validator Accepting(const std::function<bool(std::string&)>& fnAccept, const std::string& strFault)
 {
-    size_t nEnd = 0;
-    try
-    {
-        nNumber = std::stoll(strText, &nEnd);
-    }
-    catch (const std::logic_error&)
-    {
-        return false;
-    }
-    return nEnd == strText.size() && std::isspace(static_cast<unsigned char>(strText.front())) == 0;
-}
-
-/** Texts that a pattern matches from end to end; any bytes may stand in them. */
-CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
-{
-    return {[strPattern = "(?:" + std::string(pszPattern) + ")\\z", strFault](const std::string& strText)
+    return {[fnAccept, strFault](std::string& strText)
             {
-                const bool bMatch = g_regex_match_simple(strPattern.c_str(), strText.c_str(), G_REGEX_RAW,
-                                                         G_REGEX_MATCH_ANCHORED) != FALSE;
-                return bMatch ? "" : "'" + strText + "' " + strFault;
+                const std::string strGiven = strText;
+                return fnAccept(strText) ? "" : "'" + strGiven + "' " + strFault;
             },
             ""};
+}
+
+/** Accepts texts that match a pattern from end to end; they may hold any bytes. */
+CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
+{
+    const auto fnAccept = [strPattern = "(?:" + std::string(pszPattern) + ")\\z"](const std::string& strText)
+    { return g_regex_match_simple(strPattern.c_str(), strText.c_str(), G_REGEX_RAW, G_REGEX_MATCH_ANCHORED) != FALSE; };
+    return Accepting(fnAccept, strFault);
 }
 
 } // namespace
 
 CLI::Validator Number(long long nLeast, long long nMost)
 {
-    return {[nLeast, nMost](const std::string& strText) -> std::string
-            {
-                long long nNumber = 0;
-                const bool bGood = ParseNumber(strText, nNumber) && nNumber >= nLeast && nNumber <= nMost;
-                return bGood ? ""
-                             : "'" + strText + "' is no whole number from " + std::to_string(nLeast) + " to " +
-                                   std::to_string(nMost);
-            },
-            ""};
+    const auto fnAccept = [nLeast, nMost](const std::string& strText)
+    { return g_ascii_string_to_signed(strText.c_str(), 10, nLeast, nMost, nullptr, nullptr) != FALSE; };
+    return Accepting(fnAccept, "is no whole number from " + std::to_string(nLeast) + " to " + std::to_string(nMost));
 }
 
 CLI::Validator Bytes(long long nLeast)
 {
-    return {[nLeast](std::string& strText) -> std::string
+    const auto fnAccept = [nLeast](std::string& strText)
+    {
+        std::string strDigits = strText;
+        long long nUnit = 1;
+        for (const auto& [cUnit, nValue] : {std::pair('k', 1000), {'M', 1000000}, {'G', 1000000000}})
+        {
+            if (!strText.empty() && strText.back() == cUnit)
             {
-                constexpr std::string_view UNITS = "kMG";
-                std::string strDigits = strText;
-                long long nUnit = 1;
-                const size_t nUnitIndex = strText.empty() ? std::string_view::npos : UNITS.find(strText.back());
-                for (size_t nIndex = 0; nUnitIndex != std::string_view::npos && nIndex <= nUnitIndex; ++nIndex)
-                {
-                    nUnit *= 1000;
-                }
-                strDigits.resize(strDigits.size() - (nUnit > 1 ? 1 : 0));
-                long long nNumber = 0;
-                const bool bNumber = ParseNumber(strDigits, nNumber) && nNumber >= 0 &&
-                                     nNumber <= std::numeric_limits<long long>::max() / nUnit;
-                if (!bNumber || nNumber * nUnit < nLeast)
-                {
-                    return "'" + strText + "' is no number of bytes, at least " + std::to_string(nLeast) +
-                           ", such as 64k, 20M or 1G";
-                }
-                strText = std::to_string(nNumber * nUnit);
-                return "";
-            },
-            ""};
+                strDigits.pop_back();
+                nUnit = nValue;
+            }
+        }
+        gint64 nNumber = 0;
+        const bool bGood =
+            g_ascii_string_to_signed(strDigits.c_str(), 10, 0, LLONG_MAX / nUnit, &nNumber, nullptr) != FALSE;
+        strText = std::to_string(nNumber * nUnit);
+        return bGood && nNumber * nUnit >= nLeast;
+    };
+    return Accepting(fnAccept,
+                     "is no number of bytes, at least " + std::to_string(nLeast) + ", such as 64k, 20M or 1G");
 }
 
 CLI::Validator ConnectTo()
@@ -115,15 +101,13 @@ CLI::Validator Proxy()
 
 CLI::Validator Sha256Digits()
 {
-    return {[](std::string& strText) -> std::string
-            {
-                const bool bGood =
-                    strText.size() == 64 && strText.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-                std::transform(strText.begin(), strText.end(), strText.begin(),
-                               [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-                return bGood ? "" : "'" + strText + "' is no SHA-256 of 64 hexadecimal digits";
-            },
-            ""};
+    const auto fnAccept = [](std::string& strText)
+    {
+        std::transform(strText.begin(), strText.end(), strText.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        return strText.size() == 64 && strText.find_first_not_of("0123456789abcdef") == std::string::npos;
+    };
+    return Accepting(fnAccept, "is no SHA-256 of 64 hexadecimal digits");
 }
 
 CLI::Validator ReadableFile()

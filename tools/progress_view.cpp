@@ -6,7 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "session.h"
+#include "messages.h"
 #include "text.h"
 
 namespace
@@ -14,7 +14,7 @@ namespace
 
 constexpr int LINE_STEP_PERCENT = 25;
 constexpr size_t LEAST_NAME_COLUMNS = 12;
-constexpr size_t PERCENT_COLUMNS = 5; /* these with the blank before */
+constexpr size_t PERCENT_COLUMNS = 5; /* this and the following include a leading blank */
 constexpr size_t SPEED_COLUMNS = 11;
 constexpr size_t BYTES_COLUMNS = 22;
 constexpr size_t LEFT_COLUMNS = 13;
@@ -34,7 +34,7 @@ SIZE_t TerminalSize()
     return bKnown ? SIZE_t{tSize.ws_col, tSize.ws_row} : SIZE_t{80, 24};
 }
 
-/** The columns of each part of a line; 0 for a part that has no room. */
+/** The columns of each part of a line; 0: the part is left out. */
 struct LAYOUT_t
 {
     size_t nName;
@@ -47,7 +47,7 @@ struct LAYOUT_t
 LAYOUT_t MakeLayout(size_t nTerminal, size_t nLongestName)
 {
     LAYOUT_t tLayout;
-    /* The last column stays free: some terminals wrap a line that fills it. */
+    /* Some terminals wrap a line that fills the last column. */
     const size_t nRoom = std::max(nTerminal, PERCENT_COLUMNS + 2) - PERCENT_COLUMNS - 1;
     const size_t nLeast = std::min({LEAST_NAME_COLUMNS, nLongestName, nRoom});
     size_t nFree = nRoom - nLeast;
@@ -77,7 +77,7 @@ std::string Bytes(const PROGRESS_t& tProgress)
 {
     const std::string strBytes = FormatBytes(static_cast<double>(tProgress.nBytes));
     return tProgress.nTotal <= 0 ? strBytes
-                                 : strBytes + (tProgress.bTotalGuess ? " of ~" : " of ") +
+                                 : strBytes + (tProgress.bTotalEstimated ? " of ~" : " of ") +
                                        FormatBytes(static_cast<double>(tProgress.nTotal));
 }
 
@@ -115,22 +115,15 @@ std::string Line(const PROGRESS_t& tProgress, const LAYOUT_t& tLayout)
     return strLine;
 }
 
-VIEW_e OffTerminal(VIEW_e eView)
+/** Bars need a terminal. */
+VIEW_e WithoutBars(VIEW_e eView)
 {
-    switch (eView)
-    {
-    case VIEW_BARS:
-        return VIEW_LINES;
-    case VIEW_BARS_ALONE:
-        return VIEW_NOTHING;
-    default:
-        return eView;
-    }
+    return eView == VIEW_BARS ? VIEW_LINES : eView == VIEW_BARS_ALONE ? VIEW_NOTHING : eView;
 }
 
 } // namespace
 
-CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : OffTerminal(eView)) {}
+CProgressView::CProgressView(VIEW_e eView) : m_eView(isatty(STDOUT_FILENO) != 0 ? eView : WithoutBars(eView)) {}
 
 void CProgressView::PrintEnd(const std::string& strName, const std::string& strOutcome)
 {
@@ -143,7 +136,7 @@ void CProgressView::PrintEnd(const std::string& strName, const std::string& strO
 
 void CProgressView::PrintFailure(const std::string& strName, const std::string& strReason)
 {
-    /* Once only where both go to the same terminal. */
+    /* Bars and errors on one terminal: print the failure once. */
     if (!m_HasBars() || isatty(STDERR_FILENO) == 0)
     {
         PrintEnd(strName, "failed, " + strReason);
@@ -164,7 +157,7 @@ void CProgressView::Show(const std::vector<PROGRESS_t>& vecProgress, const std::
     }
 }
 
-/* Leaves the cursor where the first bar began. A terminal that has become narrower has broken the lines anew. */
+/* Leaves the cursor at the first bar. A terminal that has become narrower has wrapped the lines. */
 void CProgressView::m_EraseBars()
 {
     if (m_vecDrawn.empty())
@@ -177,7 +170,7 @@ void CProgressView::m_EraseBars()
     {
         nRows += std::max<size_t>(1, (nDrawn + nColumns - 1) / nColumns);
     }
-    /* All but the first row at once: a whole screen that is cleared goes into the history of some terminals. */
+    /* Clear the first row separately: some terminals save a screen that is cleared at once to their history. */
     printf("\r\033[%zuA\033[K\033[B\033[J\033[A", nRows);
     m_vecDrawn.clear();
 }
@@ -197,7 +190,7 @@ void CProgressView::m_ShowLines(const std::vector<PROGRESS_t>& vecProgress)
 
 void CProgressView::m_ShowBars(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary)
 {
-    constexpr size_t OTHER_ROWS = 2; /* the summary, and the cursor's */
+    constexpr size_t OTHER_ROWS = 2; /* the summary and the row of the cursor */
     m_EraseBars();
     const SIZE_t tSize = TerminalSize();
     size_t nLongest = 1;

@@ -4,43 +4,43 @@
 #include <string>
 #include <vector>
 
-/** How far one download has come. */
+/** The progress of one download. */
 struct PROGRESS_t
 {
     std::string strName;
-    int nPercent = -1;        /**< -1: unknown */
-    long long nBytes = 0;     /**< that have arrived */
-    long long nTotal = 0;     /**< that are to come in all; 0: unknown */
-    bool bTotalGuess = false; /**< nTotal was reckoned from a rounded percentage */
-    double dSpeed = 0.0;      /**< bytes per second, of the last moments */
+    int nPercent = -1;            /**< -1: unknown */
+    long long nBytes = 0;         /**< received */
+    long long nTotal = 0;         /**< expected; 0: unknown */
+    bool bTotalEstimated = false; /**< nTotal was computed from a rounded percentage */
+    double dSpeed = 0.0;          /**< recent bytes per second */
 };
 
 enum VIEW_e
 {
     VIEW_NOTHING,
     VIEW_LINES,
-    VIEW_BARS,      /**< on a terminal; elsewhere plain lines */
-    VIEW_BARS_ALONE /**< the same without a line for what has ended, and elsewhere nothing */
+    VIEW_BARS,      /**< on a terminal; elsewhere VIEW_LINES */
+    VIEW_BARS_ALONE /**< on a terminal, without lines for ended downloads; elsewhere VIEW_NOTHING */
 };
 
 /**
- * Shows downloads on standard output. Those that have ended leave a line each; below these, on a terminal, stands a bar
- * for each that is under way, drawn anew with each call and to the terminal's present size.
+ * Shows downloads on standard output. Each ended download leaves a line. On a terminal, a bar for each running download
+ * follows. Every call draws the bars again, for the current size of the terminal.
  */
 class CProgressView
 {
 public:
     explicit CProgressView(VIEW_e eView);
 
-    /** One has ended well. */
+    /** Prints the end of a download that did not fail. */
     void PrintEnd(const std::string& strName, const std::string& strOutcome);
 
-    /** One has failed: says so on standard error. */
+    /** Prints a failure on standard error. */
     void PrintFailure(const std::string& strName, const std::string& strReason);
 
     /**
-     * Shows what is under way.
-     * @param strSummary of all downloads, below the bars; empty: none
+     * Shows the running downloads.
+     * @param strSummary a line about all downloads, below the bars; empty: none
      */
     void Show(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);
 
@@ -51,6 +51,6 @@ private:
     void m_ShowBars(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);
 
     const VIEW_e m_eView;
-    std::vector<size_t> m_vecDrawn;        /**< columns of each line of the bars that stand there */
-    std::map<std::string, int> m_mapShown; /**< with VIEW_LINES: the percentage that was printed last */
+    std::vector<size_t> m_vecDrawn;        /**< columns of each line that is on the terminal */
+    std::map<std::string, int> m_mapShown; /**< for VIEW_LINES: the percentage that was printed last */
 };

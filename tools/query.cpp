@@ -3,59 +3,65 @@
 namespace
 {
 
-/** Why a document could not be read: its transfer failed, or else what it is not. */
-std::string DocumentReason(const TRANSFER_END_t& tEnd, const char* pszDocument)
+/** The reason why a document could not be read: its transfer failed, or its text is not of the expected kind. */
+std::string DocumentReason(const TRANSFER_END_t& tEnd, const char* pszKind)
 {
     if (!tEnd.has_value() || tEnd->nResultCode != 0)
     {
         return Reason(tEnd);
     }
-    return tEnd->nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszDocument;
+    return tEnd->nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszKind;
+}
+
+bool ReadEntries(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo)
+{
+    ICVeltra tQuery;
+    std::vector<std::string> vecFoundId;
+    switch (tChoice.eEntries)
+    {
+    case ENTRIES_CERT:
+        return tQuery.GetCERTAppBinaryInfo(strUrl, mapInfo, vecFoundId);
+    case ENTRIES_DEFAULT:
+        return tQuery.GetDefaultAppBinaryInfo(strUrl, vecFoundId, mapInfo);
+    default:
+        return tQuery.GetServerAppBinaryInfo(strUrl, mapInfo, tChoice.vecId);
+    }
 }
 
 } // namespace
 
-bool GetServers(CSession& tSession, const OPTIONS_t& tOptions, std::vector<std::string>& vecUrl)
+const char* ENTRY_CHOICE_t::Fault() const
 {
-    constexpr char WHAT[] = "cannot get the server list";
-    if (tOptions.tIdentity.strChipset.empty())
+    return eEntries == ENTRIES_BY_ID && vecId.empty() ? "one of --id, --cert and --default must say which entries" : "";
+}
+
+bool GetServers(CSession& tSession, std::vector<std::string>& vecUrl)
+{
+    constexpr char SUBJECT[] = "cannot get the server list";
+    if (tSession.Options().tIdentity.strChipset.empty())
     {
-        PrintError(WHAT, "the device has no chipset name (--chipset)");
+        PrintError(SUBJECT, "the device has no chipset name (--chipset)");
         return false;
     }
     if (!ICVeltra().GetAppBinaryServerUrl(vecUrl))
     {
-        PrintError(WHAT, DocumentReason(tSession.TakeEnd(), "server list whose status is \"ok\""));
+        PrintError(SUBJECT, DocumentReason(tSession.TakeEnd(), "server list whose status is \"ok\""));
         return false;
     }
     return true;
 }
 
-std::string GetInfo(CSession& tSession, const OPTIONS_t& tOptions, const std::string& strUrl, INFO_MAP_t& mapInfo)
+std::string GetInfo(CSession& tSession, const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo)
 {
-    ICVeltra tQuery;
-    std::vector<std::string> vecFoundId;
-    bool bRead = false;
-    if (tOptions.bCert)
-    {
-        bRead = tQuery.GetCERTAppBinaryInfo(strUrl, mapInfo, vecFoundId);
-    }
-    else if (tOptions.bDefault)
-    {
-        bRead = tQuery.GetDefaultAppBinaryInfo(strUrl, vecFoundId, mapInfo);
-    }
-    else
-    {
-        bRead = tQuery.GetServerAppBinaryInfo(strUrl, mapInfo, tOptions.vecId);
-    }
+    const bool bRead = ReadEntries(tChoice, strUrl, mapInfo);
     const TRANSFER_END_t tEnd = tSession.TakeEnd();
     return bRead ? "" : DocumentReason(tEnd, "well-formed XML document");
 }
 
-bool CheckIds(const OPTIONS_t& tOptions, const INFO_MAP_t& mapInfo)
+bool CheckIds(const ENTRY_CHOICE_t& tChoice, const INFO_MAP_t& mapInfo)
 {
     bool bAll = true;
-    for (const std::string& strId : tOptions.vecId)
+    for (const std::string& strId : tChoice.vecId)
     {
         if (mapInfo.count(strId) == 0)
         {

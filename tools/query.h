@@ -4,16 +4,32 @@
 #include <string>
 #include <vector>
 
-#include "options.h"
 #include "session.h"
 
 typedef std::map<std::string, APPBIN_SERVER_INFO_t> INFO_MAP_t;
 
-/** Asks the query service. @return whether it answered with a list; if not, it is said on standard error */
-bool GetServers(CSession& tSession, const OPTIONS_t& tOptions, std::vector<std::string>& vecUrl);
+enum ENTRIES_e
+{
+    ENTRIES_BY_ID,
+    ENTRIES_CERT,
+    ENTRIES_DEFAULT /**< marked for boot */
+};
 
-/** Reads the entries that the options choose. @return why there are none; empty when the document could be read */
-std::string GetInfo(CSession& tSession, const OPTIONS_t& tOptions, const std::string& strUrl, INFO_MAP_t& mapInfo);
+/** The entries that a command reads from a document. */
+struct ENTRY_CHOICE_t
+{
+    ENTRIES_e eEntries = ENTRIES_BY_ID;
+    std::vector<std::string> vecId{}; /**< for ENTRIES_BY_ID; empty: no choice was made */
 
-/** Says on standard error which identifiers of the options are missing. @return whether none is */
-bool CheckIds(const OPTIONS_t& tOptions, const INFO_MAP_t& mapInfo);
+    /** @return the fault of a command line that makes no choice; otherwise empty */
+    const char* Fault() const;
+};
+
+/** Asks the query service for its servers, and prints a failure on standard error. @return false if it failed */
+bool GetServers(CSession& tSession, std::vector<std::string>& vecUrl);
+
+/** Reads the chosen entries of a document. @return the reason of a failure; empty if the document could be read */
+std::string GetInfo(CSession& tSession, const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo);
+
+/** Prints the chosen identifiers that are missing on standard error. @return whether all were found */
+bool CheckIds(const ENTRY_CHOICE_t& tChoice, const INFO_MAP_t& mapInfo);

@@ -2,7 +2,8 @@
 
 #include "commands.h"
 #include "json.h"
-#include "query.h"
+#include "option_values.h"
+#include "shared_options.h"
 #include "text.h"
 #include "url.h"
 
@@ -23,38 +24,35 @@ void PrintInfo(const INFO_MAP_t& mapInfo, bool bJson)
     JSON_t tEntries = JSON_t::array();
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        JSON_t tEntry;
+        JSON_t& tEntry = tEntries.emplace_back();
         for (const auto& tField : INFO_FIELDS)
         {
             tEntry[tField.pszName] = tInfo.*tField.pField;
-            if (!bJson)
-            {
-                printf("%-10s %s\n", tField.pszName, Printable(tInfo.*tField.pField).c_str());
-            }
-        }
-        tEntries.push_back(tEntry);
-        if (!bJson)
-        {
-            puts("");
         }
     }
     if (bJson)
     {
-        PrintJson(tEntries);
+        return PrintJson(tEntries);
+    }
+    for (const JSON_t& tEntry : tEntries)
+    {
+        for (const auto& tField : tEntry.items())
+        {
+            printf("%-10s %s\n", tField.key().c_str(), Printable(tField.value().get<std::string>()).c_str());
+        }
+        puts("");
     }
 }
 
-} // namespace
-
-int RunServers(const OPTIONS_t& tOptions)
+int RunServers(const OPTIONS_t& tOptions, bool bJson)
 {
-    CSession tSession(tOptions.bVerbose);
+    CSession tSession(tOptions);
     std::vector<std::string> vecUrl;
-    if (!GetServers(tSession, tOptions, vecUrl))
+    if (!GetServers(tSession, vecUrl))
     {
         return 1;
     }
-    if (tOptions.bJson)
+    if (bJson)
     {
         PrintJson(vecUrl);
         return 0;
@@ -66,15 +64,43 @@ int RunServers(const OPTIONS_t& tOptions)
     return 0;
 }
 
-int RunInfo(const OPTIONS_t& tOptions)
+struct INFO_OPTIONS_t
 {
-    CSession tSession(tOptions.bVerbose);
+    std::string strUrl;
+    ENTRY_CHOICE_t tChoice;
+    bool bJson = false;
+};
+
+int RunInfo(const OPTIONS_t& tOptions, const INFO_OPTIONS_t& tInfo)
+{
+    if (const std::string strFault = tInfo.tChoice.Fault(); !strFault.empty())
+    {
+        return PrintUsageError(strFault, "info");
+    }
+    CSession tSession(tOptions);
     INFO_MAP_t mapInfo;
-    const std::string strReason = GetInfo(tSession, tOptions, tOptions.strUrl, mapInfo);
+    const std::string strReason = GetInfo(tSession, tInfo.tChoice, tInfo.strUrl, mapInfo);
     if (!strReason.empty())
     {
-        return PrintError(WithoutCredentials(tOptions.strUrl), strReason);
+        return PrintError(WithoutCredentials(tInfo.strUrl), strReason);
     }
-    PrintInfo(mapInfo, tOptions.bJson);
-    return CheckIds(tOptions, mapInfo) ? 0 : 1;
+    PrintInfo(mapInfo, tInfo.bJson);
+    return CheckIds(tInfo.tChoice, mapInfo) ? 0 : 1;
+}
+
+} // namespace
+
+void AddQueryCommands(const ADD_COMMAND_t& fnAdd)
+{
+    const auto ptJson = std::make_shared<bool>(false);
+    CLI::App& tServers = fnAdd("servers", "List the servers for this device",
+                               [ptJson](const OPTIONS_t& tOptions) { return RunServers(tOptions, *ptJson); });
+    tServers.add_flag("--json", *ptJson, "Print JSON");
+
+    const auto ptInfo = std::make_shared<INFO_OPTIONS_t>();
+    CLI::App& tInfo = fnAdd("info", "Show entries of a server's document",
+                            [ptInfo](const OPTIONS_t& tOptions) { return RunInfo(tOptions, *ptInfo); });
+    AddValue(tInfo, "URL", ptInfo->strUrl, "TEXT", NotEmpty(), "A document that the server list names")->required();
+    AddEntryOptions(tInfo, ptInfo->tChoice);
+    tInfo.add_flag("--json", ptInfo->bJson, "Print JSON");
 }

@@ -5,12 +5,24 @@
 #include <memory>
 
 #include "commands.h"
+#include "option_values.h"
 #include "session.h"
+#include "shared_options.h"
 #include "text.h"
 #include "url.h"
 
 namespace
 {
+
+struct REQUEST_OPTIONS_t
+{
+    std::string strUrl;
+    std::list<std::string> lstHeader;
+    std::string strData;   /**< the body, or "@" and the file that holds it */
+    std::string strOutput; /**< the file that receives the answer; empty: standard output */
+    bool bHeadings = false;
+    bool bFailOnHttpError = false;
+};
 
 void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
@@ -27,8 +39,7 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
     }
     printf("Bytes: %lld\n", tReport.nBytes);
     printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
-    printf("Seconds: look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f\n\n", tReport.dLookUp,
-           tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal);
+    printf("Seconds: %s\n\n", PhasesText(tReport).c_str());
 }
 
 int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
@@ -36,7 +47,7 @@ int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
     if (strPath.empty())
     {
         static_cast<void>(fwrite(strAnswer.data(), 1, strAnswer.size(), stdout));
-        return 0; /* what is wrong with standard output shows at the end */
+        return 0; /* main() checks standard output at the end */
     }
     FILE* pFile = fopen(strPath.c_str(), "wbe");
     const bool bWritten = pFile != nullptr && fwrite(strAnswer.data(), 1, strAnswer.size(), pFile) == strAnswer.size();
@@ -48,7 +59,7 @@ int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
     std::error_code tUnused;
     if (pFile != nullptr && is_regular_file(std::filesystem::symlink_status(strPath, tUnused)))
     {
-        static_cast<void>(remove(strPath.c_str())); /* part of an answer is none */
+        static_cast<void>(remove(strPath.c_str())); /* an incomplete answer must not be used */
     }
     return PrintError(strPath, SystemText(nError));
 }
@@ -69,41 +80,55 @@ int ReadFile(const std::string& strPath, std::string& strContent)
     return ferror(pFile.get()) != 0 ? errno : 0;
 }
 
-int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const std::string& strBody)
+int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_OPTIONS_t& tRequest)
 {
-    CSession tSession(tOptions.bVerbose);
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = eMethod;
-    tReqInfo.strUrl = tOptions.strUrl;
-    tReqInfo.lstHeader = tOptions.lstHeader;
-    tReqInfo.strPostData = strBody;
+    tReqInfo.strUrl = tRequest.strUrl;
+    tReqInfo.lstHeader = tRequest.lstHeader;
+    tReqInfo.strPostData = tRequest.strData;
+    if (!tRequest.strData.empty() && tRequest.strData.front() == '@')
+    {
+        const std::string strPath = tRequest.strData.substr(1);
+        tReqInfo.strPostData.clear();
+        if (const int nError = ReadFile(strPath, tReqInfo.strPostData); nError != 0)
+        {
+            return PrintError(strPath, SystemText(nError));
+        }
+    }
+    CSession tSession(tOptions, tRequest.bFailOnHttpError);
     CWebConnector& tEngine = tSession.Engine();
     const bool bAnswered = eMethod == HTTP_METHOD_POST ? tEngine.Post(&tReqInfo, true) : tEngine.Get(&tReqInfo, true);
     const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    if (tOptions.bHeadings && tEnd.has_value() && tEnd->nHttpStatus != 0)
+    if (tRequest.bHeadings && tEnd.has_value() && tEnd->nHttpStatus != 0)
     {
         PrintHeadings(*tEnd);
     }
-    return bAnswered ? WriteAnswer(tReqInfo.strResponse, tOptions.strOutput)
-                     : PrintError(WithoutCredentials(tOptions.strUrl),
+    return bAnswered ? WriteAnswer(tReqInfo.strResponse, tRequest.strOutput)
+                     : PrintError(WithoutCredentials(tRequest.strUrl),
                                   tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
+}
+
+void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest)
+{
+    AddValue(tCommand, "URL", tRequest.strUrl, "TEXT", NotEmpty(), "http or https; without either http")->required();
+    AddValue(tCommand, "-H", tRequest.lstHeader, "'NAME: VALUE'", HeaderLine(), "An additional header line; repeatable")
+        ->allow_extra_args(false);
+    tCommand.add_option("-o", tRequest.strOutput, "Write the answer into this file")->type_name("FILE");
+    tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
+    AddFailFlags(tCommand, tRequest.bFailOnHttpError);
 }
 
 } // namespace
 
-int RunGet(const OPTIONS_t& tOptions)
+void AddRequestCommands(const ADD_COMMAND_t& fnAdd)
 {
-    return RunRequest(tOptions, HTTP_METHOD_GET, "");
-}
-
-int RunPost(const OPTIONS_t& tOptions)
-{
-    if (tOptions.strData.empty() || tOptions.strData.front() != '@')
-    {
-        return RunRequest(tOptions, HTTP_METHOD_POST, tOptions.strData);
-    }
-    const std::string strPath = tOptions.strData.substr(1);
-    std::string strBody;
-    const int nError = ReadFile(strPath, strBody);
-    return nError == 0 ? RunRequest(tOptions, HTTP_METHOD_POST, strBody) : PrintError(strPath, SystemText(nError));
+    const auto ptRequest = std::make_shared<REQUEST_OPTIONS_t>();
+    const auto fnCommand = [ptRequest](HTTP_METHOD_e eMethod)
+    { return [ptRequest, eMethod](const OPTIONS_t& tOptions) { return RunRequest(tOptions, eMethod, *ptRequest); }; };
+    CLI::App& tGet = fnAdd("get", "Print the answer to a GET, within 30 seconds", fnCommand(HTTP_METHOD_GET));
+    CLI::App& tPost = fnAdd("post", "Print the answer to a POST, within 30 seconds", fnCommand(HTTP_METHOD_POST));
+    tPost.add_option("--data", ptRequest->strData, "The body")->type_name("TEXT|@FILE")->required();
+    AddRequestOptions(tGet, *ptRequest);
+    AddRequestOptions(tPost, *ptRequest);
 }

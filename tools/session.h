@@ -1,54 +1,44 @@
 #pragma once
 
 #include <mutex>
-#include <optional>
-#include <string>
 
-#include "veltra/veltra.h"
-
-constexpr int FIRST_HTTP_ERROR = 400; /* status */
-
-/** How a transfer ended; empty for one that never began. */
-typedef std::optional<WQCurl::TRANSFER_REPORT_t> TRANSFER_END_t;
+#include "messages.h"
+#include "options.h"
 
 /**
- * The running engine of one command, and how its transfers end. A verbose session prints the library's log on standard
- * error, printable. Signals reach the thread that made it, never the engine's.
+ * The running engine of one command, with the settings of its options. A verbose session prints the library's log on
+ * standard error, without control characters. Only the thread that created the session receives signals, never the
+ * engine's threads.
  */
 class CSession
 {
 public:
-    explicit CSession(bool bVerbose);
+    /**
+     * @param tOptions must outlive the session
+     * @param bFailOnHttpError a redirect or a status of 400 and more fails each transfer
+     * @throws std::runtime_error if the library refuses the settings
+     */
+    explicit CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError = true);
     ~CSession();
     CSession(const CSession&) = delete;
     CSession& operator=(const CSession&) = delete;
 
     CWebConnector& Engine() { return *CSingleton<CWebConnector>::GetInstance(); }
+    const OPTIONS_t& Options() const { return m_tOptions; }
 
-    /** Ends the engine, and all that is under way. */
-    void End();
-
-    /** As long as the result lives, no transfer comes to its end: each keeps its temporary file and has it open. */
+    /** While the result lives, no transfer ends: each keeps its temporary file, and keeps it open. */
     std::unique_lock<std::mutex> HoldEnds() { return std::unique_lock<std::mutex>(m_tLock); }
 
     /**
-     * Returns, once, how the transfer ended that ended last. That is the own one in a callback, and after a synchronous
-     * call while nothing else is under way.
+     * Returns, once, the report of the transfer that ended last. In a callback that is the callback's own transfer. The
+     * same holds after a synchronous call if no other transfer is running.
      */
     TRANSFER_END_t TakeEnd();
 
 private:
     static void OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUserData);
 
+    const OPTIONS_t& m_tOptions;
     std::mutex m_tLock;
     TRANSFER_END_t m_tLastEnd; /**< guarded by m_tLock */
 };
-
-/** The reason why a transfer failed: "HTTP 404", say, otherwise the library's text. */
-std::string Reason(const TRANSFER_END_t& tEnd);
-
-/** Prints one message of the tool on standard error, what others named made printable. @return the exit status 1 */
-int PrintError(const std::string& strWhat, const std::string& strCause);
-
-/** The words for an errno. */
-std::string SystemText(int nError);

@@ -25,7 +25,7 @@ CStopSignals::~CStopSignals()
     sigemptyset(&tPipe);
     sigaddset(&tPipe, SIGPIPE);
     const timespec tNoWait = {};
-    static_cast<void>(sigtimedwait(&tPipe, nullptr, &tNoWait)); /* it has been seen as an error */
+    static_cast<void>(sigtimedwait(&tPipe, nullptr, &tNoWait)); /* the write reported the error */
     pthread_sigmask(SIG_SETMASK, &m_tBefore, nullptr);
 }
 

@@ -3,9 +3,9 @@
 #include <csignal>
 
 /**
- * The signals that ask the process to end, held back so that they can be asked for, as long as this lives. What the
- * caller has ignored (nohup) stays ignored. A broken pipe is an error of the write then, and no signal. It belongs to
- * the thread that made it; threads that are started meanwhile hold them back, too.
+ * Blocks the signals that ask the process to end while this lives, so that Take() can return them. A signal that the
+ * caller of the process ignores (nohup) stays ignored. SIGPIPE is blocked too, so that only the write fails. The thread
+ * that creates this must also destroy it. Threads that it starts in between inherit the blocked signals.
  */
 class CStopSignals
 {
@@ -15,10 +15,10 @@ public:
     CStopSignals(const CStopSignals&) = delete;
     CStopSignals& operator=(const CStopSignals&) = delete;
 
-    /** Takes a signal that has arrived. @return 0 for none */
+    /** @return a signal that has arrived; 0: none */
     int Take() const;
 
 private:
-    sigset_t m_tStop; /**< those that Take() takes */
+    sigset_t m_tStop; /**< the signals that Take() returns */
     sigset_t m_tBefore;
 };

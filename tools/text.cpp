@@ -10,7 +10,7 @@ namespace
 
 typedef std::unique_ptr<char, decltype(&g_free)> TEXT_PTR_t;
 
-bool DrivesTerminals(gunichar nCharacter)
+bool IsControl(gunichar nCharacter)
 {
     const GUnicodeType eType = g_unichar_type(nCharacter);
     return eType == G_UNICODE_CONTROL || eType == G_UNICODE_FORMAT || eType == G_UNICODE_LINE_SEPARATOR ||
@@ -24,23 +24,16 @@ size_t CharacterColumns(const char* pszCharacter)
     return g_unichar_iszerowidth(nCharacter) != FALSE ? 0 : nVisible;
 }
 
-/** What g_utf8_next_char does, whose cast clang warns of. */
-const char* NextCharacter(const char* psz)
-{
-    return psz + g_utf8_skip[static_cast<unsigned char>(*psz)];
-}
-
 } // namespace
 
 std::string Printable(const std::string& strText)
 {
     const TEXT_PTR_t pszValid(g_utf8_make_valid(strText.data(), static_cast<gssize>(strText.size())), &g_free);
     std::string strResult;
-    for (const char* psz = pszValid.get(); *psz != '\0'; psz = NextCharacter(psz))
+    for (const char* psz = pszValid.get(); *psz != '\0'; psz = g_utf8_find_next_char(psz, nullptr))
     {
-        strResult += DrivesTerminals(g_utf8_get_char(psz))
-                         ? "?"
-                         : std::string(psz, static_cast<size_t>(NextCharacter(psz) - psz));
+        const std::string strCharacter(psz, static_cast<size_t>(g_utf8_find_next_char(psz, nullptr) - psz));
+        strResult += IsControl(g_utf8_get_char(psz)) ? "?" : strCharacter;
     }
     return strResult;
 }
@@ -48,7 +41,7 @@ std::string Printable(const std::string& strText)
 size_t Columns(const std::string& strText)
 {
     size_t nColumns = 0;
-    for (const char* psz = strText.c_str(); *psz != '\0'; psz = NextCharacter(psz))
+    for (const char* psz = strText.c_str(); *psz != '\0'; psz = g_utf8_find_next_char(psz, nullptr))
     {
         nColumns += CharacterColumns(psz);
     }
@@ -58,7 +51,7 @@ size_t Columns(const std::string& strText)
 std::string LastColumns(const std::string& strText, size_t nColumns)
 {
     const char* psz = strText.c_str();
-    for (size_t nLeft = Columns(strText); nLeft > nColumns; psz = NextCharacter(psz))
+    for (size_t nLeft = Columns(strText); nLeft > nColumns; psz = g_utf8_find_next_char(psz, nullptr))
     {
         nLeft -= CharacterColumns(psz);
     }

@@ -7,7 +7,7 @@
 namespace
 {
 
-/** A URL taken apart. */
+/** A parsed URL. */
 class CUrlParts
 {
 public:
@@ -20,7 +20,7 @@ public:
 
     void Set(CURLUPart ePart, const char* pszValue) { curl_url_set(m_pUrl.get(), ePart, pszValue, 0); }
 
-    /** @return empty for a part that is missing */
+    /** @return empty if the part is missing */
     std::string Get(CURLUPart ePart) const
     {
         char* pszValue = nullptr;
@@ -45,7 +45,7 @@ std::string WithoutCredentials(const std::string& strUrl)
     {
         return strUrl;
     }
-    /* In a malformed URL a password may hold any character. */
+    /* A password in a malformed URL may contain any character. */
     const bool bParsed = CUrlParts(strUrl, CURLU_NON_SUPPORT_SCHEME).IsParsed();
     const size_t nEnd = bParsed ? strUrl.find_first_of("/?#", nBegin) : std::string::npos;
     const size_t nAt = strUrl.rfind('@', nEnd);

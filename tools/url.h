@@ -2,11 +2,11 @@
 
 #include <string>
 
-/** A URL, or a proxy, as messages show it: without user and password, even if it is malformed. */
+/** Removes user and password from a URL or a proxy, even if it is malformed. */
 std::string WithoutCredentials(const std::string& strUrl);
 
-/** The host of a URL as it is looked up: in ASCII, an IPv6 address without brackets; empty when it names none. */
+/** @return the host of a URL for a look-up: in ASCII, an IPv6 address without brackets; empty: none */
 std::string HostOf(const std::string& strUrl);
 
-/** "SCHEME://HOST:PORT/" of a URL, without anything else of it; empty when it names no host. */
+/** @return "SCHEME://HOST:PORT/" of a URL; empty if it has no host */
 std::string OriginOf(const std::string& strUrl);

@@ -1,16 +1,15 @@
-# bash completion for veltra: the commands and options that its own help names, and files.
+# bash completion for veltra: completes the commands and options that the tool's help names, and file names.
 
 _veltra()
 {
-    local current=${COMP_WORDS[COMP_CWORD]} command='' word words
-    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in
-        servers | info | fetch | download | get | post | doctor) command=$word && break ;;
-        esac
-    done
+    local current=${COMP_WORDS[COMP_CWORD]} command='' commands word words
     words=$("${COMP_WORDS[0]}" --help 2>/dev/null)
+    commands=$(sed -n '/^S[Uu][Bb][Cc][Oo][Mm][Mm][Aa][Nn][Dd][Ss]:/,$ s/^  \([a-z]\{1,\}\).*/\1/p' <<<"$words")
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        grep -Fqx -- "$word" <<<"$commands" && command=$word && break
+    done
     if [ -z "$command" ] && [[ $current != -* ]]; then
-        words=$(sed -n '/^S[Uu][Bb][Cc][Oo][Mm][Mm][Aa][Nn][Dd][Ss]:/,$ s/^  \([a-z]\{1,\}\).*/\1/p' <<<"$words")
+        words=$commands
     else
         words=$(printf '%s\n' "$words" "${command:+$("${COMP_WORDS[0]}" "$command" --help 2>/dev/null)}" |
             sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/[={[].*//')

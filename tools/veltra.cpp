@@ -1,4 +1,4 @@
-/* The command-line client, over the public API. */
+/* The command-line client of the library. */
 
 #include <clocale>
 #include <csignal>
@@ -8,17 +8,17 @@
 #include <unistd.h>
 
 #include "command_line.h"
-#include "session.h"
+#include "messages.h"
 
 namespace
 {
 
-/** A descriptor that the caller has closed must not become a file's, into which messages would go. */
+/** Opens standard descriptors that the caller has closed. Otherwise a file would get one, and receive messages. */
 void OccupyStandardDescriptors()
 {
     for (int nFile = 0; nFile >= 0 && nFile <= 2;)
     {
-        nFile = open("/dev/null", O_RDONLY | O_CLOEXEC); /* the lowest that is free; writing to it fails */
+        nFile = open("/dev/null", O_RDONLY | O_CLOEXEC); /* the lowest free descriptor; writing to it fails */
         if (nFile > 2)
         {
             close(nFile);
@@ -29,21 +29,18 @@ void OccupyStandardDescriptors()
 int Main(int argc, char** argv)
 {
     OccupyStandardDescriptors();
-    /* A write beyond the limit of a file's size then fails, and says why. */
+    /* A write beyond the limit of a file's size must fail with an error, not end the process. */
     static_cast<void>(signal(SIGXFSZ, SIG_IGN));
-    /* For international host names; no other thread runs yet. */
+    /* International host names need the locale. No other thread runs yet. */
     static_cast<void>(setlocale(LC_CTYPE, "")); // NOLINT(concurrency-mt-unsafe)
-    /* So that bars do not flicker. */
+    /* Print the bars in one write, so that they do not flicker. */
     static_cast<void>(setvbuf(stdout, nullptr, _IOFBF, 65536));
     OPTIONS_t tOptions;
-    COMMAND_t pfnCommand = nullptr;
-    int nStatus = ParseCommandLine(argc, argv, tOptions, pfnCommand);
-    if (pfnCommand != nullptr)
+    COMMAND_t fnCommand;
+    int nStatus = ParseCommandLine(argc, argv, tOptions, fnCommand);
+    if (fnCommand)
     {
-        CAIAuth::SetIdentity(tOptions.tIdentity);
-        nStatus = WQCurl::SetTransferDefaults(tOptions.tTransfer)
-                      ? pfnCommand(tOptions)
-                      : PrintError("cannot go on", "the library refuses the settings of these options");
+        nStatus = fnCommand(tOptions);
     }
     if ((fflush(stdout) != 0 || ferror(stdout) != 0) && nStatus == 0)
     {

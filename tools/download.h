@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+
+#include "veltra/veltra.h"
+
+enum DOWNLOAD_STATE_e
+{
+    DOWNLOAD_WAITING,
+    DOWNLOAD_RUNNING,
+    DOWNLOAD_ARRIVED, /**< received, but not checked yet */
+    DOWNLOAD_DONE,
+    DOWNLOAD_PRESENT, /**< not needed: the file existed before */
+    DOWNLOAD_FAILED,
+    DOWNLOAD_CANCELLED
+};
+
+inline bool IsFinal(DOWNLOAD_STATE_e eState)
+{
+    return eState >= DOWNLOAD_DONE;
+}
+
+/** The state of one download, in the end its result. */
+struct DOWNLOAD_END_t
+{
+    DOWNLOAD_STATE_e eState = DOWNLOAD_WAITING;
+    std::string strReason{};             /**< of a failure */
+    WQCurl::TRANSFER_REPORT_t tReport{}; /**< of the transfer; empty if none was started */
+};
+
+/** The word for the result of a download, in tables and JSON. */
+inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
+{
+    switch (tEnd.eState)
+    {
+    case DOWNLOAD_DONE:
+        return "done";
+    case DOWNLOAD_PRESENT:
+        return "present";
+    case DOWNLOAD_CANCELLED:
+        return "cancelled";
+    default:
+        return "failed";
+    }
+}
+
+/** One file to download. */
+struct DOWNLOAD_t
+{
+    std::string strUrl;
+    std::string strFile;
+    long long nSize = -1;    /**< the expected size in bytes; -1: any */
+    std::string strSha256{}; /**< the expected checksum in small letters; empty: any */
+    bool bDurable = false;   /**< the data are in storage before the target is replaced, the name before it is done */
+    std::string strEntry{};  /**< the identifier of the document's entry; empty: none */
+    DOWNLOAD_END_t tEnd{};
+};

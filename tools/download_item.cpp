@@ -1,0 +1,199 @@
+#include "download_item.h"
+
+#include <cerrno>
+#include <curl/curl.h>
+#include <unistd.h>
+
+#include "download_target.h"
+#include "text.h"
+
+namespace
+{
+
+constexpr int RESULT_STARTED = 1;
+
+std::string TakeFailure(int nError)
+{
+    const bool bAnother = nError == EBUSY || nError == ENOENT || nError == ELOOP;
+    return bAnother ? "another process has removed or replaced it" : SystemText(nError);
+}
+
+} // namespace
+
+CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload)
+    : m_tContext(tContext), m_tDownload(tDownload), m_strName(Printable(tDownload.strFile))
+{
+}
+
+void CDownloadItem::Start()
+{
+    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double /*dSpeed*/, void* pItem)
+    { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType, nPercent); };
+    m_Begin();
+    CWebConnector& tEngine = m_tContext.tSession.Engine();
+    m_nId = tEngine.CreateDownloadId();
+    const auto tNoEnd = m_tContext.tSession.HoldEnds();
+    if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
+    {
+        m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
+        return;
+    }
+    m_nTakeError = m_tHeld.Take(TempPath(m_tDownload));
+    if (m_nTakeError != 0)
+    {
+        tEngine.CancelDownload(m_nId, true);
+    }
+}
+
+void CDownloadItem::RunSync()
+{
+    if (!m_Begin())
+    {
+        return;
+    }
+    std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
+    const bool bCreated = m_tHeld.Create(TempPath(m_tDownload)) == 0;
+    tGuard.unlock();
+    if (!bCreated)
+    {
+        m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
+        return;
+    }
+    CSession& tSession = m_tContext.tSession;
+    const bool bReceived = tSession.Engine().SyncDownloadFile(m_tDownload.strUrl, EnginePath(m_tDownload),
+                                                              m_tContext.tOptions.nTimeoutSeconds,
+                                                              tSession.Options().tTransfer.nConnectTimeout);
+    if (!bReceived)
+    {
+        RemoveHeld(m_tDownload, m_tHeld);
+    }
+    m_OnEvent(bReceived ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL, 0);
+}
+
+void CDownloadItem::Finish()
+{
+    if (State() == DOWNLOAD_ARRIVED)
+    {
+        const std::string strFailure = CheckAndMove(m_tDownload, m_tHeld);
+        m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
+    }
+}
+
+void CDownloadItem::Cancel(int nExitStatus)
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    if (m_tDownload.tEnd.eState == DOWNLOAD_WAITING)
+    {
+        m_tDownload.tEnd.eState = DOWNLOAD_CANCELLED;
+    }
+    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING && !m_tContext.tOptions.bSync)
+    {
+        m_tContext.tSession.Engine().CancelDownload(m_nId, true);
+    }
+    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING)
+    {
+        RemoveHeld(m_tDownload, m_tHeld);
+        _exit(nExitStatus);
+    }
+}
+
+DOWNLOAD_STATE_e CDownloadItem::State() const
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    return m_tDownload.tEnd.eState;
+}
+
+DOWNLOAD_END_t CDownloadItem::End() const
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    return m_tDownload.tEnd;
+}
+
+PROGRESS_t CDownloadItem::Progress()
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    PROGRESS_t tProgress;
+    tProgress.strName = m_strName;
+    const long long nTempSize = FileSize(TempPath(m_tDownload));
+    tProgress.nBytes = std::max(nTempSize >= 0 ? nTempSize : FileSize(EnginePath(m_tDownload)), 0LL);
+    tProgress.bTotalEstimated = m_tDownload.nSize <= 0;
+    tProgress.nTotal = tProgress.bTotalEstimated ? m_nEstimatedTotal : m_tDownload.nSize;
+    tProgress.nPercent = m_nPercent;
+    if (tProgress.nTotal > 0)
+    {
+        tProgress.nPercent = static_cast<int>(std::min(tProgress.nBytes * 100 / tProgress.nTotal, 100LL));
+    }
+    tProgress.dSpeed = m_tSpeedometer.Measure(tProgress.nBytes);
+    return tProgress;
+}
+
+/** @return false for a download that has been cancelled */
+bool CDownloadItem::m_Begin()
+{
+    if (m_tContext.tOptions.bForce)
+    {
+        RemoveLeftOvers(m_tDownload);
+    }
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    const bool bWaiting = m_tDownload.tEnd.eState == DOWNLOAD_WAITING;
+    m_tDownload.tEnd.eState = bWaiting ? DOWNLOAD_RUNNING : m_tDownload.tEnd.eState;
+    m_tSpeedometer = CSpeedometer();
+    return bWaiting;
+}
+
+void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason)
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    m_tDownload.tEnd.eState = eState;
+    m_tDownload.tEnd.strReason = strReason;
+    if (IsFinal(eState))
+    {
+        m_tHeld.Close();
+    }
+    m_tContext.tChange.notify_one();
+}
+
+/* On the thread of the transfer. */
+void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent)
+{
+    if (eType == DOWNLOAD_TYPE_PROGRESS)
+    {
+        const long long nBytes = FileSize(TempPath(m_tDownload));
+        const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+        m_nPercent = nPercent > 0 ? nPercent : m_nPercent;
+        m_nEstimatedTotal = nPercent > 0 ? nBytes * 100 / nPercent : 0;
+        return;
+    }
+    const TRANSFER_END_t tTransferEnd = m_tContext.tSession.TakeEnd();
+    {
+        const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+        m_tDownload.tEnd.tReport = tTransferEnd.value_or(WQCurl::TRANSFER_REPORT_t());
+    }
+    if (m_nTakeError != 0)
+    {
+        m_SetEnd(DOWNLOAD_FAILED, TempPath(m_tDownload) + ": " + TakeFailure(m_nTakeError));
+    }
+    else if (eType == DOWNLOAD_TYPE_SUCCESS)
+    {
+        m_SetEnd(DOWNLOAD_ARRIVED);
+    }
+    else if (eType == DOWNLOAD_TYPE_CANCEL)
+    {
+        m_SetEnd(DOWNLOAD_CANCELLED);
+    }
+    else
+    {
+        m_SetEnd(DOWNLOAD_FAILED, m_FailureReason(tTransferEnd));
+    }
+}
+
+std::string CDownloadItem::m_FailureReason(const TRANSFER_END_t& tTransferEnd) const
+{
+    if (!tTransferEnd.has_value() || tTransferEnd->nResultCode != CURLE_WRITE_ERROR)
+    {
+        return Reason(tTransferEnd);
+    }
+    /* The engine does not report the cause. Its file still exists, so that another write fails in the same way. */
+    const int nError = m_tHeld.WriteError();
+    return nError == 0 ? "the file cannot be written" : SystemText(nError);
+}

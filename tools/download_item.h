@@ -1,0 +1,64 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+
+#include "download_run.h"
+#include "held_file.h"
+#include "speedometer.h"
+
+/** The state that the downloads of one run share. */
+struct DOWNLOAD_CONTEXT_t
+{
+    CSession& tSession;
+    const DOWNLOAD_OPTIONS_t& tOptions;
+    std::mutex tLock{};                /**< guards the state of all downloads */
+    std::condition_variable tChange{}; /**< is notified when a state changes */
+};
+
+/** One download of a run: its transfer, its files and its result. The owner calls it on one thread, but for RunSync().
+ */
+class CDownloadItem
+{
+public:
+    /** @param tDownload receives the result; it must outlive this */
+    CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload);
+
+    /** Starts the transfer; its result becomes visible in State(). */
+    void Start();
+
+    /** Runs a synchronous transfer, unless it has been cancelled; on any thread. */
+    void RunSync();
+
+    /** Checks a file that has arrived and moves it to its target. */
+    void Finish();
+
+    /**
+     * Cancels the download unless it has ended. A running synchronous download cannot be cancelled: this removes its
+     * files and exits the process with the status.
+     */
+    void Cancel(int nExitStatus);
+
+    const std::string& Name() const { return m_strName; } /**< printable */
+    DOWNLOAD_STATE_e State() const;
+    DOWNLOAD_END_t End() const;
+    PROGRESS_t Progress();
+
+private:
+    bool m_Begin();
+    void m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason = "");
+    void m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent);
+    std::string m_FailureReason(const TRANSFER_END_t& tTransferEnd) const;
+
+    DOWNLOAD_CONTEXT_t& m_tContext;
+    DOWNLOAD_t& m_tDownload; /**< its result is guarded by the context's lock */
+    const std::string m_strName;
+    int m_nId = 0;
+    CHeldFile m_tHeld;    /**< while it runs */
+    int m_nTakeError = 0; /**< errno of m_tHeld.Take(); 0: none */
+    CSpeedometer m_tSpeedometer;
+
+    /* Guarded by the context's lock. */
+    int m_nPercent = -1;
+    long long m_nEstimatedTotal = 0;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "options.h"
+
+/** Adds the options that every command takes, and sets their defaults. */
+void AddGeneralOptions(CLI::App& tApp, OPTIONS_t& tOptions);
+
+/** Adds -4 and -6. */
+void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer);

@@ -1,0 +1,80 @@
+#include "messages.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <curl/curl.h>
+#include <system_error>
+
+#include "text.h"
+#include "url.h"
+
+namespace
+{
+
+/** Explains a failure that a host name with non-ASCII letters caused. @return empty for any other failure */
+std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    const bool bInternational = std::any_of(tReport.strUrl.begin(), tReport.strUrl.end(),
+                                            [](char c) { return static_cast<unsigned char>(c) > 0x7f; });
+    const bool bMalformed = tReport.nResultCode == CURLE_URL_MALFORMAT;
+    if (!bInternational || (!bMalformed && tReport.nResultCode != CURLE_COULDNT_RESOLVE_HOST))
+    {
+        return "";
+    }
+    if ((curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_IDN) == 0)
+    {
+        return "; this libcurl takes an international host name only in its form that begins with xn--";
+    }
+    return bMalformed ? "; an international host name takes a locale of its encoding, such as LC_ALL=C.UTF-8" : "";
+}
+
+} // namespace
+
+int PrintError(const std::string& strSubject, const std::string& strCause)
+{
+    static_cast<void>(fflush(stdout));
+    static_cast<void>(fprintf(stderr, "veltra: %s: %s\n", Printable(strSubject).c_str(), Printable(strCause).c_str()));
+    return 1;
+}
+
+int PrintUsageError(const std::string& strFault, const std::string& strCommand)
+{
+    static_cast<void>(fprintf(stderr, "veltra: %s\nTry 'veltra %s%s--help'.\n", Printable(strFault).c_str(),
+                              strCommand.c_str(), strCommand.empty() ? "" : " "));
+    return 2;
+}
+
+std::string Reason(const TRANSFER_END_t& tEnd)
+{
+    if (!tEnd.has_value())
+    {
+        return "the transfer was not started, or was ended early";
+    }
+    const WQCurl::TRANSFER_REPORT_t& tReport = *tEnd;
+    std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
+    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
+    {
+        return tReport.strErrorMsg + " (--max-size)";
+    }
+    if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
+    {
+        return strStatus;
+    }
+    if (!tReport.strRedirectUrl.empty())
+    {
+        return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ", which is not followed";
+    }
+    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
+           HintAtName(tReport);
+}
+
+std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    return Format("look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f", tReport.dLookUp,
+                  tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal);
+}
+
+std::string SystemText(int nError)
+{
+    return std::generic_category().message(nError);
+}

@@ -1,0 +1,38 @@
+#include "shared_options.h"
+
+#include "option_values.h"
+
+void AddFailFlags(CLI::App& tCommand, bool& bFail)
+{
+    const std::string strDefault = " (the default)";
+    tCommand.add_flag_callback(
+        "--fail", [&bFail] { bFail = true; },
+        "Fail with a redirect or a status of 400 and more" + (bFail ? strDefault : ""));
+    tCommand.add_flag_callback(
+        "--no-fail", [&bFail] { bFail = false; }, "Accept every status" + (bFail ? "" : strDefault));
+}
+
+void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
+{
+    CLI::Option* pId = tCommand.add_option("--id", tChoice.vecId, "Entries with these identifiers; repeatable")
+                           ->type_name("ID[,ID]")
+                           ->delimiter(',')
+                           ->allow_extra_args(false);
+    const auto fnAdd = [&](const char* pszName, ENTRIES_e eEntries, const char* pszDescription)
+    {
+        const auto fnChoose = [&tChoice, eEntries] { tChoice.eEntries = eEntries; };
+        return tCommand.add_flag_callback(pszName, fnChoose, pszDescription)->excludes(pId);
+    };
+    CLI::Option* pCert = fnAdd("--cert", ENTRIES_CERT, "The CERT entries");
+    fnAdd("--default", ENTRIES_DEFAULT, "The entries that are marked for boot")->excludes(pCert);
+}
+
+void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions)
+{
+    AddValue(tCommand, "--jobs", tOptions.nJobs, "N", Number(1, 1000), "Downloads at the same time")
+        ->capture_default_str();
+    tCommand.add_flag("--durable", tOptions.bDurable, "Flush each file to storage before it counts as done");
+    tCommand.add_flag("-q", tOptions.bQuiet, "Print errors only");
+    tCommand.add_flag("--json", tOptions.bJson, "Print JSON, at the end");
+    AddFailFlags(tCommand, tOptions.bFailOnHttpError);
+}

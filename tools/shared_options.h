@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include "download_run.h"
+#include "query.h"
+
+/* Options that several commands share. The records must outlive the parser. */
+
+/** Adds --fail and --no-fail. @param bFail has the command's default */
+void AddFailFlags(CLI::App& tCommand, bool& bFail);
+
+/** Adds --id, --cert and --default. */
+void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice);
+
+/** Adds the options of every command that downloads. */
+void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions);
