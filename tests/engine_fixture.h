@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "calls.h"
 #include "loopback_server.h"
 #include "test_helpers.h"
 #include "veltra/veltra.h"
@@ -94,8 +95,13 @@ struct OUTCOME_t
         ptOutcome->eType = eType;
         ptOutcome->dSpeed = dSpeed;
         ptOutcome->fnOnEvent();
-        eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->vecPercent.push_back(nPercent) : void();
-        (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
+        if (eType == DOWNLOAD_TYPE_PROGRESS)
+        {
+            ptOutcome->vecPercent.push_back(nPercent);
+            ptOutcome->tProgress.Open();
+            return;
+        }
+        ptOutcome->tEnded.Open();
     }
 
     bool Start(CWebConnector& tEngine, _HTTP_REQ_INFO_t tRequest)
@@ -153,6 +159,9 @@ protected:
         m_ptEngine.reset();
         m_tServer.reset();
         EXPECT_EQ(CountDescriptors(), m_nDescriptors);
+        g_tCalls.bHurry = false;
+        g_tCalls.nSecondsAsleep = 0;
+        LimitFiles(RLIM_INFINITY);
         std::filesystem::remove_all(m_strFolder);
     }
 
@@ -287,10 +296,18 @@ private:
             tConnection.Answer(tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
         }
-        strEnd == STALL                     ? tConnection.Stall()
-        : strEnd == "/reset"                ? tConnection.Reset()
-        : strEnd == "/cut" || strEnd == RAW ? tConnection.Shutdown()
-                                            : void();
+        if (strEnd == STALL)
+        {
+            tConnection.Stall();
+        }
+        if (strEnd == "/reset")
+        {
+            tConnection.Reset();
+        }
+        if (strEnd == "/cut" || strEnd == RAW)
+        {
+            tConnection.Shutdown();
+        }
     }
 
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
