@@ -1,4 +1,4 @@
-/* What happens when memory runs out: the n-th allocation of a thread fails, for every n, and so do all large ones. */
+/* Lack of memory: the n-th allocation of a thread fails, for every n, and so do all large ones. */
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 
 #include "engine_fixture.h"
 
-thread_local int t_nAllocationsToFailure = -1;
+thread_local bool t_bMayLackMemory = false;
 
 namespace
 {
@@ -17,11 +17,8 @@ thread_local long t_nAllocations = 0;
 
 void* Allocate(size_t nSize)
 {
-    if (nSize > g_nLargest || (t_nAllocationsToFailure >= 0 && t_nAllocationsToFailure-- == 0))
-    {
-        return nullptr;
-    }
-    return malloc(nSize);
+    const bool bFails = t_bMayLackMemory && strcmp(g_tCalls.pszFailing, "new") == 0 && g_tCalls.nUntilFailure-- == 0;
+    return bFails || nSize > g_nLargest ? nullptr : malloc(nSize);
 }
 
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
@@ -29,10 +26,12 @@ void FailEveryAllocation(
     const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
+    g_tCalls.pszFailing = "new";
     for (bool bMet = true; bMet; ++nRounds)
     {
         SCOPED_TRACE("with allocation " + std::to_string(nRounds) + " failing");
-        t_nAllocationsToFailure = nRounds;
+        g_tCalls.nUntilFailure = nRounds;
+        t_bMayLackMemory = true;
         try
         {
             fnOperation();
@@ -40,8 +39,12 @@ void FailEveryAllocation(
         catch (const std::bad_alloc&)
         {
         }
-        bMet = std::exchange(t_nAllocationsToFailure, -1) < 0;
-        bMet ? fnCheckAfterFailure() : void();
+        t_bMayLackMemory = false;
+        bMet = g_tCalls.nUntilFailure < 0;
+        if (bMet)
+        {
+            fnCheckAfterFailure();
+        }
     }
     EXPECT_GT(nRounds, 1);
 }
@@ -108,25 +111,19 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
 
 TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
 {
-    const std::string strTagged =
-        "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nETag: \"" + std::string(60000, 't') + "\"\r\n\r\n";
-    const auto fnServe = [&](CConnection& tConnection, const REQUEST_t& tRequest)
-    {
-        tRequest.strPath == "/tag" ? tConnection.Send(strTagged)
-                                   : tConnection.Answer(std::string(tRequest.strPath == "/large" ? 1200000 : 5, 'l'));
-    };
-    CLoopbackServer tServer(fnServe);
-    g_nLargest = 1500000; // the body itself, but not the next power of two, to which it would grow
     OUTCOME_t tLarge;
-    EXPECT_TRUE(tLarge.Start(*m_ptEngine, GetRequest(tServer.Url("/large"))));
-    EXPECT_TRUE(Get(tServer.Url("/small")));
+    g_nLargest = 1500000; // the body itself, but not the next power of two, to which it would grow
+    EXPECT_TRUE(Start(tLarge, Url("/1200000")));
+    EXPECT_TRUE(Get(Url("/5")));
     EXPECT_TRUE(tLarge.tEnded.Wait());
-    g_nLargest = 50000;
-    m_tSettings.nResumeAttempts = 1; // keeps the tag
-    EXPECT_EQ(Download(tServer.Url("/tag")), DOWNLOAD_TYPE_FAIL);
-    g_nLargest = SIZE_MAX;
     EXPECT_FALSE(tLarge.bResult);
     EXPECT_NE(tLarge.strError.find("writ"), std::string::npos) << tLarge.strError;
+
+    m_tSettings.nResumeAttempts = 1; // keeps the tag
+    m_strRaw = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nETag: \"" + std::string(60000, 't') + "\"\r\n\r\n";
+    g_nLargest = 50000;
+    EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
+    g_nLargest = SIZE_MAX;
 }
 
 TEST_F(CEngineTest, WorkerAllocatesNothingForRequestsOnceTheEngineIsWarm)

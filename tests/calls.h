@@ -9,7 +9,7 @@ struct CALLS_t
     std::atomic<int> nUntilFailure{-1};      /**< calls that succeed before that one; negative: none fails */
     std::atomic<int> nError{0};              /**< errno of the failure */
 
-    std::atomic<bool> bNameServerSilent{false};       /**< the look-up of "silent.invalid" does not end */
+    std::atomic<bool> bNameServerSilent{false};       /**< look-ups of "counted.invalid" do not end */
     std::atomic<int> nLookUps{0};                     /**< look-ups of "counted.invalid" */
     std::atomic<int> nFamily{-1};                     /**< address family of the last of them */
     std::atomic<const char*> pszAddress{"127.0.0.1"}; /**< result of the next of them; null: none */

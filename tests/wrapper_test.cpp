@@ -20,31 +20,27 @@ std::string Repeat(const std::string& strPart, size_t nTimes)
     return strAll;
 }
 
-/** Listens on 127.0.0.1 with a full queue, so that connections to it are neither accepted nor refused. */
-class CSilentAddress
+/** Listens on 127.0.0.1 with a full queue, so that a connection to it is neither accepted nor refused. */
+struct SILENT_ADDRESS_t
 {
-public:
-    CSilentAddress()
+    SILENT_ADDRESS_t()
     {
         sockaddr_in tAddress{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t nSize = sizeof tAddress;
         auto* ptAddress = reinterpret_cast<sockaddr*>(&tAddress);
-        EXPECT_EQ(bind(m_arrSockets[0], ptAddress, nSize) + listen(m_arrSockets[0], 0), 0);
-        EXPECT_EQ(getsockname(m_arrSockets[0], ptAddress, &nSize), 0);
-        m_nPort = ntohs(tAddress.sin_port);
-        for (const int nSocket : m_arrSockets)
-        {
-            connect(nSocket, ptAddress, nSize); // fails for the first, which listens
-        }
+        std::generate(std::begin(arrSockets), std::end(arrSockets),
+                      [] { return socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0); });
+        EXPECT_EQ(bind(arrSockets[0], ptAddress, nSize), 0);
+        EXPECT_EQ(listen(arrSockets[0], 0), 0);
+        EXPECT_EQ(getsockname(arrSockets[0], ptAddress, &nSize), 0);
+        std::for_each(&arrSockets[1], std::end(arrSockets),
+                      [&](int nSocket) { return connect(nSocket, ptAddress, nSize); });
+        strPort = std::to_string(ntohs(tAddress.sin_port));
     }
-    ~CSilentAddress() { std::for_each(std::begin(m_arrSockets), std::end(m_arrSockets), &close); }
+    ~SILENT_ADDRESS_t() { std::for_each(std::begin(arrSockets), std::end(arrSockets), &close); }
 
-    int m_nPort = 0;
-
-private:
-    static int Socket() { return socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0); }
-
-    const int m_arrSockets[5] = {Socket(), Socket(), Socket(), Socket(), Socket()};
+    int arrSockets[5] = {};
+    std::string strPort;
 };
 
 } // namespace
@@ -110,10 +106,7 @@ TEST_F(CWrapperTest, AnswerThatBreaksOffInItsHeaderLinesFails)
         {
             SCOPED_TRACE(strCut + (bReused ? ", on a used connection" : ""));
             EXPECT_TRUE(!bReused || Get(Url()));
-            const std::string strAnswer = Answer(Url(RAW));
-            EXPECT_EQ(strAnswer.substr(0, 8), "failed: ");
-            EXPECT_GT(strAnswer.size(), 8U);
-
+            EXPECT_FALSE(Get(Url(RAW)));
             std::ofstream(Path("file")) << "old";
             EXPECT_TRUE(!bReused || Get(Url()));
             EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
@@ -187,19 +180,22 @@ TEST_F(CWrapperTest, WriteThatFailsOnWhatLibcurlHeldBackFailsTheTransfer)
 
 TEST_F(CWrapperTest, CancelsInEveryState)
 {
-    CSilentAddress tSilent;
+    const SILENT_ADDRESS_t tSilent;
     g_tCalls.bNameServerSilent = true;
     const std::string arrUrls[] = {
-        Url(STALL),                                              // stalls after the request
-        SilentTlsUrl(),                                          // is in a TLS handshake, without turns from libcurl
-        "http://silent.invalid/",                                // looks the name up
-        "http://two.invalid:" + std::to_string(tSilent.m_nPort), // tries a silent address and one that refuses
+        Url(STALL),                              // stalls after the request
+        SilentTlsUrl(),                          // is in a TLS handshake, without turns from libcurl
+        "http://counted.invalid/",               // looks the name up
+        "http://two.invalid:" + tSilent.strPort, // tries a silent address and one that refuses
     };
     OUTCOME_t arrDownloads[4];
     for (OUTCOME_t& tDownload : arrDownloads)
     {
         const auto nIndex = &tDownload - arrDownloads;
         ASSERT_EQ(Start(tDownload, arrUrls[nIndex], std::to_string(nIndex)), 1);
+    }
+    for (OUTCOME_t& tDownload : arrDownloads)
+    {
         EXPECT_TRUE(tDownload.tProgress.Wait());
     }
     std::this_thread::sleep_for(300ms); // the states are reached; cancelling earlier is easier
@@ -242,7 +238,8 @@ TEST_F(CWrapperTest, SilentPeersAreGivenUp)
     EXPECT_LT(SecondsOf([&] { EXPECT_TRUE(tConnecting.tEnded.Wait()); }), 25);
     EXPECT_EQ(tConnecting.eType, DOWNLOAD_TYPE_FAIL);
     m_tSettings.nConnectTimeout = 30;
-    EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(SilentTlsUrl(), "sync", 0, 1)); }), 25) << "the caller's limit";
+    EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(SilentTlsUrl(), "handshake", 0, 1)); }), 25)
+        << "the caller's limit";
     tCaller.join();
     m_ptEngine->Destroy();
 }
@@ -257,7 +254,11 @@ TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
             ++nConnections;
             m_tArrived.Open();
             EXPECT_TRUE(tRequest.strPath != GATED || m_tGoOn.Wait());
-            std::exchange(t_bUsed, true) ? tConnection.Shutdown() : static_cast<void>(tConnection.Answer("answer"));
+            if (std::exchange(t_bUsed, true))
+            {
+                return tConnection.Shutdown();
+            }
+            tConnection.Answer("answer");
         });
     for (int i = 0; i < 21; ++i)
     {
