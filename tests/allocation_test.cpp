@@ -13,7 +13,6 @@ namespace
 {
 
 std::atomic<size_t> g_nLargest{SIZE_MAX};
-thread_local long t_nAllocations = 0;
 
 void* Allocate(size_t nSize)
 {
@@ -26,11 +25,10 @@ void FailEveryAllocation(
     const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
-    g_tCalls.pszFailing = "new";
     for (bool bMet = true; bMet; ++nRounds)
     {
         SCOPED_TRACE("with allocation " + std::to_string(nRounds) + " failing");
-        g_tCalls.nUntilFailure = nRounds;
+        g_tCalls.Fail("new", ENOMEM, nRounds);
         t_bMayLackMemory = true;
         try
         {
@@ -53,7 +51,6 @@ void FailEveryAllocation(
 
 void* operator new(size_t nSize)
 {
-    ++t_nAllocations;
     void* pMemory = Allocate(nSize);
     return pMemory != nullptr ? pMemory : throw std::bad_alloc();
 }
@@ -124,21 +121,6 @@ TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
     g_nLargest = 50000;
     EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
     g_nLargest = SIZE_MAX;
-}
-
-TEST_F(CEngineTest, WorkerAllocatesNothingForRequestsOnceTheEngineIsWarm)
-{
-    OUTCOME_t tOutcome;
-    long nAllocated = 0, nBefore = 0;
-    tOutcome.fnOnEvent = [&] { nAllocated = t_nAllocations - std::exchange(nBefore, t_nAllocations); };
-    int nInARow = 0;
-    for (int i = 1; i <= 1000 && nInARow < 10; ++i)
-    {
-        EXPECT_TRUE(Start(tOutcome, Url()));
-        EXPECT_TRUE(tOutcome.tEnded.Wait(i));
-        nInARow = nAllocated == 0 ? nInARow + 1 : 0;
-    }
-    EXPECT_EQ(nInARow, 10);
 }
 
 TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy

@@ -5,6 +5,14 @@
 /** Controls the functions that calls.cpp defines in the place of the system's and libcurl's. */
 struct CALLS_t
 {
+    /** Lets a call of a function fail, after some that succeed. */
+    void Fail(const char* pszName, int eError, int nSucceeding = 0)
+    {
+        pszFailing = pszName;
+        nError = eError;
+        nUntilFailure = nSucceeding;
+    }
+
     std::atomic<const char*> pszFailing{""}; /**< name of the function of which a call fails */
     std::atomic<int> nUntilFailure{-1};      /**< calls that succeed before that one; negative: none fails */
     std::atomic<int> nError{0};              /**< errno of the failure */

@@ -38,7 +38,7 @@ protected:
             for (const int nError : {EINTR, EIO})
             {
                 int nCall = 0;
-                for (g_tCalls.nError = nError; Fail(strName, nCall, fnOperation); ++nCall)
+                for (; Fail(strName, nError, nCall, fnOperation); ++nCall)
                 {
                 }
                 EXPECT_GT(nCall, 0) << strName << " is never called";
@@ -46,10 +46,10 @@ protected:
         }
     }
 
-    /** @return whether there has been such a call */
-    bool Fail(const std::string& strName, int nCall, const std::function<bool()>& fnOperation)
+    /** Runs the operation with one call failing. @return whether there has been such a call */
+    bool Fail(const std::string& strName, int nError, int nCall, const std::function<bool()>& fnOperation)
     {
-        SCOPED_TRACE("call " + std::to_string(nCall) + " of " + strName + ": " + strerror(g_tCalls.nError));
+        SCOPED_TRACE("call " + std::to_string(nCall) + " of " + strName + ": " + strerror(nError));
         std::ofstream(Path("file")) << "old";
         std::filesystem::remove(Path("file.bak"));
         if (m_bKeeps)
@@ -57,8 +57,7 @@ protected:
             std::ofstream(Path("file.bak"));
         }
         m_tServer.emplace(m_fnServe);
-        g_tCalls.pszFailing = strName.c_str();
-        g_tCalls.nUntilFailure = nCall;
+        g_tCalls.Fail(strName.c_str(), nError, nCall);
         bool bDone = false;
         EXPECT_LT(SecondsOf([&] { bDone = fnOperation(); }), 25) << "waited for a time-out";
         const bool bMet = g_tCalls.nUntilFailure < 0;
@@ -94,7 +93,7 @@ protected:
         return bDone;
     }
 
-    /** In an engine of its own, which must be of use afterwards. */
+    /** Starts a transfer in an engine of its own, which must be of use afterwards. @return whether it succeeds */
     bool Run(const std::function<bool(OUTCOME_t&)>& fnStart)
     {
         OUTCOME_t tOutcome;

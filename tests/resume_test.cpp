@@ -273,6 +273,7 @@ TEST_F(CResumeTest, PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
     EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tEnded.eType, DOWNLOAD_TYPE_FAIL);
 
+    m_tSettings.nResumeAttempts = 2;
     std::atomic<bool> bEnded{false};
     std::thread tTraveller([&] { WaitUntil([&] { return WQCurl::NetworkChanged(), bEnded.load(); }); });
     EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync")); }), 25);

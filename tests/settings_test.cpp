@@ -296,13 +296,9 @@ TEST_F(CSettingsTest, ObserverKnowsWhyAndHowEachTransferEnded)
     };
     ASSERT_TRUE(Start(tOutcome, "http://127.0.0.1:1/"));
     EXPECT_TRUE(tOutcome.tEnded.Wait());
-    rlimit tLimit{};
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &tLimit), 0);
-    const rlimit tNone{3, tLimit.rlim_max};
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &tNone), 0);
     WQCurl::NetworkChanged(); // connects again
+    g_tCalls.Fail("socket", EMFILE);
     EXPECT_FALSE(Get(Url()));
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &tLimit), 0);
     EXPECT_EQ(m_tReport.nSystemError, EMFILE);
 
     CLoopbackServer tTls(m_fnServe, true);

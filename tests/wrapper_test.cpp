@@ -63,32 +63,35 @@ protected:
         EXPECT_TRUE(m_tMulti.addHandle(&tEasy));
     }
 
-    /** Takes steps until a transfer ends, and removes it. */
-    WQCurl::WQCurlMulti::MultiMsg Run(const std::function<void()>& fnAfterStep = [] {})
+    /** Takes steps until a transfer ends, and removes it. @return whether it succeeded */
+    bool Run(
+        const WQCurl::WQCurlEasy& tEasy, const std::function<void()>& fnAfterStep = [] {})
     {
         WQCurl::WQCurlMulti::MultiMsg tMsg;
-        for (int i = 0; i < 10000 && tMsg.pEasyHandle == nullptr; ++i)
+        const auto tLatest = std::chrono::steady_clock::now() + 30s;
+        while (tMsg.pEasyHandle == nullptr && std::chrono::steady_clock::now() < tLatest)
         {
             EXPECT_TRUE(m_tMulti.fdSelect(m_nRunning));
             fnAfterStep();
             tMsg = m_tMulti.InfoRead();
         }
+        EXPECT_EQ(tMsg.pEasyHandle, &tEasy);
         EXPECT_EQ(tMsg.strErrorMsg.empty(), tMsg.bResult);
-        EXPECT_TRUE(m_tMulti.removeHandle(tMsg.pEasyHandle));
-        return tMsg;
+        EXPECT_TRUE(m_tMulti.removeHandle(&tEasy));
+        return tMsg.bResult;
     }
 
-    /** Takes steps for a time. @return how many */
-    int CountSteps(std::chrono::milliseconds tLength, bool bResult)
+    /** Takes steps for a time, in each of which a function may fail. @return how many */
+    int CountSteps(std::chrono::milliseconds tLength, const char* pszFailing = "")
     {
         int nSteps = 0;
         for (const auto tEnd = std::chrono::steady_clock::now() + tLength; std::chrono::steady_clock::now() < tEnd;)
         {
-            g_tCalls.nUntilFailure = 0; // if there is a function to fail
-            EXPECT_EQ(m_tMulti.fdSelect(m_nRunning), bResult);
+            g_tCalls.Fail(pszFailing, EBADF);
+            EXPECT_EQ(m_tMulti.fdSelect(m_nRunning), *pszFailing == '\0');
             ++nSteps;
         }
-        g_tCalls.nUntilFailure = -1;
+        g_tCalls.Fail("", 0);
         return nSteps;
     }
 
@@ -157,7 +160,7 @@ TEST_F(CWrapperTest, NoTransferHoldsAStepForLong)
             EXPECT_LE(s_nBytes, 5000000U);
             nReceived += s_nBytes.exchange(0);
         };
-        EXPECT_TRUE(Run(fnAfterStep).bResult);
+        EXPECT_TRUE(Run(tEasy, fnAfterStep));
         EXPECT_EQ(nReceived, nLength);
     }
 }
@@ -320,7 +323,7 @@ TEST_F(CWrapperTest, CallbacksThatFailOrRaiseASignalEndTheirTransfer)
     {
         WQCurl::WQCurlEasy tEasy;
         Add(tEasy, Url("/7"), pfnWrite, pfnProgress);
-        EXPECT_EQ(Run().bResult, bResult) << "case " << &bResult - &std::get<0>(arrCases[0]);
+        EXPECT_EQ(Run(tEasy), bResult) << "case " << &bResult - &std::get<0>(arrCases[0]);
     }
 }
 
@@ -330,10 +333,7 @@ TEST_F(CWrapperTest, StepsDoNotSpin)
     WQCurl::WQCurlEasy tBroken;
     WQCurl::WQCurlEasy tWhole;
     Add(tStalled, Url(STALL));
-    g_tCalls.pszFailing = "epoll_wait";
-    g_tCalls.nError = EBADF;
-    EXPECT_LE(CountSteps(300ms, false), 100) << "a wait that fails is repeated after a pause";
-    g_tCalls.pszFailing = "";
+    EXPECT_LE(CountSteps(300ms, "epoll_wait"), 100) << "a wait that fails is repeated after a pause";
 
     static std::vector<int> s_vecCopies; // of the sockets, as a process has that the application forks
     const auto pfnCopy = [](char*, size_t nSize, size_t nCount, void* pServer)
@@ -343,11 +343,11 @@ TEST_F(CWrapperTest, StepsDoNotSpin)
         return nSize * nCount;
     };
     Add(tBroken, Url("/7/cut"), pfnCopy);
-    EXPECT_FALSE(Run().bResult);
+    EXPECT_FALSE(Run(tBroken));
     m_strRaw = OK + "Content-Length: 6\r\n\r\nanswer";
     Add(tWhole, Url(RAW));
-    EXPECT_TRUE(Run().bResult);
-    EXPECT_LE(CountSteps(2s, true), 14) << "beside a stall, a copy of a closed connection, and an idle one that ends";
+    EXPECT_TRUE(Run(tWhole));
+    EXPECT_LE(CountSteps(2s), 14) << "beside a stall, a copy of a closed connection, and an idle one that ends";
     EXPECT_EQ(m_nRunning, 1);
     EXPECT_TRUE(m_tMulti.removeHandle(&tStalled));
     std::for_each(s_vecCopies.begin(), s_vecCopies.end(), &close);
