@@ -68,7 +68,7 @@ void operator delete(void* pMemory, size_t /*nSize*/) noexcept
 TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
 {
     pugi::set_memory_management_functions(&Allocate, &free);
-    CKVRDebug::SetLevel(4); // formatting a record allocates as well, but only its text may be lost
+    CKVRDebug::SetLevel(4); // formatting a record may lack memory too, and then loses its text alone
     const std::string strLong(100, 'x');
     const std::string strInformation =
         "<emplist><file id='empCERT" + strLong + "' boot='yes' url='" + strLong + "'/></emplist>";
@@ -89,7 +89,7 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
     FailEveryAllocation([&] { tParser.ParseAppBinaryServerInfoXml(strInformation, mapInfo, vecId); });
     const std::string strLonger(100000, 'x');
     FailEveryAllocation([&] { EXPECT_NO_THROW(CKVRDebug::PrintLog(4, "%s", strLonger.c_str())); });
-    /* Inserted, then appended: what a list names is in the map. */
+    /* A record is inserted before its identifier is appended. */
     const auto fnInOrder = [&]
     {
         EXPECT_LE(vecId.size(), mapInfo.size());
@@ -109,7 +109,7 @@ TEST_F(CEngineTest, ReadersPassTheExceptionOrRefuseTheDocument)
 TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
 {
     OUTCOME_t tLarge;
-    g_nLargest = 1500000; // the body itself, but not the next power of two, to which it would grow
+    g_nLargest = 1500000; // enough for the body, but not for the next power of two
     EXPECT_TRUE(Start(tLarge, Url("/1200000")));
     EXPECT_TRUE(Get(Url("/5")));
     EXPECT_TRUE(tLarge.tEnded.Wait());
@@ -123,7 +123,7 @@ TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
     g_nLargest = SIZE_MAX;
 }
 
-TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // without the threads of a fixture, which a fork does not copy
+TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // a fork copies no thread of a fixture
 {
 #ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "the thread sanitizer does not follow a fork";

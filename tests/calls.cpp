@@ -63,10 +63,14 @@ template <class FUNCTION> FUNCTION* Next(const char* pszName, FUNCTION* /*pfnThi
     return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, pszName));
 }
 
-/** Returns how many milliseconds a wait really takes. */
-long RealWait(long nMilliseconds)
+/** Lets a wait take a part of its time, if a test is in a hurry. Its thread's clocks skip the rest, unless it is cut.
+ */
+template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
 {
-    return g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
+    const long nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
+    const int nResult = fnWait(nReal);
+    t_nSkipped += nResult == 0 ? nMilliseconds - nReal : 0;
+    return nResult;
 }
 
 /** Gives a new libcurl handle its default authorities. */
@@ -86,15 +90,18 @@ void* WithAuthorities(void* pEasy)
 
 } // namespace
 
-/* By another name, so that each can be defined whatever the system's headers make of it. */
-#define CALL(RESULT, NAME, PARAMETERS, ARGUMENTS, FAILED, WHAT)                                         \
+/* Under another name, a function can be defined whatever the system's headers make of its own. */
+#define REPLACE(RESULT, NAME, PARAMETERS, EXPRESSION)                                                   \
     extern "C" __attribute__((visibility("default"))) RESULT Own_##NAME PARAMETERS __asm__(#NAME);      \
     RESULT Own_##NAME PARAMETERS                                                                        \
     {                                                                                                   \
         static auto* const s_pfnNext = reinterpret_cast<RESULT(*) PARAMETERS>(dlsym(RTLD_NEXT, #NAME)); \
-        const auto fnWhat = [&]() -> std::string { return WHAT; };                                      \
-        return Meet(#NAME, __builtin_return_address(0), fnWhat) ? FAILED : s_pfnNext ARGUMENTS;         \
+        return EXPRESSION;                                                                              \
     }
+#define CALL(RESULT, NAME, PARAMETERS, ARGUMENTS, FAILED, WHAT)                                      \
+    REPLACE(RESULT, NAME, PARAMETERS,                                                                \
+            Meet(#NAME, __builtin_return_address(0), [&]() -> std::string { return WHAT; }) ? FAILED \
+                                                                                            : s_pfnNext ARGUMENTS)
 
 CALL(int, open64, (const char* pszPath, int nFlags, mode_t nMode), (pszPath, nFlags, nMode), Failed(-1), "")
 CALL(FILE*, fopen64, (const char* pszPath, const char* pszMode), (pszPath, pszMode), Failed<FILE*>(nullptr), "")
@@ -116,10 +123,16 @@ CALL(int, connect, (int nSocket, const void* ptPeer, socklen_t nSize), (nSocket,
 CALL(int, epoll_create1, (int nFlags), (nFlags), Failed(-1), "")
 CALL(int, epoll_ctl, (int nEpoll, int nWhat, int nFile, epoll_event* ptEvent), (nEpoll, nWhat, nFile, ptEvent),
      Failed(-1), "")
+REPLACE(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTime),
+        Meet("epoll_wait", __builtin_return_address(0), [] { return ""; })
+            ? Failed(-1)
+            : Hurry(nTime, [&](long nReal) { return s_pfnNext(nEpoll, ptEvents, nMost, static_cast<int>(nReal)); }))
 CALL(int, eventfd, (unsigned nValue, int nFlags), (nValue, nFlags), Failed(-1), "")
 CALL(int, sem_init, (void* pSemaphore, int nShared, unsigned nValue), (pSemaphore, nShared, nValue), Failed(-1), "")
 CALL(int, pthread_create, (void* pThread, const void* pAttributes, void* (*pfnRun)(void*), void* pArgument),
      (pThread, pAttributes, pfnRun, pArgument), EAGAIN, "")
+REPLACE(void*, curl_easy_init, (), WithAuthorities(s_pfnNext()))
+REPLACE(void, curl_easy_reset, (void* pEasy), (s_pfnNext(pEasy), static_cast<void>(WithAuthorities(pEasy))))
 CALL(void*, curl_slist_append, (void* ptList, const char* pszText), (ptList, pszText), nullptr, "")
 constexpr int CURLM_NO_MEMORY = 3;
 CALL(int, curl_multi_add_handle, (void* pMulti, void* pEasy), (pMulti, pEasy), CURLM_NO_MEMORY, "")
@@ -127,27 +140,16 @@ CALL(int, curl_multi_add_handle, (void* pMulti, void* pEasy), (pMulti, pEasy), C
 #pragma GCC visibility push(default)
 extern "C"
 {
-    int epoll_wait(int nEpoll, epoll_event* ptEvents, int nMost, int nMilliseconds)
-    {
-        static auto* const s_pfnNext = Next("epoll_wait", &epoll_wait);
-        if (Meet("epoll_wait", __builtin_return_address(0), [] { return ""; }))
-        {
-            return Failed(-1);
-        }
-        const long nReal = RealWait(nMilliseconds);
-        const int nEvents = s_pfnNext(nEpoll, ptEvents, nMost, static_cast<int>(nReal));
-        t_nSkipped += nEvents == 0 ? nMilliseconds - nReal : 0;
-        return nEvents;
-    }
-
     int nanosleep(const timespec* ptTime, timespec* ptLeft)
     {
         static auto* const s_pfnNext = Next(sizeof(time_t) > sizeof(long) ? "__nanosleep64" : "nanosleep", &nanosleep);
         const long nMilliseconds = static_cast<long>(ptTime->tv_sec) * 1000 + ptTime->tv_nsec / 1000000;
-        const long nReal = RealWait(nMilliseconds);
-        const timespec tReal{0, nReal * 1000000};
-        t_nSkipped += nMilliseconds - nReal;
-        return s_pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
+        const auto fnSleep = [&](long nReal)
+        {
+            const timespec tReal{0, nReal * 1000000};
+            return s_pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
+        };
+        return Hurry(nMilliseconds, fnSleep);
     }
 
     int clock_gettime(clockid_t eClock, timespec* ptTime) noexcept
@@ -187,19 +189,6 @@ extern "C"
             return pszAddress != nullptr ? s_pfnNext(pszAddress, pszService, nullptr, pptResult) : EAI_AGAIN;
         }
         return s_pfnNext(pszName, pszService, ptHints, pptResult);
-    }
-
-    void* curl_easy_init()
-    {
-        static auto* const s_pfnNext = Next("curl_easy_init", &curl_easy_init);
-        return WithAuthorities(s_pfnNext());
-    }
-
-    void curl_easy_reset(void* pEasy)
-    {
-        static auto* const s_pfnNext = Next("curl_easy_reset", &curl_easy_reset);
-        s_pfnNext(pEasy);
-        WithAuthorities(pEasy);
     }
 }
 #pragma GCC visibility pop

@@ -49,7 +49,7 @@ TEST_F(CDownloadTest, OneOfManyStartsAtTheSameTimeGetsTheTarget)
     {
         for (int i = 0; i < ROUNDS; ++i)
         {
-            for (++nReady; nReady < 2 * (i + 1);) // both begin together
+            for (++nReady; nReady < 2 * (i + 1);) // waits for the other thread
             {
             }
             nResults += vecDownloads[static_cast<size_t>(2 * i + nThread)].Download(*m_ptEngine, Url(STALL),
@@ -71,7 +71,7 @@ TEST_F(CDownloadTest, SynchronousDownloadIsQuietTimedAndTakesAnId)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(m_ptEngine->CreateDownloadId(), nBefore + 2);
 
-    /* The third argument limits the whole transfer; otherwise only 30 seconds of low speed would end it. */
+    /* The third argument limits the whole transfer. Without it 30 seconds of low speed end it. */
     EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(Url(WHOLE + STALL), "slow", 1)); }), 25);
     EXPECT_FALSE(m_ptEngine->CancelDownload(nBefore + 1, true));
 }
@@ -93,7 +93,7 @@ TEST_F(CDownloadTest, SilentCancellationEndsTheDownloadWithoutAnEvent)
     OUTCOME_t tSilent;
     OUTCOME_t tTwice;
     OUTCOME_t tNamesake;
-    tSilent.fnOnEvent = [&] // on the worker, which cannot end it meanwhile
+    tSilent.fnOnEvent = [&] // runs on the worker, which cannot end the download meanwhile
     {
         EXPECT_FALSE(m_ptEngine->CancelDownload(-1, false));
         EXPECT_TRUE(m_ptEngine->CancelDownload(tSilent.nId, false));
@@ -118,7 +118,7 @@ TEST_F(CDownloadTest, SilentCancellationEndsTheDownloadWithoutAnEvent)
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
 }
 
-#if __SIZEOF_POINTER__ == 4 // elsewhere all sizes have 64 bits
+#if __SIZEOF_POINTER__ == 4 // elsewhere all file sizes have 64 bits anyhow
 TEST_F(CDownloadTest, FileBeyondTwoGigabytesIsWhole)
 {
     if (std::filesystem::space(Path("")).available < (3ULL << 30))

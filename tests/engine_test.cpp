@@ -55,7 +55,7 @@ TEST_F(CEngineTest, SendsWhatTheRecordSaysAndAppendsTheAnswer)
             EXPECT_EQ(tRequest.strResponse, "before " + strAnswer);
 
             OUTCOME_t tOutcome;
-            EXPECT_TRUE(tOutcome.Start(*m_ptEngine, tRequest)); // of a record that is gone when the transfer runs
+            EXPECT_TRUE(tOutcome.Start(*m_ptEngine, tRequest)); // copies the record
             ASSERT_TRUE(tOutcome.tEnded.Wait());
             EXPECT_TRUE(tOutcome.bResult);
             EXPECT_EQ(tOutcome.strResponse, "before " + strAnswer + strAnswer);
@@ -125,7 +125,7 @@ TEST_F(CEngineTest, FailsWithTheReason)
         EXPECT_EQ(tRequest.strResponse, strResponse);
     }
     m_strRaw = OK + " folded: 1\r\n\r\n";
-    Get(Url(RAW)); // libcurl's headers of the answer before are freed memory, which a sanitizer guards
+    Get(Url(RAW)); // a sanitizer notices if libcurl appends to header lines of an earlier answer
 }
 
 TEST_F(CEngineTest, OnlyNamedAuthoritiesAndHostNamesAreTrusted)
@@ -134,7 +134,7 @@ TEST_F(CEngineTest, OnlyNamedAuthoritiesAndHostNamesAreTrusted)
     EXPECT_FALSE(Get("https://localhost:" + std::to_string(tServer.Port()))) << "another name than the certificate's";
     g_tCalls.pszAuthorities = TEST_CERTIFICATES;
     const std::tuple<std::string, std::string, bool> arrCases[] = {
-        {"", "", true}, // the system's
+        {"", "", true}, // the system knows it
         {TEST_CERTIFICATES "/other.pem", "", false},
         {"", Path(""), false}, // an empty folder
     };
@@ -170,7 +170,7 @@ TEST_F(CEngineTest, WorkerStartsTransfersAtOnceAndSleepsOtherwise)
     tFirst.fnOnEvent = [&nWorker] { nWorker = gettid(); };
     ASSERT_TRUE(Start(tFirst, Url()));
     ASSERT_TRUE(tFirst.tEnded.Wait());
-    std::this_thread::sleep_for(100ms); // lets the pass end; a later end would fail the test, not hide a fault
+    std::this_thread::sleep_for(100ms); // the pass ends; a later end fails the test and hides no fault
     const long nIdle = TimeSlices(nWorker);
     std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(TimeSlices(nWorker), nIdle);
@@ -178,7 +178,7 @@ TEST_F(CEngineTest, WorkerStartsTransfersAtOnceAndSleepsOtherwise)
 
     OUTCOME_t tStalled;
     ASSERT_TRUE(Start(tStalled, Url(STALL)));
-    /* Each would take most of a second if it had to wait for the end of the worker's wait. */
+    /* Each takes most of a second if it does not end the worker's wait. */
     const auto fnAsk = [&]
     {
         for (int i = 0; i < 40; ++i)
@@ -218,7 +218,7 @@ TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
     {
         EXPECT_NE(Answer(Url()), "failed: ");
         EXPECT_FALSE(Get(Url()));
-        m_ptEngine->Destroy(); // refused as well
+        m_ptEngine->Destroy(); // is refused as well
         EXPECT_TRUE(--nLeft == 0 || Start(tChain, Url()));
     };
     ASSERT_TRUE(Start(tChain, Url()));
@@ -239,7 +239,7 @@ TEST_F(CEngineTest, DestroyEndsEverythingInFlightOnce)
     std::thread tCaller([&] { EXPECT_FALSE(Get(Url(STALL))); });
     ASSERT_TRUE(m_tArrived.Wait(26));
     EXPECT_EQ(CountInherited(), nInherited);
-    /* Half of what the transfers' own time-outs would take. */
+    /* The transfers' own time-outs take twice as long. */
     EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 15);
     tCaller.join();
     for (OUTCOME_t& tOutcome : vecOutcomes)
@@ -258,13 +258,13 @@ TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
     _HTTP_REQ_INFO_t tRequest = GetRequest(tClosing.Url());
     tRequest.eMethod = HTTP_METHOD_POST;
     tRequest.strPostData.assign(20000000, 'x');
-    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before the body has been sent
+    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before it receives the body
     EXPECT_FALSE(m_ptEngine->Post(&tRequest, true));
 
     sigset_t tSignals;
     sigemptyset(&tSignals);
     sigaddset(&tSignals, SIGPIPE);
-    for (const bool bBlocked : {false, true}) // by the application, before as well as afterwards
+    for (const bool bBlocked : {false, true}) // by the application; the mask stays as it was
     {
         pthread_sigmask(bBlocked ? SIG_BLOCK : SIG_UNBLOCK, &tSignals, nullptr);
         WQCurl::WQCurlEasy tEasy;

@@ -24,9 +24,8 @@ class CFaultTest : public CEngineTest
 {
 protected:
     /**
-     * Runs an operation over a file that holds "old" with the first, second, third … call of each function failing,
-     * until it ends without meeting the failure; "new" is what its own thread allocates. A success leaves NEW in the
-     * file, a failure "old".
+     * Runs an operation on a file that holds "old" with the first, second, third … call of each function failing, until
+     * it ends without meeting the failure. A success leaves NEW in the file, a failure "old".
      */
     void FailEach(const std::set<std::string>& setNames, const std::function<bool()>& fnOperation)
     {
@@ -106,7 +105,7 @@ protected:
         EXPECT_TRUE(!bStarted || tOutcome.tEnded.Wait());
         if (m_ptEngine != nullptr && g_tCalls.nUntilFailure < 0)
         {
-            m_ptEngine->Create(); // if that was it
+            m_ptEngine->Create(); // if the first call has failed
             EXPECT_TRUE(Get(Url())) << "a lock left held would hang here";
         }
         m_ptEngine.reset();
@@ -120,7 +119,7 @@ protected:
     }
 
     std::ptrdiff_t m_nDescriptors = 0;
-    bool m_bKeeps = false; /**< a failed download may leave its temporary file */
+    bool m_bKeeps = false; /**< a failed download leaves its temporary file */
 };
 
 TEST_F(CFaultTest, RequestEndsOnceAndLeavesTheEngineUsable)

@@ -140,7 +140,7 @@ TEST_F(CResumeTest, EachFailureOfTheNetworkIsResumed)
         {"reset", 2,
          [&](CConnection& tConnection)
          {
-             EXPECT_TRUE(arrDownloads[4].tProgress.Wait(2)); // has received data
+             EXPECT_TRUE(arrDownloads[4].tProgress.Wait(2)); // data has arrived
              tConnection.Reset();
          }},
     };

@@ -6,7 +6,7 @@ using CSettingsTest = CObservedTest;
 
 TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
 {
-    setenv("no_proxy", "*", 1); // must not matter
+    setenv("no_proxy", "*", 1); // has no effect
     const std::string strNowhere = "http://nowhere.invalid/x";
     CConnection::SCRIPT_t const fnTellHead = [](CConnection& tConnection, const REQUEST_t& tRequest)
     { tConnection.Answer(tRequest.strHead); };
@@ -53,7 +53,7 @@ TEST_F(CSettingsTest, ObserverIsReplacedWhileItsCallsOverlap)
     const auto pfnOverlap = [](const WQCurl::TRANSFER_REPORT_t&, void*)
     {
         const int nOwn = ++s_nCalls;
-        for (int i = 0; i < 200 && s_nCalls == nOwn; ++i) // until the next call has begun, if it can
+        for (int i = 0; i < 200 && s_nCalls == nOwn; ++i) // until the next call begins
         {
             std::this_thread::sleep_for(5ms);
         }
@@ -82,7 +82,7 @@ TEST_F(CSettingsTest, FamilyAndCertificateLeadToTheServer)
     EXPECT_TRUE(Get(strCounted));
     EXPECT_EQ(g_tCalls.nFamily, AF_INET);
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_6;
-    WQCurl::NetworkChanged(); // looks the name up again, which has no such address
+    WQCurl::NetworkChanged(); // the name, which has no such address, is looked up again
     EXPECT_FALSE(Get(strCounted));
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_ANY;
 
@@ -160,7 +160,7 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
 TEST_F(CSettingsTest, TransfersAboveTheMostConnectionsWaitAndCanBeEnded)
 {
     g_tCalls.bHurry = true;
-    WQCurl::SetTransferObserver(nullptr, nullptr); // the fixture's is for one engine
+    WQCurl::SetTransferObserver(nullptr, nullptr); // the fixture's serves one engine
     m_tSettings.nMostBytesPerSecond = 4096;        // the first download's connection stays in use
     for (const bool bPerHost : {false, true})
     {
@@ -198,7 +198,7 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
     for (const int nBurst : {8, 40})
     {
         Burst(*m_tServer, nBurst);
-        EXPECT_TRUE(Get(Url())); // also waits until the last of the burst has left
+        EXPECT_TRUE(Get(Url())); // the last of the burst has left by then
         const size_t nOpen = SocketsTo(*m_tServer).size();
         EXPECT_TRUE(nBurst == 8 ? nOpen == 8 : nOpen <= 1) << nOpen << " after " << nBurst;
         EXPECT_TRUE(Get(Url()));
@@ -244,7 +244,7 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
     WQCurl::NetworkChanged();
     ASSERT_TRUE(Start(tUnderWay, strUrl + GATED));
     EXPECT_TRUE(WaitUntil([&] { return nConnections == nSeen + 1; }));
-    EXPECT_EQ(Answer(strUrl), "answer"); // leaves a connection that looks usable
+    EXPECT_EQ(Answer(strUrl), "answer"); // leaves an idle connection
     for (const auto& fnChange : arrChanges)
     {
         ++nNetwork;
