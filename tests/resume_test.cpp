@@ -214,7 +214,8 @@ TEST_F(CResumeTest, DownloadWithoutStrongValidatorOrAttemptsIsNotResumed)
 {
     const std::pair<const char*, int> arrCases[] = {
         {"ETag: W/\"one\"", 3},
-        {"ETag: unquoted", 3},
+        {"ETag: one\"", 3},
+        {"ETag: \"one", 3},
         {"ETag: \"one\"\r\nContent-Encoding: gzip", 3},
         {"Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT", 3},
         {"Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT", 3},
@@ -266,6 +267,8 @@ TEST_F(CResumeTest, PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
         EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 6; }));
         EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
         EXPECT_TRUE(tCancelled.tEnded.Wait());
+        WQCurl::NetworkChanged();
+        EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 7; }));
         EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync", 5));
         m_ptEngine->Destroy();
     };
