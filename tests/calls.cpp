@@ -1,24 +1,29 @@
 /*
- * System calls that fail on demand, or are written down: each that the library, libcurl, GLib or the tool makes.
- * allocation_test is linked with it; it is preloaded into the tool, whose calls go to the file that CALLS_LOG names.
+ * Functions of the system and of libcurl that fail on demand, are logged, or behave as a test needs. They take effect
+ * for the library, libcurl and GLib too. Tests are linked with them; they are preloaded into the tool, whose calls go
+ * to the file that CALLS_LOG names.
  */
 
-#include <atomic>
+#include "calls.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <netdb.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
-std::atomic<const char*> g_pszFailing{""}; /**< the function of which a call fails */
-std::atomic<int> g_nUntilFailure{-1};      /**< how many succeed before that; negative: none fails */
-std::atomic<int> g_nError{0};              /**< its errno */
+CALLS_t g_tCalls;
 
 namespace
 {
+
+thread_local long t_nSkipped = 0; // milliseconds by which the thread's clocks are ahead
 
 std::string PathOf(int nFile)
 {
@@ -26,12 +31,12 @@ std::string PathOf(int nFile)
     return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(nFile), tNone);
 }
 
-/** Writes a call down. @return whether it is to fail */
+/** Logs a call. @return whether it is to fail */
 template <class WHAT> bool Meet(const char* pszName, const void* pCaller, WHAT fnWhat)
 {
     static const char* const s_pszLog = getenv("CALLS_LOG");
     Dl_info tFrom{};
-    if ((s_pszLog == nullptr && g_nUntilFailure < 0) || dladdr(pCaller, &tFrom) == 0)
+    if ((s_pszLog == nullptr && g_tCalls.nUntilFailure < 0) || dladdr(pCaller, &tFrom) == 0)
     {
         return false;
     }
@@ -44,26 +49,59 @@ template <class WHAT> bool Meet(const char* pszName, const void* pCaller, WHAT f
     {
         std::ofstream(s_pszLog, std::ios::app) << pszName << ' ' << fnWhat() << '\n';
     }
-    return strcmp(pszName, g_pszFailing) == 0 && g_nUntilFailure-- == 0;
+    return strcmp(pszName, g_tCalls.pszFailing) == 0 && g_tCalls.nUntilFailure-- == 0;
 }
 
 template <class RESULT> RESULT Failed(RESULT tResult)
 {
-    errno = g_nError;
+    errno = g_tCalls.nError;
     return tResult;
+}
+
+template <class FUNCTION> FUNCTION* Next(const char* pszName, FUNCTION* /*pfnThis*/)
+{
+    return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, pszName));
+}
+
+/** Lets a wait take a part of its time, if a test is in a hurry. Its thread's clocks skip the rest, unless it is cut.
+ */
+template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
+{
+    const long nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
+    const int nResult = fnWait(nReal);
+    t_nSkipped += nResult == 0 ? nMilliseconds - nReal : 0;
+    return nResult;
+}
+
+/** Gives a new libcurl handle its default authorities. */
+void* WithAuthorities(void* pEasy)
+{
+    constexpr int CAINFO = 10065;
+    constexpr int CAPATH = 10097;
+    static auto* const s_pfnSet = reinterpret_cast<int (*)(void*, int, ...)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    const char* const pszFolder = g_tCalls.pszAuthorities;
+    if (pszFolder != nullptr)
+    {
+        s_pfnSet(pEasy, CAINFO, (std::string(pszFolder) + "/ca.pem").c_str());
+        s_pfnSet(pEasy, CAPATH, pszFolder);
+    }
+    return pEasy;
 }
 
 } // namespace
 
-/* By another name, so that each can be defined whatever the system's headers make of it. */
-#define CALL(RESULT, NAME, PARAMETERS, ARGUMENTS, FAILED, WHAT)                                         \
+/* Under another name, a function can be defined whatever the system's headers make of its own. */
+#define REPLACE(RESULT, NAME, PARAMETERS, EXPRESSION)                                                   \
     extern "C" __attribute__((visibility("default"))) RESULT Own_##NAME PARAMETERS __asm__(#NAME);      \
     RESULT Own_##NAME PARAMETERS                                                                        \
     {                                                                                                   \
         static auto* const s_pfnNext = reinterpret_cast<RESULT(*) PARAMETERS>(dlsym(RTLD_NEXT, #NAME)); \
-        const auto fnWhat = [&]() -> std::string { return WHAT; };                                      \
-        return Meet(#NAME, __builtin_return_address(0), fnWhat) ? FAILED : s_pfnNext ARGUMENTS;         \
+        return EXPRESSION;                                                                              \
     }
+#define CALL(RESULT, NAME, PARAMETERS, ARGUMENTS, FAILED, WHAT)                                      \
+    REPLACE(RESULT, NAME, PARAMETERS,                                                                \
+            Meet(#NAME, __builtin_return_address(0), [&]() -> std::string { return WHAT; }) ? FAILED \
+                                                                                            : s_pfnNext ARGUMENTS)
 
 CALL(int, open64, (const char* pszPath, int nFlags, mode_t nMode), (pszPath, nFlags, nMode), Failed(-1), "")
 CALL(FILE*, fopen64, (const char* pszPath, const char* pszMode), (pszPath, pszMode), Failed<FILE*>(nullptr), "")
@@ -85,9 +123,72 @@ CALL(int, connect, (int nSocket, const void* ptPeer, socklen_t nSize), (nSocket,
 CALL(int, epoll_create1, (int nFlags), (nFlags), Failed(-1), "")
 CALL(int, epoll_ctl, (int nEpoll, int nWhat, int nFile, epoll_event* ptEvent), (nEpoll, nWhat, nFile, ptEvent),
      Failed(-1), "")
-CALL(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTime), (nEpoll, ptEvents, nMost, nTime),
-     Failed(-1), "")
+REPLACE(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTime),
+        Meet("epoll_wait", __builtin_return_address(0), [] { return ""; })
+            ? Failed(-1)
+            : Hurry(nTime, [&](long nReal) { return s_pfnNext(nEpoll, ptEvents, nMost, static_cast<int>(nReal)); }))
 CALL(int, eventfd, (unsigned nValue, int nFlags), (nValue, nFlags), Failed(-1), "")
 CALL(int, sem_init, (void* pSemaphore, int nShared, unsigned nValue), (pSemaphore, nShared, nValue), Failed(-1), "")
 CALL(int, pthread_create, (void* pThread, const void* pAttributes, void* (*pfnRun)(void*), void* pArgument),
      (pThread, pAttributes, pfnRun, pArgument), EAGAIN, "")
+REPLACE(void*, curl_easy_init, (), WithAuthorities(s_pfnNext()))
+REPLACE(void, curl_easy_reset, (void* pEasy), (s_pfnNext(pEasy), static_cast<void>(WithAuthorities(pEasy))))
+CALL(void*, curl_slist_append, (void* ptList, const char* pszText), (ptList, pszText), nullptr, "")
+constexpr int CURLM_NO_MEMORY = 3;
+CALL(int, curl_multi_add_handle, (void* pMulti, void* pEasy), (pMulti, pEasy), CURLM_NO_MEMORY, "")
+
+#pragma GCC visibility push(default)
+extern "C"
+{
+    int nanosleep(const timespec* ptTime, timespec* ptLeft)
+    {
+        static auto* const s_pfnNext = Next(sizeof(time_t) > sizeof(long) ? "__nanosleep64" : "nanosleep", &nanosleep);
+        const long nMilliseconds = static_cast<long>(ptTime->tv_sec) * 1000 + ptTime->tv_nsec / 1000000;
+        const auto fnSleep = [&](long nReal)
+        {
+            const timespec tReal{0, nReal * 1000000};
+            return s_pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
+        };
+        return Hurry(nMilliseconds, fnSleep);
+    }
+
+    int clock_gettime(clockid_t eClock, timespec* ptTime) noexcept
+    {
+        static auto* const s_pfnNext =
+            Next(sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime", &clock_gettime);
+        const int nResult = s_pfnNext(eClock, ptTime);
+        if (eClock == CLOCK_MONOTONIC || eClock == CLOCK_MONOTONIC_RAW || eClock == CLOCK_BOOTTIME)
+        {
+            const long nNanoseconds = ptTime->tv_nsec + t_nSkipped % 1000 * 1000000;
+            ptTime->tv_nsec = nNanoseconds % 1000000000;
+            ptTime->tv_sec += t_nSkipped / 1000 + nNanoseconds / 1000000000;
+        }
+        ptTime->tv_sec += eClock == CLOCK_BOOTTIME ? g_tCalls.nSecondsAsleep.load() : 0;
+        return nResult;
+    }
+
+    /** Finds an address of each family for "two.invalid", and for the names that calls.h describes. */
+    int getaddrinfo(const char* pszName, const char* pszService, const addrinfo* ptHints, addrinfo** pptResult)
+    {
+        static auto* const s_pfnNext = Next("getaddrinfo", &getaddrinfo);
+        const std::string_view strName = pszName != nullptr ? pszName : "";
+        if (strName == "two.invalid")
+        {
+            return s_pfnNext("127.0.0.1", pszService, ptHints, pptResult) +
+                   s_pfnNext("::1", pszService, ptHints, &(*pptResult)->ai_next);
+        }
+        if (strName == "counted.invalid")
+        {
+            while (g_tCalls.bNameServerSilent)
+            {
+                poll(nullptr, 0, 10);
+            }
+            ++g_tCalls.nLookUps;
+            g_tCalls.nFamily = ptHints->ai_family;
+            const char* const pszAddress = g_tCalls.pszAddress.exchange("127.0.0.1");
+            return pszAddress != nullptr ? s_pfnNext(pszAddress, pszService, nullptr, pptResult) : EAI_AGAIN;
+        }
+        return s_pfnNext(pszName, pszService, ptHints, pptResult);
+    }
+}
+#pragma GCC visibility pop

@@ -10,13 +10,14 @@
 #include <thread>
 #include <vector>
 
+#include "calls.h"
 #include "loopback_server.h"
 #include "test_helpers.h"
 #include "veltra/veltra.h"
 
 using namespace std::chrono_literals;
 
-/** A million bytes, of which no part is like another. */
+/** A million bytes without repetitions. */
 inline const std::string BODY = []
 {
     std::string strBody;
@@ -34,7 +35,7 @@ inline double SecondsOf(const std::function<void()>& fnOperation)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - tStart).count();
 }
 
-/** For what nobody announces. @return false when it takes longer than any test may */
+/** Polls a condition that no gate announces. @return false if it does not hold within 30 s */
 inline bool WaitUntil(const std::function<bool()>& fnIsTrue)
 {
     for (int i = 0; i < 3000 && !fnIsTrue(); ++i)
@@ -44,14 +45,14 @@ inline bool WaitUntil(const std::function<bool()>& fnIsTrue)
     return fnIsTrue();
 }
 
-/** Limits the size of files, which stands in for a full disk. */
+/** Limits the size of files; stands for a full disk. */
 inline void LimitFiles(rlim_t nBytes)
 {
     const rlimit tLimit{nBytes, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tLimit), 0);
 }
 
-/** A write function that stands in for TLS libraries which write without care for the signal. */
+/** Raises SIGPIPE in a write function; stands for a TLS library that writes to a closed connection. */
 inline size_t RaiseSigpipe(char* /*pData*/, size_t nSize, size_t nCount, void* /*pUser*/)
 {
     return raise(SIGPIPE) == 0 ? nSize * nCount : 0;
@@ -65,10 +66,10 @@ inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
     return tRequest;
 }
 
-/** What the callbacks of one asynchronous request or download were told, and what they do then. */
+/** Records the events of one asynchronous request or download. */
 struct OUTCOME_t
 {
-    /** Dies after its last event. If not, the test has failed, and the engine must end before it tells a dead one. */
+    /** Fails the test if the last event has not come, and ends the engine, which would use this record later. */
     ~OUTCOME_t()
     {
         if (ptEngine != nullptr && tEnded.Count() == 0)
@@ -94,8 +95,13 @@ struct OUTCOME_t
         ptOutcome->eType = eType;
         ptOutcome->dSpeed = dSpeed;
         ptOutcome->fnOnEvent();
-        eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->vecPercent.push_back(nPercent) : void();
-        (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
+        if (eType == DOWNLOAD_TYPE_PROGRESS)
+        {
+            ptOutcome->vecPercent.push_back(nPercent);
+            ptOutcome->tProgress.Open();
+            return;
+        }
+        ptOutcome->tEnded.Open();
     }
 
     bool Start(CWebConnector& tEngine, _HTTP_REQ_INFO_t tRequest)
@@ -115,7 +121,7 @@ struct OUTCOME_t
         return nStarted;
     }
 
-    std::atomic<CWebConnector*> ptEngine{nullptr}; /**< which owes the last event; null when there will be none */
+    std::atomic<CWebConnector*> ptEngine{nullptr}; /**< owes the last event; null if none will come */
     std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
     bool bResult = false;
@@ -129,7 +135,7 @@ struct OUTCOME_t
     double dSpeed = 0.0;
 };
 
-/** A running engine, a server and a folder of its own for each test, which must leave no descriptor behind. */
+/** Gives each test a running engine, a server and a folder, and checks that it leaves no descriptor open. */
 class CEngineTest : public testing::Test
 {
 protected:
@@ -138,7 +144,7 @@ protected:
         CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
         m_tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
         EXPECT_NE(mkdtemp(m_strFolder.data()), nullptr);
-        /* One request, for what libcurl and GLib open at the first and keep. */
+        /* libcurl and GLib open descriptors with the first request, and keep them. */
         m_ptEngine->Create();
         Get("");
         m_ptEngine.reset();
@@ -153,6 +159,9 @@ protected:
         m_ptEngine.reset();
         m_tServer.reset();
         EXPECT_EQ(CountDescriptors(), m_nDescriptors);
+        g_tCalls.bHurry = false;
+        g_tCalls.nSecondsAsleep = 0;
+        LimitFiles(RLIM_INFINITY);
         std::filesystem::remove_all(m_strFolder);
     }
 
@@ -161,7 +170,7 @@ protected:
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
-    /** The descriptors of this process's connections to a server. */
+    /** Returns the descriptors of this process's connections to a server. */
     static std::vector<int> SocketsTo(const CLoopbackServer& tServer)
     {
         std::vector<int> vecSockets;
@@ -180,7 +189,7 @@ protected:
     }
 
     std::string Url(const std::string& strPath = "/") const { return m_tServer->Url(strPath); }
-    /** Where the server never answers the TLS handshake. */
+    /** Returns a URL whose TLS handshake is never answered. */
     std::string SilentTlsUrl() const { return "https" + Url().substr(4); }
     std::string Path(const std::string& strName) const { return m_strFolder + "/" + strName; }
 
@@ -244,11 +253,11 @@ protected:
         return m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
     }
 
-    /* Paths of the server besides "/4" and "/404", which say what comes. All others are echoed. */
-    const std::string RAW = "/raw";                  /**< m_strRaw, after which the connection is closed */
-    const std::string STALL = "/stall";              /**< nothing; after a length, half of that */
-    const std::string GATED = "/gated";              /**< an echo, once m_tGoOn is open */
-    const std::string ENDLESS = "/1125899906842624"; /**< the body again and again */
+    /* Paths of the server. It also answers "/4" with so many bytes, "/404" with that status, and echoes other paths. */
+    const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
+    const std::string STALL = "/stall";              /**< sends nothing; behind a length, half of that */
+    const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
+    const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
 
     WQCurl::TRANSFER_DEFAULTS_t m_tSettings;
     std::string m_strRaw;
@@ -287,17 +296,25 @@ private:
             tConnection.Answer(tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
         }
-        strEnd == STALL                     ? tConnection.Stall()
-        : strEnd == "/reset"                ? tConnection.Reset()
-        : strEnd == "/cut" || strEnd == RAW ? tConnection.Shutdown()
-                                            : void();
+        if (strEnd == STALL)
+        {
+            tConnection.Stall();
+        }
+        if (strEnd == "/reset")
+        {
+            tConnection.Reset();
+        }
+        if (strEnd == "/cut" || strEnd == RAW)
+        {
+            tConnection.Shutdown();
+        }
     }
 
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
     std::ptrdiff_t m_nDescriptors = 0;
 };
 
-/** Knows what the observer was told last, by the thread that waited for the transfer or runs its callback. */
+/** Keeps the observer's last report. It may be read by the thread that waited for the transfer, or by its callback. */
 class CObservedTest : public CEngineTest
 {
 protected:

@@ -8,7 +8,7 @@
 namespace
 {
 
-/** How often a thread has been given a processor. */
+/** Returns how often a thread has been given a processor. */
 long TimeSlices(pid_t nThread)
 {
     long nSlices = 0;
@@ -23,7 +23,7 @@ bool IsBlocked(int nSignal)
     return sigismember(&tBlocked, nSignal) == 1;
 }
 
-/** How many descriptors programs that the application starts would inherit. */
+/** Counts the descriptors that programs of the application would inherit. */
 std::ptrdiff_t CountInherited()
 {
     return std::count_if(std::filesystem::directory_iterator("/proc/self/fd"), {},
@@ -55,7 +55,7 @@ TEST_F(CEngineTest, SendsWhatTheRecordSaysAndAppendsTheAnswer)
             EXPECT_EQ(tRequest.strResponse, "before " + strAnswer);
 
             OUTCOME_t tOutcome;
-            EXPECT_TRUE(tOutcome.Start(*m_ptEngine, tRequest)); // of a record that is gone when the transfer runs
+            EXPECT_TRUE(tOutcome.Start(*m_ptEngine, tRequest)); // copies the record
             ASSERT_TRUE(tOutcome.tEnded.Wait());
             EXPECT_TRUE(tOutcome.bResult);
             EXPECT_EQ(tOutcome.strResponse, "before " + strAnswer + strAnswer);
@@ -63,7 +63,7 @@ TEST_F(CEngineTest, SendsWhatTheRecordSaysAndAppendsTheAnswer)
     }
 }
 
-TEST_F(CEngineTest, CallbacksForOthersAnswerWhateverTheyAreGiven)
+TEST_F(CEngineTest, PublicCallbacksCheckTheirArguments)
 {
     EXPECT_EQ(CWebConnector::HandleRequest(nullptr), 0);
 
@@ -125,20 +125,35 @@ TEST_F(CEngineTest, FailsWithTheReason)
         EXPECT_EQ(tRequest.strResponse, strResponse);
     }
     m_strRaw = OK + " folded: 1\r\n\r\n";
-    Get(Url(RAW)); // libcurl's headers of the answer before are freed memory, which a sanitizer guards
+    Get(Url(RAW)); // a sanitizer notices if libcurl appends to header lines of an earlier answer
 }
 
-TEST_F(CEngineTest, TrustsTheAuthorityAndTheNameThatAreMeantAlsoForTheQuery)
+TEST_F(CEngineTest, OnlyNamedAuthoritiesAndHostNamesAreTrusted)
 {
     CLoopbackServer tServer(m_fnServe, true);
-    const std::string strPort = std::to_string(tServer.Port());
-    EXPECT_TRUE(Get(tServer.Url()));
-    EXPECT_FALSE(Get("https://localhost:" + strPort)) << "another name than the certificate's";
+    EXPECT_FALSE(Get("https://localhost:" + std::to_string(tServer.Port()))) << "another name than the certificate's";
+    g_tCalls.pszAuthorities = TEST_CERTIFICATES;
+    const std::tuple<std::string, std::string, bool> arrCases[] = {
+        {"", "", true}, // the system knows it
+        {TEST_CERTIFICATES "/other.pem", "", false},
+        {"", Path(""), false}, // an empty folder
+    };
+    for (const auto& [strFile, strFolder, bTrusted] : arrCases)
+    {
+        m_tSettings.strCaFile = strFile;
+        m_tSettings.strCaFolder = strFolder;
+        EXPECT_EQ(Get(tServer.Url()), bTrusted) << strFile << strFolder;
+    }
+    g_tCalls.pszAuthorities = nullptr;
+}
 
+TEST_F(CEngineTest, QueryVerifiesItsServer)
+{
+    CLoopbackServer tServer(m_fnServe, true);
     CSingleton<CWebConnector>::m_pObj = m_ptEngine.get();
     CAIAuth::SetIdentity({"X1", "", "", "", "", 0});
     std::string strAnswer;
-    m_tSettings.lstConnectTo = {"query.veltra.example:443:127.0.0.1:" + strPort};
+    m_tSettings.lstConnectTo = {"query.veltra.example:443:127.0.0.1:" + std::to_string(tServer.Port())};
     WQCurl::SetTransferDefaults(m_tSettings);
     EXPECT_TRUE(CHttpRequest().RequestAppBinaryServerUrl(strAnswer));
     EXPECT_EQ(strAnswer, "GET /openapi/device/auth/query ");
@@ -148,31 +163,22 @@ TEST_F(CEngineTest, TrustsTheAuthorityAndTheNameThatAreMeantAlsoForTheQuery)
     CSingleton<CWebConnector>::m_pObj = nullptr;
 }
 
-TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
+TEST_F(CEngineTest, WorkerStartsTransfersAtOnceAndSleepsOtherwise)
 {
     pid_t nWorker = 0;
     OUTCOME_t tFirst;
-    tFirst.fnOnEvent = [&nWorker]
-    {
-        EXPECT_TRUE(IsBlocked(SIGRTMIN + 5)) << "the application's handlers run on its own threads";
-        for (const int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
-        {
-            EXPECT_FALSE(IsBlocked(nFault)) << nFault << ", which a handler is to see where it comes";
-        }
-        nWorker = gettid();
-    };
+    tFirst.fnOnEvent = [&nWorker] { nWorker = gettid(); };
     ASSERT_TRUE(Start(tFirst, Url()));
     ASSERT_TRUE(tFirst.tEnded.Wait());
-    /* Lets the pass end; ending late would fail the test, not hide a fault. */
-    std::this_thread::sleep_for(100ms);
+    std::this_thread::sleep_for(100ms); // the pass ends; a later end fails the test and hides no fault
     const long nIdle = TimeSlices(nWorker);
-    std::this_thread::sleep_for(2s);
+    std::this_thread::sleep_for(1500ms);
     EXPECT_EQ(TimeSlices(nWorker), nIdle);
     EXPECT_GT(nIdle, 0);
 
     OUTCOME_t tStalled;
     ASSERT_TRUE(Start(tStalled, Url(STALL)));
-    /* Each would take most of a second if it had to wait for the end of the worker's wait. */
+    /* Each takes most of a second if it does not end the worker's wait. */
     const auto fnAsk = [&]
     {
         for (int i = 0; i < 40; ++i)
@@ -184,9 +190,24 @@ TEST_F(CEngineTest, StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat)
     EXPECT_EQ(tStalled.tEnded.Count(), 0);
 
     const long nStalled = TimeSlices(nWorker);
-    std::this_thread::sleep_for(3s);
-    EXPECT_LE(TimeSlices(nWorker) - nStalled, 12);
+    std::this_thread::sleep_for(2s);
+    EXPECT_LE(TimeSlices(nWorker) - nStalled, 9);
     m_ptEngine->Destroy();
+}
+
+TEST_F(CEngineTest, WorkerBlocksSignalsButThoseOfFaults)
+{
+    OUTCOME_t tRequest;
+    tRequest.fnOnEvent = []
+    {
+        EXPECT_TRUE(IsBlocked(SIGRTMIN + 5)) << "the application's handlers run on its own threads";
+        for (const int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+        {
+            EXPECT_FALSE(IsBlocked(nFault)) << nFault << ", of which a handler learns on the thread of the fault";
+        }
+    };
+    ASSERT_TRUE(Start(tRequest, Url()));
+    EXPECT_TRUE(tRequest.tEnded.Wait());
 }
 
 TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
@@ -197,7 +218,7 @@ TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
     {
         EXPECT_NE(Answer(Url()), "failed: ");
         EXPECT_FALSE(Get(Url()));
-        m_ptEngine->Destroy(); // refused as well
+        m_ptEngine->Destroy(); // is refused as well
         EXPECT_TRUE(--nLeft == 0 || Start(tChain, Url()));
     };
     ASSERT_TRUE(Start(tChain, Url()));
@@ -218,7 +239,7 @@ TEST_F(CEngineTest, DestroyEndsEverythingInFlightOnce)
     std::thread tCaller([&] { EXPECT_FALSE(Get(Url(STALL))); });
     ASSERT_TRUE(m_tArrived.Wait(26));
     EXPECT_EQ(CountInherited(), nInherited);
-    /* Half of what the transfers' own time-outs would take. */
+    /* The transfers' own time-outs take twice as long. */
     EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 15);
     tCaller.join();
     for (OUTCOME_t& tOutcome : vecOutcomes)
@@ -237,13 +258,13 @@ TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
     _HTTP_REQ_INFO_t tRequest = GetRequest(tClosing.Url());
     tRequest.eMethod = HTTP_METHOD_POST;
     tRequest.strPostData.assign(20000000, 'x');
-    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before the body has been sent
+    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before it receives the body
     EXPECT_FALSE(m_ptEngine->Post(&tRequest, true));
 
     sigset_t tSignals;
     sigemptyset(&tSignals);
     sigaddset(&tSignals, SIGPIPE);
-    for (const bool bBlocked : {false, true}) // by the application, before as well as afterwards
+    for (const bool bBlocked : {false, true}) // by the application; the mask stays as it was
     {
         pthread_sigmask(bBlocked ? SIG_BLOCK : SIG_UNBLOCK, &tSignals, nullptr);
         WQCurl::WQCurlEasy tEasy;

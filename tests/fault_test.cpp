@@ -1,22 +1,22 @@
-/* What happens when the system refuses: the n-th call of a function in calls.cpp fails, for every n. */
+/* Refusals of the system: the n-th call of a function in calls.cpp fails, for every n. */
 
 #include <cerrno>
 #include <set>
 
 #include "engine_fixture.h"
 
-extern std::atomic<const char*> g_pszFailing;
-extern std::atomic<int> g_nUntilFailure, g_nError;
-extern thread_local int t_nAllocationsToFailure; /**< as g_nUntilFailure, for what this thread allocates */
+extern thread_local bool t_bMayLackMemory; /**< allocations of this thread are calls of "new", which may fail */
 
 namespace
 {
 
 const std::string NEW = "GET / ";
-/* Those without which a file may not count as written, and for memory. */
+/* A file does not count as written if a call of these fails. */
 const std::set<std::string> OF_FILES{"fopen64", "open64", "fdopen", "fwrite", "fflush", "fsync", "fclose", "new"};
-const std::set<std::string> OF_ENGINES{"eventfd", "epoll_create1", "epoll_ctl", "epoll_wait",     "write", "socket",
-                                       "connect", "close",         "sem_init",  "pthread_create", "new"};
+const std::set<std::string> OF_ENGINES{"eventfd",  "epoll_create1",  "epoll_ctl",         "epoll_wait",
+                                       "write",    "socket",         "connect",           "close",
+                                       "sem_init", "pthread_create", "curl_slist_append", "curl_multi_add_handle",
+                                       "new"};
 
 } // namespace
 
@@ -24,9 +24,8 @@ class CFaultTest : public CEngineTest
 {
 protected:
     /**
-     * Runs an operation over a file that holds "old" with the first, second, third … call of each function failing,
-     * until it ends without meeting the failure; "new" is what its own thread allocates. A success leaves NEW in the
-     * file, a failure "old".
+     * Runs an operation on a file that holds "old" with the first, second, third … call of each function failing, until
+     * it ends without meeting the failure. A success leaves NEW in the file, a failure "old".
      */
     void FailEach(const std::set<std::string>& setNames, const std::function<bool()>& fnOperation)
     {
@@ -38,7 +37,7 @@ protected:
             for (const int nError : {EINTR, EIO})
             {
                 int nCall = 0;
-                for (g_nError = nError; Fail(strName, nCall, fnOperation); ++nCall)
+                for (; Fail(strName, nError, nCall, fnOperation); ++nCall)
                 {
                 }
                 EXPECT_GT(nCall, 0) << strName << " is never called";
@@ -46,20 +45,23 @@ protected:
         }
     }
 
-    /** @return whether there has been such a call */
-    bool Fail(const std::string& strName, int nCall, const std::function<bool()>& fnOperation)
+    /** Runs the operation with one call failing. @return whether there has been such a call */
+    bool Fail(const std::string& strName, int nError, int nCall, const std::function<bool()>& fnOperation)
     {
-        SCOPED_TRACE("call " + std::to_string(nCall) + " of " + strName + ": " + strerror(g_nError));
+        SCOPED_TRACE("call " + std::to_string(nCall) + " of " + strName + ": " + strerror(nError));
         std::ofstream(Path("file")) << "old";
-        m_bKeeps ? void(std::ofstream(Path("file.bak"))) : void(std::filesystem::remove(Path("file.bak")));
+        std::filesystem::remove(Path("file.bak"));
+        if (m_bKeeps)
+        {
+            std::ofstream(Path("file.bak"));
+        }
         m_tServer.emplace(m_fnServe);
-        g_pszFailing = strName.c_str();
-        g_nUntilFailure = m_nAllocations = nCall;
+        g_tCalls.Fail(strName.c_str(), nError, nCall);
         bool bDone = false;
         EXPECT_LT(SecondsOf([&] { bDone = fnOperation(); }), 25) << "waited for a time-out";
-        const bool bMet = HasFailed();
-        g_pszFailing = "";
-        EXPECT_FALSE(bMet && bDone && OF_FILES.count(strName) > 0);
+        const bool bMet = g_tCalls.nUntilFailure < 0;
+        g_tCalls.pszFailing = "";
+        EXPECT_FALSE(bMet && bDone && (OF_FILES.count(strName) > 0 || strName == "curl_slist_append"));
         EXPECT_TRUE(bDone || (bMet && strName != "rename")) << "a move that fails is no failure";
         EXPECT_EQ(ReadFile(Path("file")), bDone && !(bMet && strName == "rename") ? NEW : "old");
         EXPECT_TRUE(!std::filesystem::exists(Path("file.bak")) || m_bKeeps || strName == "rename");
@@ -68,13 +70,11 @@ protected:
         return bMet;
     }
 
-    bool HasFailed() const { return g_nUntilFailure < 0 || m_nAllocations < 0; }
-
-    /** A part of the operation, whose allocations may fail. @return false when it throws that */
+    /** Runs a part of the operation, whose allocations may fail. @return false when it throws that */
     bool Try(const std::function<bool()>& fnPart)
     {
-        t_nAllocationsToFailure = strcmp(g_pszFailing, "new") == 0 ? m_nAllocations : 1000000;
         bool bDone = false;
+        t_bMayLackMemory = true;
         try
         {
             bDone = fnPart();
@@ -82,8 +82,7 @@ protected:
         catch (const std::bad_alloc&)
         {
         }
-        m_nAllocations = t_nAllocationsToFailure; // no reference: GCC's sanitizer takes one to it for null
-        t_nAllocationsToFailure = -1;
+        t_bMayLackMemory = false;
         return bDone;
     }
 
@@ -93,7 +92,7 @@ protected:
         return bDone;
     }
 
-    /** In an engine of its own, which must be of use afterwards. */
+    /** Starts a transfer in an engine of its own, which must be of use afterwards. @return whether it succeeds */
     bool Run(const std::function<bool(OUTCOME_t&)>& fnStart)
     {
         OUTCOME_t tOutcome;
@@ -104,9 +103,9 @@ protected:
         };
         const bool bStarted = Try(fnBegin);
         EXPECT_TRUE(!bStarted || tOutcome.tEnded.Wait());
-        if (m_ptEngine != nullptr && HasFailed())
+        if (m_ptEngine != nullptr && g_tCalls.nUntilFailure < 0)
         {
-            m_ptEngine->Create(); // if that was it
+            m_ptEngine->Create(); // if the first call has failed
             EXPECT_TRUE(Get(Url())) << "a lock left held would hang here";
         }
         m_ptEngine.reset();
@@ -120,27 +119,36 @@ protected:
     }
 
     std::ptrdiff_t m_nDescriptors = 0;
-    int m_nAllocations = 0; /**< as g_nUntilFailure */
-    bool m_bKeeps = false;  /**< a failed download may leave its temporary file */
+    bool m_bKeeps = false; /**< a failed download leaves its temporary file */
 };
 
 TEST_F(CFaultTest, RequestEndsOnceAndLeavesTheEngineUsable)
 {
-    FailEach(OF_ENGINES, [this] { return Run([this](OUTCOME_t& tOutcome) { return Start(tOutcome, Url()); }); });
-    const auto fnSynchronous = [this]
+    _HTTP_REQ_INFO_t tRequest;
+    const auto fnStart = [&]
     {
-        _HTTP_REQ_INFO_t tRequest = GetRequest(Url());
-        const auto fnGet = [&](OUTCOME_t&)
-        {
-            tRequest.strErrorReason = "stale";
-            m_ptEngine->Get(&tRequest, true);
-            return false; // there is no callback
-        };
-        Run(fnGet);
+        tRequest = GetRequest(Url());
+        tRequest.lstHeader = {"A: 1"};
+        tRequest.strErrorReason = "stale";
+        m_tSettings.lstConnectTo = {"a:1:b:2"};
+        return WQCurl::SetTransferDefaults(m_tSettings);
+    };
+    const auto fnAsynchronous = [&](OUTCOME_t& tOutcome) { return fnStart() && tOutcome.Start(*m_ptEngine, tRequest); };
+    FailEach(OF_ENGINES, [&] { return Run(fnAsynchronous); });
+    const auto fnSynchronous = [&](OUTCOME_t&)
+    {
+        EXPECT_TRUE(fnStart());
+        m_ptEngine->Get(&tRequest, true);
         EXPECT_NE(tRequest.strErrorReason, "stale");
+        return false; // there is no callback
+    };
+    const auto fnGet = [&]
+    {
+        tRequest = {};
+        Run(fnSynchronous);
         return Keep(tRequest.bResult, tRequest.strResponse);
     };
-    FailEach(OF_ENGINES, fnSynchronous);
+    FailEach(OF_ENGINES, fnGet);
 }
 
 TEST_F(CFaultTest, DownloadEndsOnceAndReplacesOrKeepsItsTarget)
@@ -163,7 +171,7 @@ TEST_F(CFaultTest, BringingToStorageSaysWhenItHasFailed)
     const auto fnSync = [this]
     {
         const bool bDone = Try([this] { return SyncToStorage(Path("file")); });
-        EXPECT_TRUE(bDone || m_nAllocations < 0 || errno == g_nError);
+        EXPECT_TRUE(bDone || std::string(g_tCalls.pszFailing) == "new" || errno == g_tCalls.nError);
         return Keep(bDone, NEW);
     };
     FailEach({"open64", "fsync", "new"}, fnSync);

@@ -1,4 +1,4 @@
-/* The rest of a download that broke: what is asked for again, and which answers are taken for it. */
+/* Resuming downloads: the failures that are resumed, the answers that are taken for the rest, and the limits. */
 
 #include "engine_fixture.h"
 
@@ -18,27 +18,41 @@ std::string Head(const std::string& strStatus, size_t nLength, const std::string
 class CResumeTest : public CObservedTest
 {
 protected:
-    CResumeTest() { m_tSettings.nResumeAttempts = 3; }
+    CResumeTest()
+    {
+        g_tCalls.bHurry = true;
+        m_tSettings.nResumeAttempts = 3;
+    }
 
-    /** Serves the file, breaking off once in a while; fnRest, if there is one, answers who asks for the rest. */
+    /** Serves the file, and breaks off after m_nBreakAfter bytes of each answer. */
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const size_t nRange = tRequest.strHead.find("\r\nRange: bytes=");
-        const bool bRest = nRange != std::string::npos;
-        const std::string strFirst = bRest ? std::to_string(std::stoul(tRequest.strHead.substr(nRange + 15))) : "0";
-        const size_t nFirst = std::stoul(strFirst);
-        bRest && !m_fnRest ? void(m_strIfRange = tRequest.strHead.substr(tRequest.strHead.find("If-Range: ") + 10))
-                           : void();
-        m_nRequests += 1;
-        const std::string strRest =
-            Head(PARTIAL, BODY.size() - nFirst, m_strTag + "Content-Range: bytes " + strFirst + "-999999/1000000");
-        const std::string strWhole = m_strHead.empty() ? Head("200 OK", BODY.size(), m_strValidator) : m_strHead;
-        const std::string strAnswer = (bRest ? strRest : strWhole) + BODY.substr(nFirst, m_nBreakAfter);
-        bRest&& m_fnRest ? m_fnRest(tConnection) : static_cast<void>(tConnection.Send(strAnswer));
+        ++m_nRequests;
+        if (nRange == std::string::npos)
+        {
+            m_nRefused = 0;
+            tConnection.Send((m_strHead.empty() ? Head("200 OK", BODY.size(), m_strValidator) : m_strHead) +
+                             BODY.substr(0, m_nBreakAfter));
+            m_fnBreak(tConnection);
+        }
+        else if (m_nRefused < m_nRefusals)
+        {
+            ++m_nRefused;
+            tConnection.Send(m_strRefusal);
+        }
+        else
+        {
+            const size_t nFirst = std::stoul(tRequest.strHead.substr(nRange + 15));
+            m_strIfRange = tRequest.strHead.substr(tRequest.strHead.find("If-Range: ") + 10);
+            tConnection.Send(Head(PARTIAL, BODY.size() - nFirst,
+                                  m_strTag + "Content-Range: bytes " + std::to_string(nFirst) + "-999999/1000000") +
+                             BODY.substr(nFirst, m_nBreakAfter));
+        }
         tConnection.Shutdown();
     }
 
-    /** Downloads on the worker as on this thread, and compares what comes of it. @return whether both succeeded */
+    /** Downloads on the worker and on this thread, and compares the results. @return whether both succeeded */
     bool DownloadTwice()
     {
         m_nRequests = 0;
@@ -49,32 +63,48 @@ protected:
         EXPECT_TRUE(!bSuccess || tDownload.vecPercent.back() == 100);
         EXPECT_TRUE(ReadFile(Path("file")) == (bSuccess ? BODY : "old"));
         EXPECT_EQ(m_tReport.strErrorMsg.empty(), bSuccess);
+        EXPECT_TRUE(m_tReport.dTotal >= m_dShortest && m_tReport.dTotal < 60) << m_tReport.dTotal;
 
         EXPECT_EQ(SyncDownload(m_tBreaking.Url(), "sync"), bSuccess);
         EXPECT_EQ(ReadFile(Path("sync")) == BODY, bSuccess);
+        EXPECT_TRUE(m_tReport.dTotal >= m_dShortest && m_tReport.dTotal < 60) << m_tReport.dTotal;
         std::filesystem::remove(Path("sync"));
         std::filesystem::remove(Path("sync.bak"));
         return bSuccess;
     }
 
+    const CConnection::SCRIPT_t m_fnServeFile = [this](CConnection& tConnection, const REQUEST_t& tRequest)
+    { Serve(tConnection, tRequest); };
     std::string m_strValidator = "ETag: \"one\"";
-    std::string m_strTag = "ETag: \"one\"\r\n"; /**< of the rest */
-    std::string m_strHead;                      /**< of an answer with the whole file; empty: the usual one */
+    std::string m_strTag = "ETag: \"one\"\r\n"; /**< header lines of an answer with the rest */
+    std::string m_strHead;                      /**< header lines of an answer with the file; empty: the usual ones */
     size_t m_nBreakAfter = BROKEN_AT;
-    std::function<void(CConnection&)> m_fnRest;
+    std::function<void(CConnection&)> m_fnBreak = [](CConnection&) {}; /**< breaks the answer with the file */
+    std::string m_strRefusal;                                          /**< answer to requests for the rest */
+    int m_nRefusals = 0;                                               /**< how many of a download's requests get it */
+    std::atomic<int> m_nRefused{0};
+    double m_dShortest = 0; /**< seconds that a download takes at least */
     std::atomic<int> m_nRequests{0};
     std::string m_strIfRange;
-    CLoopbackServer m_tBreaking{[this](CConnection& tConnection, const REQUEST_t& tRequest)
-                                { Serve(tConnection, tRequest); }};
+    CLoopbackServer m_tBreaking{m_fnServeFile};
 };
 
 TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
 {
+    m_tSettings.nResumeAttempts = 1; // each attempt brings enough to allow another
     EXPECT_TRUE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2 * 4);
     EXPECT_EQ(m_strIfRange.substr(0, 7), "\"one\"\r\n");
     EXPECT_EQ(m_tReport.nAttempts, 4);
     EXPECT_EQ(m_tReport.nBytes, static_cast<long long>(BODY.size()));
+
+    m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
+    EXPECT_TRUE(DownloadTwice()) << "only the rest tells the length";
+    m_strHead = Head(PARTIAL, BODY.size(), m_strValidator);
+    m_nBreakAfter = BODY.size();
+    EXPECT_FALSE(DownloadTwice()) << "the first request asks for no part";
+    m_nBreakAfter = BROKEN_AT;
+    m_strHead.clear();
 
     m_strValidator = "Date: Wed, 01 Jan 2020 10:01:00 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT";
     for (const char* pszTag : {"", "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT\r\n"})
@@ -85,23 +115,64 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     }
     m_strTag = "Last-Modified: Wed, 01 Jan 2020 10:00:01 GMT\r\n";
     EXPECT_FALSE(DownloadTwice()) << "the file has changed";
-    m_strTag = "ETag: \"one\"\r\n";
+}
 
-    m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
-    EXPECT_TRUE(DownloadTwice()) << "only the rest tells the length";
-    m_strHead.clear();
-
-    /* A busy server is asked again when it says, which is after all pauses that chance may make. */
-    m_fnRest = [this](CConnection& tConnection)
+TEST_F(CResumeTest, BusyServerIsAskedAgainWhenItSays)
+{
+    m_tSettings.bFailOnHttpError = true;
+    m_nRefusals = 1;
+    m_dShortest = 4; // longer than a random pause
+    for (const auto& [pszStatus, pszPause] : {std::pair("429 Slow Down", "4"), std::pair("503 Busy", "100")})
     {
-        tConnection.Send(Head("503 Busy", 0, "Retry-After: 4"));
-        m_fnRest = nullptr;
-        m_nBreakAfter = BODY.size();
-    };
-    EXPECT_GE(SecondsOf([&] { EXPECT_TRUE(DownloadTwice()); }), 4);
+        m_strRefusal = Head(pszStatus, 0, std::string("Retry-After: ") + pszPause);
+        EXPECT_TRUE(DownloadTwice()) << pszStatus << "; a pause takes 30 seconds at most";
+    }
+}
 
-    m_strHead = Head(PARTIAL, BODY.size(), m_strValidator);
-    EXPECT_FALSE(DownloadTwice()) << "nobody asked for a part";
+TEST_F(CResumeTest, EachFailureOfTheNetworkIsResumed)
+{
+    OUTCOME_t arrDownloads[5];
+    const auto fnFindNext = [](const char* pszAddress)
+    { return [pszAddress](CConnection&) { g_tCalls.pszAddress = pszAddress; }; };
+    const std::tuple<const char*, int, std::function<void(CConnection&)>> arrCases[] = {
+        {"no name", 3, fnFindNext(nullptr)},
+        {"refused connection", 3, fnFindNext("127.0.0.2")},
+        {"early end", 2, [](CConnection&) {}},
+        {"silence", 2, [](CConnection& tConnection) { tConnection.Stall(); }},
+        {"reset", 2,
+         [&](CConnection& tConnection)
+         {
+             EXPECT_TRUE(arrDownloads[4].tProgress.Wait(2)); // data has arrived
+             tConnection.Reset();
+         }},
+    };
+    m_nBreakAfter = 600000;
+    for (OUTCOME_t& tDownload : arrDownloads)
+    {
+        const auto& [pszFailure, nAttempts, fnBreak] = arrCases[&tDownload - arrDownloads];
+        SCOPED_TRACE(pszFailure);
+        m_fnBreak = fnBreak;
+        g_tCalls.nLookUps = 0;
+        EXPECT_EQ(Download(tDownload, "http://counted.invalid:" + std::to_string(m_tBreaking.Port())),
+                  DOWNLOAD_TYPE_SUCCESS);
+        EXPECT_TRUE(ReadFile(Path("file")) == BODY);
+        EXPECT_EQ(m_tReport.nAttempts, nAttempts);
+        EXPECT_EQ(g_tCalls.nLookUps, nAttempts) << "each attempt looks the name up";
+    }
+}
+
+TEST_F(CResumeTest, AnswersOfTheProxyAreNotTakenForTheRest)
+{
+    CLoopbackServer tServer(m_fnServeFile, true);
+    const auto fnConnect = [&](CConnection& tConnection, const REQUEST_t&)
+    {
+        tConnection.Send("HTTP/1.1 200 OK\r\n\r\n");
+        tConnection.Relay(tServer.Port());
+        tConnection.Shutdown();
+    };
+    CLoopbackServer tProxy(fnConnect);
+    m_tSettings.strProxy = tProxy.Url("");
+    EXPECT_EQ(Download(tServer.Url()), DOWNLOAD_TYPE_SUCCESS) << m_tReport.strErrorMsg;
 }
 
 TEST_F(CResumeTest, AnswerThatIsNotTheRestFailsTheDownload)
@@ -130,41 +201,41 @@ TEST_F(CResumeTest, AnswerThatIsNotTheRestFailsTheDownload)
         vecAnswers.push_back(Head(PARTIAL, nRest, m_strTag + pszRange) + BODY.substr(BROKEN_AT));
     }
     m_tSettings.nResumeAttempts = 1;
+    m_nRefusals = 9;
     for (const std::string& strAnswer : vecAnswers)
     {
         SCOPED_TRACE(strAnswer.substr(0, 120));
-        m_fnRest = [&strAnswer](CConnection& tConnection) { tConnection.Send(strAnswer); };
+        m_strRefusal = strAnswer;
         EXPECT_FALSE(DownloadTwice());
-        EXPECT_LE(m_nRequests, 2 * 3) << "attempts are bounded";
+        EXPECT_EQ(m_nRequests, 2 * 2);
         EXPECT_NE(m_tReport.strErrorMsg.find("of the file"), std::string::npos) << m_tReport.strErrorMsg;
     }
-    m_strHead = "HTTP/1.1 200 OK\r\nETag: \"one\"\r\nTransfer-Encoding: chunked\r\n\r\nF4240\r\n";
-    m_fnRest = [&](CConnection& tConnection)
-    {
-        tConnection.Send(Head(PARTIAL, nRest,
-                              m_strTag + "Content-Range: bytes 300000-9223372036854775807/" + "-9223372036854775808"));
-    };
-    EXPECT_FALSE(DownloadTwice());
-    EXPECT_NE(m_tReport.strErrorMsg.find("another part"), std::string::npos) << m_tReport.strErrorMsg;
-    m_strHead.clear();
-    m_fnRest = nullptr;
-    for (const char* pszValidator :
-         {"", "ETag: W/\"weak\"", "ETag: unquoted", "ETag: \"one\"\r\nContent-Encoding: gzip",
-          "Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT",
-          "Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT"})
-    {
-        SCOPED_TRACE(pszValidator);
-        m_strValidator = pszValidator;
-        EXPECT_FALSE(DownloadTwice());
-        EXPECT_EQ(m_nRequests, 2) << "nothing tells the rest from another file's";
-    }
-    m_strValidator = "ETag: \"one\"";
-    m_tSettings.nResumeAttempts = 0;
-    EXPECT_FALSE(DownloadTwice());
-    EXPECT_EQ(m_nRequests, 2) << "nobody wants it";
 }
 
-TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)
+TEST_F(CResumeTest, DownloadWithoutStrongValidatorOrAttemptsIsNotResumed)
+{
+    const std::pair<const char*, int> arrCases[] = {
+        {"ETag: W/\"one\"", 3},
+        {"ETag: one\"", 3},
+        {"ETag: \"one", 3},
+        {"ETag: \"one\"\r\nContent-Encoding: gzip", 3},
+        {"Date: Wed, 01 Jan 2020 10:00:59 GMT\r\nLast-Modified: Wed, 01 Jan 2020 10:00:00 GMT", 3},
+        {"Last-Modified: Wed, 01 Jan 2020 10:00:00 GMT", 3},
+        {"ETag: \"one\"", 0},
+    };
+    for (const auto& [pszValidator, nAttempts] : arrCases)
+    {
+        m_strValidator = pszValidator;
+        m_tSettings.nResumeAttempts = nAttempts;
+        EXPECT_FALSE(DownloadTwice()) << pszValidator;
+        EXPECT_EQ(m_nRequests, 2) << pszValidator;
+    }
+    m_tSettings.nResumeAttempts = 3;
+    EXPECT_FALSE(Get(m_tBreaking.Url()));
+    EXPECT_EQ(m_nRequests, 2 + 1) << "a request is no download";
+}
+
+TEST_F(CResumeTest, AttemptsTimesAndSizesAreLimited)
 {
     m_nBreakAfter = 100; // an attempt that brings little counts
     EXPECT_FALSE(DownloadTwice());
@@ -174,20 +245,25 @@ TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)
     EXPECT_FALSE(DownloadTwice());
     EXPECT_NE(m_tReport.strErrorMsg.find("larger"), std::string::npos);
     m_tSettings.nLargestFile = 0;
+    LimitFiles(BROKEN_AT - 1);
+    EXPECT_FALSE(DownloadTwice());
+    EXPECT_EQ(m_nRequests, 2) << "the rest would follow a hole";
+    LimitFiles(RLIM_INFINITY);
     m_tSettings.nResumeSeconds = 20;
-    m_fnRest = [](CConnection& tConnection)
-    { tConnection.Send(Head("503 Busy", 0, "Retry-After: 9223372036854775807")); };
+    m_strRefusal = Head("503 Busy", 0, "Retry-After: 9223372036854775807");
+    m_nRefusals = 9;
     EXPECT_FALSE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2 * 2) << "the pause would end too late";
-    m_tSettings.nResumeSeconds = 0;
+}
 
-    /* During a back-off a change of network ends the pause, and cancelling, Destroy() and the total time the transfer.
-     */
-    m_nRequests = 0;
-    m_fnRest = [](CConnection& tConnection) { tConnection.Send(Head("503 Busy", 0, "Retry-After: 30")); };
+TEST_F(CResumeTest, PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine)
+{
+    g_tCalls.bHurry = false;
+    m_strRefusal = Head("503 Busy", 0, "Retry-After: 30");
+    m_nRefusals = 9;
     OUTCOME_t tCancelled;
-    ASSERT_EQ(Start(tCancelled, m_tBreaking.Url(), "file"), 1);
     OUTCOME_t tEnded;
+    ASSERT_EQ(Start(tCancelled, m_tBreaking.Url(), "file"), 1);
     ASSERT_EQ(Start(tEnded, m_tBreaking.Url(), "other"), 1);
     EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 4; }));
     const auto fnEnd = [&]
@@ -196,10 +272,19 @@ TEST_F(CResumeTest, AttemptsAndTimesAreBoundedAndLimitsHold)
         EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 6; }));
         EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
         EXPECT_TRUE(tCancelled.tEnded.Wait());
+        WQCurl::NetworkChanged();
+        EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 7; }));
         EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync", 5));
         m_ptEngine->Destroy();
     };
     EXPECT_LT(SecondsOf(fnEnd), 25);
     EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tEnded.eType, DOWNLOAD_TYPE_FAIL);
+
+    m_tSettings.nResumeAttempts = 2;
+    std::atomic<bool> bEnded{false};
+    std::thread tTraveller([&] { WaitUntil([&] { return WQCurl::NetworkChanged(), bEnded.load(); }); });
+    EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync")); }), 25);
+    bEnded = true;
+    tTraveller.join();
 }

@@ -99,6 +99,21 @@ public:
         connect(m_nSocket, &tNowhere, sizeof tNowhere);
     }
 
+    /** Passes bytes on between the peer and a port of this machine, as a proxy does, until one of them goes away. */
+    void Relay(int nPort)
+    {
+        BIO* pOther = BIO_new_connect(("127.0.0.1:" + std::to_string(nPort)).c_str());
+        bool bOpen = BIO_do_connect(pOther) == 1;
+        pollfd arrEnds[] = {{m_nSocket, POLLIN, 0}, {static_cast<int>(BIO_get_fd(pOther, nullptr)), POLLIN, 0}};
+        for (char arrBytes[16384]; bOpen && poll(arrEnds, 2, 60000) > 0;)
+        {
+            const int nFrom = arrEnds[0].revents != 0 ? 0 : 1;
+            const ssize_t nRead = recv(arrEnds[nFrom].fd, arrBytes, sizeof arrBytes, 0);
+            bOpen = nRead > 0 && send(arrEnds[1 - nFrom].fd, arrBytes, static_cast<size_t>(nRead), 0) == nRead;
+        }
+        BIO_free_all(pOther);
+    }
+
     void Shutdown() { shutdown(m_nSocket, SHUT_RDWR); }
     bool HasEnded() const { return m_bEnded; }
 
