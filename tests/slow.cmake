@@ -1,13 +1,16 @@
 # Labels the tests that wait for real time-outs; CTest reads this after the lists of tests.
 foreach(name IN ITEMS
-        CEngineTest.StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat
+        CEngineTest.WorkerStartsTransfersAtOnceAndSleepsOtherwise
         CResumeTest.AnswerThatIsNotTheRestFailsTheDownload
-        CResumeTest.AttemptsAndTimesAreBoundedAndLimitsHold
+        CResumeTest.AttemptsTimesAndSizesAreLimited
+        CResumeTest.BusyServerIsAskedAgainWhenItSays
+        CResumeTest.EachFailureOfTheNetworkIsResumed
+        CResumeTest.PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
         CResumeTest.RestIsAskedForUntilTheFileIsWhole
-        CSettingsTest.LimitsAndErrorPagesFailTransfers
-        CSettingsTest.TransfersBeyondTheMostConnectionsWaitAndEndAllTheSame
-        CWrapperTest.MultiHandleForgetsAndDoesNotSpin
-        CWrapperTest.SilentPeersAreNoticedInSeconds)
+        CSettingsTest.TransfersAboveTheMostConnectionsWaitAndCanBeEnded
+        CWrapperTest.CancelsInEveryState
+        CWrapperTest.SilentPeersAreGivenUp
+        CWrapperTest.StepsDoNotSpin)
     list(FIND engine_test_TESTS ${name} position)
     if(NOT position EQUAL -1)
         set_tests_properties(${name} PROPERTIES LABELS slow)
