@@ -58,11 +58,6 @@ template <class RESULT> RESULT Failed(RESULT tResult)
     return tResult;
 }
 
-template <class FUNCTION> FUNCTION* Next(const char* pszName, FUNCTION* /*pfnThis*/)
-{
-    return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, pszName));
-}
-
 /** Lets a wait take a part of its time, if a test is in a hurry. Its thread's clocks skip the rest, unless it is cut.
  */
 template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
@@ -71,6 +66,61 @@ template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
     const int nResult = fnWait(nReal);
     t_nSkipped += nResult == 0 ? nMilliseconds - nReal : 0;
     return nResult;
+}
+
+/** The time of callers whose time_t is a long. */
+struct TIME_t
+{
+    long tv_sec;
+    long tv_nsec;
+};
+
+template <class TIME> int Sleep(int (*pfnNext)(const TIME*, TIME*), const TIME* ptTime, TIME* ptLeft)
+{
+    const long nMilliseconds = static_cast<long>(ptTime->tv_sec) * 1000 + ptTime->tv_nsec / 1000000;
+    const auto fnSleep = [&](long nReal)
+    {
+        const TIME tReal{0, nReal * 1000000};
+        return pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
+    };
+    return Hurry(nMilliseconds, fnSleep);
+}
+
+template <class TIME> int ReadClock(int (*pfnNext)(clockid_t, TIME*), clockid_t eClock, TIME* ptTime)
+{
+    const int nResult = pfnNext(eClock, ptTime);
+    if (eClock == CLOCK_MONOTONIC || eClock == CLOCK_MONOTONIC_RAW || eClock == CLOCK_BOOTTIME)
+    {
+        const long nNanoseconds = ptTime->tv_nsec + t_nSkipped % 1000 * 1000000;
+        ptTime->tv_nsec = nNanoseconds % 1000000000;
+        ptTime->tv_sec += t_nSkipped / 1000 + nNanoseconds / 1000000000;
+    }
+    ptTime->tv_sec += eClock == CLOCK_BOOTTIME ? g_tCalls.nSecondsAsleep.load() : 0;
+    return nResult;
+}
+
+/** Finds an address of each family for "two.invalid", and for "counted.invalid" what calls.h describes. */
+int LookUp(decltype(&getaddrinfo) pfnNext, const char* pszName, const char* pszService, const addrinfo* ptHints,
+           addrinfo** pptResult)
+{
+    const std::string_view strName = pszName != nullptr ? pszName : "";
+    if (strName == "two.invalid")
+    {
+        return pfnNext("127.0.0.1", pszService, ptHints, pptResult) +
+               pfnNext("::1", pszService, ptHints, &(*pptResult)->ai_next);
+    }
+    if (strName == "counted.invalid")
+    {
+        while (g_tCalls.bNameServerSilent)
+        {
+            poll(nullptr, 0, 10);
+        }
+        ++g_tCalls.nLookUps;
+        g_tCalls.nFamily = ptHints->ai_family;
+        const char* const pszAddress = g_tCalls.pszAddress.exchange("127.0.0.1");
+        return pszAddress != nullptr ? pfnNext(pszAddress, pszService, nullptr, pptResult) : EAI_AGAIN;
+    }
+    return pfnNext(pszName, pszService, ptHints, pptResult);
 }
 
 /** Gives a new libcurl handle its default authorities. */
@@ -137,58 +187,11 @@ CALL(void*, curl_slist_append, (void* ptList, const char* pszText), (ptList, psz
 constexpr int CURLM_NO_MEMORY = 3;
 CALL(int, curl_multi_add_handle, (void* pMulti, void* pEasy), (pMulti, pEasy), CURLM_NO_MEMORY, "")
 
-#pragma GCC visibility push(default)
-extern "C"
-{
-    int nanosleep(const timespec* ptTime, timespec* ptLeft)
-    {
-        static auto* const s_pfnNext = Next(sizeof(time_t) > sizeof(long) ? "__nanosleep64" : "nanosleep", &nanosleep);
-        const long nMilliseconds = static_cast<long>(ptTime->tv_sec) * 1000 + ptTime->tv_nsec / 1000000;
-        const auto fnSleep = [&](long nReal)
-        {
-            const timespec tReal{0, nReal * 1000000};
-            return s_pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
-        };
-        return Hurry(nMilliseconds, fnSleep);
-    }
-
-    int clock_gettime(clockid_t eClock, timespec* ptTime) noexcept
-    {
-        static auto* const s_pfnNext =
-            Next(sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime", &clock_gettime);
-        const int nResult = s_pfnNext(eClock, ptTime);
-        if (eClock == CLOCK_MONOTONIC || eClock == CLOCK_MONOTONIC_RAW || eClock == CLOCK_BOOTTIME)
-        {
-            const long nNanoseconds = ptTime->tv_nsec + t_nSkipped % 1000 * 1000000;
-            ptTime->tv_nsec = nNanoseconds % 1000000000;
-            ptTime->tv_sec += t_nSkipped / 1000 + nNanoseconds / 1000000000;
-        }
-        ptTime->tv_sec += eClock == CLOCK_BOOTTIME ? g_tCalls.nSecondsAsleep.load() : 0;
-        return nResult;
-    }
-
-    /** Finds an address of each family for "two.invalid", and for the names that calls.h describes. */
-    int getaddrinfo(const char* pszName, const char* pszService, const addrinfo* ptHints, addrinfo** pptResult)
-    {
-        static auto* const s_pfnNext = Next("getaddrinfo", &getaddrinfo);
-        const std::string_view strName = pszName != nullptr ? pszName : "";
-        if (strName == "two.invalid")
-        {
-            return s_pfnNext("127.0.0.1", pszService, ptHints, pptResult) +
-                   s_pfnNext("::1", pszService, ptHints, &(*pptResult)->ai_next);
-        }
-        if (strName == "counted.invalid")
-        {
-            while (g_tCalls.bNameServerSilent)
-            {
-                poll(nullptr, 0, 10);
-            }
-            ++g_tCalls.nLookUps;
-            g_tCalls.nFamily = ptHints->ai_family;
-            const char* const pszAddress = g_tCalls.pszAddress.exchange("127.0.0.1");
-            return pszAddress != nullptr ? s_pfnNext(pszAddress, pszService, nullptr, pptResult) : EAI_AGAIN;
-        }
-        return s_pfnNext(pszName, pszService, ptHints, pptResult);
-    }
-}
-#pragma GCC visibility pop
+REPLACE(int, nanosleep, (const TIME_t* ptTime, TIME_t* ptLeft), Sleep(s_pfnNext, ptTime, ptLeft))
+REPLACE(int, clock_gettime, (clockid_t eClock, TIME_t* ptTime), ReadClock(s_pfnNext, eClock, ptTime))
+#if __SIZEOF_LONG__ == 4 // libraries differ in their time_t
+REPLACE(int, __nanosleep64, (const timespec* ptTime, timespec* ptLeft), Sleep(s_pfnNext, ptTime, ptLeft))
+REPLACE(int, __clock_gettime64, (clockid_t eClock, timespec* ptTime), ReadClock(s_pfnNext, eClock, ptTime))
+#endif
+REPLACE(int, getaddrinfo, (const char* pszName, const char* pszService, const addrinfo* ptHints, addrinfo** pptResult),
+        LookUp(s_pfnNext, pszName, pszService, ptHints, pptResult))
