@@ -78,13 +78,12 @@ void TRANSFER_t::Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pv
     m_ptSockets = ptDriverSockets;
     m_pvecPaused = pvecDriverPaused;
     tResume.Begin(ptSettings->tDefaults, bReporting, lTotalSeconds);
-    bBegunAgain = false;
     tCounts = {};
     tAttempt = {};
     curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
 }
 
-CURLcode TRANSFER_t::Reopen()
+CURLcode TRANSFER_t::BeginAgain()
 {
     /* Some libcurls must not make two transfers with one handle; see CTransferPool::Recycle(). */
     EASY_PTR_t pNext(curl_easy_duphandle(pEasy.get()));
@@ -103,14 +102,8 @@ CURLcode TRANSFER_t::Reopen()
 
 CURLcode TRANSFER_t::BeginResume()
 {
-    const CURLcode eResult = Reopen();
+    const CURLcode eResult = BeginAgain();
     return eResult == CURLE_OK ? tResume.RequestRest(pEasy.get(), pHeaders.get()) : eResult;
-}
-
-CURLcode TRANSFER_t::BeginAgain()
-{
-    bBegunAgain = true;
-    return Reopen();
 }
 
 /* libcurl does so itself, but gives up after five dead connections, and not for every error of HTTP/2. */
@@ -118,8 +111,7 @@ bool TRANSFER_t::MayBeginAgain(int nCode) const
 {
     const bool bDied =
         nCode == CURLE_HTTP2 || nCode == CURLE_GOT_NOTHING || nCode == CURLE_SEND_ERROR || nCode == CURLE_RECV_ERROR;
-    return bDied && !bBegunAgain && !tAttempt.tHeaderLines.HaveBegun() && tResume.Received() == 0 &&
-           IsReused(pEasy.get());
+    return bDied && !tAttempt.tHeaderLines.HaveBegun() && tResume.Received() == 0 && IsReused(pEasy.get());
 }
 
 bool TRANSFER_t::Check(CURLcode eCode)

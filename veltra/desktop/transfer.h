@@ -64,12 +64,12 @@ struct TRANSFER_t
      */
     CURLcode BeginResume();
 
-    /** Prepares another attempt after a reused connection has died. @return a refusal */
+    /** Prepares another attempt over a new connection. @return a refusal */
     CURLcode BeginAgain();
 
     /**
-     * Returns whether BeginAgain() is due for a transfer that has ended with this code: once, and if no answer has
-     * begun on the reused connection, which the server had closed meanwhile.
+     * Returns whether BeginAgain() is due for a transfer that has ended with this code: no answer has begun on a reused
+     * connection, which the server had closed meanwhile. The new connection excludes a second time.
      */
     bool MayBeginAgain(int nCode) const;
 
@@ -106,7 +106,6 @@ struct TRANSFER_t
 
     /* These belong to the driving thread while the transfer runs. */
     CResume tResume;          /**< counts the body over all attempts */
-    bool bBegunAgain = false; /**< BeginAgain() has been used */
     COUNTS_t tCounts;         /**< the last that libcurl has told */
     size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
     ATTEMPT_t tAttempt;       /**< the one that runs */
@@ -124,7 +123,6 @@ private:
 
     void SetFunctions(CURL* pNewEasy);
     long BufferSize() const;
-    CURLcode Reopen();
     long Status() const;
     std::string ErrorText(CURLcode eCode) const;
     FAULT_t OwnFault(CURLcode eCode) const;
