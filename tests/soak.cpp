@@ -1,449 +1,285 @@
 /*
- * Mixed traffic from many threads, for as long as one likes, over one engine or many, each of which is destroyed under
- * the traffic. It goes to a good server (nginx, run and restarted by scripts/soak.sh) and a hostile one (this program
- * with --serve), or without URLs to servers in this process, as in CTest. At the end the books must balance.
+ * Mixed traffic of many threads over engines that are destroyed under it, to the given URLs or to servers in this
+ * process. The exit status is 1 after a fault, and if one kind of traffic has never succeeded.
  */
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
+#include <array>
 #include <filesystem>
-#include <fstream>
+#include <future>
 #include <malloc.h>
+#include <numeric>
+#include <optional>
 #include <random>
 #include <unistd.h>
 
 #include "loopback_server.h"
+#include "test_helpers.h"
 #include "veltra/veltra.h"
 
 namespace
 {
 
-using std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
-std::string Chunk(const std::string& strText)
+std::mutex g_tCountLock;
+std::map<std::string, long> g_mapCounts;
+constexpr size_t KINDS = 7; // the entries of g_mapCounts when each kind of traffic has succeeded without a fault
+
+void Count(const char* pszName, bool bHappened = true)
 {
-    char szLength[32];
-    snprintf(szLength, sizeof szLength, "%zx\r\n", strText.size());
-    return szLength + strText + "\r\n";
+    const std::lock_guard<std::mutex> tGuard(g_tCountLock);
+    bHappened ? void(++g_mapCounts[pszName]) : void();
 }
 
-const std::string ECHO = "/echo/";
+const std::string ECHO = "/echo/"; // a path below it that ends with BROKEN has to be resumed
+constexpr char BROKEN = '7';
+const std::string OK = "HTTP/1.1 200 OK\r\n";
+const std::string HALF = OK + "Content-Length: 100000\r\n\r\n" + std::string(50000, 'x');
+const std::string CHUNK = OK + "Transfer-Encoding: chunked\r\n\r\n4\r\ngood\r\n";
+
+struct HOSTILE_t
+{
+    std::string strAnswer;
+    void (CConnection::*pfnEnd)() = &CConnection::Shutdown;
+    size_t nPiece = std::string::npos; /**< the bytes that are sent at once */
+};
+const std::map<std::string, HOSTILE_t> HOSTILE = {
+    {"/cut", {HALF}},
+    {"/reset", {HALF, &CConnection::Reset}},
+    {"/long", {HALF + std::string(50010, 'x')}},
+    {"/drip", {OK + "Content-Length: 100\r\n\r\n" + std::string(100, 'x'), &CConnection::Shutdown, 8}},
+    {"/chunks", {CHUNK + "zz\r\nbad\r\n"}},
+    {"/chunked", {CHUNK + "0\r\n\r\n"}},
+    {"/headers", {OK + "X-Long: " + std::string(200000, 'h') + "\r\n\r\n"}},
+    {"/redirect", {"HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\n\r\n"}},
+    {"/stall", {OK + "Content-Length: 100\r\n\r\npart", &CConnection::Stall}}};
 
 std::string Echo(const std::string& strMethod, const std::string& strPath, const std::string& strBody)
 {
-    return strMethod + " " + strPath + " " + strBody;
+    std::string strBytes(5000, '\0');
+    std::iota(strBytes.begin(), strBytes.end(), '\0');
+    return strMethod + strPath + strBody + strBytes;
 }
 
-std::string ReadFile(const std::string& strPath)
+void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
 {
-    std::ifstream tFile(strPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(tFile), {}};
-}
-
-/** What the hostile server does with each path; below ECHO it does what it should. */
-void Misbehave(CConnection& tConnection, const REQUEST_t& tRequest)
-{
-    const std::string strOk = "HTTP/1.1 200 OK\r\n";
-    const std::string strPath = tRequest.strPath;
-    if (strPath.rfind(ECHO, 0) == 0)
+    if (const auto it = HOSTILE.find(tRequest.strPath); it != HOSTILE.end())
     {
-        tConnection.Answer(Echo(tRequest.strMethod, strPath, tRequest.strBody));
-    }
-    else if (strPath == "/stall")
-    {
-        tConnection.Send(strOk + "Content-Length: 100\r\n\r\npart");
-        tConnection.Stall();
-    }
-    else if (strPath == "/drip")
-    {
-        bool bGoOn = tConnection.Send(strOk + "Content-Length: 100\r\n\r\n");
-        for (int i = 0; i < 100 && bGoOn; i += 5)
+        const auto& [strAnswer, pfnEnd, nPiece] = it->second;
+        for (size_t i = 0; i < strAnswer.size() && tConnection.Send(strAnswer.substr(i, nPiece)); i += nPiece)
         {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            bGoOn = tConnection.Send("drip ");
+            std::this_thread::sleep_for(5ms);
         }
+        return (tConnection.*pfnEnd)();
     }
-    else if (strPath == "/redirect")
-    {
-        tConnection.Send("HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n");
-    }
-    else if (strPath == "/headers")
-    {
-        tConnection.Send(strOk + "X-Long: " + std::string(200000, 'h') + "\r\n\r\n");
-        tConnection.Shutdown();
-    }
-    else if (strPath == "/chunks")
-    {
-        tConnection.Send(strOk + "Transfer-Encoding: chunked\r\n\r\n" + Chunk("good") + "zz\r\nbad\r\n");
-        tConnection.Shutdown();
-    }
-    else if (strPath == "/chunked")
-    {
-        tConnection.Send(strOk + "Transfer-Encoding: chunked\r\n\r\n" + Chunk("good") + Chunk(""));
-    }
-    else
-    {
-        tConnection.Send(strOk + "Content-Length: 100000\r\n\r\n" +
-                         std::string(strPath == "/long" ? 100010 : 50000, 'x'));
-        strPath == "/reset" ? tConnection.Reset() : tConnection.Shutdown();
-    }
+    const std::string strText = Echo(tRequest.strMethod, tRequest.strPath, tRequest.strBody);
+    const size_t nRange = tRequest.strHead.find("\r\nRange: bytes=");
+    const size_t nFirst = nRange == std::string::npos ? 0 : std::stoul(tRequest.strHead.substr(nRange + 15));
+    const bool bBreak = nRange == std::string::npos && tRequest.strPath.back() == BROKEN;
+    const std::string strPart = std::to_string(nFirst) + "-" + std::to_string(strText.size() - 1) + "/";
+    tConnection.Send((nFirst == 0 ? OK
+                                  : "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " + strPart +
+                                        std::to_string(strText.size()) + "\r\n") +
+                     "ETag: \"1\"\r\nContent-Length: " + std::to_string(strText.size() - nFirst) + "\r\n\r\n" +
+                     strText.substr(nFirst, bBreak ? 2000 : std::string::npos));
+    bBreak ? tConnection.Shutdown() : void();
 }
 
 struct SERVERS_t
 {
-    CLoopbackServer tPlain{&Misbehave};
-    CLoopbackServer tTls{&Misbehave, true};
-
-    std::vector<std::string> Urls() const
-    {
-        std::vector<std::string> vecUrls(8, tPlain.Url(ECHO)); // most of the traffic is good
-        for (const char* pszPath :
-             {"/reset", "/cut", "/long", "/drip", "/chunks", "/chunked", "/headers", "/redirect", "/stall"})
-        {
-            vecUrls.push_back(tPlain.Url(pszPath));
-        }
-        for (const char* pszPath : {ECHO.c_str(), "/reset", "/cut"})
-        {
-            vecUrls.push_back(tTls.Url(pszPath));
-        }
-        vecUrls.insert(vecUrls.end(), {"http://127.0.0.1:1/refused", "file:///etc/hostname"});
-        return vecUrls;
-    }
+    CLoopbackServer tPlain{&Serve};
+    CLoopbackServer tTls{&Serve, true};
 };
 
-int ServeUntilKilled()
+std::atomic<std::thread::id> g_tWorker; // the thread of the engine's first event
+std::atomic<long> g_nTransfers{0};      // gives each transfer a name
+std::atomic<long> g_nEvents{0};         // how many final events have begun
+
+/** A thread of the application, with one transfer at a time. A late second event falls on the next transfer. */
+class CTraffic
 {
-    const SERVERS_t tServers;
-    printf("%d %d\n", tServers.tPlain.Port(), tServers.tTls.Port());
-    fflush(stdout);
-    for (;;)
+public:
+    CTraffic(std::mt19937::result_type nSeed, const std::string& strFolder) : m_tRandom(nSeed), m_strFolder(strFolder)
     {
-        pause();
     }
-}
 
-/** What was accepted and how it ended; the books. */
-struct BOOKS_t
-{
-    std::atomic<long> nSync{0}, nSyncFailed{0}, nAsync{0}, nAsyncEnded{0}, nAsyncFailed{0}, nDownloads{0},
-        nDownloadsEnded{0}, nDownloadsFailed{0}, nCancelled{0}, nSilent{0}, nSilentEnded{0}, nSyncDownloads{0},
-        nSyncDownloadsFailed{0}, nTwice{0}, nWrong{0}, nElsewhere{0};
-} g_tBooks;
+    void Run(const std::vector<std::string>& vecUrls, const std::atomic<bool>& bGoOn)
+    {
+        while (bGoOn)
+        {
+            const std::string strUrl = vecUrls[Random(vecUrls.size())];
+            m_nSilentUntil = 0;
+            /* A stalled transfer blocks its thread for 30 seconds. */
+            strUrl.find("/stall") == std::string::npos || Random(50) == 0 ? Transfer(strUrl) : void();
+            while (bGoOn && m_nOwed > 0 && (m_nSilentUntil == 0 || g_nEvents < m_nSilentUntil))
+            {
+                std::this_thread::sleep_for(100us);
+            }
+            Count("FAULT: lost events", m_nOwed.exchange(0) > 0 && m_nSilentUntil == 0);
+        }
+    }
 
-std::atomic<std::thread::id> g_tWorker; /**< what all callbacks of an engine run on */
+private:
+    size_t Random(size_t nLimit) { return m_tRandom() % nLimit; }
 
-/** Notes an answer that is not what its request is to get. */
-void Check(bool bResult, const std::string& strExpected, const std::string& strAnswer)
-{
-    g_tBooks.nWrong += bResult && !strExpected.empty() && strAnswer != strExpected;
-}
+    void Transfer(std::string strUrl)
+    {
+        CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
+        const size_t nKind = Random(8);
+        const bool bPost = nKind > 0 && nKind < 5 && Random(2) == 0;
+        const std::string strName = std::to_string(++g_nTransfers);
+        const size_t nPath = strUrl.rfind(ECHO);
+        strUrl += nPath != std::string::npos ? strName : "";
+        _HTTP_REQ_INFO_t tRequest{bPost ? HTTP_METHOD_POST : HTTP_METHOD_GET, strUrl, {}, {}, nullptr, this};
+        tRequest.strPostData.assign(bPost ? Random(20000) : 0, 'p');
+        m_strExpected =
+            nPath == std::string::npos ? "" : Echo(bPost ? "POST" : "GET", strUrl.substr(nPath), tRequest.strPostData);
+        m_strFile = m_strFolder + "/" + strName;
+        m_nCancelAt = static_cast<int>(Random(80)) * 5;
+        if (nKind == 0 && strUrl.back() != BROKEN) // Destroy() does not end its wait for the next attempt
+        {
+            const bool bResult = tEngine.SyncDownloadFile(strUrl, m_strFile, 1, 1);
+            Check("synchronous downloads", bResult, ReadFile(m_strFile));
+            std::filesystem::remove(m_strFile + (bResult ? "" : ".bak")); // only a failed one leaves a temporary file
+        }
+        else if (nKind < 3)
+        {
+            Check("synchronous requests", tEngine.Post(&tRequest, true), tRequest.strResponse);
+        }
+        else if (++m_nOwed; nKind < 5)
+        {
+            tRequest.pfnRequestCB = [](bool bResult, std::string&, std::string& strResponse, void* pThis)
+            { static_cast<CTraffic*>(pThis)->End("asynchronous requests", bResult, strResponse); };
+            m_nOwed -= !tEngine.Get(&tRequest, false);
+        }
+        else
+        {
+            const int nId = tEngine.CreateDownloadId();
+            m_nOwed -= tEngine.StartDownload(nId, strUrl, m_strFile, &OnDownload, this) != 1;
+            for (size_t nYields = Random(1000); nYields > 0 && nKind == 6; --nYields)
+            {
+                std::this_thread::yield(); // the cancellation meets a short download at any moment
+            }
+            const bool bSilent = Random(3) == 0;
+            const bool bCancelled = nKind == 6 && tEngine.CancelDownload(nId, !bSilent);
+            /* A silenced event that was just about to begin has ended once a second one begins. */
+            m_nSilentUntil = bCancelled && bSilent ? g_nEvents + 2 : 0;
+        }
+    }
 
-/** One asynchronous transfer, freed by its final event; kept a while to notice a second one. */
-struct TRANSFER_t
-{
-    std::atomic<int> nEnded{0};
-    int nCancelAt = -1;      /**< percentage at which it cancels itself */
-    std::string strExpected; /**< the answer that it is to get; empty: any */
-    std::string strFile;     /**< a download's */
+    void Check(const char* pszKind, bool bResult, const std::string& strAnswer)
+    {
+        Count(pszKind, bResult);
+        Count("FAULT: wrong answers", bResult && !m_strExpected.empty() && strAnswer != m_strExpected);
+    }
 
-    void End(std::atomic<long>& nEndedCount, std::atomic<long>& nFailedCount, bool bResult)
+    void End(const char* pszKind, bool bResult, const std::string& strAnswer)
     {
         std::thread::id tWorker;
-        g_tBooks.nElsewhere += !g_tWorker.compare_exchange_strong(tWorker, std::this_thread::get_id()) &&
-                               tWorker != std::this_thread::get_id();
-        ++nEndedCount;
-        nFailedCount += !bResult;
-        g_tBooks.nTwice += nEnded++ > 0; // the last: its owner may free it now
-    }
-
-    static void OnRequest(bool bResult, std::string&, std::string& strResponse, void* pUserData)
-    {
-        Check(bResult, static_cast<TRANSFER_t*>(pUserData)->strExpected, strResponse);
-        static_cast<TRANSFER_t*>(pUserData)->End(g_tBooks.nAsyncEnded, g_tBooks.nAsyncFailed, bResult);
+        ++g_nEvents;
+        const bool bFirst = g_tWorker.compare_exchange_strong(tWorker, std::this_thread::get_id());
+        Count("FAULT: wrong threads", !bFirst && tWorker != std::this_thread::get_id());
+        Check(pszKind, bResult, strAnswer);
+        Count("FAULT: extra events", m_nOwed-- < 1);
     }
 
     static void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int nPercent, double, void* pUserData)
     {
-        auto* ptTransfer = static_cast<TRANSFER_t*>(pUserData);
+        CTraffic& tThis = *static_cast<CTraffic*>(pUserData);
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
-            if (nPercent == ptTransfer->nCancelAt)
-            {
-                CSingleton<CWebConnector>::GetInstance()->CancelDownload(nId, true);
-            }
+            (nPercent == tThis.m_nCancelAt) && CSingleton<CWebConnector>::GetInstance()->CancelDownload(nId, true);
             return;
         }
-        g_tBooks.nCancelled += eType == DOWNLOAD_TYPE_CANCEL;
-        if (eType == DOWNLOAD_TYPE_SUCCESS && !ptTransfer->strExpected.empty())
-        {
-            Check(true, ptTransfer->strExpected, ReadFile(ptTransfer->strFile));
-        }
-        ptTransfer->End(g_tBooks.nDownloadsEnded, g_tBooks.nDownloadsFailed, eType != DOWNLOAD_TYPE_FAIL);
-    }
-};
-
-/** One thread of an application that does a bit of everything. */
-class CTraffic
-{
-public:
-    CTraffic(int nThread, const std::string& strFolder, const std::vector<std::string>& vecUrls)
-        : m_tRandom(static_cast<unsigned>(nThread)), m_strFolder(strFolder + "/" + std::to_string(nThread) + "-"),
-          m_vecUrls(vecUrls)
-    {
-    }
-
-    /** Goes on while it may; bAsync with asynchronous requests alone, which come thickest. */
-    void Run(const std::atomic<bool>& bGoOn, bool bAsync)
-    {
-        while (bGoOn)
-        {
-            if (m_lstTransfers.size() > (bAsync ? 10 : 200))
-            {
-                std::this_thread::sleep_for(std::chrono::microseconds(bAsync ? 100 : 5000));
-                m_lstTransfers.remove_if([](const TRANSFER_t& tTransfer) { return tTransfer.nEnded > 0; });
-            }
-            else
-            {
-                One(bAsync ? ASYNC_REQUEST : Random(8));
-            }
-        }
-    }
-
-    long CountSilentEnded() const
-    {
-        return std::count_if(m_lstSilent.begin(), m_lstSilent.end(),
-                             [](const TRANSFER_t& tTransfer) { return tTransfer.nEnded > 0; });
-    }
-
-private:
-    int Random(int nLimit) { return std::uniform_int_distribution<int>(0, nLimit - 1)(m_tRandom); }
-
-    static constexpr int ASYNC_REQUEST = 2;
-
-    void One(int nKind)
-    {
-        _HTTP_REQ_INFO_t tRequest;
-        tRequest.strUrl = m_vecUrls[static_cast<size_t>(Random(static_cast<int>(m_vecUrls.size())))];
-        /* A stalled transfer holds its place for 30 seconds: few of them keep it interesting. */
-        if (tRequest.strUrl.find("/stall") != std::string::npos && Random(50) != 0)
-        {
-            return;
-        }
-        /* What nobody can end holds up the end of the engine's time. */
-        const bool bSlow =
-            tRequest.strUrl.find("/stall") != std::string::npos || tRequest.strUrl.find("/drip") != std::string::npos;
-        tRequest.eMethod = HTTP_METHOD_GET + Random(2);
-        tRequest.strPostData.assign(static_cast<size_t>(Random(20000)), 'p');
-        std::string strExpected;
-        std::string strFileExpected;
-        if (const size_t nPath = tRequest.strUrl.rfind(ECHO); nPath != std::string::npos)
-        {
-            tRequest.strUrl += std::to_string(m_nAsked++);
-            const std::string strPath = tRequest.strUrl.substr(nPath);
-            strFileExpected = Echo("GET", strPath, "");
-            strExpected =
-                tRequest.eMethod == HTTP_METHOD_GET ? strFileExpected : Echo("POST", strPath, tRequest.strPostData);
-        }
-        const std::string strFile = m_strFolder + std::to_string(m_nFiles++ % 50);
-        CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
-        bool bResult = false;
-        switch (nKind)
-        {
-        case 0:
-        case 1:
-            bResult = ptEngine->Post(&tRequest, true);
-            Check(bResult, strExpected, tRequest.strResponse);
-            ++g_tBooks.nSync;
-            g_tBooks.nSyncFailed += !bResult;
-            break;
-        case ASYNC_REQUEST:
-        case 3:
-        case 4:
-            tRequest.pfnRequestCB = &TRANSFER_t::OnRequest;
-            tRequest.pUserData = &m_lstTransfers.emplace_back();
-            m_lstTransfers.back().strExpected = strExpected;
-            bResult = ptEngine->Get(&tRequest, false);
-            g_tBooks.nAsync += bResult;
-            bResult ? void() : m_lstTransfers.pop_back();
-            break;
-        case 5:
-            bResult = !bSlow && ptEngine->SyncDownloadFile(tRequest.strUrl, strFile + "s", 2, 1);
-            Check(bResult, strFileExpected, bResult ? ReadFile(strFile + "s") : "");
-            ++g_tBooks.nSyncDownloads;
-            g_tBooks.nSyncDownloadsFailed += !bResult;
-            break;
-        default:
-            Download(*ptEngine, tRequest.strUrl, strFile, strFileExpected);
-            break;
-        }
-    }
-
-    void Download(CWebConnector& tEngine, const std::string& strUrl, const std::string& strFile,
-                  const std::string& strExpected)
-    {
-        TRANSFER_t& tTransfer = m_lstTransfers.emplace_back();
-        const int nId = tEngine.CreateDownloadId();
-        tTransfer.nCancelAt = Random(4) == 0 ? Random(20) * 5 : -1;
-        tTransfer.strExpected = strExpected;
-        tTransfer.strFile = strFile;
-        if (tEngine.StartDownload(nId, strUrl, strFile, &TRANSFER_t::OnDownload, &tTransfer) != 1)
-        {
-            m_lstTransfers.pop_back();
-            return;
-        }
-        ++g_tBooks.nDownloads;
-        if (Random(3) == 0)
-        {
-            return;
-        }
-        for (int nSpins = Random(1000); nSpins > 0; --nSpins)
-        {
-            std::this_thread::yield(); // moves the cancellation through the whole life of a short download
-        }
-        const bool bNotify = Random(3) != 0;
-        if (tEngine.CancelDownload(nId, bNotify) && !bNotify)
-        {
-            /* Kept: one event may still come, if its callback was being entered just then. */
-            ++g_tBooks.nSilent;
-            m_lstSilent.splice(m_lstSilent.end(), m_lstTransfers, std::prev(m_lstTransfers.end()));
-        }
+        const std::string strAnswer = ReadFile(tThis.m_strFile);
+        const bool bWrong = std::filesystem::remove(tThis.m_strFile) != (eType == DOWNLOAD_TYPE_SUCCESS);
+        Count("FAULT: wrong files", bWrong && eType != DOWNLOAD_TYPE_CANCEL);
+        Count("cancelled downloads", eType == DOWNLOAD_TYPE_CANCEL);
+        tThis.End("downloads", eType == DOWNLOAD_TYPE_SUCCESS, strAnswer);
     }
 
     std::mt19937 m_tRandom;
-    std::string m_strFolder;
-    const std::vector<std::string>& m_vecUrls;
-    std::list<TRANSFER_t> m_lstTransfers;
-    std::list<TRANSFER_t> m_lstSilent;
-    int m_nFiles = 0;
-    int m_nAsked = 0;
+    const std::string m_strFolder;
+    std::string m_strExpected;   /**< the expected answer; empty: any */
+    std::string m_strFile;       /**< the target of a download */
+    int m_nCancelAt = 0;         /**< the percentage at which a download cancels itself */
+    std::atomic<int> m_nOwed{0}; /**< the number of final events that are to come */
+    long m_nSilentUntil = 0; /**< the value of g_nEvents from which a silenced download has no more events; else 0 */
 };
 
-struct RESOURCES_t
+/** Runs one engine after the other: for half of the remaining time, a quarter, and so on down to milliseconds. */
+void RunTraffic(const std::string& strFolder, std::vector<std::string> vecUrls, std::chrono::seconds tLength)
 {
-    long nDescriptors = 0;
-    long nThreads = 0;
-    long nKilobytes = 0;
-};
-
-long CountEntries(const char* pszFolder)
-{
-    return std::distance(std::filesystem::directory_iterator(pszFolder), {});
-}
-
-RESOURCES_t Resources()
-{
-    malloc_trim(0);
-    long nPages = 0;
-    long nResident = 0;
-    std::ifstream("/proc/self/statm") >> nPages >> nResident;
-    return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), nResident * sysconf(_SC_PAGESIZE) / 1024};
-}
-
-/**
- * Runs the traffic of several threads over one engine after the other, and ends each under it. Of many engines three in
- * four end while the traffic has hardly begun; together the others live about as long as is asked for.
- */
-void RunTraffic(std::list<CTraffic>& lstTraffic, std::chrono::milliseconds tLength, int nEngines)
-{
-    std::mt19937 tRandom;
-    constexpr int LONGER = 4;
-    constexpr long long BRIEF = 2000; // microseconds
-    const long long nLongest = 2 * LONGER * std::chrono::microseconds(tLength).count() / nEngines;
-    for (int i = 0; i < nEngines; ++i)
+    std::optional<SERVERS_t> optServers;
+    if (vecUrls.empty())
     {
-        const bool bBrief = i % LONGER != 0;
-        std::uniform_int_distribution<long long> tLife(0, bBrief ? BRIEF : nLongest);
+        const SERVERS_t& tServers = optServers.emplace();
+        vecUrls.assign(8, tServers.tPlain.Url(ECHO)); // most of the traffic is good
+        vecUrls.insert(vecUrls.end(), {tServers.tTls.Url(ECHO), tServers.tTls.Url("/reset"), tServers.tTls.Url("/cut"),
+                                       "http://127.0.0.1:1/refused", "file:///etc/hostname"});
+        for (const auto& [strPath, tHostile] : HOSTILE)
+        {
+            vecUrls.push_back(tServers.tPlain.Url(strPath));
+        }
+    }
+    std::mt19937 tRandom;
+    int nEngine = 0;
+    const auto tEnd = std::chrono::steady_clock::now() + tLength;
+    for (std::chrono::nanoseconds tLeft = tLength; tLeft > 0s; tLeft = tEnd - std::chrono::steady_clock::now())
+    {
         CWebConnector tEngine;
         CSingleton<CWebConnector>::m_pObj = &tEngine;
         g_tWorker = std::thread::id();
         tEngine.Create();
         std::atomic<bool> bGoOn{true};
-        std::list<std::thread> lstThreads;
-        for (CTraffic& tTraffic : lstTraffic)
+        std::list<std::future<void>> lstThreads; // joined by their destructors
+        for (int i = 0; i < 40; ++i)
         {
-            lstThreads.emplace_back(&CTraffic::Run, &tTraffic, std::cref(bGoOn), bBrief);
+            lstThreads.push_back(std::async(std::launch::async, [&, nSeed = tRandom()]
+                                            { CTraffic(nSeed, strFolder).Run(vecUrls, bGoOn); }));
         }
-        std::this_thread::sleep_for(nEngines == 1 ? tLength : std::chrono::microseconds(tLife(tRandom)));
+        std::this_thread::sleep_for(tLeft / (2 << nEngine++ % 12));
         tEngine.Destroy();
         bGoOn = false;
-        for (std::thread& tThread : lstThreads)
-        {
-            tThread.join();
-        }
-        CSingleton<CWebConnector>::m_pObj = nullptr;
+        Count("engines");
     }
 }
 
-std::string Show(const RESOURCES_t& tResources)
+/** Returns the number of descriptors, of threads, and of KiB in memory. */
+std::array<long, 3> Resources()
 {
-    return std::to_string(tResources.nDescriptors) + " descriptors, " + std::to_string(tResources.nThreads) +
-           " threads, " + std::to_string(tResources.nKilobytes) + " KiB resident";
+    const auto fnCount = [](const char* psz) { return std::distance(std::filesystem::directory_iterator(psz), {}); };
+    long nPages = 0;
+    malloc_trim(0);
+    std::ifstream("/proc/self/statm") >> nPages >> nPages;
+    return {fnCount("/proc/self/fd"), fnCount("/proc/self/task"), nPages * (sysconf(_SC_PAGESIZE) / 1024)};
 }
 
-int Soak(const std::string& strFolder, std::vector<std::string> vecUrls, int nSeconds, int nEngines)
+bool Soak(const std::string& strFolder, const std::vector<std::string>& vecUrls, int nSeconds)
 {
-    constexpr int THREADS = 8;
-    constexpr int SECONDS_TO_SETTLE = 60; // before that the memory in use says nothing
-    const bool bOwnServers = vecUrls.empty();
-    std::list<CTraffic> lstTraffic;
-    for (int i = 0; i < THREADS; ++i)
+    RunTraffic(strFolder, vecUrls, std::chrono::seconds(std::min(nSeconds / 4 + 1, 20))); // opens what stays open
+    const std::array<long, 3> arrBefore = Resources();
+    RunTraffic(strFolder, vecUrls, std::chrono::seconds(nSeconds));
+    for (int i = 0; i < 100 && Resources()[1] > arrBefore[1]; ++i)
     {
-        lstTraffic.emplace_back(i, strFolder, vecUrls);
+        std::this_thread::sleep_for(100ms); // the system may still list a thread that has been joined
     }
-    const auto fnRun = [&](int nLength)
-    {
-        std::unique_ptr<SERVERS_t> ptServers;
-        if (bOwnServers)
-        {
-            ptServers = std::make_unique<SERVERS_t>();
-            vecUrls = ptServers->Urls();
-        }
-        RunTraffic(lstTraffic, std::chrono::seconds(nLength), nEngines);
-    };
-    fnRun(std::min(nSeconds, 20)); // what is opened and kept once
-    const RESOURCES_t tBefore = Resources();
-    fnRun(nSeconds);
-    RESOURCES_t tAfter = Resources();
-    /* Fewer are none lost: also before, a thread that had been joined may still have shown. */
-    const auto fnSettled = [&]
-    { return tAfter.nThreads <= tBefore.nThreads && tAfter.nDescriptors <= tBefore.nDescriptors; };
-    for (int i = 0; i < 100 && !fnSettled(); ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a thread that has been joined may still show
-        tAfter = Resources();
-    }
-    for (const CTraffic& tTraffic : lstTraffic)
-    {
-        g_tBooks.nSilentEnded += tTraffic.CountSilentEnded();
-    }
-    long nLeftFiles = 0;
+    const std::array<long, 3> arrAfter = Resources();
+    Count("FAULT: descriptors left", arrAfter[0] > arrBefore[0]);
+    Count("FAULT: threads left", arrAfter[1] > arrBefore[1]);
+    Count("FAULT: memory left", nSeconds >= 60 && arrAfter[2] > arrBefore[2] * 5 / 4); // it settles slowly
     for (const auto& tEntry : std::filesystem::directory_iterator(strFolder))
     {
-        const std::string strName = tEntry.path().filename();
-        nLeftFiles += strName.size() > 4 && strName.compare(strName.size() - 4, 4, ".bak") == 0 &&
-                      strName.find('s') == std::string::npos; // failed synchronous downloads leave theirs
+        Count("FAULT: temporary files left", tEntry.path().extension() == ".bak");
     }
-
-    const BOOKS_t& tBooks = g_tBooks;
-    printf("synchronous requests     %ld, failed %ld\n", tBooks.nSync.load(), tBooks.nSyncFailed.load());
-    printf("asynchronous requests    %ld accepted, %ld ended, failed %ld\n", tBooks.nAsync.load(),
-           tBooks.nAsyncEnded.load(), tBooks.nAsyncFailed.load());
-    printf(
-        "downloads                %ld accepted, %ld ended (%ld cancelled, %ld failed), %ld silenced (%ld too late)\n",
-        tBooks.nDownloads.load(), tBooks.nDownloadsEnded.load(), tBooks.nCancelled.load(),
-        tBooks.nDownloadsFailed.load(), tBooks.nSilent.load(), tBooks.nSilentEnded.load());
-    printf("synchronous downloads    %ld, failed %ld\n", tBooks.nSyncDownloads.load(),
-           tBooks.nSyncDownloadsFailed.load());
-    printf("ended twice %ld, with a wrong answer %ld, on a wrong thread %ld, temporary files left %ld\n",
-           tBooks.nTwice.load(), tBooks.nWrong.load(), tBooks.nElsewhere.load(), nLeftFiles);
-    printf("before: %s\nafter:  %s\n", Show(tBefore).c_str(), Show(tAfter).c_str());
-
-    const bool bBalanced =
-        tBooks.nAsync == tBooks.nAsyncEnded && tBooks.nTwice == 0 && tBooks.nWrong == 0 && tBooks.nElsewhere == 0 &&
-        nLeftFiles == 0 && tBooks.nDownloads == tBooks.nDownloadsEnded + tBooks.nSilent - tBooks.nSilentEnded &&
-        fnSettled() && (nSeconds < SECONDS_TO_SETTLE || tAfter.nKilobytes < tBefore.nKilobytes * 5 / 4);
-    printf("%s\n", bBalanced ? "The books balance." : "THE BOOKS DO NOT BALANCE.");
-    return bBalanced ? 0 : 1;
+    bool bGood = g_mapCounts.size() == KINDS;
+    for (const auto& [strName, nCount] : g_mapCounts)
+    {
+        bGood = bGood && strName.rfind("FAULT", 0) != 0;
+        printf("%8ld %s\n", nCount, strName.c_str());
+    }
+    return bGood;
 }
 
 } // namespace
@@ -451,32 +287,33 @@ int Soak(const std::string& strFolder, std::vector<std::string> vecUrls, int nSe
 int main(int nArguments, char* arrArguments[])
 {
     CLI::App tApp("Soak test");
-    bool bServe = false;
     int nSeconds = 60;
-    int nEngines = 1;
-    std::string strFolder;
-    std::string strCaFile = TEST_CERTIFICATES "/ca.pem";
+    std::string strFolder = std::filesystem::temp_directory_path();
+    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
+    tSettings.nResumeAttempts = 3;
     std::vector<std::string> vecUrls;
-    tApp.add_flag("--serve", bServe, "Be the hostile server: print the plain and the TLS port, then serve");
-    tApp.add_option("--seconds", nSeconds, "How long to go on");
-    tApp.add_option("--engines", nEngines, "How many engines follow one another in that time")
-        ->check(CLI::PositiveNumber);
-    tApp.add_option("--folder", strFolder, "Where to download to");
-    tApp.add_option("--cacert", strCaFile, "The authority to trust");
-    tApp.add_option("URL", vecUrls, "What to ask for; without, servers in this process");
+    const auto* pServe =
+        tApp.add_flag("--serve", "Only serve: print the plain and the TLS port, then answer until killed");
+    tApp.add_option("--seconds", nSeconds, "Duration of the traffic");
+    tApp.add_option("--folder", strFolder, "Where to make a folder for downloads");
+    tApp.add_option("--cacert", tSettings.strCaFile, "CA certificates to trust");
+    tApp.add_option("URL", vecUrls, "URLs to request; without any, servers in this process");
     CLI11_PARSE(tApp, nArguments, arrArguments);
-    if (bServe)
+    if (pServe->count() > 0)
     {
-        return ServeUntilKilled();
+        const SERVERS_t tServers;
+        printf("%d %d\n", tServers.tPlain.Port(), tServers.tTls.Port());
+        fflush(stdout);
+        return pause();
     }
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({strCaFile, {}});
-    if (!strFolder.empty())
-    {
-        return Soak(strFolder, vecUrls, nSeconds, nEngines);
-    }
-    strFolder = (std::filesystem::temp_directory_path() / "soak-XXXXXX").string();
-    const int nResult = mkdtemp(strFolder.data()) != nullptr ? Soak(strFolder, vecUrls, nSeconds, nEngines) : 1;
+    WQCurl::SetTransferDefaults(tSettings);
+    WQCurl::SetTransferObserver([](const WQCurl::TRANSFER_REPORT_t& tReport, void*)
+                                { Count("resumed downloads", tReport.nAttempts > 1 && tReport.strErrorMsg.empty()); },
+                                nullptr);
+    strFolder += "/soak-XXXXXX";
+    const bool bGood = mkdtemp(strFolder.data()) != nullptr && Soak(strFolder, vecUrls, nSeconds);
     std::filesystem::remove_all(strFolder);
-    return nResult;
+    return bGood ? 0 : 1;
 }
