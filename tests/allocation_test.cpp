@@ -122,20 +122,3 @@ TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
     EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
     g_nLargest = SIZE_MAX;
 }
-
-TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // a fork copies no thread of a fixture
-{
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer does not follow a fork";
-#endif
-    const auto fnRun = []
-    {
-        CWebConnector tEngine;
-        tEngine.Create();
-        _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
-        tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { throw std::bad_alloc(); };
-        tEngine.Get(&tRequest, false);
-        _exit(static_cast<int>(sleep(20)));
-    };
-    EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT), "bad_alloc");
-}
