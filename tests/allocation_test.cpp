@@ -7,11 +7,10 @@
 
 #include "engine_fixture.h"
 
-thread_local bool t_bMayLackMemory = false;
-
 namespace
 {
 
+thread_local bool t_bMayLackMemory = false; // allocations of this thread are calls of "new", which may fail
 std::atomic<size_t> g_nLargest{SIZE_MAX};
 
 void* Allocate(size_t nSize)
@@ -20,8 +19,25 @@ void* Allocate(size_t nSize)
     return bFails || nSize > g_nLargest ? nullptr : malloc(nSize);
 }
 
+} // namespace
+
+bool Try(const std::function<bool()>& fnOperation)
+{
+    t_bMayLackMemory = true;
+    bool bDone = false;
+    try
+    {
+        bDone = fnOperation();
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+    t_bMayLackMemory = false;
+    return bDone;
+}
+
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
-void FailEveryAllocation(
+static void FailEveryAllocation(
     const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
@@ -29,25 +45,12 @@ void FailEveryAllocation(
     {
         SCOPED_TRACE("with allocation " + std::to_string(nRounds) + " failing");
         g_tCalls.Fail("new", ENOMEM, nRounds);
-        t_bMayLackMemory = true;
-        try
-        {
-            fnOperation();
-        }
-        catch (const std::bad_alloc&)
-        {
-        }
-        t_bMayLackMemory = false;
+        Try([&] { return fnOperation(), true; });
         bMet = g_tCalls.nUntilFailure < 0;
-        if (bMet)
-        {
-            fnCheckAfterFailure();
-        }
+        bMet ? fnCheckAfterFailure() : void();
     }
     EXPECT_GT(nRounds, 1);
 }
-
-} // namespace
 
 void* operator new(size_t nSize)
 {

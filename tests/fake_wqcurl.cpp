@@ -101,7 +101,7 @@ OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const long& l), return m_ptTran
 OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const std::string& str), return m_ptTransfer->Set(e, str))
 OPERATION(bool WQCurlEasy::setOption(OPTION_t e, const std::list<std::string>& lst),
           return m_ptTransfer->Set(e, std::accumulate(lst.begin(), lst.end(), std::string(),
-                                                 [](auto a, auto b) { return a + b + ";"; })))
+                                                      [](auto a, auto b) { return a + b + ";"; })))
 OPERATION(bool WQCurlEasy::setOption(OPTION_t e, WRITE_FUNCTION_t pfn), m_ptTransfer->pfnWrite = pfn;
           return m_ptTransfer->Set(e, "write"))
 OPERATION(bool WQCurlEasy::setOption(OPTION_t e, PROGRESS_FUNCTION_t pfn), m_ptTransfer->pfnProgress = pfn;

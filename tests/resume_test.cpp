@@ -261,8 +261,7 @@ TEST_F(CResumeTest, PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
     g_tCalls.bHurry = false;
     m_strRefusal = Head("503 Busy", 0, "Retry-After: 30");
     m_nRefusals = 9;
-    OUTCOME_t tCancelled;
-    OUTCOME_t tEnded;
+    OUTCOME_t tCancelled, tEnded;
     ASSERT_EQ(Start(tCancelled, m_tBreaking.Url(), "file"), 1);
     ASSERT_EQ(Start(tEnded, m_tBreaking.Url(), "other"), 1);
     EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 4; }));

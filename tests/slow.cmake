@@ -1,13 +1,9 @@
 # Labels the tests that wait for real time-outs; CTest reads this after the lists of tests.
 foreach(name IN ITEMS
-        CEngineTest.StartsAtOnceBesideAStalledTransferAndHardlyWakesUpForThat
-        CResumeTest.AnswerThatIsNotTheRestFailsTheDownload
-        CResumeTest.AttemptsAndTimesAreBoundedAndLimitsHold
-        CResumeTest.RestIsAskedForUntilTheFileIsWhole
-        CSettingsTest.LimitsAndErrorPagesFailTransfers
-        CSettingsTest.TransfersBeyondTheMostConnectionsWaitAndEndAllTheSame
-        CWrapperTest.MultiHandleForgetsAndDoesNotSpin
-        CWrapperTest.SilentPeersAreNoticedInSeconds)
+        CResumeTest.BusyServerIsAskedAgainWhenItSays
+        CResumeTest.EachFailureOfTheNetworkIsResumed
+        CResumeTest.PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
+        CWrapperTest.SilentPeersAreGivenUp)
     list(FIND engine_test_TESTS ${name} position)
     if(NOT position EQUAL -1)
         set_tests_properties(${name} PROPERTIES LABELS slow)
