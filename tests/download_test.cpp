@@ -37,7 +37,7 @@ TEST_F(CDownloadTest, OnlyWholeBodiesReachTheTarget)
     EXPECT_TRUE(SyncDownload(Url("/3000000"), "sync", 25)) << "the pauses between turns are the worker's alone";
 }
 
-TEST_F(CDownloadTest, OneOfManyStartsAtTheSameTimeGetsTheTarget)
+TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
 {
     constexpr int ROUNDS = 300;
     m_tSettings.nMostConnections = 1;

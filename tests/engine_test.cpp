@@ -76,7 +76,7 @@ TEST_F(CEngineTest, PublicCallbacksRefuseNullArguments)
     EXPECT_EQ(CWebConnector::ProgressCBFunc(&tRecord, 100, 50, 0, 0), 0);
 }
 
-TEST_F(CEngineTest, FailsWithTheReason)
+TEST_F(CEngineTest, FailedRequestHasItsReason)
 {
     setenv("http_proxy", "http://127.0.0.1:1", 1); // must not matter
     const std::string OK = "HTTP/1.1 200 OK\r\n";
@@ -154,7 +154,7 @@ TEST_F(CEngineTest, WorkerStartsTransfersAtOnceAndSleepsOtherwise)
     m_ptEngine->Destroy();
 }
 
-TEST_F(CEngineTest, WorkerBlocksSignalsButThoseOfFaults)
+TEST_F(CEngineTest, WorkerBlocksAllSignalsButFaults)
 {
     OUTCOME_t tRequest;
     tRequest.fnOnEvent = []

@@ -151,7 +151,7 @@ TEST_F(CFaultTest, SynchronousDownloadReplacesOrKeepsItsTarget)
     FailEach(setNames, [&] { return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); }); });
 }
 
-TEST_F(CFaultTest, BringingToStorageSaysWhenItHasFailed)
+TEST_F(CFaultTest, SyncToStorageReportsEachFailure)
 {
     const auto fnSync = [this]
     {

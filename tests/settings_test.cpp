@@ -75,7 +75,7 @@ TEST_F(CSettingsTest, ObserverIsReplacedWhileItsCallsOverlap)
     tSecond.join();
 }
 
-TEST_F(CSettingsTest, FamilyAndCertificateLeadToTheServer)
+TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings)
 {
     const std::string strCounted = "http://counted.invalid:" + std::to_string(m_tServer->Port()) + "/";
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_4;
@@ -278,7 +278,7 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
     }
 }
 
-TEST_F(CSettingsTest, ObserverKnowsWhyAndHowEachTransferEnded)
+TEST_F(CSettingsTest, ReportDescribesHowEachTransferEnded)
 {
     EXPECT_EQ(Answer(Url("/404")), "GET /404 ");
     const WQCurl::TRANSFER_REPORT_t& t = m_tReport;

@@ -1,8 +1,8 @@
 # Labels the tests that wait for real time-outs; CTest reads this after the lists of tests.
 foreach(name IN ITEMS
-        CResumeTest.BusyServerIsAskedAgainWhenItSays
+        CResumeTest.RetryAfterDelaysTheNextAttempt
         CResumeTest.EachFailureOfTheNetworkIsResumed
-        CResumeTest.PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
+        CResumeTest.PausesEndEarlyOnNetworkChangeCancellationAndDestroy
         CWrapperTest.SilentPeersAreGivenUp)
     list(FIND engine_test_TESTS ${name} position)
     if(NOT position EQUAL -1)

@@ -164,7 +164,7 @@ TEST_F(CWrapperTest, NoTransferHoldsAStepForLong)
     }
 }
 
-TEST_F(CWrapperTest, WriteThatFailsOnWhatLibcurlHeldBackFailsTheTransfer)
+TEST_F(CWrapperTest, FailedWriteOfBufferedDataFailsTheTransfer)
 {
     constexpr size_t CHUNKS = 2200; // small ones: libcurl holds much back when a turn ends
     m_strRaw = OK + "Transfer-Encoding: chunked\r\n\r\n" + Repeat("400\r\n" + std::string(1024, 'c') + "\r\n", CHUNKS) +
@@ -245,7 +245,7 @@ TEST_F(CWrapperTest, SilentPeersAreGivenUp)
     m_ptEngine->Destroy();
 }
 
-TEST_F(CWrapperTest, ConnectionsThatDieWhileTheyAreKeptCostNoRequest)
+TEST_F(CWrapperTest, DeadIdleConnectionsFailNoRequest)
 {
     std::atomic<int> nConnections{0};
     CLoopbackServer tServer(
