@@ -63,8 +63,7 @@ template <class FUNCTION> FUNCTION* Next(const char* pszName, FUNCTION* /*pfnThi
     return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, pszName));
 }
 
-/** Lets a wait take a part of its time, if a test is in a hurry. Its thread's clocks skip the rest, unless it is cut.
- */
+/** Shortens a wait if a test is in a hurry. The thread's clocks skip the rest unless the wait ended early. */
 template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
 {
     const long nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;

@@ -8,10 +8,10 @@ using namespace WQCurl;
 
 TEST(Contract, HandlesRefuseCallsInAWrongState)
 {
-    WQCurlEasy tEasy;
-    WQCurlMulti tMulti;
-    WQCurlMulti tUnready;
-    ASSERT_TRUE(tMulti.Initialize());
+    WQCurlEasy tEasy, tOther;
+    WQCurlMulti tMulti, tUnready;
+    int nRunning = 0;
+    ASSERT_TRUE(tMulti.Initialize() && tOther.Initialize());
     EXPECT_FALSE(tMulti.addHandle(nullptr) || tMulti.removeHandle(nullptr));
     for (int nRound = 0; nRound < 2; ++nRound)
     {
@@ -21,7 +21,7 @@ TEST(Contract, HandlesRefuseCallsInAWrongState)
         EXPECT_FALSE(tEasy.setOption(WRITEFUNCTION, WRITE_FUNCTION_t()) || tEasy.send() || tMulti.addHandle(&tEasy));
 
         EXPECT_TRUE(tEasy.Initialize() && tEasy.getLastError().empty());
-        EXPECT_TRUE(tEasy.setOption(URL, "http://127.0.0.1:1/") && tEasy.setOption(PRIVATE, &tEasy));
+        EXPECT_TRUE(tEasy.setOption(URL, "file:///") && tEasy.setOption(PRIVATE, &tEasy));
         EXPECT_FALSE(tEasy.send() || tEasy.getLastError().empty());
         void* pPrivate = nullptr;
         double dSpeed = -1.0;
@@ -32,6 +32,10 @@ TEST(Contract, HandlesRefuseCallsInAWrongState)
         EXPECT_FALSE(tUnready.addHandle(&tEasy)) << "before Initialize()";
         EXPECT_FALSE(tMulti.removeHandle(&tEasy)) << "before addHandle()";
         EXPECT_TRUE(tMulti.addHandle(&tEasy) && !tMulti.addHandle(&tEasy)) << "once";
+        EXPECT_TRUE(tMulti.addHandle(&tOther) && tMulti.Perform(nRunning)) << "ends both";
         EXPECT_TRUE(tMulti.removeHandle(&tEasy) && !tMulti.removeHandle(&tEasy)) << "once";
+        EXPECT_EQ(tMulti.InfoRead().pEasyHandle, &tOther);
+        EXPECT_EQ(tMulti.InfoRead().pEasyHandle, nullptr) << "a removed transfer leaves no message";
+        EXPECT_TRUE(tMulti.removeHandle(&tOther));
     }
 }

@@ -95,10 +95,8 @@ struct OUTCOME_t
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
             ptOutcome->vecPercent.push_back(nPercent);
-            ptOutcome->tProgress.Open();
-            return;
         }
-        ptOutcome->tEnded.Open();
+        (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
     }
 
     bool Start(CWebConnector& tEngine, _HTTP_REQ_INFO_t tRequest)

@@ -169,21 +169,6 @@ TEST_F(CEngineTest, WorkerBlocksAllSignalsButFaults)
     EXPECT_TRUE(tRequest.tEnded.Wait());
 }
 
-TEST_F(CEngineTest, CallbacksStartRequestsButNeverWaitForOne)
-{
-    OUTCOME_t tChain;
-    int nLeft = 20;
-    tChain.fnOnEvent = [&]
-    {
-        EXPECT_NE(Answer(Url()), "failed: ");
-        EXPECT_FALSE(Get(Url()));
-        m_ptEngine->Destroy(); // is refused as well
-        EXPECT_TRUE(--nLeft == 0 || Start(tChain, Url()));
-    };
-    ASSERT_TRUE(Start(tChain, Url()));
-    EXPECT_TRUE(tChain.tEnded.Wait(20));
-}
-
 TEST_F(CEngineTest, DestroyEndsEverythingInFlightOnce)
 {
     m_ptEngine = std::make_unique<CWebConnector>();
