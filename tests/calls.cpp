@@ -89,7 +89,7 @@ void* WithAuthorities(void* pEasy)
 
 } // namespace
 
-/* Under another name, a function can be defined whatever the system's headers make of its own. */
+/* The other name avoids conflicts with the declarations and macros of the system's headers. */
 #define REPLACE(RESULT, NAME, PARAMETERS, EXPRESSION)                                                   \
     extern "C" __attribute__((visibility("default"))) RESULT Own_##NAME PARAMETERS __asm__(#NAME);      \
     RESULT Own_##NAME PARAMETERS                                                                        \
@@ -112,7 +112,7 @@ CALL(ssize_t, write, (int nFile, const void* pData, size_t nSize), (nFile, pData
      PathOf(nFile))
 CALL(int, fflush, (FILE * pFile), (pFile), Failed(EOF), "")
 CALL(int, fsync, (int nFile), (nFile), Failed(-1), PathOf(nFile))
-/* Closed it is all the same. */
+/* A failing call closes the file too. */
 CALL(int, fclose, (FILE * pFile), (pFile), (s_pfnNext(pFile), Failed(EOF)), "")
 CALL(int, close, (int nFile), (nFile), (s_pfnNext(nFile), Failed(-1)), "")
 CALL(int, rename, (const char* pszFrom, const char* pszTo), (pszFrom, pszTo), Failed(-1),

@@ -162,7 +162,7 @@ TEST_F(CEngineTest, WorkerBlocksAllSignalsButFaults)
         EXPECT_TRUE(IsBlocked(SIGRTMIN + 5)) << "the application's handlers run on its own threads";
         for (const int nFault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
         {
-            EXPECT_FALSE(IsBlocked(nFault)) << nFault << ", of which a handler learns on the thread of the fault";
+            EXPECT_FALSE(IsBlocked(nFault)) << nFault << ", whose handler runs on the thread of the fault";
         }
     };
     ASSERT_TRUE(Start(tRequest, Url()));

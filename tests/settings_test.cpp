@@ -268,7 +268,7 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
         ASSERT_TRUE(Start(arrRequests[i], strUrl + GATED));
     }
     EXPECT_TRUE(m_tArrived.Wait(nArrived + 3));
-    EXPECT_EQ(nConnections, nBefore + 2) << "of those that are idle, the one of this network is used again";
+    EXPECT_EQ(nConnections, nBefore + 2) << "the idle connection of this network is used again";
     EXPECT_EQ(arrRequests[0].tEnded.Count(), 0);
     m_tGoOn.Open();
     for (OUTCOME_t& tRequest : arrRequests)

@@ -184,7 +184,7 @@ void Deliver(FAKE_TRANSFER_t& tTransfer, std::string strBody)
     ptHandler->ptReqInfo = Takes("no-record") ? nullptr : ptHandler->ptReqInfo;
     ptHandler->pEasyHandle = Takes("no-easy-handle") ? nullptr : ptHandler->pEasyHandle;
 
-    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {0, 9}, {200, 9}, {200, 9}, {99, 7}, {99, 24.4}, {9, 9}};
+    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {200, 9}, {0, 9}, {200, 9}, {99, 7}, {99, 24.4}, {9, 9}};
     for (const auto& [dTotal, dNow] : PROGRESS) // 4.5 % counts as 5 %
     {
         if (tTransfer.pfnProgress != nullptr && tTransfer.pfnProgress(pRecord, dTotal, dNow, 0, 0) != 0)
