@@ -7,11 +7,10 @@
 
 #include "engine_fixture.h"
 
-thread_local bool t_bMayLackMemory = false;
-
 namespace
 {
 
+thread_local bool t_bMayLackMemory = false; // allocations of this thread are calls of "new", which may fail
 std::atomic<size_t> g_nLargest{SIZE_MAX};
 
 void* Allocate(size_t nSize)
@@ -20,8 +19,25 @@ void* Allocate(size_t nSize)
     return bFails || nSize > g_nLargest ? nullptr : malloc(nSize);
 }
 
+} // namespace
+
+bool Try(const std::function<bool()>& fnOperation)
+{
+    t_bMayLackMemory = true;
+    bool bDone = false;
+    try
+    {
+        bDone = fnOperation();
+    }
+    catch (const std::bad_alloc&)
+    {
+    }
+    t_bMayLackMemory = false;
+    return bDone;
+}
+
 /** Runs an operation with its first, second, third … allocation failing, until it ends without meeting the failure. */
-void FailEveryAllocation(
+static void FailEveryAllocation(
     const std::function<void()>& fnOperation, const std::function<void()>& fnCheckAfterFailure = [] {})
 {
     int nRounds = 0;
@@ -29,25 +45,12 @@ void FailEveryAllocation(
     {
         SCOPED_TRACE("with allocation " + std::to_string(nRounds) + " failing");
         g_tCalls.Fail("new", ENOMEM, nRounds);
-        t_bMayLackMemory = true;
-        try
-        {
-            fnOperation();
-        }
-        catch (const std::bad_alloc&)
-        {
-        }
-        t_bMayLackMemory = false;
+        Try([&] { return fnOperation(), true; });
         bMet = g_tCalls.nUntilFailure < 0;
-        if (bMet)
-        {
-            fnCheckAfterFailure();
-        }
+        bMet ? fnCheckAfterFailure() : void();
     }
     EXPECT_GT(nRounds, 1);
 }
-
-} // namespace
 
 void* operator new(size_t nSize)
 {
@@ -121,21 +124,4 @@ TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
     g_nLargest = 50000;
     EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
     g_nLargest = SIZE_MAX;
-}
-
-TEST(EngineAlone, WorkerWithoutMemoryEndsTheProcess) // a fork copies no thread of a fixture
-{
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the thread sanitizer does not follow a fork";
-#endif
-    const auto fnRun = []
-    {
-        CWebConnector tEngine;
-        tEngine.Create();
-        _HTTP_REQ_INFO_t tRequest = GetRequest("file:///");
-        tRequest.pfnRequestCB = [](bool, std::string&, std::string&, void*) { throw std::bad_alloc(); };
-        tEngine.Get(&tRequest, false);
-        _exit(static_cast<int>(sleep(20)));
-    };
-    EXPECT_EXIT(fnRun(), testing::KilledBySignal(SIGABRT), "bad_alloc");
 }

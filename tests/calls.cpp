@@ -58,7 +58,7 @@ template <class RESULT> RESULT Failed(RESULT tResult)
     return tResult;
 }
 
-/** Lets a wait take a part of its time, if a test is in a hurry. Its thread's clocks skip the rest, unless it is cut.
+/** Shortens a wait if a test is in a hurry. The thread's clocks skip the rest unless the wait ended early.
  */
 template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
 {

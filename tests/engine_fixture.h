@@ -60,10 +60,7 @@ inline size_t RaiseSigpipe(char* /*pData*/, size_t nSize, size_t nCount, void* /
 
 inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
 {
-    _HTTP_REQ_INFO_t tRequest;
-    tRequest.eMethod = HTTP_METHOD_GET;
-    tRequest.strUrl = strUrl;
-    return tRequest;
+    return {HTTP_METHOD_GET, strUrl};
 }
 
 /** Records the events of one asynchronous request or download. */
@@ -98,10 +95,8 @@ struct OUTCOME_t
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
             ptOutcome->vecPercent.push_back(nPercent);
-            ptOutcome->tProgress.Open();
-            return;
         }
-        ptOutcome->tEnded.Open();
+        (eType == DOWNLOAD_TYPE_PROGRESS ? ptOutcome->tProgress : ptOutcome->tEnded).Open();
     }
 
     bool Start(CWebConnector& tEngine, _HTTP_REQ_INFO_t tRequest)

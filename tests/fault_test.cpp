@@ -5,7 +5,8 @@
 
 #include "engine_fixture.h"
 
-extern thread_local bool t_bMayLackMemory; /**< allocations of this thread are calls of "new", which may fail */
+/** Runs an operation whose allocations are calls of "new", which may fail. @return false also if one throws */
+bool Try(const std::function<bool()>& fnOperation);
 
 namespace
 {
@@ -68,22 +69,6 @@ protected:
         m_tServer.reset();
         EXPECT_EQ(CountDescriptors(), m_nDescriptors);
         return bMet;
-    }
-
-    /** Runs a part of the operation, whose allocations may fail. @return false when it throws that */
-    bool Try(const std::function<bool()>& fnPart)
-    {
-        bool bDone = false;
-        t_bMayLackMemory = true;
-        try
-        {
-            bDone = fnPart();
-        }
-        catch (const std::bad_alloc&)
-        {
-        }
-        t_bMayLackMemory = false;
-        return bDone;
     }
 
     bool Keep(bool bDone, const std::string& strAnswer)
@@ -166,7 +151,7 @@ TEST_F(CFaultTest, SynchronousDownloadReplacesOrKeepsItsTarget)
     FailEach(setNames, [&] { return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); }); });
 }
 
-TEST_F(CFaultTest, BringingToStorageSaysWhenItHasFailed)
+TEST_F(CFaultTest, SyncToStorageReportsEachFailure)
 {
     const auto fnSync = [this]
     {

@@ -89,7 +89,7 @@ protected:
     CLoopbackServer m_tBreaking{m_fnServeFile};
 };
 
-TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
+TEST_F(CResumeTest, BrokenDownloadIsResumedUntilTheFileIsWhole)
 {
     m_tSettings.nResumeAttempts = 1; // each attempt brings enough to allow another
     EXPECT_TRUE(DownloadTwice());
@@ -117,7 +117,7 @@ TEST_F(CResumeTest, RestIsAskedForUntilTheFileIsWhole)
     EXPECT_FALSE(DownloadTwice()) << "the file has changed";
 }
 
-TEST_F(CResumeTest, BusyServerIsAskedAgainWhenItSays)
+TEST_F(CResumeTest, RetryAfterDelaysTheNextAttempt)
 {
     m_tSettings.bFailOnHttpError = true;
     m_nRefusals = 1;
@@ -161,14 +161,13 @@ TEST_F(CResumeTest, EachFailureOfTheNetworkIsResumed)
     }
 }
 
-TEST_F(CResumeTest, AnswersOfTheProxyAreNotTakenForTheRest)
+TEST_F(CResumeTest, AnswerOfTheProxyIsNotTakenForTheRest)
 {
     CLoopbackServer tServer(m_fnServeFile, true);
     const auto fnConnect = [&](CConnection& tConnection, const REQUEST_t&)
     {
         tConnection.Send("HTTP/1.1 200 OK\r\n\r\n");
-        tConnection.Relay(tServer.Port());
-        tConnection.Shutdown();
+        tServer.ServeThrough(tConnection);
     };
     CLoopbackServer tProxy(fnConnect);
     m_tSettings.strProxy = tProxy.Url("");
@@ -256,13 +255,12 @@ TEST_F(CResumeTest, AttemptsTimesAndSizesAreLimited)
     EXPECT_EQ(m_nRequests, 2 * 2) << "the pause would end too late";
 }
 
-TEST_F(CResumeTest, PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine)
+TEST_F(CResumeTest, PausesEndEarlyOnNetworkChangeCancellationAndDestroy)
 {
     g_tCalls.bHurry = false;
     m_strRefusal = Head("503 Busy", 0, "Retry-After: 30");
     m_nRefusals = 9;
-    OUTCOME_t tCancelled;
-    OUTCOME_t tEnded;
+    OUTCOME_t tCancelled, tEnded;
     ASSERT_EQ(Start(tCancelled, m_tBreaking.Url(), "file"), 1);
     ASSERT_EQ(Start(tEnded, m_tBreaking.Url(), "other"), 1);
     EXPECT_TRUE(WaitUntil([&] { return m_nRequests == 4; }));

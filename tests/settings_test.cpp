@@ -75,7 +75,7 @@ TEST_F(CSettingsTest, ObserverIsReplacedWhileItsCallsOverlap)
     tSecond.join();
 }
 
-TEST_F(CSettingsTest, FamilyAndCertificateLeadToTheServer)
+TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings)
 {
     const std::string strCounted = "http://counted.invalid:" + std::to_string(m_tServer->Port()) + "/";
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_4;
@@ -180,10 +180,7 @@ TEST_F(CSettingsTest, TransfersAboveTheMostConnectionsWaitAndCanBeEnded)
         SCOPED_TRACE(bPerHost);
         const int nArrived = m_tArrived.Count();
         CWebConnector tEngine;
-        OUTCOME_t tRunning;
-        OUTCOME_t tCancelled;
-        OUTCOME_t tEnded;
-        OUTCOME_t tRequest;
+        OUTCOME_t tRunning, tCancelled, tEnded, tRequest;
         tEngine.Create();
         m_tSettings.nMostConnections = bPerHost ? 0 : 1;
         m_tSettings.nMostConnectionsPerHost = bPerHost ? 1 : 0;
@@ -240,81 +237,68 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
             tConnection.Answer("answer");
         });
     const std::string strUrl = "http://counted.invalid:" + std::to_string(tServer.Port());
-    const int nLookUps = g_tCalls.nLookUps;
-    const std::function<void()> arrChanges[] = {[] { WQCurl::NetworkChanged(); },
-                                                [] { g_tCalls.nSecondsAsleep += 3600; }};
+    const auto fnChangeEach = [&]
+    {
+        for (const bool bAsleep : {false, true})
+        {
+            const int nBefore = nConnections;
+            const int nLookUps = g_tCalls.nLookUps;
+            ++nNetwork;
+            bAsleep ? void(g_tCalls.nSecondsAsleep += 3600) : WQCurl::NetworkChanged();
+            EXPECT_EQ(Answer(strUrl), "answer") << "the old connection would keep silent";
+            EXPECT_EQ(nConnections, nBefore + 1);
+            EXPECT_EQ(g_tCalls.nLookUps, nLookUps + 1);
+        }
+    };
     EXPECT_EQ(Answer(strUrl), "answer");
-    int nSeen = 1;
-    for (const auto& fnChange : arrChanges)
-    {
-        ++nNetwork;
-        fnChange();
-        EXPECT_EQ(Answer(strUrl), "answer") << "the old connection would keep silent";
-        EXPECT_EQ(nConnections, ++nSeen);
-        EXPECT_EQ(g_tCalls.nLookUps - nLookUps, nSeen);
-    }
+    fnChangeEach();
     /* While a transfer is under way, it is not disturbed, and others connect afresh. */
-    OUTCOME_t tUnderWay;
+    OUTCOME_t arrRequests[4];
     WQCurl::NetworkChanged();
-    ASSERT_TRUE(Start(tUnderWay, strUrl + GATED));
-    EXPECT_TRUE(WaitUntil([&] { return nConnections == nSeen + 1; }));
+    ASSERT_TRUE(Start(arrRequests[0], strUrl + GATED));
+    EXPECT_TRUE(m_tArrived.Wait(4));
     EXPECT_EQ(Answer(strUrl), "answer"); // leaves an idle connection
-    for (const auto& fnChange : arrChanges)
-    {
-        ++nNetwork;
-        fnChange();
-        const int nBefore = g_tCalls.nLookUps;
-        EXPECT_EQ(Answer(strUrl), "answer");
-        EXPECT_EQ(g_tCalls.nLookUps, nBefore + 1);
-    }
+    fnChangeEach();
     std::this_thread::sleep_for(2100ms); // libcurl compares ages in whole seconds
     EXPECT_EQ(Answer(strUrl), "answer");
-    OUTCOME_t arrTogether[3];
     const int nBefore = nConnections;
     const int nArrived = m_tArrived.Count();
-    for (OUTCOME_t& tRequest : arrTogether)
+    for (int i = 1; i < 4; ++i)
     {
-        ASSERT_TRUE(Start(tRequest, strUrl + GATED));
+        ASSERT_TRUE(Start(arrRequests[i], strUrl + GATED));
     }
     EXPECT_TRUE(m_tArrived.Wait(nArrived + 3));
-    EXPECT_EQ(nConnections, nBefore + 2) << "of those that are idle, the one of this network is used again";
-    EXPECT_EQ(tUnderWay.tEnded.Count(), 0);
+    EXPECT_EQ(nConnections, nBefore + 2) << "the idle connection of this network is used again";
+    EXPECT_EQ(arrRequests[0].tEnded.Count(), 0);
     m_tGoOn.Open();
-    for (OUTCOME_t* ptRequest : {&tUnderWay, &arrTogether[0], &arrTogether[1], &arrTogether[2]})
+    for (OUTCOME_t& tRequest : arrRequests)
     {
-        EXPECT_TRUE(ptRequest->tEnded.Wait());
-        EXPECT_EQ(ptRequest->strResponse, "answer");
+        EXPECT_TRUE(tRequest.tEnded.Wait());
+        EXPECT_EQ(tRequest.strResponse, "answer");
     }
 }
 
-TEST_F(CSettingsTest, ObserverKnowsWhyAndHowEachTransferEnded)
+TEST_F(CSettingsTest, ReportDescribesHowEachTransferEnded)
 {
     EXPECT_EQ(Answer(Url("/404")), "GET /404 ");
-    EXPECT_EQ(m_tReport.strUrl, Url("/404"));
-    EXPECT_EQ(m_tReport.nHttpStatus, 404);
-    EXPECT_EQ(m_tReport.nBytes, 9);
-    EXPECT_EQ(m_tReport.strPeer, "127.0.0.1");
-    EXPECT_FALSE(m_tReport.bReused);
-    EXPECT_EQ(m_tReport.nResultCode, 0);
-    EXPECT_EQ(m_tReport.strErrorMsg, "");
-    EXPECT_GT(m_tReport.dConnect, 0.0);
-    EXPECT_GE(m_tReport.dFirstByte, m_tReport.dConnect);
-    EXPECT_GE(m_tReport.dTotal, m_tReport.dFirstByte);
-    EXPECT_EQ(m_tReport.strHttpVersion + m_tReport.strContentType + m_tReport.strRedirectUrl, "1.1");
+    const WQCurl::TRANSFER_REPORT_t& t = m_tReport;
+    const auto tEnd = std::tie(t.strUrl, t.nHttpStatus, t.nBytes, t.strPeer, t.nResultCode, t.nSystemError, t.bReused);
+    const auto tFields = std::tie(t.strHttpVersion, t.strContentType, t.strRedirectUrl, t.nContentLength);
+    EXPECT_EQ(tEnd, std::make_tuple(Url("/404"), 404, 9, "127.0.0.1", 0, 0, false));
+    EXPECT_EQ(tFields, std::make_tuple("1.1", "", "", 9));
+    EXPECT_TRUE(0 < t.dConnect && t.dConnect <= t.dFirstByte && t.dFirstByte <= t.dTotal);
+    EXPECT_EQ(t.strErrorMsg, "");
     m_strRaw = "HTTP/1.0 302 Found\r\nContent-Type: a/b\r\nLocation: /x\r\n\r\nbody";
     EXPECT_EQ(Answer(Url(RAW)), "body");
-    EXPECT_EQ(m_tReport.nContentLength, -1);
-    EXPECT_EQ(m_tReport.strHttpVersion + m_tReport.strContentType + m_tReport.strRedirectUrl, "1.0a/b" + Url("/x"));
+    EXPECT_EQ(tFields, std::make_tuple("1.0", "a/b", Url("/x"), -1));
 
+    constexpr int COULD_NOT_CONNECT = 7;
     OUTCOME_t tOutcome;
     tOutcome.fnOnEvent = [&]
     {
         EXPECT_EQ(m_tReporter, std::this_thread::get_id());
-        EXPECT_EQ(m_tReport.nSystemError, ECONNREFUSED);
-        EXPECT_EQ(m_tReport.strErrorMsg, tOutcome.strError);
-        EXPECT_NE(m_tReport.nResultCode, 0);
-        EXPECT_EQ(m_tReport.nHttpStatus, 0);
-        EXPECT_EQ(m_tReport.strPeer, "");
+        EXPECT_EQ(tEnd, std::make_tuple("http://127.0.0.1:1/", 0, 0, "", COULD_NOT_CONNECT, ECONNREFUSED, false));
+        EXPECT_EQ(t.strErrorMsg, tOutcome.strError);
     };
     ASSERT_TRUE(Start(tOutcome, "http://127.0.0.1:1/"));
     EXPECT_TRUE(tOutcome.tEnded.Wait());

@@ -3,10 +3,10 @@ foreach(name IN ITEMS
         CEngineTest.WorkerStartsTransfersAtOnceAndSleepsOtherwise
         CResumeTest.AnswerThatIsNotTheRestFailsTheDownload
         CResumeTest.AttemptsTimesAndSizesAreLimited
-        CResumeTest.BusyServerIsAskedAgainWhenItSays
+        CResumeTest.BrokenDownloadIsResumedUntilTheFileIsWhole
         CResumeTest.EachFailureOfTheNetworkIsResumed
-        CResumeTest.PausesEndWithTheNetworkACancellationTheTotalTimeAndTheEngine
-        CResumeTest.RestIsAskedForUntilTheFileIsWhole
+        CResumeTest.PausesEndEarlyOnNetworkChangeCancellationAndDestroy
+        CResumeTest.RetryAfterDelaysTheNextAttempt
         CSettingsTest.TransfersAboveTheMostConnectionsWaitAndCanBeEnded
         CWrapperTest.CancelsInEveryState
         CWrapperTest.SilentPeersAreGivenUp

@@ -184,7 +184,7 @@ void Deliver(FAKE_TRANSFER_t& tTransfer, std::string strBody)
     ptHandler->ptReqInfo = Takes("no-record") ? nullptr : ptHandler->ptReqInfo;
     ptHandler->pEasyHandle = Takes("no-easy-handle") ? nullptr : ptHandler->pEasyHandle;
 
-    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {0, 9}, {200, 9}, {200, 9}, {99, 7}, {99, 24.4}, {9, 9}};
+    constexpr std::pair<double, double> PROGRESS[] = {{0, 0}, {200, 9}, {0, 9}, {200, 9}, {99, 7}, {99, 24.4}, {9, 9}};
     for (const auto& [dTotal, dNow] : PROGRESS) // 4.5 % counts as 5 %
     {
         if (tTransfer.pfnProgress != nullptr && tTransfer.pfnProgress(pRecord, dTotal, dNow, 0, 0) != 0)
@@ -367,7 +367,7 @@ TEST(Transcript, EqualsTheGoldenFiles)
     std::filesystem::remove_all(strFolder);
 }
 
-TEST(Platform, IdentityAndLogServeUntilTheProcessHasEnded)
+TEST(Platform, IdentityAndLogWorkInExitHandlers)
 {
     static const std::string s_strIdentity(1000, 'd');
     static const auto s_fnLog = [] { CKVRDebug::PrintLog(0, "%s\n", s_strIdentity.c_str()); };
@@ -392,7 +392,7 @@ TEST(Platform, IdentityAndLogServeUntilTheProcessHasEnded)
     EXPECT_EXIT(fnExit(), testing::ExitedWithCode(7), "d\nd");
 }
 
-TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
+TEST(Platform, RecordsOfThreadsDoNotMix)
 {
     const auto fnText = [](size_t i) { return std::string(i * 2 + i % 2, 'x'); }; // 127 and 128 are among them
     const auto fnLog = [&fnText]
@@ -405,29 +405,33 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
             CKVRDebug::PrintLog(4, "\n");
         }
     };
-    testing::internal::CaptureStderr();
-    CKVRDebug::PrintLog(0, "before\n");
+    CLogCapture tLog;
+    std::thread tOther(fnLog);
+    std::thread(fnLog).join();
+    tOther.join();
+    TEXTS_t vecRecords = Split(tLog.Take(), '\n');
+    std::sort(vecRecords.begin(), vecRecords.end());
+    ASSERT_EQ(vecRecords.size(), 401U);
+    for (size_t i = 0; i < 400; ++i)
     {
-        CLogCapture tLog;
-        std::thread tOther(fnLog);
-        std::thread(fnLog).join();
-        tOther.join();
-        TEXTS_t vecRecords = Split(tLog.Take(), '\n');
-        std::sort(vecRecords.begin(), vecRecords.end());
-        ASSERT_EQ(vecRecords.size(), 401U);
-        for (size_t i = 0; i < 400; ++i)
-        {
-            EXPECT_EQ(vecRecords[i + 1], "  info T::f: " + fnText(i / 2));
-        }
+        EXPECT_EQ(vecRecords[i + 1], "  info T::f: " + fnText(i / 2));
     }
+}
+
+TEST(Platform, RecordsUpToTheLevelGoToStandardError)
+{
+    testing::internal::CaptureStderr();
     CKVRDebug::PrintLog(4, "information\n");
     g_nInterruptions = 2;
-    CKVRDebug::PrintLog(0, "after\n");
+    CKVRDebug::PrintLog(0, "milestone\n");
     CKVRDebug::PrintLog(4, "information without an end");
     CKVRDebug::PrintLog(0, "error\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "before\nafter\nerror\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "milestone\nerror\n");
     CKVRDebug::PrintLog(4, "\n");
+}
 
+TEST(Platform, SemaphoreIsNeitherCopiedNorInterrupted)
+{
     CSync tSync;
     EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
     g_nInterruptions = 2;
@@ -436,11 +440,24 @@ TEST(Platform, RecordsAreWholeAndGoWhereTheyShouldAndSemaphoresAreNotCopied)
     EXPECT_EQ(g_nInterruptions, -1) << "an interrupted wait goes on";
 }
 
-TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
+TEST(Platform, ReadySinksRankAndFoldRecords)
 {
-    const auto fnSeen = [](CKVRDebug::LOG_SINK_t pfnSink, void* pUserData)
+    const std::string START = "Start http/https Request!\n", THRICE = "broken\nbroken\nbroken\n";
+    const std::string FOLDED = "broken\n… 2 more like this\n";
+    CLogSinks::FOLDING_t tPlain, tSyslog;
+    tSyslog.pfnSink = &CLogSinks::WriteToSyslog;
+    const std::tuple<CKVRDebug::LOG_SINK_t, void*, int, std::string> arrCases[] = {
+        {nullptr, nullptr, LOG_ERR, START + THRICE + "information\nother\n"},
+        {&CLogSinks::FoldRepeats, &tPlain, LOG_ERR, START + FOLDED + "information\nother\n"},
+        {&CLogSinks::FoldRepeats, &tSyslog, LOG_ERR, FOLDED + "other\n"},
+        {&CLogSinks::WriteToSyslog, nullptr, LOG_ERR, THRICE + "other\n"},
+        {&CLogSinks::WriteToSyslog, nullptr, LOG_NOTICE, START + THRICE + "other\n"},
+    };
+    openlog("", LOG_PERROR, LOG_USER);
+    for (const auto& [pfnSink, pUserData, nLowest, strExpected] : arrCases)
     {
-        testing::internal::CaptureStderr(); // which is no terminal
+        setlogmask(LOG_UPTO(nLowest));
+        testing::internal::CaptureStderr(); // is no terminal
         CKVRDebug::SetSink(pfnSink, pUserData);
         CKVRDebug::SetLevel(4);
         for (const char* pszText : {"Start http/https Request!", "broken", "broken", "broken", "information", "other"})
@@ -449,23 +466,9 @@ TEST(Platform, ReadySinksColourTerminalsOnlyRankMilestonesAndFoldRepeats)
         }
         CKVRDebug::SetLevel(0);
         CKVRDebug::SetSink(nullptr, nullptr);
-        return testing::internal::GetCapturedStderr();
-    };
-    EXPECT_EQ(fnSeen(nullptr, nullptr), "Start http/https Request!\nbroken\nbroken\nbroken\ninformation\nother\n");
-    CLogSinks::FOLDING_t tFolding;
-    EXPECT_EQ(fnSeen(&CLogSinks::FoldRepeats, &tFolding),
-              "Start http/https Request!\nbroken\n… 2 more like this\ninformation\nother\n");
-    openlog("", LOG_PERROR, LOG_USER);
-    tFolding.pfnSink = &CLogSinks::WriteToSyslog;
-    const auto fnSyslog = [&](int nLowest, CKVRDebug::LOG_SINK_t pfnSink = &CLogSinks::WriteToSyslog)
-    {
-        setlogmask(LOG_UPTO(nLowest));
-        std::string strSeen = fnSeen(pfnSink, &tFolding);
-        Replace(strSeen, ": ", ""); // behind an empty name
-        return strSeen;
-    };
-    EXPECT_EQ(fnSyslog(LOG_ERR), "broken\nbroken\nbroken\nother\n");
-    EXPECT_EQ(fnSyslog(LOG_ERR, &CLogSinks::FoldRepeats), "broken\n… 2 more like this\nother\n");
-    EXPECT_EQ(fnSyslog(LOG_NOTICE), "Start http/https Request!\nbroken\nbroken\nbroken\nother\n");
+        std::string strSeen = testing::internal::GetCapturedStderr();
+        Replace(strSeen, ": ", ""); // follows syslog's name of the program, which is empty
+        EXPECT_EQ(strSeen, strExpected);
+    }
     closelog();
 }

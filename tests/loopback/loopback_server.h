@@ -17,7 +17,7 @@
 #include <sys/socket.h>
 #include <thread>
 
-/** What a test waits for, or makes another thread wait for. Every wait has a deadline. */
+/** A counter for which threads wait. Every wait has a deadline. */
 class CGate
 {
 public:
@@ -99,21 +99,7 @@ public:
         connect(m_nSocket, &tNowhere, sizeof tNowhere);
     }
 
-    /** Passes bytes on between the peer and a port of this machine, as a proxy does, until one of them goes away. */
-    void Relay(int nPort)
-    {
-        BIO* pOther = BIO_new_connect(("127.0.0.1:" + std::to_string(nPort)).c_str());
-        bool bOpen = BIO_do_connect(pOther) == 1;
-        pollfd arrEnds[] = {{m_nSocket, POLLIN, 0}, {static_cast<int>(BIO_get_fd(pOther, nullptr)), POLLIN, 0}};
-        for (char arrBytes[16384]; bOpen && poll(arrEnds, 2, 60000) > 0;)
-        {
-            const int nFrom = arrEnds[0].revents != 0 ? 0 : 1;
-            const ssize_t nRead = recv(arrEnds[nFrom].fd, arrBytes, sizeof arrBytes, 0);
-            bOpen = nRead > 0 && send(arrEnds[1 - nFrom].fd, arrBytes, static_cast<size_t>(nRead), 0) == nRead;
-        }
-        BIO_free_all(pOther);
-    }
-
+    int CopySocket() const { return dup(m_nSocket); }
     void Shutdown() { shutdown(m_nSocket, SHUT_RDWR); }
     bool HasEnded() const { return m_bEnded; }
 
@@ -169,7 +155,15 @@ public:
         if (bTls)
         {
             SSL_CTX_set_quiet_shutdown(m_pTlsContext, 1); // sends nothing, and so raises nothing, on the freeing thread
-            SSL_CTX_set_alpn_select_cb(m_pTlsContext, &PreferHttp2, nullptr);
+            /* Chooses HTTP/2, as most servers do, but does not speak it: a client that offers it fails. */
+            const auto pfnChoose = [](SSL*, auto ppChosen, auto pnLength, auto pOffered, auto nOffered, void*)
+            {
+                const auto pszHttp2 = reinterpret_cast<const unsigned char*>("\2h2");
+                const int nResult = SSL_select_next_proto(const_cast<unsigned char**>(ppChosen), pnLength, pszHttp2, 3,
+                                                          pOffered, nOffered);
+                return nResult == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
+            };
+            SSL_CTX_set_alpn_select_cb(m_pTlsContext, pfnChoose, nullptr);
             SSL_CTX_load_verify_locations(m_pTlsContext, TEST_CERTIFICATES "/ca.pem", nullptr);
             SSL_CTX_set_verify(m_pTlsContext,
                                bStrict ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_NONE, nullptr);
@@ -194,6 +188,13 @@ public:
         SSL_CTX_free(m_pTlsContext);
     }
 
+    /** Serves the client of a proxy over the proxy's connection until it ends. */
+    void ServeThrough(CConnection& tProxy) const
+    {
+        const CConnection tConnection(tProxy.CopySocket(), m_pTlsContext, m_fnScript);
+        tProxy.Stall();
+    }
+
     int Port() const { return std::stoi(BIO_get_accept_port(m_pListener)); }
 
     std::string Url(const std::string& strPath = "/") const
@@ -203,17 +204,6 @@ public:
     }
 
 private:
-    /** As most servers do; this one does not speak it, so that a client which offers it fails. */
-    static int PreferHttp2(SSL* /*pTls*/, const unsigned char** ppChosen, unsigned char* pnLength,
-                           const unsigned char* pOffered, unsigned int nOffered, void* /*pUnused*/)
-    {
-        static const unsigned char s_arrHttp2[] = {2, 'h', '2'};
-        return SSL_select_next_proto(const_cast<unsigned char**>(ppChosen), pnLength, s_arrHttp2, sizeof s_arrHttp2,
-                                     pOffered, nOffered) == OPENSSL_NPN_NEGOTIATED
-                   ? SSL_TLSEXT_ERR_OK
-                   : SSL_TLSEXT_ERR_NOACK;
-    }
-
     void Accept()
     {
         /* The application under test must see only the signals that the library raises. */
