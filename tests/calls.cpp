@@ -58,8 +58,7 @@ template <class RESULT> RESULT Failed(RESULT tResult)
     return tResult;
 }
 
-/** Shortens a wait if a test is in a hurry. The thread's clocks skip the rest unless the wait ended early.
- */
+/** Shortens a wait if a test is in a hurry. The thread's clocks skip the rest of a wait that did not end early. */
 template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
 {
     const long nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
@@ -123,7 +122,6 @@ int LookUp(decltype(&getaddrinfo) pfnNext, const char* pszName, const char* pszS
     return pfnNext(pszName, pszService, ptHints, pptResult);
 }
 
-/** Gives a new libcurl handle its default authorities. */
 void* WithAuthorities(void* pEasy)
 {
     constexpr int CAINFO = 10065;
@@ -140,7 +138,7 @@ void* WithAuthorities(void* pEasy)
 
 } // namespace
 
-/* Under another name, a function can be defined whatever the system's headers make of its own. */
+/* The other name avoids conflicts with the declarations and macros of the system's headers. */
 #define REPLACE(RESULT, NAME, PARAMETERS, EXPRESSION)                                                   \
     extern "C" __attribute__((visibility("default"))) RESULT Own_##NAME PARAMETERS __asm__(#NAME);      \
     RESULT Own_##NAME PARAMETERS                                                                        \
@@ -163,7 +161,6 @@ CALL(ssize_t, write, (int nFile, const void* pData, size_t nSize), (nFile, pData
      PathOf(nFile))
 CALL(int, fflush, (FILE * pFile), (pFile), Failed(EOF), "")
 CALL(int, fsync, (int nFile), (nFile), Failed(-1), PathOf(nFile))
-/* Closed it is all the same. */
 CALL(int, fclose, (FILE * pFile), (pFile), (s_pfnNext(pFile), Failed(EOF)), "")
 CALL(int, close, (int nFile), (nFile), (s_pfnNext(nFile), Failed(-1)), "")
 CALL(int, rename, (const char* pszFrom, const char* pszTo), (pszFrom, pszTo), Failed(-1),

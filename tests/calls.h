@@ -5,7 +5,6 @@
 /** Controls the functions that calls.cpp defines in the place of the system's and libcurl's. */
 struct CALLS_t
 {
-    /** Lets a call of a function fail, after some that succeed. */
     void Fail(const char* pszName, int eError, int nSucceeding = 0)
     {
         pszFailing = pszName;

@@ -165,7 +165,6 @@ protected:
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
-    /** Returns the descriptors of this process's connections to a server. */
     static std::vector<int> SocketsTo(const CLoopbackServer& tServer)
     {
         std::vector<int> vecSockets;

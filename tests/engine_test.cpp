@@ -8,7 +8,6 @@
 namespace
 {
 
-/** Returns how often a thread has been given a processor. */
 long TimeSlices(pid_t nThread)
 {
     long nSlices = 0;
@@ -23,7 +22,6 @@ bool IsBlocked(int nSignal)
     return sigismember(&tBlocked, nSignal) == 1;
 }
 
-/** Counts the descriptors that programs of the application would inherit. */
 std::ptrdiff_t CountInherited()
 {
     return std::count_if(std::filesystem::directory_iterator("/proc/self/fd"), {},

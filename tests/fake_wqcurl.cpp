@@ -31,8 +31,6 @@ bool Takes(const std::string& strWord)
     return bFound;
 }
 
-/* Replacements of the C library's functions. */
-
 extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
     g_tFake.has_value() ? g_tFake->fnBeforeLstat() : void();
@@ -87,7 +85,6 @@ struct WQCurlMulti::IMPL_t
     std::condition_variable tAdded;
 };
 
-/* An operation in one line. */
 #define OPERATION(SIGNATURE, BODY) \
     SIGNATURE                      \
     {                              \

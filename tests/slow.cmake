@@ -1,16 +1,9 @@
 # Labels the tests that wait for real time-outs; CTest reads this after the lists of tests.
 foreach(name IN ITEMS
-        CEngineTest.WorkerStartsTransfersAtOnceAndSleepsOtherwise
-        CResumeTest.AnswerThatIsNotTheRestFailsTheDownload
-        CResumeTest.AttemptsTimesAndSizesAreLimited
-        CResumeTest.BrokenDownloadIsResumedUntilTheFileIsWhole
         CResumeTest.EachFailureOfTheNetworkIsResumed
         CResumeTest.PausesEndEarlyOnNetworkChangeCancellationAndDestroy
         CResumeTest.RetryAfterDelaysTheNextAttempt
-        CSettingsTest.TransfersAboveTheMostConnectionsWaitAndCanBeEnded
-        CWrapperTest.CancelsInEveryState
-        CWrapperTest.SilentPeersAreGivenUp
-        CWrapperTest.StepsDoNotSpin)
+        CWrapperTest.SilentPeersAreGivenUp)
     list(FIND engine_test_TESTS ${name} position)
     if(NOT position EQUAL -1)
         set_tests_properties(${name} PROPERTIES LABELS slow)

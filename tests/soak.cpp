@@ -246,7 +246,6 @@ void RunTraffic(const std::string& strFolder, std::vector<std::string> vecUrls, 
     }
 }
 
-/** Returns the number of descriptors, of threads, and of KiB in memory. */
 std::array<long, 3> Resources()
 {
     const auto fnCount = [](const char* psz) { return std::distance(std::filesystem::directory_iterator(psz), {}); };

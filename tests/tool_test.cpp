@@ -17,7 +17,6 @@ namespace
 
 typedef std::vector<std::tuple<std::string, int, std::string>> CASES_t;
 
-/** A folder of its own for each test, in which the tool runs. */
 class ToolTest : public ::testing::Test
 {
 protected:

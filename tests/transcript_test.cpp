@@ -238,7 +238,6 @@ std::function<int()> Query(const QUERY_t& fnQuery)
     };
 }
 
-/** The calls that headings name. */
 const std::map<std::string, std::function<int()>> CALLS{
     {"SyncPost", [] { return StartHttp(HTTP_METHOD_POST, true, {}); }},
     {"AsyncGet",

@@ -48,7 +48,6 @@ class CWrapperTest : public CEngineTest
 protected:
     CWrapperTest() { EXPECT_TRUE(m_tMulti.Initialize()); }
 
-    /** Adds a transfer to the multi handle. */
     void Add(WQCurl::WQCurlEasy& tEasy, const std::string& strUrl, WQCurl::WRITE_FUNCTION_t pfnWrite = nullptr,
              WQCurl::PROGRESS_FUNCTION_t pfnProgress = nullptr)
     {

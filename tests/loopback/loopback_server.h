@@ -78,7 +78,6 @@ public:
         return BIO_write_ex(m_pStream, strBytes.data(), strBytes.size(), &nSent) == 1 && BIO_flush(m_pStream) == 1;
     }
 
-    /** Sends a whole answer with its length. */
     bool Answer(const std::string& strBody, const std::string& strStatus = "200 OK")
     {
         return Send("HTTP/1.1 " + strStatus + "\r\nContent-Length: " + std::to_string(strBody.size()) + "\r\n\r\n" +
