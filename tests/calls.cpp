@@ -1,8 +1,6 @@
-/*
- * Functions of the system and of libcurl that fail on demand, are logged, or behave as a test needs. They take effect
- * for the library, libcurl and GLib too. Tests are linked with them; they are preloaded into the tool, whose calls go
- * to the file that CALLS_LOG names.
- */
+/* Functions of the system and of libcurl that fail on demand, are logged, or behave as a test needs, for the library, a
+ * maker's wrapper, libcurl and GLib too. Tests are linked with them. They are preloaded into the tool; CALLS_LOG names
+ * the file of its calls. */
 
 #include "calls.h"
 
@@ -41,7 +39,8 @@ template <class WHAT> bool Meet(const char* pszName, const void* pCaller, WHAT f
         return false;
     }
     const std::string_view strFrom = basename(tFrom.dli_fname);
-    if (strFrom.find("veltra") + 1 + strFrom.find("libcurl") + 1 + strFrom.find("libglib") + 1 == 0)
+    if (strFrom.find("veltra") + 1 + strFrom.find("libcurl") + 1 + strFrom.find("libglib") + 1 == 0 &&
+        std::string_view(WRAPPER_LIBRARIES).find(strFrom) == std::string_view::npos)
     {
         return false;
     }
