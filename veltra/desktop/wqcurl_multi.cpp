@@ -43,8 +43,6 @@ struct WQCurlMulti::IMPL_t
     void DropMessage(const WQCurlEasy* pEasyHandle);
     int IdleTime() const;
     int Wait(epoll_event* ptEvents, int nMost);
-    bool HandleEvent(const epoll_event& tEvent);
-    void LimitNextStart(int nEvents);
 
     CCurlMulti tMulti;
     CTransferQueue tQueue;
@@ -226,26 +224,6 @@ int WQCurlMulti::IMPL_t::Wait(epoll_event* ptEvents, int nMost)
     return nEvents;
 }
 
-bool WQCurlMulti::IMPL_t::HandleEvent(const epoll_event& tEvent)
-{
-    if (tEvent.data.fd == tQueue.WakeUpDescriptor())
-    {
-        tQueue.AcknowledgeWakeUp();
-        return true;
-    }
-    return tMulti.HandleEvent(tEvent);
-}
-
-/**
- * Short transfers under way go first: no more start than end, and they take over the connections. While long transfers
- * use up their time slices, all may start.
- */
-void WQCurlMulti::IMPL_t::LimitNextStart(int nEvents)
-{
-    const bool bShort = nEvents > 0 && vecPaused.empty();
-    nMayStart = bShort ? std::clamp(vecFinished.size() - nUnread, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
-}
-
 WQCurlMulti::WQCurlMulti() : m_pImpl(std::make_unique<IMPL_t>()) {}
 
 WQCurlMulti::~WQCurlMulti() = default;
@@ -334,11 +312,20 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     for (int i = 0; i < nEvents; ++i)
     {
-        bResult = m_pImpl->HandleEvent(arrEvents[i]) && bResult;
+        if (arrEvents[i].data.fd == m_pImpl->tQueue.WakeUpDescriptor())
+        {
+            m_pImpl->tQueue.AcknowledgeWakeUp();
+            continue;
+        }
+        bResult = m_pImpl->tMulti.HandleEvent(arrEvents[i]) && bResult;
     }
     m_pImpl->CollectFinished();
     m_pImpl->EndStopped();
-    m_pImpl->LimitNextStart(nEvents);
+    /* Short transfers under way go first: no more start than end, and they take over the connections. While long
+     * transfers use up their time slices, all may start. */
+    const bool bShort = nEvents > 0 && m_pImpl->vecPaused.empty();
+    const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
+    m_pImpl->nMayStart = bShort ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
     m_pImpl->ResumePaused();
     nRunningHandles = m_pImpl->tRunning.Count();
     return bResult;
