@@ -66,7 +66,6 @@ template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
     return nResult;
 }
 
-/** The time of callers whose time_t is a long. */
 struct TIME_t
 {
     long tv_sec;

@@ -9,7 +9,6 @@
 
 #include "veltra/platform/wqcurl.h"
 
-/** One transfer of the fake wrapper: the options that the engine has set. */
 struct FAKE_TRANSFER_t
 {
     WQCurl::WRITE_FUNCTION_t pfnWrite = nullptr;

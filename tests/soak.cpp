@@ -110,7 +110,6 @@ public:
         {
             const std::string strUrl = vecUrls[Random(vecUrls.size())];
             m_nSilentUntil = 0;
-            /* A stalled transfer blocks its thread for 30 seconds. */
             strUrl.find("/stall") == std::string::npos || Random(50) == 0 ? Transfer(strUrl) : void();
             while (bGoOn && m_nOwed > 0 && (m_nSilentUntil == 0 || g_nEvents < m_nSilentUntil))
             {

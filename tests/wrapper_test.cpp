@@ -232,7 +232,6 @@ TEST_F(CWrapperTest, SilentPeersAreGivenUp)
         EXPECT_EQ(getsockopt(nSocket, IPPROTO_TCP, TCP_USER_TIMEOUT, &nMilliseconds, &nSize), 0);
         EXPECT_EQ(nMilliseconds, 30000);
     }
-    /* libcurl's own limit of a handshake is five minutes. */
     ASSERT_EQ(Start(tConnecting, SilentTlsUrl(), "file"), 1);
     EXPECT_LT(SecondsOf([&] { EXPECT_TRUE(tConnecting.tEnded.Wait()); }), 25);
     EXPECT_EQ(tConnecting.eType, DOWNLOAD_TYPE_FAIL);

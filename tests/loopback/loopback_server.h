@@ -91,7 +91,6 @@ public:
         poll(&tPoll, 1, 60000);
     }
 
-    /** Ends with a reset instead of in order. */
     void Reset()
     {
         const sockaddr tNowhere{AF_UNSPEC, {}};
