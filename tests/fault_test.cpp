@@ -127,13 +127,16 @@ TEST_F(CFaultTest, RequestEndsOnceAndLeavesTheEngineUsable)
         EXPECT_NE(tRequest.strErrorReason, "stale");
         return false; // there is no callback
     };
+    std::set<std::string> setReasons;
     const auto fnGet = [&]
     {
         tRequest = {};
         Run(fnSynchronous);
+        setReasons.insert(tRequest.strErrorReason);
         return Keep(tRequest.bResult, tRequest.strResponse);
     };
     FailEach(OF_ENGINES, fnGet);
+    EXPECT_EQ(setReasons.count("No semaphore to wait on!"), 1U);
 }
 
 TEST_F(CFaultTest, DownloadEndsOnceAndReplacesOrKeepsItsTarget)
