@@ -1,7 +1,6 @@
 #include "held_file.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
@@ -100,11 +99,12 @@ bool CHeldFile::m_IsWrittenHere() const
     {
         return static_cast<bool>(tFault);
     }
+    const std::string strOwn = std::to_string(m_nFile);
     for (; itFile != std::filesystem::directory_iterator(); itFile.increment(tFault))
     {
         struct stat tOther = {};
-        const auto nFile = static_cast<int>(strtol(itFile->path().filename().c_str(), nullptr, 10));
-        if (nFile != m_nFile && fstat(nFile, &tOther) == 0 && IsSameFile(tHeld, tOther))
+        if (itFile->path().filename() != strOwn && stat(itFile->path().c_str(), &tOther) == 0 &&
+            IsSameFile(tHeld, tOther))
         {
             return true;
         }
