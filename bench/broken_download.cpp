@@ -32,8 +32,8 @@ int main(int nArguments, char* arrArguments[])
         fprintf(stderr, "usage: %s async|sync URL FILE\n", arrArguments[0]);
         return 2;
     }
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
-    tSettings.nResumeAttempts = 5;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
+    tSettings.nRetries = 5;
     WQCurl::SetTransferDefaults(tSettings);
     WQCurl::SetTransferObserver(&Report, nullptr);
     CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();

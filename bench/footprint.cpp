@@ -124,7 +124,7 @@ int main(int nArguments, char* arrArguments[])
         return 1;
     }
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     const bool bFolder = std::filesystem::is_directory(arrArguments[3]);
     (bFolder ? tSettings.strCaFolder : tSettings.strCaFile) = arrArguments[3];
     WQCurl::SetTransferDefaults(tSettings);

@@ -49,7 +49,7 @@ void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpee
 
 int main(int nArguments, char* arrArguments[])
 {
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     tSettings.bFailOnHttpError = true;
     tSettings.nMostConnectionsPerHost = 4; // the others wait their turn
     if (nArguments < 3 || !WQCurl::SetTransferDefaults(tSettings))

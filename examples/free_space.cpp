@@ -33,7 +33,7 @@ void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*d
 
 int main(int nArguments, char* arrArguments[])
 {
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     tSettings.bFailOnHttpError = true;
     tSettings.nLargestFile =
         nArguments == 4 ? std::strtoll(arrArguments[3], nullptr, 10) : 0; // whatever the server sends

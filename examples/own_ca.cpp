@@ -12,7 +12,7 @@ int main(int nArguments, char* arrArguments[])
         static_cast<void>(std::fprintf(stderr, "usage: own_ca CA-FILE URL\n"));
         return 2;
     }
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     tSettings.strCaFile = arrArguments[1]; // trusted alone
     /* Without this file each https request would fail. */
     if (access(arrArguments[1], R_OK) != 0)

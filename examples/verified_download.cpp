@@ -47,7 +47,7 @@ bool IsRight(const std::string& strPath, long long nSize, const std::string& str
 
 int main(int nArguments, char* arrArguments[])
 {
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     tSettings.bFailOnHttpError = true; // an error page is not worth its download
     tSettings.nLargestFile = nArguments == 5 ? std::strtoll(arrArguments[3], nullptr, 10) : 0;
     if (tSettings.nLargestFile <= 0 || !WQCurl::SetTransferDefaults(tSettings))

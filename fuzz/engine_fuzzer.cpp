@@ -68,8 +68,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
     static CWebConnector* const s_ptEngine = []
     {
         CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-        WQCurl::TRANSFER_DEFAULTS_t tSettings;
-        tSettings.nResumeAttempts = 2;
+        WQCurl::TRANSFER_SETTINGS_t tSettings;
+        tSettings.nRetries = 2;
         WQCurl::SetTransferDefaults(tSettings);
         WQCurl::SetTransferObserver(&Observe, nullptr);
         std::filesystem::create_directory(s_strFolder);

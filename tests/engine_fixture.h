@@ -253,7 +253,7 @@ protected:
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
 
-    WQCurl::TRANSFER_DEFAULTS_t m_tSettings;
+    WQCurl::TRANSFER_SETTINGS_t m_tSettings;
     std::string m_strRaw;
     CGate m_tArrived; /**< opened by each request that reaches the server */
     CGate m_tGoOn;

@@ -21,7 +21,7 @@ protected:
     CResumeTest()
     {
         g_tCalls.bHurry = true;
-        m_tSettings.nResumeAttempts = 3;
+        m_tSettings.nRetries = 3;
     }
 
     /** Serves the file, and breaks off after m_nBreakAfter bytes of each answer. */
@@ -91,7 +91,7 @@ protected:
 
 TEST_F(CResumeTest, BrokenDownloadIsResumedUntilTheFileIsWhole)
 {
-    m_tSettings.nResumeAttempts = 1; // each attempt brings enough to allow another
+    m_tSettings.nRetries = 1; // each attempt brings enough to allow another
     EXPECT_TRUE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2 * 4);
     EXPECT_EQ(m_strIfRange.substr(0, 7), "\"one\"\r\n");
@@ -199,7 +199,7 @@ TEST_F(CResumeTest, AnswerThatIsNotTheRestFailsTheDownload)
     {
         vecAnswers.push_back(Head(PARTIAL, nRest, m_strTag + pszRange) + BODY.substr(BROKEN_AT));
     }
-    m_tSettings.nResumeAttempts = 1;
+    m_tSettings.nRetries = 1;
     m_nRefusals = 9;
     for (const std::string& strAnswer : vecAnswers)
     {
@@ -225,11 +225,11 @@ TEST_F(CResumeTest, DownloadWithoutStrongValidatorOrAttemptsIsNotResumed)
     for (const auto& [pszValidator, nAttempts] : arrCases)
     {
         m_strValidator = pszValidator;
-        m_tSettings.nResumeAttempts = nAttempts;
+        m_tSettings.nRetries = nAttempts;
         EXPECT_FALSE(DownloadTwice()) << pszValidator;
         EXPECT_EQ(m_nRequests, 2) << pszValidator;
     }
-    m_tSettings.nResumeAttempts = 3;
+    m_tSettings.nRetries = 3;
     EXPECT_FALSE(Get(m_tBreaking.Url()));
     EXPECT_EQ(m_nRequests, 2 + 1) << "a request is no download";
 }
@@ -248,7 +248,7 @@ TEST_F(CResumeTest, AttemptsTimesAndSizesAreLimited)
     EXPECT_FALSE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2) << "the rest would follow a hole";
     LimitFiles(RLIM_INFINITY);
-    m_tSettings.nResumeSeconds = 20;
+    m_tSettings.nRetrySeconds = 20;
     m_strRefusal = Head("503 Busy", 0, "Retry-After: 9223372036854775807");
     m_nRefusals = 9;
     EXPECT_FALSE(DownloadTwice());
@@ -279,7 +279,7 @@ TEST_F(CResumeTest, PausesEndEarlyOnNetworkChangeCancellationAndDestroy)
     EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tEnded.eType, DOWNLOAD_TYPE_FAIL);
 
-    m_tSettings.nResumeAttempts = 2;
+    m_tSettings.nRetries = 2;
     std::atomic<bool> bEnded{false};
     std::thread tTraveller([&] { WaitUntil([&] { return WQCurl::NetworkChanged(), bEnded.load(); }); });
     EXPECT_LT(SecondsOf([&] { EXPECT_FALSE(SyncDownload(m_tBreaking.Url(), "sync")); }), 25);

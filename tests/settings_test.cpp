@@ -152,14 +152,14 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
 {
     m_tSettings.nConnectTimeout = 1;
     EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-    WQCurl::TRANSFER_DEFAULTS_t arrBad[9];
+    WQCurl::TRANSFER_SETTINGS_t arrBad[9];
     arrBad[0].nMostBytesPerSecond = 4095;
     arrBad[1].nConnectTimeout = 0;
     arrBad[2].nMostIdleConnections = -1;
     arrBad[3].nLargestFile = -1;
     arrBad[4].nConnectTimeout = 2147484;
-    arrBad[5].nResumeAttempts = -1;
-    arrBad[6].nResumeSeconds = -1;
+    arrBad[5].nRetries = -1;
+    arrBad[6].nRetrySeconds = -1;
     arrBad[7].nLargestAnswer = -1;
     arrBad[8].eIpFamily = static_cast<WQCurl::IP_FAMILY_e>(3);
     for (const auto& tBad : arrBad)

@@ -287,9 +287,9 @@ int main(int nArguments, char* arrArguments[])
     CLI::App tApp("Soak test");
     int nSeconds = 60;
     std::string strFolder = std::filesystem::temp_directory_path();
-    WQCurl::TRANSFER_DEFAULTS_t tSettings;
+    WQCurl::TRANSFER_SETTINGS_t tSettings;
     tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
-    tSettings.nResumeAttempts = 3;
+    tSettings.nRetries = 3;
     std::vector<std::string> vecUrls;
     const auto* pServe =
         tApp.add_flag("--serve", "Only serve: print the plain and the TLS port, then answer until killed");

@@ -163,7 +163,7 @@ void CDoctor::m_CheckAuthorities()
  */
 time_t CDoctor::m_GetServerDate() const
 {
-    const WQCurl::TRANSFER_DEFAULTS_t& tTransfer = m_tOptions.tTransfer;
+    const WQCurl::TRANSFER_SETTINGS_t& tTransfer = m_tOptions.tTransfer;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> pEasy(curl_easy_init(), &curl_easy_cleanup);
     curl_slist* pConnectTo = nullptr;
     for (const std::string& strEntry : tTransfer.lstConnectTo)

@@ -10,10 +10,10 @@ namespace
 constexpr long long DEFAULT_LARGEST_ANSWER = 64000000; /* bytes: an answer is kept in memory */
 constexpr int DEFAULT_RESUME_ATTEMPTS = 5;
 
-void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
+void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     tApp.option_defaults()->group("Transfers");
-    tTransfer.nResumeAttempts = DEFAULT_RESUME_ATTEMPTS;
+    tTransfer.nRetries = DEFAULT_RESUME_ATTEMPTS;
     tTransfer.nLargestAnswer = DEFAULT_LARGEST_ANSWER;
     AddValue(tApp, "--limit-rate", tTransfer.nMostBytesPerSecond, "BYTES", Bytes(4096),
              "Bytes a second for each transfer, such as 64k or 2M");
@@ -23,14 +23,14 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
             "Fail with a larger answer or file, such as 20M or 1G; by default with an answer above 64M")
         ->type_name("BYTES")
         ->transform(Bytes(1));
-    AddValue(tApp, "--retry", tTransfer.nResumeAttempts, "N", Number(0, 1000000),
+    AddValue(tApp, "--retry", tTransfer.nRetries, "N", Number(0, 1000000),
              "Successive attempts to resume a broken download; 0: none")
         ->capture_default_str();
-    AddValue(tApp, "--retry-time", tTransfer.nResumeSeconds, "SECONDS", Number(0, INT_MAX),
+    AddValue(tApp, "--retry-time", tTransfer.nRetrySeconds, "SECONDS", Number(0, INT_MAX),
              "Time limit for resuming, from the download's start; 0: none");
 }
 
-void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
+void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     tApp.option_defaults()->group("Connections");
     AddValue(tApp, "--cacert", tTransfer.strCaFile, "FILE", ReadableFile(), "CA bundle to trust, not the system's");
@@ -83,7 +83,7 @@ void AddQueryOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 
 } // namespace
 
-void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer)
+void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto fnAdd = [&](const char* pszName, WQCurl::IP_FAMILY_e eFamily, const char* pszDescription)
     {

@@ -8,4 +8,4 @@
 void AddGeneralOptions(CLI::App& tApp, OPTIONS_t& tOptions);
 
 /** Adds -4 and -6. */
-void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_DEFAULTS_t& tTransfer);
+void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer);

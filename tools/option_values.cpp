@@ -92,7 +92,7 @@ CLI::Validator Proxy()
     return {[](const std::string& strText) -> std::string
             {
                 /* The library decides. The settings of all options replace these later. */
-                WQCurl::TRANSFER_DEFAULTS_t tSettings;
+                WQCurl::TRANSFER_SETTINGS_t tSettings;
                 tSettings.strProxy = strText;
                 return WQCurl::SetTransferDefaults(tSettings) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]";
             },

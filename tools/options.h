@@ -6,6 +6,6 @@
 struct OPTIONS_t
 {
     DEVICE_IDENTITY_t tIdentity;
-    WQCurl::TRANSFER_DEFAULTS_t tTransfer;
+    WQCurl::TRANSFER_SETTINGS_t tTransfer;
     bool bVerbose = false;
 };

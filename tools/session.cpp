@@ -38,7 +38,7 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 
 CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError) : m_tOptions(tOptions)
 {
-    WQCurl::TRANSFER_DEFAULTS_t tTransfer = tOptions.tTransfer;
+    WQCurl::TRANSFER_SETTINGS_t tTransfer = tOptions.tTransfer;
     tTransfer.bFailOnHttpError = tTransfer.bFailOnRedirect = bFailOnHttpError;
     if (!WQCurl::SetTransferDefaults(tTransfer))
     {

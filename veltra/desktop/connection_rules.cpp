@@ -22,7 +22,7 @@ bool CConnectionRules::LookAtNetwork()
  * ended. Later releases of libcurl count only the transfers that run at the moment: they would close the connections of
  * many transfers that end in one step before others start.
  */
-void CConnectionRules::BeforeStart(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults)
+void CConnectionRules::BeforeStart(size_t nTransfers, const TRANSFER_SETTINGS_t& tDefaults)
 {
     constexpr long CONNECTIONS_PER_TRANSFER = 4;
     if (m_tOutdating.has_value() && m_tRunning.IsEmpty() && CloseAll())
@@ -48,7 +48,7 @@ void CConnectionRules::Prepare(const TRANSFER_t& tTransfer)
     }
 }
 
-void CConnectionRules::AfterLast(const TRANSFER_DEFAULTS_t& tDefaults)
+void CConnectionRules::AfterLast(const TRANSFER_SETTINGS_t& tDefaults)
 {
     if (m_tMulti.Sockets().CountOpen() > tDefaults.nMostIdleConnections)
     {

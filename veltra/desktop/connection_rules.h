@@ -23,13 +23,13 @@ public:
      * Closes the connections that must not be used again.
      * @param nTransfers the number of registered transfers, for the number of connections that stay open
      */
-    void BeforeStart(size_t nTransfers, const TRANSFER_DEFAULTS_t& tDefaults);
+    void BeforeStart(size_t nTransfers, const TRANSFER_SETTINGS_t& tDefaults);
 
     /** Sets the limits of a transfer that is about to start, and the options that keep it from outdated connections. */
     void Prepare(const TRANSFER_t& tTransfer);
 
     /** Closes the idle connections, if there are more than the settings of the last transfer allow. */
-    void AfterLast(const TRANSFER_DEFAULTS_t& tDefaults);
+    void AfterLast(const TRANSFER_SETTINGS_t& tDefaults);
 
 private:
     typedef std::chrono::steady_clock Clock;

@@ -16,7 +16,7 @@ constexpr int LONGEST_TIMEOUT = std::numeric_limits<int>::max() / 1000;
 /** The record given to SetTransferDefaults(), with the parts that libcurl takes in another form. */
 struct PREPARED_SETTINGS_t
 {
-    TRANSFER_DEFAULTS_t tDefaults;
+    TRANSFER_SETTINGS_t tDefaults;
     SLIST_PTR_t pConnectTo;
     PROXY_t tProxy;
 };

@@ -17,7 +17,7 @@ struct PROXY_t
 };
 
 /**
- * Reads TRANSFER_DEFAULTS_t::strProxy. libcurl itself does not refuse every text that it cannot read: it ignores some
+ * Reads TRANSFER_SETTINGS_t::strProxy. libcurl itself does not refuse every text that it cannot read: it ignores some
  * and connects directly.
  * @return false for a text that names no usable proxy
  * @throw std::bad_alloc without memory

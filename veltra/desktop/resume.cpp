@@ -122,13 +122,13 @@ milliseconds BackOff(int nFruitlessAttempts)
 
 } // namespace
 
-void CResume::Begin(const TRANSFER_DEFAULTS_t& tDefaults, bool bDownload, long lTotalSeconds)
+void CResume::Begin(const TRANSFER_SETTINGS_t& tDefaults, bool bDownload, long lTotalSeconds)
 {
     *this = CResume();
-    m_bAllowed = bDownload && tDefaults.nResumeAttempts > 0;
-    m_nMostAttempts = tDefaults.nResumeAttempts;
+    m_bAllowed = bDownload && tDefaults.nRetries > 0;
+    m_nMostAttempts = tDefaults.nRetries;
     m_lTotalSeconds = lTotalSeconds;
-    m_lResumeSeconds = tDefaults.nResumeSeconds;
+    m_lResumeSeconds = tDefaults.nRetrySeconds;
     m_tBegun = Clock::now();
 }
 

@@ -22,7 +22,7 @@ public:
      * @param bDownload whether the transfer is a download; others are not resumed
      * @param lTotalSeconds the longest that it may take; 0: any time
      */
-    void Begin(const TRANSFER_DEFAULTS_t& tDefaults, bool bDownload, long lTotalSeconds);
+    void Begin(const TRANSFER_SETTINGS_t& tDefaults, bool bDownload, long lTotalSeconds);
 
     /**
      * Checks an answer by its header lines, before its body is received.

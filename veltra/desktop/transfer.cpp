@@ -138,7 +138,7 @@ std::string TRANSFER_t::ErrorText(CURLcode eCode) const
 TRANSFER_t::FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
 {
     constexpr long PROXY_AUTHENTICATION_REQUIRED = 407;
-    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
+    const TRANSFER_SETTINGS_t& tDefaults = ptSettings->tDefaults;
     if (tAttempt.pszRefusal != nullptr)
     {
         return {CURLE_FILESIZE_EXCEEDED, tAttempt.pszRefusal};

@@ -92,7 +92,7 @@ size_t TRANSFER_t::OnHeader(char* pData, size_t nSize, size_t nCount, void* pTra
 /** Counts bytes of the body. @return false when there are more than the settings allow */
 bool TRANSFER_t::CountReceived(size_t nBytes)
 {
-    const TRANSFER_DEFAULTS_t& tDefaults = ptSettings->tDefaults;
+    const TRANSFER_SETTINGS_t& tDefaults = ptSettings->tDefaults;
     const long long nMost = bReporting ? tDefaults.nLargestFile : tDefaults.nLargestAnswer;
     tResume.Count(nBytes);
     return nMost == 0 || tResume.Received() <= nMost || Refuse("The answer is larger than the settings allow");

@@ -31,7 +31,7 @@ struct OPTION_SETTER_t
 /** Sets how a transfer reaches its server: protocol, proxy, addresses and speed. */
 void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tSettings)
 {
-    const TRANSFER_DEFAULTS_t& tDefaults = tSettings.tDefaults;
+    const TRANSFER_SETTINGS_t& tDefaults = tSettings.tDefaults;
     tSet(CURLOPT_PROTOCOLS_STR, "http,https");
     /* HTTP/1.1 sends header names letter for letter, and a broken or silent connection costs one transfer. */
     tSet(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
@@ -50,7 +50,7 @@ void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tSettings)
 }
 
 /** Sets the authorities that a server's certificate is verified with, or a proxy's: both follow the same rules. */
-void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults, CURLoption eFile, CURLoption eFolder)
+void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tDefaults, CURLoption eFile, CURLoption eFolder)
 {
     const char* pszBundle = nullptr;
     curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle); // a proxy's default is the same
@@ -69,7 +69,7 @@ void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults,
 }
 
 /** Sets the authorities that a transfer trusts, and its own certificate. */
-void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_DEFAULTS_t& tDefaults)
+void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tDefaults)
 {
     if (!tDefaults.strClientCertificate.empty())
     {

@@ -18,14 +18,14 @@ std::shared_ptr<const PREPARED_SETTINGS_t>& Settings()
     return *s_pptSettings;
 }
 
-bool IsInRange(const TRANSFER_DEFAULTS_t& tDefaults)
+bool IsInRange(const TRANSFER_SETTINGS_t& tDefaults)
 {
     constexpr long long LEAST_BYTES_PER_SECOND = 4096; // enough to stay clear of the low-speed limit of downloads
     const bool bFamily = tDefaults.eIpFamily == IP_FAMILY_ANY || tDefaults.eIpFamily == IP_FAMILY_4 ||
                          tDefaults.eIpFamily == IP_FAMILY_6;
     return bFamily && tDefaults.nConnectTimeout >= 1 && tDefaults.nConnectTimeout <= LONGEST_TIMEOUT &&
            tDefaults.nMostConnections >= 0 && tDefaults.nMostConnectionsPerHost >= 0 &&
-           tDefaults.nMostIdleConnections >= 0 && tDefaults.nResumeAttempts >= 0 && tDefaults.nResumeSeconds >= 0 &&
+           tDefaults.nMostIdleConnections >= 0 && tDefaults.nRetries >= 0 && tDefaults.nRetrySeconds >= 0 &&
            tDefaults.nLargestAnswer >= 0 && tDefaults.nLargestFile >= 0 &&
            (tDefaults.nMostBytesPerSecond == 0 || tDefaults.nMostBytesPerSecond >= LEAST_BYTES_PER_SECOND);
 }
@@ -38,7 +38,7 @@ std::shared_ptr<const PREPARED_SETTINGS_t> CurrentSettings()
     return Settings();
 }
 
-bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults)
+bool SetTransferDefaults(const TRANSFER_SETTINGS_t& tDefaults)
 {
     if (!IsInRange(tDefaults))
     {

@@ -25,7 +25,7 @@ enum IP_FAMILY_e
  * Process-wide settings of transfers. As constructed, they change nothing. A transfer takes the settings when it is
  * initialised, in Get(), Post(), StartDownload() or SyncDownloadFile(), and keeps them.
  */
-struct TRANSFER_DEFAULTS_t
+struct TRANSFER_SETTINGS_t
 {
     /**
      * Path of the CA bundle in PEM that is trusted alone, for https servers and for an https proxy; empty: the
@@ -72,14 +72,14 @@ struct TRANSFER_DEFAULTS_t
      * The most attempts in a row to resume a download that the network has broken; attempts that receive 256 KiB do not
      * count. 0: none. The server must send an ETag or a date that identifies the file's version.
      */
-    int nResumeAttempts = 0;
-    int nResumeSeconds = 0; /**< seconds since a download's begin after which it is not resumed; 0: any number */
+    int nRetries = 0;
+    int nRetrySeconds = 0; /**< seconds since a download's begin after which it is not resumed; 0: any number */
 };
 
 /**
  * Sets the record for every transfer that is initialised from now on.
  * @return false, with nothing changed, for a number out of range or a proxy that cannot be used
  */
-VELTRA_API bool SetTransferDefaults(const TRANSFER_DEFAULTS_t& tDefaults);
+VELTRA_API bool SetTransferDefaults(const TRANSFER_SETTINGS_t& tDefaults);
 
 } // namespace WQCurl
