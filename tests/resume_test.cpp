@@ -122,10 +122,17 @@ TEST_F(CResumeTest, RetryAfterDelaysTheNextAttempt)
     m_tSettings.bFailOnHttpError = true;
     m_nRefusals = 1;
     m_dShortest = 4; // longer than a random pause
-    for (const auto& [pszStatus, pszPause] : {std::pair("429 Slow Down", "4"), std::pair("503 Busy", "100")})
+    for (const char* pszPause : {"4", "Wed, 01 Jan 2020 10:00:04 GMT\r\nDate: Wed, 01 Jan 2020 10:00:00 GMT"})
     {
-        m_strRefusal = Head(pszStatus, 0, std::string("Retry-After: ") + pszPause);
-        EXPECT_TRUE(DownloadTwice()) << pszStatus << "; a pause takes 30 seconds at most";
+        m_strRefusal = Head("503 Busy", 0, std::string("Retry-After: ") + pszPause);
+        EXPECT_TRUE(DownloadTwice()) << pszPause;
+    }
+    m_dShortest = 0;
+    for (const auto& [pszPause, nSeconds] : {std::pair("31", 31), std::pair("9223372036854775807", INT_MAX)})
+    {
+        m_strRefusal = Head("429 Slow Down", 0, std::string("Retry-After: ") + pszPause);
+        EXPECT_FALSE(DownloadTwice()) << pszPause;
+        EXPECT_EQ(m_tReport.nRetryAfter, nSeconds);
     }
 }
 
@@ -184,7 +191,6 @@ TEST_F(CResumeTest, AnswerThatIsNotTheRestFailsTheDownload)
         Head("404 Not Found", 4, "") + "gone",
         "HTTP/1.1 206 Partial Content\r\nTransfer-Encoding: chunked\r\n" + m_strTag + RANGE +
             "\r\n\r\n5\r\nshort\r\n0\r\n\r\n",
-        Head("503 Busy", 0, ""),
     };
     for (const char* pszFields : {"", "ETag: \"two\"\r\n", "ETag: W/\"one\"\r\n", "ETag: \"one\"\r\nETag: \"two\"\r\n",
                                   "ETag: \"one\"\r\nContent-Encoding: gzip\r\n"})
@@ -249,7 +255,7 @@ TEST_F(CResumeTest, AttemptsTimesAndSizesAreLimited)
     EXPECT_EQ(m_nRequests, 2) << "the rest would follow a hole";
     LimitFiles(RLIM_INFINITY);
     m_tSettings.nRetrySeconds = 20;
-    m_strRefusal = Head("503 Busy", 0, "Retry-After: 9223372036854775807");
+    m_strRefusal = Head("503 Busy", 0, "Retry-After: 30");
     m_nRefusals = 9;
     EXPECT_FALSE(DownloadTwice());
     EXPECT_EQ(m_nRequests, 2 * 2) << "the pause would end too late";

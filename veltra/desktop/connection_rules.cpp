@@ -22,7 +22,7 @@ bool CConnectionRules::LookAtNetwork()
  * ended. Later releases of libcurl count only the transfers that run at the moment: they would close the connections of
  * many transfers that end in one step before others start.
  */
-void CConnectionRules::BeforeStart(size_t nTransfers, const TRANSFER_SETTINGS_t& tDefaults)
+void CConnectionRules::BeforeStart(size_t nTransfers)
 {
     constexpr long CONNECTIONS_PER_TRANSFER = 4;
     if (m_tOutdating.has_value() && m_tRunning.IsEmpty() && CloseAll())
@@ -30,27 +30,29 @@ void CConnectionRules::BeforeStart(size_t nTransfers, const TRANSFER_SETTINGS_t&
         m_tOutdating.reset();
     }
     CloseSpoiled();
+    const SETTINGS_PTR_t ptSettings = ProcessSettings();
+    const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
+    if (m_ptLimits != ptSettings)
+    {
+        m_tMulti.SetLimit(CURLMOPT_MAX_TOTAL_CONNECTIONS, tSettings.nMostConnections);
+        m_tMulti.SetLimit(CURLMOPT_MAX_HOST_CONNECTIONS, tSettings.nMostConnectionsPerHost);
+        m_ptLimits = ptSettings;
+    }
     m_tMulti.SetLimit(CURLMOPT_MAXCONNECTS, std::max(CONNECTIONS_PER_TRANSFER * static_cast<long>(nTransfers),
-                                                     long{tDefaults.nMostIdleConnections}));
+                                                     long{tSettings.nMostIdleConnections}));
 }
 
-void CConnectionRules::Prepare(const TRANSFER_t& tTransfer)
+void CConnectionRules::Prepare(const TRANSFER_t& tTransfer) const
 {
-    if (m_ptLimits != tTransfer.ptSettings)
-    {
-        m_ptLimits = tTransfer.ptSettings;
-        m_tMulti.SetLimit(CURLMOPT_MAX_TOTAL_CONNECTIONS, m_ptLimits->tDefaults.nMostConnections);
-        m_tMulti.SetLimit(CURLMOPT_MAX_HOST_CONNECTIONS, m_ptLimits->tDefaults.nMostConnectionsPerHost);
-    }
     if (m_tOutdating.has_value())
     {
         AvoidOldConnections(tTransfer.pEasy.get());
     }
 }
 
-void CConnectionRules::AfterLast(const TRANSFER_SETTINGS_t& tDefaults)
+void CConnectionRules::AfterLast()
 {
-    if (m_tMulti.Sockets().CountOpen() > tDefaults.nMostIdleConnections)
+    if (m_tMulti.Sockets().CountOpen() > ProcessSettings()->tRecord.nMostIdleConnections)
     {
         CloseAll();
     }

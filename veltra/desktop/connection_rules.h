@@ -20,16 +20,16 @@ public:
     bool LookAtNetwork();
 
     /**
-     * Closes the connections that must not be used again.
+     * Closes the connections that must not be used again, and sets the limits of the process-wide settings.
      * @param nTransfers the number of registered transfers, for the number of connections that stay open
      */
-    void BeforeStart(size_t nTransfers, const TRANSFER_SETTINGS_t& tDefaults);
+    void BeforeStart(size_t nTransfers);
 
-    /** Sets the limits of a transfer that is about to start, and the options that keep it from outdated connections. */
-    void Prepare(const TRANSFER_t& tTransfer);
+    /** Sets the options that keep a transfer from outdated connections. */
+    void Prepare(const TRANSFER_t& tTransfer) const;
 
-    /** Closes the idle connections, if there are more than the settings of the last transfer allow. */
-    void AfterLast(const TRANSFER_SETTINGS_t& tDefaults);
+    /** Closes the idle connections, if there are more than the process-wide settings allow. */
+    void AfterLast();
 
 private:
     typedef std::chrono::steady_clock Clock;
@@ -41,8 +41,8 @@ private:
     CCurlMulti& m_tMulti;
     const CRunningTransfers& m_tRunning;
     unsigned m_nEpoch = NetworkEpoch();
-    std::optional<Clock::time_point> m_tOutdating;         /**< connections opened before this must not be used */
-    std::shared_ptr<const PREPARED_SETTINGS_t> m_ptLimits; /**< the settings whose limits the multi handle has */
+    std::optional<Clock::time_point> m_tOutdating; /**< connections opened before this must not be used */
+    SETTINGS_PTR_t m_ptLimits;                     /**< the settings whose limits the multi handle has */
 };
 
 } // namespace WQCurl

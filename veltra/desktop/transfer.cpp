@@ -4,13 +4,54 @@
 
 #include <algorithm>
 
-#include "veltra/desktop/tell_observer.h"
+#include "veltra/desktop/header_values.h"
+#include "veltra/desktop/request_header.h"
 #include "veltra/desktop/transfer_options.h"
 #include "veltra/desktop/transfer_pool.h"
 #include "veltra/desktop/transfer_share.h"
 
+#define VELTRA_LOG_MODULE "WQCurl"
+#include "veltra/log.h"
+
 namespace WQCurl
 {
+
+namespace
+{
+
+/** Returns whether the cause of a failure may pass by itself: the network, and not the disk or the application. */
+bool IsTemporary(int nCode, CURL* pEasy, long lStatus)
+{
+    long lProxyStatus = 0;
+    long lConnections = 0;
+    switch (nCode)
+    {
+    case CURLE_HTTP_RETURNED_ERROR:
+        return IsTemporaryStatus(lStatus);
+    case CURLE_RECV_ERROR: // also a proxy's refusal
+        curl_easy_getinfo(pEasy, CURLINFO_HTTP_CONNECTCODE, &lProxyStatus);
+        return lStatus != 0 || lProxyStatus < 400 || IsTemporaryStatus(lProxyStatus);
+    case CURLE_UNSUPPORTED_PROTOCOL: // an answer without a status line, unless it is the URL's scheme
+        curl_easy_getinfo(pEasy, CURLINFO_NUM_CONNECTS, &lConnections);
+        return lConnections > 0;
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_OPERATION_TIMEDOUT:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
 
 TRANSFER_t* TRANSFER_t::Of(CURL* pEasy)
 {
@@ -21,6 +62,13 @@ TRANSFER_t* TRANSFER_t::Of(CURL* pEasy)
 
 CURLcode TRANSFER_t::SetUp()
 {
+    Clear();
+    ptSettings = CurrentSettings();
+    if (ptSettings == nullptr)
+    {
+        VELTRA_LOG_ERROR("The settings of this thread's transfers are invalid!");
+        return CURLE_BAD_FUNCTION_ARGUMENT;
+    }
     if (pEasy == nullptr)
     {
         pEasy.reset(curl_easy_init());
@@ -29,7 +77,8 @@ CURLcode TRANSFER_t::SetUp()
     {
         return CURLE_FAILED_INIT;
     }
-    ptSettings = CurrentSettings();
+    m_bUsed = true;
+    tStarter = std::this_thread::get_id();
     SetFunctions(pEasy.get());
     CURLcode eResult = curl_easy_setopt(pEasy.get(), CURLOPT_NOSIGNAL, 1L);
     /* Otherwise the removal of a transfer would wait for a name look-up that hangs, and all other transfers too. */
@@ -46,20 +95,26 @@ CURLcode TRANSFER_t::SetUp()
 
 void TRANSFER_t::Clear()
 {
-    if (bInitialized)
+    if (m_bUsed)
     {
         CTransferPool::Recycle(pEasy);
     }
+    m_bUsed = false;
     bInitialized = false;
-    pHeaders.reset();
+    pHeader.reset();
+    pBuiltHeader.reset();
     ptSettings.reset();
     pfnWrite = nullptr;
     pWriteData = nullptr;
+    bPost = false;
     bReporting = false;
     pfnProgress = nullptr;
     pProgressData = nullptr;
     pPrivate = nullptr;
     lTotalSeconds = 0;
+    tAttempt.tHeaderLines.Clear();
+    optEnd.reset();
+    bSynchronous = false;
     strLastError.clear();
     szError[0] = '\0';
 }
@@ -69,18 +124,45 @@ long TRANSFER_t::BufferSize() const
     constexpr long USUAL = CURL_MAX_WRITE_SIZE;
     constexpr long LARGE = 512L * 1024;
     /* Downloads expect much data: fewer and larger reads. Some libcurls limit the speed between reads only. */
-    const long long nMost = ptSettings->tDefaults.nMostBytesPerSecond;
+    const long long nMost = ptSettings->tRecord.nMostBytesPerSecond;
     return nMost > 0 ? static_cast<long>(std::min<long long>(nMost, USUAL)) : bReporting ? LARGE : USUAL;
 }
 
-void TRANSFER_t::Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused)
+CURLcode TRANSFER_t::Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused)
 {
+    const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
     m_ptSockets = ptDriverSockets;
     m_pvecPaused = pvecDriverPaused;
-    tResume.Begin(ptSettings->tDefaults, bReporting, lTotalSeconds);
+    tAttempts.Begin(tSettings, bReporting, lTotalSeconds);
+    tRedirects.Begin(bPost ? 0 : tSettings.nMostRedirects);
+    tResume.Begin(tAttempts.MayRetry());
     tCounts = {};
     tAttempt = {};
     curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
+    if (tSettings.bCompressed && !bReporting)
+    {
+        curl_easy_setopt(pEasy.get(), CURLOPT_ACCEPT_ENCODING, ""); // all that libcurl can decode
+    }
+    return SetHeader();
+}
+
+/** Sets the header lines of the next attempt. Those of the application do not go to another server than the first. */
+CURLcode TRANSFER_t::SetHeader()
+{
+    const std::list<std::string>& lstSettings = ptSettings->tRecord.lstHeader;
+    const bool bFirstServer = tRedirects.IsAtFirstServer();
+    const bool bRest = tResume.Before() > 0;
+    if (bFirstServer && !bRest && lstSettings.empty())
+    {
+        return curl_easy_setopt(pEasy.get(), CURLOPT_HTTPHEADER, pHeader.get());
+    }
+    if (!BuildRequestHeader(bFirstServer ? pHeader.get() : nullptr,
+                            bFirstServer ? lstSettings : std::list<std::string>(), bRest ? tResume.Validator() : "",
+                            pBuiltHeader))
+    {
+        return CURLE_OUT_OF_MEMORY;
+    }
+    return curl_easy_setopt(pEasy.get(), CURLOPT_HTTPHEADER, pBuiltHeader.get());
 }
 
 CURLcode TRANSFER_t::BeginAgain()
@@ -93,17 +175,39 @@ CURLcode TRANSFER_t::BeginAgain()
     }
     curl_easy_setopt(pNext.get(), CURLOPT_SHARE, TransferShare());
     curl_easy_setopt(pNext.get(), CURLOPT_FRESH_CONNECT, 1L);
-    tResume.SetTimeLeft(pNext.get());
+    tAttempts.SetTimeLeft(pNext.get());
     pEasy = std::move(pNext);
     tAttempt = {};
     szError[0] = '\0';
     return CURLE_OK;
 }
 
-CURLcode TRANSFER_t::BeginResume()
+CURLcode TRANSFER_t::BeginRedirected()
 {
-    const CURLcode eResult = BeginAgain();
-    return eResult == CURLE_OK ? tResume.RequestRest(pEasy.get(), pHeaders.get()) : eResult;
+    CURLcode eResult = BeginAgain();
+    eResult = eResult == CURLE_OK ? tRedirects.Follow(pEasy.get()) : eResult;
+    curl_easy_setopt(pEasy.get(), CURLOPT_FRESH_CONNECT, 0L);
+    SetOwnCertificate(pEasy.get(), ptSettings->tRecord, tRedirects.IsAtFirstServer());
+    return eResult == CURLE_OK ? SetHeader() : eResult;
+}
+
+CURLcode TRANSFER_t::BeginRetry()
+{
+    CURLcode eResult = BeginAgain();
+    tResume.BeginAttempt();
+    curl_easy_setopt(pEasy.get(), CURLOPT_DNS_CACHE_TIMEOUT, 0L); // the server may have another address by now
+    if (tResume.Before() > 0)
+    {
+        const std::string strRange = std::to_string(tResume.Before()) + "-";
+        eResult = eResult == CURLE_OK ? curl_easy_setopt(pEasy.get(), CURLOPT_RANGE, strRange.c_str()) : eResult;
+        curl_easy_setopt(pEasy.get(), CURLOPT_FAILONERROR, 0L); // CResume checks the status
+    }
+    else
+    {
+        eResult = eResult == CURLE_OK ? tRedirects.Restart(pEasy.get()) : eResult;
+        SetOwnCertificate(pEasy.get(), ptSettings->tRecord, true);
+    }
+    return eResult == CURLE_OK ? SetHeader() : eResult;
 }
 
 /* libcurl does so itself, but gives up after five dead connections, and not for every error of HTTP/2. */
@@ -111,7 +215,26 @@ bool TRANSFER_t::MayBeginAgain(int nCode) const
 {
     const bool bDied =
         nCode == CURLE_HTTP2 || nCode == CURLE_GOT_NOTHING || nCode == CURLE_SEND_ERROR || nCode == CURLE_RECV_ERROR;
-    return bDied && !tAttempt.tHeaderLines.HaveBegun() && tResume.Received() == 0 && IsReused(pEasy.get());
+    return bDied && !tAttempt.tHeaderLines.HaveBegun() && tResume.Received() == 0 && IsReused();
+}
+
+std::optional<CAttempts::Clock::time_point> TRANSFER_t::NextAttempt(int nCode)
+{
+    if (!tAttempts.MayRetry() || !tResume.CanGoOn() || !IsTemporary(nCode, pEasy.get(), Status()))
+    {
+        return std::nullopt;
+    }
+    const int nRetryAfter = nCode == CURLE_HTTP_RETURNED_ERROR ? RetryAfter(tAttempt.tHeaderLines) : 0;
+    return tAttempts.Next(tResume.Received() - tResume.Before(), nRetryAfter);
+}
+
+bool TRANSFER_t::IsReused() const
+{
+    const char* pszPeer = nullptr;
+    long lConnections = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_PRIMARY_IP, &pszPeer);
+    curl_easy_getinfo(pEasy.get(), CURLINFO_NUM_CONNECTS, &lConnections);
+    return pszPeer != nullptr && *pszPeer != '\0' && lConnections == 0;
 }
 
 bool TRANSFER_t::Check(CURLcode eCode)
@@ -135,21 +258,13 @@ std::string TRANSFER_t::ErrorText(CURLcode eCode) const
     return szError[0] != '\0' ? szError : curl_easy_strerror(eCode);
 }
 
-TRANSFER_t::FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
+FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
 {
     constexpr long PROXY_AUTHENTICATION_REQUIRED = 407;
-    const TRANSFER_SETTINGS_t& tDefaults = ptSettings->tDefaults;
-    if (tAttempt.pszRefusal != nullptr)
+    const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
+    if (tAttempt.tFault || eCode != CURLE_OK)
     {
-        return {CURLE_FILESIZE_EXCEEDED, tAttempt.pszRefusal};
-    }
-    if (tResume.Refusal() != nullptr)
-    {
-        return {CURLE_RANGE_ERROR, tResume.Refusal()};
-    }
-    if (eCode != CURLE_OK)
-    {
-        return {};
+        return tAttempt.tFault;
     }
     if (tResume.IsShort())
     {
@@ -159,11 +274,11 @@ TRANSFER_t::FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
     {
         return {CURLE_PARTIAL_FILE, "The answer ended within its header lines"};
     }
-    if (!tDefaults.strProxy.empty() && Status() == PROXY_AUTHENTICATION_REQUIRED)
+    if (!tSettings.strProxy.empty() && Status() == PROXY_AUTHENTICATION_REQUIRED)
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The proxy asks for a user and a password, or refuses them"};
     }
-    if (tDefaults.bFailOnRedirect && Status() / 100 == 3)
+    if (tSettings.bFailOnRedirect && Status() / 100 == 3 && !tAttempt.bRedirected)
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The server redirects, which is not followed"};
     }
@@ -174,9 +289,11 @@ WQCurlMulti::MultiMsg TRANSFER_t::Outcome(CURLcode eCode) const
 {
     WQCurlMulti::MultiMsg tMsg;
     tMsg.pEasyHandle = ptOwner;
+    /* The wrapper itself ends a redirect's body that is too long. */
+    eCode = tAttempt.bRedirected && eCode == CURLE_WRITE_ERROR ? CURLE_OK : eCode;
     tMsg.nResultCode = eCode;
     const FAULT_t tFault = OwnFault(eCode);
-    if (tFault.pszText != nullptr)
+    if (tFault)
     {
         tMsg.nResultCode = tFault.eCode;
         tMsg.strErrorMsg = tFault.pszText;
@@ -195,7 +312,7 @@ WQCurlMulti::MultiMsg TRANSFER_t::Outcome(CURLcode eCode) const
 bool TRANSFER_t::IsOverdue() const
 {
     constexpr double GRACE_SECONDS = 1; // libcurl itself ends a transfer with a connection, and its text says more
-    return lTotalSeconds > 0 && tResume.SecondsSinceBegin() > static_cast<double>(lTotalSeconds) + GRACE_SECONDS;
+    return lTotalSeconds > 0 && tAttempts.SecondsSinceBegin() > static_cast<double>(lTotalSeconds) + GRACE_SECONDS;
 }
 
 } // namespace WQCurl

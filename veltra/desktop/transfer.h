@@ -2,9 +2,13 @@
 
 #include <atomic>
 #include <string_view>
+#include <thread>
 #include <vector>
 
+#include "veltra/desktop/attempts.h"
 #include "veltra/desktop/header_lines.h"
+#include "veltra/desktop/prepared_settings.h"
+#include "veltra/desktop/redirects.h"
 #include "veltra/desktop/resume.h"
 #include "veltra/desktop/socket_set.h"
 #include "veltra/desktop/time_slice.h"
@@ -38,11 +42,13 @@ struct TRANSFER_t
     /** The state of one attempt. */
     struct ATTEMPT_t
     {
-        CHeaderLines tHeaderLines;
         CTimeSlice tTimeSlice;
-        const char* pszRefusal = nullptr; /**< why the wrapper ends the transfer as too large; null if it does not */
-        int nOpenError = 0;               /**< errno of the last socket that the system refused; 0 for none */
-        int nSocket = -1;                 /**< the socket that libcurl last waited on for it; -1 for none */
+        FAULT_t tFault;           /**< why the wrapper ends it */
+        bool bRedirected = false; /**< the answer is a redirect, and its body is not the requested one */
+        size_t nDiscarded = 0;    /**< bytes of such a body */
+        int nOpenError = 0;       /**< errno of the last socket that the system refused; 0 for none */
+        int nSocket = -1;         /**< the socket that libcurl last waited on for it; -1 for none */
+        CHeaderLines tHeaderLines;
     };
 
     /** Returns the transfer that a libcurl handle makes; null for a handle of libcurl's own. */
@@ -51,27 +57,41 @@ struct TRANSFER_t
     /** Makes a libcurl handle with the current settings. @return the first refusal */
     CURLcode SetUp();
 
-    /** Forgets everything since SetUp(). */
+    /** Forgets everything since SetUp(), so that the object can make another transfer. */
     void Clear();
 
     /** Returns the libcurl handle between SetUp() and Clear(), otherwise null, which libcurl's functions refuse. */
     CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }
 
-    /** Begins the transfer. @param ptDriverSockets, pvecDriverPaused the driving multi handle's */
-    void Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused);
+    /** Begins the transfer. @param ptDriverSockets, pvecDriverPaused the driving multi handle's. @return a refusal */
+    CURLcode Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused);
 
-    /** Prepares another attempt, which asks for the rest of what the attempts before have received. @return a refusal
-     */
-    CURLcode BeginResume();
-
-    /** Prepares another attempt over a new connection. @return a refusal */
+    /** Prepares the same attempt over a new connection. @return a refusal */
     CURLcode BeginAgain();
+
+    /** Prepares an attempt at the URL to which the server has redirected the last one. @return a refusal */
+    CURLcode BeginRedirected();
+
+    /**
+     * Prepares another attempt, which requests the rest of what has been received, or else begins from the start.
+     * @return a refusal
+     */
+    CURLcode BeginRetry();
 
     /**
      * Returns whether BeginAgain() is due for a transfer that has ended with this code: no answer has begun on a reused
      * connection, which the server had closed meanwhile. The new connection excludes a second time.
      */
     bool MayBeginAgain(int nCode) const;
+
+    /** Returns when another attempt follows the one that has ended with this code; none if the transfer has ended. */
+    std::optional<CAttempts::Clock::time_point> NextAttempt(int nCode);
+
+    /** Returns whether the transfer had a connection that had been used before, and no other. */
+    bool IsReused() const;
+
+    /** Returns the answer's status; 0 if no answer has come. */
+    long Status() const;
 
     /** Keeps the outcome of a libcurl call for getLastError(). @return true for CURLE_OK */
     bool Check(CURLcode eCode);
@@ -87,13 +107,15 @@ struct TRANSFER_t
 
     WQCurlEasy* ptOwner = nullptr;
     /* The lists outlive the handle that points into them: members are destroyed in reverse order. */
-    SLIST_PTR_t pHeaders;
-    std::shared_ptr<const PREPARED_SETTINGS_t> ptSettings;
+    SLIST_PTR_t pHeader; /**< the request's own header lines */
+    SLIST_PTR_t pBuiltHeader;
+    SETTINGS_PTR_t ptSettings;
     EASY_PTR_t pEasy;
     bool bInitialized = false; /**< between SetUp() and Clear(); the libcurl handle may live longer */
 
     WRITE_FUNCTION_t pfnWrite = nullptr;
     void* pWriteData = nullptr;
+    bool bPost = false;
     bool bReporting = false; /**< NOPROGRESS is 0, which marks a download */
     PROGRESS_FUNCTION_t pfnProgress = nullptr;
     void* pProgressData = nullptr;
@@ -105,28 +127,27 @@ struct TRANSFER_t
     STAGE_e eStage = STAGE_NONE; /**< belongs to the driving thread, except for the step to STAGE_QUEUED */
 
     /* These belong to the driving thread while the transfer runs. */
+    CAttempts tAttempts;
+    CRedirects tRedirects;
     CResume tResume;          /**< counts the body over all attempts */
     COUNTS_t tCounts;         /**< the last that libcurl has told */
     size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
     ATTEMPT_t tAttempt;       /**< the one that runs */
 
+    std::optional<WQCurlMulti::MultiMsg> optEnd; /**< how it has ended, once InfoRead() has told */
+    std::thread::id tStarter;                    /**< the thread that has set it up */
+    bool bSynchronous = false;                   /**< that thread has waited for its end, and may ask for the report */
+
     std::string strLastError;
     char szError[CURL_ERROR_SIZE] = "";
 
 private:
-    /** A failure that libcurl does not see. Its text is null if there is none. */
-    struct FAULT_t
-    {
-        CURLcode eCode = CURLE_OK;
-        const char* pszText = nullptr;
-    };
-
     void SetFunctions(CURL* pNewEasy);
+    CURLcode SetHeader();
     long BufferSize() const;
-    long Status() const;
     std::string ErrorText(CURLcode eCode) const;
     FAULT_t OwnFault(CURLcode eCode) const;
-    bool Refuse(const char* pszReason);
+    bool Accept(const FAULT_t& tFault);
     bool TakeHeaderLine(std::string_view strLine);
     bool CountReceived(size_t nBytes);
     size_t TakeBody(char* pData, size_t nSize, size_t nCount);
@@ -136,6 +157,7 @@ private:
     static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pTransfer);
     static int OnProgress(void* pTransfer, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
 
+    bool m_bUsed = false;                             /**< SetUp() has changed the libcurl handle */
     CSocketSet* m_ptSockets = nullptr;                /**< where the multi handle waits for sockets */
     std::vector<TRANSFER_t*>* m_pvecPaused = nullptr; /**< where it expects transfers whose time slice is used up */
 };

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include "veltra/desktop/descriptor.h"
+#include "veltra/desktop/reported_transfer.h"
 #include "veltra/desktop/transfer.h"
 
 namespace WQCurl
@@ -55,11 +56,11 @@ curl_socket_t TRANSFER_t::OnOpenSocket(void* pTransfer, curlsocktype /*ePurpose*
     return tSocket.Release();
 }
 
-/** Keeps why the wrapper itself ends the transfer. @return false */
-bool TRANSFER_t::Refuse(const char* pszReason)
+/** Keeps why the wrapper itself ends the attempt. @return false if there is a reason */
+bool TRANSFER_t::Accept(const FAULT_t& tFault)
 {
-    tAttempt.pszRefusal = pszReason;
-    return false;
+    tAttempt.tFault = tFault;
+    return !tFault;
 }
 
 /** @return false for a line that ends the transfer */
@@ -68,9 +69,11 @@ bool TRANSFER_t::TakeHeaderLine(std::string_view strLine)
     switch (tAttempt.tHeaderLines.Take(strLine, Status()))
     {
     case CHeaderLines::RESULT_TOO_LARGE:
-        return Refuse("The answer's header lines are larger than 300 KiB");
+        return Accept({CURLE_FILESIZE_EXCEEDED, "The answer's header lines are larger than 300 KiB"});
     case CHeaderLines::RESULT_COMPLETE:
-        return tResume.AcceptAnswer(pEasy.get());
+        tAttempt.bRedirected = tResume.Before() == 0 && tRedirects.IsRedirect(Status());
+        return Accept(tAttempt.bRedirected ? tRedirects.Take(pEasy.get(), tAttempt.tHeaderLines)
+                                           : tResume.Check(tAttempt.tHeaderLines, Status()));
     default:
         return true;
     }
@@ -92,16 +95,23 @@ size_t TRANSFER_t::OnHeader(char* pData, size_t nSize, size_t nCount, void* pTra
 /** Counts bytes of the body. @return false when there are more than the settings allow */
 bool TRANSFER_t::CountReceived(size_t nBytes)
 {
-    const TRANSFER_SETTINGS_t& tDefaults = ptSettings->tDefaults;
-    const long long nMost = bReporting ? tDefaults.nLargestFile : tDefaults.nLargestAnswer;
+    const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
+    const long long nMost = bReporting ? tSettings.nLargestFile : tSettings.nLargestAnswer;
     tResume.Count(nBytes);
-    return nMost == 0 || tResume.Received() <= nMost || Refuse("The answer is larger than the settings allow");
+    return nMost == 0 || tResume.Received() <= nMost ||
+           Accept({CURLE_FILESIZE_EXCEEDED, "The answer is larger than the settings allow"});
 }
 
 /** Takes a piece of the body, or pauses the transfer until the next step if its time slice is used up. */
 size_t TRANSFER_t::TakeBody(char* pData, size_t nSize, size_t nCount)
 {
+    constexpr size_t MOST_DISCARDED = 16384; // a short body costs less than another connection to the same server
     const size_t nBytes = nSize * nCount;
+    if (tAttempt.bRedirected)
+    {
+        tAttempt.nDiscarded += nBytes;
+        return tAttempt.nDiscarded <= MOST_DISCARDED ? nBytes : CURL_WRITEFUNC_ERROR;
+    }
     if (tAttempt.tTimeSlice.IsUsedUp())
     {
         /* libcurl keeps this piece, and joins it with all that arrive meanwhile. */
@@ -136,8 +146,11 @@ int TRANSFER_t::OnProgress(void* pTransfer, curl_off_t nTotal, curl_off_t nNow, 
 {
     auto& tTransfer = *static_cast<TRANSFER_t*>(pTransfer);
     const CResume& tResume = tTransfer.tResume;
-    const curl_off_t nWhole = tResume.Attempts() > 1 ? tResume.Total() : nTotal;
-    tTransfer.tCounts = {nWhole, tResume.Before() + nNow, nUpTotal, nUpNow};
+    if (!tTransfer.tAttempt.bRedirected)
+    {
+        const curl_off_t nWhole = tResume.Before() > 0 ? tResume.Total() : nTotal;
+        tTransfer.tCounts = {nWhole, tResume.Before() + nNow, nUpTotal, nUpNow};
+    }
     return tTransfer.AskProgress();
 }
 
@@ -147,6 +160,7 @@ int TRANSFER_t::AskProgress() const
     {
         return 0;
     }
+    const CCallbackScope tScope(this);
     try
     {
         return pfnProgress(pProgressData, static_cast<double>(tCounts.nTotal), static_cast<double>(tCounts.nNow),

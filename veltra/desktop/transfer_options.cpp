@@ -28,68 +28,79 @@ struct OPTION_SETTER_t
     CURLcode eResult = CURLE_OK;
 };
 
-/** Sets how a transfer reaches its server: protocol, proxy, addresses and speed. */
-void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tSettings)
+/** Sets how a transfer reaches its server: protocol, proxy, addresses, speed and name. */
+void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tPrepared)
 {
-    const TRANSFER_SETTINGS_t& tDefaults = tSettings.tDefaults;
+    const TRANSFER_SETTINGS_t& tSettings = tPrepared.tRecord;
     tSet(CURLOPT_PROTOCOLS_STR, "http,https");
     /* HTTP/1.1 sends header names letter for letter, and a broken or silent connection costs one transfer. */
-    tSet(CURLOPT_HTTP_VERSION, long{tDefaults.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
-    tSet(CURLOPT_CONNECTTIMEOUT, long{tDefaults.nConnectTimeout});
-    tSet(CURLOPT_FAILONERROR, tDefaults.bFailOnHttpError ? 1L : 0L);
-    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tDefaults.nMostBytesPerSecond});
+    tSet(CURLOPT_HTTP_VERSION, long{tSettings.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
+    tSet(CURLOPT_CONNECTTIMEOUT, long{tSettings.nConnectTimeout});
+    tSet(CURLOPT_FAILONERROR, tSettings.bFailOnHttpError ? 1L : 0L);
+    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tSettings.nMostBytesPerSecond});
     /* The environment must not decide where requests go: it names neither a proxy nor an exception. */
-    const PROXY_t& tProxy = tSettings.tProxy;
+    const PROXY_t& tProxy = tPrepared.tProxy;
     const bool bProxy = !tProxy.strUrl.empty();
     tSet(CURLOPT_PROXY, bProxy ? tProxy.strUrl.c_str() : nullptr);
     tSet(CURLOPT_PROXYUSERPWD, tProxy.strUserPassword.empty() ? nullptr : tProxy.strUserPassword.c_str());
-    tSet(CURLOPT_NOPROXY, bProxy ? "" : "*");
+    tSet(CURLOPT_NOPROXY, bProxy ? tSettings.strNoProxy.c_str() : "*");
     tSet(CURLOPT_SUPPRESS_CONNECT_HEADERS, bProxy ? 1L : 0L);
-    tSet(CURLOPT_IPRESOLVE, IpResolve(tDefaults.eIpFamily));
-    tSet(CURLOPT_CONNECT_TO, tSettings.pConnectTo.get());
+    tSet(CURLOPT_IPRESOLVE, IpResolve(tSettings.eIpFamily));
+    tSet(CURLOPT_CONNECT_TO, tPrepared.pConnectTo.get());
+    tSet(CURLOPT_USERAGENT, tSettings.strUserAgent.empty() ? nullptr : tSettings.strUserAgent.c_str());
 }
 
 /** Sets the authorities that a server's certificate is verified with, or a proxy's: both follow the same rules. */
-void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tDefaults, CURLoption eFile, CURLoption eFolder)
+void SetAuthorities(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings, CURLoption eFile, CURLoption eFolder)
 {
     const char* pszBundle = nullptr;
     curl_easy_getinfo(tSet.pEasy, CURLINFO_CAINFO, &pszBundle); // a proxy's default is the same
-    if (!tDefaults.strCaFolder.empty())
+    if (!tSettings.strCaFolder.empty())
     {
         curl_easy_setopt(tSet.pEasy, eFile, nullptr);
-        tSet(eFolder, tDefaults.strCaFolder.c_str());
+        tSet(eFolder, tSettings.strCaFolder.c_str());
     }
-    else if (pszBundle != nullptr || !tDefaults.strCaFile.empty())
+    else if (pszBundle != nullptr || !tSettings.strCaFile.empty())
     {
         /* Trusts no other authorities than the bundle's. Besides, libcurl keeps the bundle in memory for all
          * connections only if there is no folder; otherwise it reads most of a megabyte for each of them. */
         curl_easy_setopt(tSet.pEasy, eFolder, nullptr);
     }
-    tSet(eFile, tDefaults.strCaFile.empty() ? nullptr : tDefaults.strCaFile.c_str());
+    tSet(eFile, tSettings.strCaFile.empty() ? nullptr : tSettings.strCaFile.c_str());
 }
 
 /** Sets the authorities that a transfer trusts, and its own certificate. */
-void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tDefaults)
+void SetTrust(OPTION_SETTER_t& tSet, const TRANSFER_SETTINGS_t& tSettings)
 {
-    if (!tDefaults.strClientCertificate.empty())
+    tSet.eResult = tSet.eResult == CURLE_OK ? SetOwnCertificate(tSet.pEasy, tSettings, true) : tSet.eResult;
+    SetAuthorities(tSet, tSettings, CURLOPT_CAINFO, CURLOPT_CAPATH);
+    if (!tSettings.strProxy.empty())
     {
-        tSet(CURLOPT_SSLCERT, tDefaults.strClientCertificate.c_str());
-        tSet(CURLOPT_SSLKEY, tDefaults.strClientKey.empty() ? nullptr : tDefaults.strClientKey.c_str());
-    }
-    SetAuthorities(tSet, tDefaults, CURLOPT_CAINFO, CURLOPT_CAPATH);
-    if (!tDefaults.strProxy.empty())
-    {
-        SetAuthorities(tSet, tDefaults, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH);
+        SetAuthorities(tSet, tSettings, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH);
     }
 }
 
 } // namespace
 
-CURLcode ApplySettings(CURL* pEasy, const PREPARED_SETTINGS_t& tSettings)
+CURLcode SetOwnCertificate(CURL* pEasy, const TRANSFER_SETTINGS_t& tSettings, bool bOffer)
+{
+    if (tSettings.strClientCertificate.empty())
+    {
+        return CURLE_OK;
+    }
+    const bool bKey = bOffer && !tSettings.strClientKey.empty();
+    const CURLcode eResult =
+        curl_easy_setopt(pEasy, CURLOPT_SSLCERT, bOffer ? tSettings.strClientCertificate.c_str() : nullptr);
+    return eResult == CURLE_OK
+               ? curl_easy_setopt(pEasy, CURLOPT_SSLKEY, bKey ? tSettings.strClientKey.c_str() : nullptr)
+               : eResult;
+}
+
+CURLcode ApplySettings(CURL* pEasy, const PREPARED_SETTINGS_t& tPrepared)
 {
     OPTION_SETTER_t tSet{pEasy};
-    SetRoute(tSet, tSettings);
-    SetTrust(tSet, tSettings.tDefaults);
+    SetRoute(tSet, tPrepared);
+    SetTrust(tSet, tPrepared.tRecord);
     return tSet.eResult;
 }
 

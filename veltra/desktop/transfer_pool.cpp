@@ -23,6 +23,7 @@ std::unique_ptr<TRANSFER_t> CTransferPool::Take()
 
 void CTransferPool::Put(std::unique_ptr<TRANSFER_t> ptTransfer)
 {
+    ptTransfer->Clear();
     const std::lock_guard<std::mutex> tGuard(m_tLock);
     if (m_nIdle < MOST_IDLE)
     {

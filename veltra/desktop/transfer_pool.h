@@ -19,7 +19,7 @@ public:
 
     std::unique_ptr<TRANSFER_t> Take();
 
-    /** Takes back a transfer that has been cleared. */
+    /** Takes back a transfer, and clears it. */
     void Put(std::unique_ptr<TRANSFER_t> ptTransfer);
 
     /**

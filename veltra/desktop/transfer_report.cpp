@@ -1,36 +1,14 @@
 #include "veltra/desktop/transfer_report.h"
 
-#include <mutex>
-#include <pthread.h>
-#include <shared_mutex>
-
-#include "veltra/desktop/tell_observer.h"
+#include "veltra/desktop/header_values.h"
+#include "veltra/desktop/reported_transfer.h"
+#include "veltra/desktop/transfer_observer.h"
 
 namespace WQCurl
 {
 
 namespace
 {
-
-/**
- * A reader-writer lock that prefers the writer. Calls of the observer are readers, which may overlap.
- * SetTransferObserver() is the writer: calls that overlap without a gap would keep it waiting with std::shared_mutex.
- */
-class CObserverLock
-{
-public:
-    void lock() { pthread_rwlock_wrlock(&m_tLock); }
-    void unlock() { pthread_rwlock_unlock(&m_tLock); }
-    void lock_shared() { pthread_rwlock_rdlock(&m_tLock); }
-    void unlock_shared() { pthread_rwlock_unlock(&m_tLock); }
-
-private:
-    pthread_rwlock_t m_tLock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
-};
-
-CObserverLock g_tObserverLock;
-TRANSFER_OBSERVER_t g_pfnObserver = nullptr;
-void* g_pObserverUserData = nullptr;
 
 template <class VALUE> VALUE Info(CURL* pEasy, CURLINFO eInfo)
 {
@@ -67,51 +45,54 @@ double Seconds(CURL* pEasy, CURLINFO eInfo)
     return static_cast<double>(Info<curl_off_t>(pEasy, eInfo)) / 1e6;
 }
 
-TRANSFER_REPORT_t Report(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
+} // namespace
+
+TRANSFER_REPORT_t Describe(const TRANSFER_t& tTransfer)
 {
+    CURL* pEasy = tTransfer.pEasy.get();
+    const CHeaderLines& tHeader = tTransfer.tAttempt.tHeaderLines;
+    const CResume& tResume = tTransfer.tResume;
+    const bool bFirst = tTransfer.tAttempts.Count() == 1 && tTransfer.tRedirects.FirstUrl().empty();
     TRANSFER_REPORT_t tReport;
-    tReport.strUrl = Text(pEasy, CURLINFO_EFFECTIVE_URL);
-    tReport.nHttpStatus = static_cast<int>(Info<long>(pEasy, CURLINFO_RESPONSE_CODE));
+    tReport.strFinalUrl = Text(pEasy, CURLINFO_EFFECTIVE_URL);
+    tReport.strUrl = tTransfer.tRedirects.FirstUrl().empty() ? tReport.strFinalUrl : tTransfer.tRedirects.FirstUrl();
+    tReport.nHttpStatus = static_cast<int>(tTransfer.Status());
     tReport.nBytes = tResume.Received();
-    tReport.nAttempts = tResume.Attempts();
+    tReport.nAttempts = tTransfer.tAttempts.Count();
     tReport.dLookUp = Seconds(pEasy, CURLINFO_NAMELOOKUP_TIME_T);
     tReport.dConnect = Seconds(pEasy, CURLINFO_CONNECT_TIME_T);
     tReport.dTls = Seconds(pEasy, CURLINFO_APPCONNECT_TIME_T);
     tReport.dFirstByte = Seconds(pEasy, CURLINFO_STARTTRANSFER_TIME_T);
-    tReport.dTotal = tResume.Attempts() > 1 ? tResume.SecondsSinceBegin() : Seconds(pEasy, CURLINFO_TOTAL_TIME_T);
+    tReport.dTotal = bFirst ? Seconds(pEasy, CURLINFO_TOTAL_TIME_T) : tTransfer.tAttempts.SecondsSinceBegin();
     tReport.strPeer = Text(pEasy, CURLINFO_PRIMARY_IP);
-    tReport.bReused = IsReused(pEasy);
-    tReport.nResultCode = tMsg.nResultCode;
-    tReport.nSystemError = tMsg.nSystemError;
-    tReport.strErrorMsg = tMsg.strErrorMsg;
+    tReport.bReused = tTransfer.IsReused();
+    if (tTransfer.optEnd.has_value())
+    {
+        tReport.nResultCode = tTransfer.optEnd->nResultCode;
+        tReport.nSystemError = tTransfer.optEnd->nSystemError;
+        tReport.strErrorMsg = tTransfer.optEnd->strErrorMsg;
+    }
     tReport.strHttpVersion = HttpVersion(pEasy);
     tReport.strContentType = Text(pEasy, CURLINFO_CONTENT_TYPE);
     tReport.strRedirectUrl = Text(pEasy, CURLINFO_REDIRECT_URL);
-    tReport.nContentLength = Info<curl_off_t>(pEasy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    tReport.nContentLength =
+        tResume.Before() > 0 ? tResume.Total() : Info<curl_off_t>(pEasy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
+    tReport.strEtag = tHeader.Value("ETag");
+    tReport.strLastModified = tHeader.Value("Last-Modified");
+    tReport.nRetryAfter = RetryAfter(tHeader);
+    const std::vector<std::string_view> vecLines = tHeader.All();
+    tReport.lstHeader.assign(vecLines.begin(), vecLines.end());
     return tReport;
 }
 
-} // namespace
-
-bool IsReused(CURL* pEasy)
+bool TransferReport(TRANSFER_REPORT_t& tReport)
 {
-    return !Text(pEasy, CURLINFO_PRIMARY_IP).empty() && Info<long>(pEasy, CURLINFO_NUM_CONNECTS) == 0;
-}
-
-void TellObserver(CURL* pEasy, const CResume& tResume, const WQCurlMulti::MultiMsg& tMsg)
-{
-    const std::shared_lock<CObserverLock> tGuard(g_tObserverLock);
-    if (g_pfnObserver != nullptr)
+    const TRANSFER_t* ptTransfer = ReportedTransfer();
+    if (ptTransfer != nullptr)
     {
-        g_pfnObserver(Report(pEasy, tResume, tMsg), g_pObserverUserData);
+        tReport = Describe(*ptTransfer);
     }
-}
-
-void SetTransferObserver(TRANSFER_OBSERVER_t pfnObserver, void* pUserData)
-{
-    const std::lock_guard<CObserverLock> tGuard(g_tObserverLock);
-    g_pfnObserver = pfnObserver;
-    g_pObserverUserData = pUserData;
+    return ptTransfer != nullptr;
 }
 
 } // namespace WQCurl

@@ -5,7 +5,9 @@
  * Desktop platform only: a device maker's platform need not offer it.
  */
 
+#include <cstddef>
 #include <list>
+#include <memory>
 #include <string>
 
 #include "veltra/export.h"
@@ -21,9 +23,12 @@ enum IP_FAMILY_e
     IP_FAMILY_6 = 6    /**< IPv6 only */
 };
 
+struct PREPARED_SETTINGS_t; // defined by the platform
+
 /**
- * Process-wide settings of transfers. As constructed, they change nothing. A transfer takes the settings when it is
- * initialised, in Get(), Post(), StartDownload() or SyncDownloadFile(), and keeps them.
+ * Settings of transfers. As constructed, they change nothing. SetTransferDefaults() applies them to the whole process,
+ * a CTransferScope to single calls. A transfer takes its settings when it is initialised, in Get(), Post(),
+ * StartDownload() or SyncDownloadFile(), and keeps them through all its attempts.
  */
 struct TRANSFER_SETTINGS_t
 {
@@ -44,23 +49,46 @@ struct TRANSFER_SETTINGS_t
      * "[SCHEME://][USER[:PASSWORD]@]HOST[:PORT]" of a proxy for all hosts; empty: none. The environment's do not count.
      * SCHEME is http (as without it), https, socks4, socks4a, socks5 or socks5h. USER and PASSWORD are percent-encoded:
      * "%40" for "@". HOST is a name or an address; brackets enclose an IPv6 address. PORT is 443 for https and 1080
-     * otherwise, if it is missing. A "/" may follow. SetTransferDefaults() refuses everything else, and control
-     * characters in the decoded USER and PASSWORD.
+     * otherwise, if it is missing. A "/" may follow. Everything else is refused, and so are control characters
+     * in the decoded USER and PASSWORD.
      */
     std::string strProxy{};
+    /** Hosts that strProxy does not serve: names, domains and networks, separated by commas; "*" is all hosts. */
+    std::string strNoProxy{};
     /** Path of the client's certificate in PEM, or a PKCS#11 URI where libcurl's TLS library takes one; empty: none. */
     std::string strClientCertificate{};
     /** The same for its key; empty: the key is in the certificate's file. Without a password. */
     std::string strClientKey{};
+    /** The value of the User-Agent header line; empty: the line is not sent. Control characters are refused. */
+    std::string strUserAgent{};
+    /**
+     * Header lines ("Name: value") of all requests and downloads, such as a bearer token. A line of a request's own
+     * record replaces one of the same name. A line without a name and ":", or with a control character, is refused.
+     */
+    std::list<std::string> lstHeader{};
+    /**
+     * The most redirects (status 301, 302, 303, 307 and 308) that a GET or a download follows, at most 50; a POST
+     * follows none. 0: none. Redirects from https to http, to another scheme, without a usable URL, and beyond the
+     * limit fail the transfer. Header lines, user, password and client certificate go only to the server of the given
+     * URL: the same scheme, host and port.
+     */
+    int nMostRedirects = 0;
+    /** Accepts compressed answers of requests, not of downloads. strResponse and nLargestAnswer hold the decoded one.
+     */
+    bool bCompressed = false;
     /** Uses HTTP/2 with https servers that offer it. Transfers then share a connection, and fail together with it. */
     bool bHttp2 = false;
     IP_FAMILY_e eIpFamily = IP_FAMILY_ANY; /**< the addresses that are used */
     /** A status of 400 and more fails the transfer, with a text that names the status. A download keeps nothing. */
     bool bFailOnHttpError = false;
-    /** The same for a status of 300 to 399: redirects are not followed, and the body is not the requested one. */
+    /** The same for a status of 300 to 399 that is not followed: its body is not the requested one. */
     bool bFailOnRedirect = false;
-    int nConnectTimeout = 30;        /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
-    int nMostConnections = 0;        /**< at the same time; transfers above the limit wait. 0: any number */
+    int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
+    /**
+     * The most connections at the same time; transfers above the limit wait. 0: any number. This and the next two limit
+     * the whole engine: their values in a CTransferScope do not count.
+     */
+    int nMostConnections = 0;
     int nMostConnectionsPerHost = 0; /**< the same for one host */
     /** If more connections than this are open after the last transfer has ended, all are closed. */
     int nMostIdleConnections = 8;
@@ -69,17 +97,44 @@ struct TRANSFER_SETTINGS_t
     /** The most bytes per second that each transfer receives on average, at least 4096; 0: any number. */
     long long nMostBytesPerSecond = 0;
     /**
-     * The most attempts in a row to resume a download that the network has broken; attempts that receive 256 KiB do not
-     * count. 0: none. The server must send an ETag or a date that identifies the file's version.
+     * The most retries in a row of a download that fails for a temporary reason: the network, or a status of 408, 429,
+     * 500, 502, 503 or 504. Retries that receive 256 KiB do not count. A download that has received data is resumed,
+     * for which the server must have sent an ETag or a date that identifies the file's version. If no retry is left,
+     * those statuses fail the download. 0: none, and every status is accepted. Requests are never retried.
      */
     int nRetries = 0;
-    int nRetrySeconds = 0; /**< seconds since a download's begin after which it is not resumed; 0: any number */
+    int nRetrySeconds = 0; /**< seconds since a download's begin after which it is not retried; 0: any number */
 };
 
 /**
- * Sets the record for every transfer that is initialised from now on.
- * @return false, with nothing changed, for a number out of range or a proxy that cannot be used
+ * Sets the settings of every transfer of the process that is initialised from now on, except in a CTransferScope. Any
+ * thread.
+ * @return false, with nothing changed, for a number out of range or a text that the record's description refuses
  */
-VELTRA_API bool SetTransferDefaults(const TRANSFER_SETTINGS_t& tDefaults);
+VELTRA_API bool SetTransferDefaults(const TRANSFER_SETTINGS_t& tSettings);
+
+/**
+ * Settings for single calls. While the object lives, the transfers that its thread starts take these settings instead
+ * of the process-wide ones: Get(), Post(), StartDownload(), SyncDownloadFile() and the queries. Scopes nest; the
+ * innermost one counts. The object is a local variable only, so that it ends on the thread that has made it.
+ */
+class VELTRA_API CTransferScope
+{
+public:
+    /** @param tSettings is copied. If SetTransferDefaults() would refuse it, the transfers in the scope are refused. */
+    explicit CTransferScope(const TRANSFER_SETTINGS_t& tSettings);
+    ~CTransferScope();
+    CTransferScope(const CTransferScope&) = delete;
+    CTransferScope& operator=(const CTransferScope&) = delete;
+    static void* operator new(size_t) = delete;
+    static void* operator new[](size_t) = delete;
+
+    /** Returns whether the settings can be used. */
+    bool IsValid() const { return m_ptSettings != nullptr; }
+
+private:
+    std::shared_ptr<const PREPARED_SETTINGS_t> m_ptSettings;      /**< null: invalid */
+    const std::shared_ptr<const PREPARED_SETTINGS_t>* m_pptOuter; /**< those of the scope around; null: none */
+};
 
 } // namespace WQCurl

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "veltra/desktop/transfer.h"
+#include "veltra/desktop/reported_transfer.h"
 #include "veltra/desktop/transfer_pool.h"
 
 namespace WQCurl
@@ -37,15 +37,23 @@ CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
 
 } // namespace
 
-WQCurlEasy::WQCurlEasy() : m_ptTransfer(CTransferPool::Instance().Take())
+WQCurlEasy::WQCurlEasy()
 {
+    ForgetSynchronousTransfer(); // which the pool may give out again
+    m_ptTransfer = CTransferPool::Instance().Take();
     m_ptTransfer->ptOwner = this;
 }
 
 WQCurlEasy::~WQCurlEasy()
 {
-    reset();
-    CTransferPool::Instance().Put(std::move(m_ptTransfer));
+    if (m_ptTransfer->bSynchronous && m_ptTransfer->tStarter == std::this_thread::get_id())
+    {
+        KeepSynchronousTransfer(std::move(m_ptTransfer));
+    }
+    else
+    {
+        CTransferPool::Instance().Put(std::move(m_ptTransfer));
+    }
 }
 
 bool WQCurlEasy::Initialize()
@@ -58,6 +66,10 @@ bool WQCurlEasy::Initialize()
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
     const bool bSet = m_ptTransfer->Check(curl_easy_setopt(m_ptTransfer->Handle(), LongOption(eOption), lValue));
+    if (bSet && eOption == POST)
+    {
+        m_ptTransfer->bPost = lValue != 0;
+    }
     if (bSet && eOption == TIMEOUT)
     {
         m_ptTransfer->lTotalSeconds = lValue;
@@ -84,13 +96,12 @@ bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const std::list<std::stri
     {
         return m_ptTransfer->Check(CURLE_OUT_OF_MEMORY);
     }
-    const CURLoption eCurlOption = eOption == HTTPHEADER ? CURLOPT_HTTPHEADER : CURLOPT_LASTENTRY;
-    const bool bSet = m_ptTransfer->Check(curl_easy_setopt(m_ptTransfer->Handle(), eCurlOption, pList.get()));
-    if (bSet)
+    if (!m_ptTransfer->bInitialized || eOption != HTTPHEADER)
     {
-        m_ptTransfer->pHeaders = std::move(pList);
+        return m_ptTransfer->Check(!m_ptTransfer->bInitialized ? CURLE_BAD_FUNCTION_ARGUMENT : CURLE_UNKNOWN_OPTION);
     }
-    return bSet;
+    m_ptTransfer->pHeader = std::move(pList);
+    return true;
 }
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, WRITE_FUNCTION_t pfnWrite)
@@ -149,6 +160,7 @@ void WQCurlEasy::setTimeout(int nConnectSeconds, int nTotalSeconds)
 /** Drives the transfer with a multi handle of its own, so that it runs as those of the engine do. */
 bool WQCurlEasy::send()
 {
+    const CCallbackScope tCallbackAround(nullptr); // this may run in a callback of another transfer
     WQCurlMulti tMulti;
     if (!m_ptTransfer->bInitialized || !tMulti.Initialize() || !tMulti.addHandle(this))
     {
@@ -163,6 +175,7 @@ bool WQCurlEasy::send()
         tMulti.fdSelect(nRunning);
         tMsg = tMulti.InfoRead();
     }
+    m_ptTransfer->bSynchronous = true;
     m_ptTransfer->strLastError = tMsg.strErrorMsg;
     return tMsg.bResult;
 }
@@ -175,9 +188,9 @@ bool WQCurlEasy::getInfo(WQCURL_INFO_TYPE eInfo, double* pdValue)
     {
         return false;
     }
-    const CResume& tResume = m_ptTransfer->tResume;
-    *pdValue = tResume.Attempts() > 1 ? static_cast<double>(tResume.Received()) / tResume.SecondsSinceBegin()
-                                      : static_cast<double>(nSpeed);
+    const CAttempts& tAttempts = m_ptTransfer->tAttempts;
+    const auto dReceived = static_cast<double>(m_ptTransfer->tResume.Received());
+    *pdValue = tAttempts.Count() > 1 ? dReceived / tAttempts.SecondsSinceBegin() : static_cast<double>(nSpeed);
     return true;
 }
 
@@ -198,7 +211,8 @@ std::string WQCurlEasy::getLastError()
 
 void WQCurlEasy::reset()
 {
-    m_ptTransfer->Clear();
+    m_ptTransfer->bInitialized = false;
+    m_ptTransfer->strLastError.clear();
 }
 
 } // namespace WQCurl

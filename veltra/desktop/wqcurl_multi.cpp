@@ -6,10 +6,11 @@
 
 #include "veltra/desktop/connection_rules.h"
 #include "veltra/desktop/curl_multi.h"
+#include "veltra/desktop/reported_transfer.h"
 #include "veltra/desktop/retry_schedule.h"
 #include "veltra/desktop/running_transfers.h"
 #include "veltra/desktop/signal_guard.h"
-#include "veltra/desktop/tell_observer.h"
+#include "veltra/desktop/transfer_observer.h"
 #include "veltra/desktop/transfer_queue.h"
 
 namespace WQCurl
@@ -76,14 +77,14 @@ void WQCurlMulti::IMPL_t::StartQueued()
     {
         tRetries.MakeAllDue();
     }
-    tConnections.BeforeStart(nRegistered, arrTaken[0]->ptSettings->tDefaults);
+    tConnections.BeforeStart(nRegistered);
     for (size_t nIndex = 0; nIndex < nTaken; ++nIndex)
     {
         TRANSFER_t& tTransfer = *arrTaken[nIndex];
         tRunning.Add(tTransfer);
-        tTransfer.Begin(&tMulti.Sockets(), &vecPaused);
+        const CURLcode ePrepared = tTransfer.Begin(&tMulti.Sockets(), &vecPaused);
         tConnections.Prepare(tTransfer);
-        Drive(tTransfer, CURLE_OK);
+        Drive(tTransfer, ePrepared);
     }
 }
 
@@ -109,7 +110,7 @@ void WQCurlMulti::IMPL_t::StartRetries()
     }
     for (TRANSFER_t* ptTransfer : tRetries.TakeDue())
     {
-        Drive(*ptTransfer, ptTransfer->BeginResume());
+        Drive(*ptTransfer, ptTransfer->BeginRetry());
     }
 }
 
@@ -162,7 +163,15 @@ void WQCurlMulti::IMPL_t::Finish(TRANSFER_t& tTransfer, CURLcode eCode)
         Drive(tTransfer, tTransfer.BeginAgain());
         return;
     }
-    if (const auto tNext = tTransfer.tResume.NextAttempt(tMsg.nResultCode))
+    if (tMsg.bResult && tTransfer.tAttempt.bRedirected)
+    {
+        tMulti.Remove(tTransfer);
+        const CURLcode ePrepared = tTransfer.BeginRedirected();
+        tConnections.Prepare(tTransfer);
+        Drive(tTransfer, ePrepared);
+        return;
+    }
+    if (const auto tNext = tTransfer.NextAttempt(tMsg.nResultCode))
     {
         vecPaused.erase(std::remove(vecPaused.begin(), vecPaused.end(), &tTransfer), vecPaused.end());
         tMulti.Remove(tTransfer);
@@ -250,6 +259,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
         return false;
     }
     TRANSFER_t& tTransfer = *pEasyHandle->m_ptTransfer;
+    SetCallbackTransfer(nullptr);
     bool bLast = false;
     bool bResult = true;
     switch (m_pImpl->tQueue.Remove(tTransfer, bLast))
@@ -268,7 +278,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
     }
     if (bLast)
     {
-        m_pImpl->tConnections.AfterLast(tTransfer.ptSettings->tDefaults);
+        m_pImpl->tConnections.AfterLast();
     }
     return bResult;
 }
@@ -342,7 +352,10 @@ WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
     MultiMsg tMsg = std::move(m_pImpl->vecFinished[m_pImpl->nUnread++]);
     TRANSFER_t& tTransfer = *tMsg.pEasyHandle->m_ptTransfer;
     tTransfer.eStage = TRANSFER_t::STAGE_REPORTED;
-    TellObserver(tTransfer.pEasy.get(), tTransfer.tResume, tMsg);
+    tTransfer.optEnd = tMsg;
+    tTransfer.bSynchronous = tTransfer.tStarter != std::this_thread::get_id(); // if it deletes the handle, too
+    TellObserver(tTransfer);
+    SetCallbackTransfer(&tTransfer);
     return tMsg;
 }
 

@@ -255,6 +255,8 @@ bool CWebConnector::CancelDownload(int nDownloadId, bool bNotify)
 bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::string& strFilePath, int nTimeoutA,
                                      int nTimeoutB)
 {
+    /* The handle comes before the checks: a new one ends the report of the transfer before, also if this is refused. */
+    WQCurl::WQCurlEasy tEasyHandle;
     if (strUrl.empty() || !IsPath(strFilePath))
     {
         VELTRA_LOG_ERROR("Input parameter error!");
@@ -269,7 +271,6 @@ bool CWebConnector::SyncDownloadFile(const std::string& strUrl, const std::strin
         return false;
     }
     _HTTP_REQ_FILE_t tReqFile{nDownloadId, -1, false, strUrl, strTempFilePath, pFile.get(), nullptr, nullptr};
-    WQCurl::WQCurlEasy tEasyHandle;
     _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, &tReqFile};
     if (!m_InitDownloadRequest(&tReqHandler) || !Send(tEasyHandle, nTimeoutB, nTimeoutA))
     {

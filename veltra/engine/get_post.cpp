@@ -49,6 +49,8 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         VELTRA_LOG_ERROR("Input param is NULL.");
         return false;
     }
+    /* The handle comes before the checks: a new one ends the report of the request before, also if this is refused. */
+    WQCurl::WQCurlEasy tEasyHandle;
     ptReqInfo->bResult = false;
     ptReqInfo->strErrorReason.clear();
     if (!m_CheckRunning())
@@ -63,7 +65,6 @@ bool CWebConnector::m_HttpSyncRequest(_HTTP_REQ_INFO_t* ptReqInfo)
         return false;
     }
     VELTRA_LOG_INFO("Start sync request.");
-    WQCurl::WQCurlEasy tEasyHandle;
     _REQ_HANDLER_t tReqHandler{REQ_TYPE_HTTP, &tEasyHandle, ptReqInfo};
     if (!m_InitRequest(&tReqHandler))
     {

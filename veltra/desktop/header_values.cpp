@@ -1,0 +1,46 @@
+#include "veltra/desktop/header_values.h"
+
+#include <algorithm>
+#include <charconv>
+#include <ctime>
+#include <iomanip>
+#include <locale>
+#include <sstream>
+
+namespace WQCurl
+{
+
+long long Number(std::string_view strText, long long nMost)
+{
+    unsigned long long nNumber = 0;
+    const char* const pszEnd = strText.data() + strText.size();
+    const auto [pszRead, eError] = std::from_chars(strText.data(), pszEnd, nNumber);
+    const bool bTooLarge = eError == std::errc::result_out_of_range || nNumber > static_cast<unsigned long long>(nMost);
+    return pszRead != pszEnd ? 0 : bTooLarge ? nMost : static_cast<long long>(nNumber);
+}
+
+/* libcurl's own function depends on the size of time_t that libcurl was built with. */
+std::optional<long long> Date(const std::string& strDate)
+{
+    std::tm tDate{};
+    std::istringstream tStream(strDate);
+    tStream.imbue(std::locale::classic());
+    tStream >> std::get_time(&tDate, "%a, %d %b %Y %H:%M:%S GMT");
+    return tStream.fail() ? std::nullopt : std::optional<long long>(timegm(&tDate));
+}
+
+int RetryAfter(const CHeaderLines& tHeader)
+{
+    constexpr int LONGEST = std::numeric_limits<int>::max();
+    const std::string strValue = tHeader.Value("Retry-After");
+    if (const std::optional<long long> optMoment = Date(strValue))
+    {
+        /* The server's own clock counts: the device's may be wrong. */
+        const long long nNow = Date(tHeader.Value("Date")).value_or(static_cast<long long>(time(nullptr)));
+        return static_cast<int>(std::clamp<long long>(*optMoment - nNow, 0, LONGEST));
+    }
+    const bool bNumber = !strValue.empty() && strValue.find_first_not_of("0123456789") == std::string::npos;
+    return bNumber ? static_cast<int>(Number(strValue, LONGEST)) : -1;
+}
+
+} // namespace WQCurl
