@@ -165,7 +165,8 @@ CURLcode TRANSFER_t::SetHeader()
     return curl_easy_setopt(pEasy.get(), CURLOPT_HTTPHEADER, pBuiltHeader.get());
 }
 
-CURLcode TRANSFER_t::BeginAgain()
+/** Prepares another libcurl handle with the same options. @return a refusal */
+CURLcode TRANSFER_t::Duplicate()
 {
     /* Some libcurls must not make two transfers with one handle; see CTransferPool::Recycle(). */
     EASY_PTR_t pNext(curl_easy_duphandle(pEasy.get()));
@@ -174,7 +175,6 @@ CURLcode TRANSFER_t::BeginAgain()
         return CURLE_OUT_OF_MEMORY;
     }
     curl_easy_setopt(pNext.get(), CURLOPT_SHARE, TransferShare());
-    curl_easy_setopt(pNext.get(), CURLOPT_FRESH_CONNECT, 1L);
     tAttempts.SetTimeLeft(pNext.get());
     pEasy = std::move(pNext);
     tAttempt = {};
@@ -182,11 +182,17 @@ CURLcode TRANSFER_t::BeginAgain()
     return CURLE_OK;
 }
 
+CURLcode TRANSFER_t::BeginAgain()
+{
+    const CURLcode eResult = Duplicate();
+    curl_easy_setopt(pEasy.get(), CURLOPT_FRESH_CONNECT, 1L);
+    return eResult;
+}
+
 CURLcode TRANSFER_t::BeginRedirected()
 {
-    CURLcode eResult = BeginAgain();
+    CURLcode eResult = Duplicate();
     eResult = eResult == CURLE_OK ? tRedirects.Follow(pEasy.get()) : eResult;
-    curl_easy_setopt(pEasy.get(), CURLOPT_FRESH_CONNECT, 0L);
     SetOwnCertificate(pEasy.get(), ptSettings->tRecord, tRedirects.IsAtFirstServer());
     return eResult == CURLE_OK ? SetHeader() : eResult;
 }

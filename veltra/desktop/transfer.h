@@ -143,6 +143,7 @@ struct TRANSFER_t
 
 private:
     void SetFunctions(CURL* pNewEasy);
+    CURLcode Duplicate();
     CURLcode SetHeader();
     long BufferSize() const;
     std::string ErrorText(CURLcode eCode) const;

@@ -6,6 +6,7 @@
 
 #include "veltra/desktop/connection_rules.h"
 #include "veltra/desktop/curl_multi.h"
+#include "veltra/desktop/finished_transfers.h"
 #include "veltra/desktop/reported_transfer.h"
 #include "veltra/desktop/retry_schedule.h"
 #include "veltra/desktop/running_transfers.h"
@@ -33,15 +34,14 @@ struct WQCurlMulti::IMPL_t
     typedef std::chrono::steady_clock Clock;
 
     bool Open();
-    void StartQueued();
+    void StartDue();
     void Drive(TRANSFER_t& tTransfer, CURLcode ePrepared);
-    void StartRetries();
+    void StartAgain(TRANSFER_t& tTransfer, CURLcode (TRANSFER_t::*pfnPrepare)());
     void CollectFinished();
     void EndStopped();
     void ResumePaused();
     void Finish(TRANSFER_t& tTransfer, CURLcode eCode);
     bool Release(TRANSFER_t& tTransfer);
-    void DropMessage(const WQCurlEasy* pEasyHandle);
     int IdleTime() const;
     int Wait(epoll_event* ptEvents, int nMost);
 
@@ -54,8 +54,7 @@ struct WQCurlMulti::IMPL_t
 
     size_t nMayStart = STARTS_AT_ONCE;  /**< the most queued transfers that start in the next step */
     std::vector<TRANSFER_t*> vecPaused; /**< have used up their time slices, and continue in the next step */
-    std::vector<MultiMsg> vecFinished;  /**< in the order of their ends; those before nUnread have been read */
-    size_t nUnread = 0;
+    CFinishedTransfers tFinished;
 };
 
 bool WQCurlMulti::IMPL_t::Open()
@@ -63,13 +62,16 @@ bool WQCurlMulti::IMPL_t::Open()
     return tQueue.Open() && tMulti.Open() && tMulti.Sockets().Want(tQueue.WakeUpDescriptor(), EPOLLIN);
 }
 
-/** Starts the first of the transfers that other threads have added. */
-void WQCurlMulti::IMPL_t::StartQueued()
+/**
+ * Starts the first of the transfers that other threads have added, and the next attempt of those whose back-off is
+ * over. A change of network ends all back-offs.
+ */
+void WQCurlMulti::IMPL_t::StartDue()
 {
     TRANSFER_t* arrTaken[STARTS_AT_ONCE];
     size_t nRegistered = 0;
     const size_t nTaken = tQueue.Take(arrTaken, nMayStart, nRegistered);
-    if (nTaken == 0)
+    if (nTaken == 0 && tRetries.IsEmpty())
     {
         return;
     }
@@ -77,7 +79,10 @@ void WQCurlMulti::IMPL_t::StartQueued()
     {
         tRetries.MakeAllDue();
     }
-    tConnections.BeforeStart(nRegistered);
+    if (nTaken > 0)
+    {
+        tConnections.BeforeStart(nRegistered);
+    }
     for (size_t nIndex = 0; nIndex < nTaken; ++nIndex)
     {
         TRANSFER_t& tTransfer = *arrTaken[nIndex];
@@ -85,6 +90,10 @@ void WQCurlMulti::IMPL_t::StartQueued()
         const CURLcode ePrepared = tTransfer.Begin(&tMulti.Sockets(), &vecPaused);
         tConnections.Prepare(tTransfer);
         Drive(tTransfer, ePrepared);
+    }
+    for (TRANSFER_t* ptTransfer : tRetries.TakeDue())
+    {
+        Drive(*ptTransfer, ptTransfer->BeginRetry());
     }
 }
 
@@ -97,21 +106,11 @@ void WQCurlMulti::IMPL_t::Drive(TRANSFER_t& tTransfer, CURLcode ePrepared)
     }
 }
 
-/** Starts the next attempt of the transfers whose back-off is over. A change of network ends all back-offs. */
-void WQCurlMulti::IMPL_t::StartRetries()
+/** Starts a transfer that has just ended for libcurl again, in another way. */
+void WQCurlMulti::IMPL_t::StartAgain(TRANSFER_t& tTransfer, CURLcode (TRANSFER_t::*pfnPrepare)())
 {
-    if (tRetries.IsEmpty())
-    {
-        return;
-    }
-    if (tConnections.LookAtNetwork())
-    {
-        tRetries.MakeAllDue();
-    }
-    for (TRANSFER_t* ptTransfer : tRetries.TakeDue())
-    {
-        Drive(*ptTransfer, ptTransfer->BeginRetry());
-    }
+    tMulti.Remove(tTransfer);
+    Drive(tTransfer, (tTransfer.*pfnPrepare)());
 }
 
 void WQCurlMulti::IMPL_t::CollectFinished()
@@ -159,17 +158,11 @@ void WQCurlMulti::IMPL_t::Finish(TRANSFER_t& tTransfer, CURLcode eCode)
     MultiMsg tMsg = tTransfer.Outcome(eCode);
     if (tTransfer.MayBeginAgain(tMsg.nResultCode))
     {
-        tMulti.Remove(tTransfer);
-        Drive(tTransfer, tTransfer.BeginAgain());
-        return;
+        return StartAgain(tTransfer, &TRANSFER_t::BeginAgain);
     }
     if (tMsg.bResult && tTransfer.tAttempt.bRedirected)
     {
-        tMulti.Remove(tTransfer);
-        const CURLcode ePrepared = tTransfer.BeginRedirected();
-        tConnections.Prepare(tTransfer);
-        Drive(tTransfer, ePrepared);
-        return;
+        return StartAgain(tTransfer, &TRANSFER_t::BeginRedirected);
     }
     if (const auto tNext = tTransfer.NextAttempt(tMsg.nResultCode))
     {
@@ -179,7 +172,7 @@ void WQCurlMulti::IMPL_t::Finish(TRANSFER_t& tTransfer, CURLcode eCode)
         tRetries.Add(tTransfer, *tNext);
         return;
     }
-    vecFinished.push_back(std::move(tMsg)); // first: without memory, the transfer goes on
+    tFinished.Add(std::move(tMsg)); // first: without memory, the transfer goes on
     Release(tTransfer);
     tTransfer.eStage = TRANSFER_t::STAGE_FINISHED;
 }
@@ -193,19 +186,11 @@ bool WQCurlMulti::IMPL_t::Release(TRANSFER_t& tTransfer)
     return tMulti.Remove(tTransfer);
 }
 
-/** Drops the message of a finished transfer that InfoRead() has not returned yet. */
-void WQCurlMulti::IMPL_t::DropMessage(const WQCurlEasy* pEasyHandle)
-{
-    const auto itUnread = vecFinished.begin() + static_cast<std::ptrdiff_t>(nUnread);
-    const auto fnIsIt = [pEasyHandle](const MultiMsg& tMsg) { return tMsg.pEasyHandle == pEasyHandle; };
-    vecFinished.erase(std::find_if(itUnread, vecFinished.end(), fnIsIt));
-}
-
 /** Returns how long there is nothing to do, in milliseconds. */
 int WQCurlMulti::IMPL_t::IdleTime() const
 {
     constexpr std::chrono::seconds LONGEST_WAIT(1);
-    if (nUnread < vecFinished.size() || !vecPaused.empty())
+    if (tFinished.CountUnread() > 0 || !vecPaused.empty())
     {
         return 0;
     }
@@ -271,7 +256,7 @@ bool WQCurlMulti::removeHandle(const WQCurlEasy* pEasyHandle)
         break;
     }
     case TRANSFER_t::STAGE_FINISHED:
-        m_pImpl->DropMessage(pEasyHandle);
+        m_pImpl->tFinished.Remove(pEasyHandle);
         break;
     default:
         break;
@@ -290,8 +275,7 @@ bool WQCurlMulti::Perform(int& nRunningHandles)
         return false;
     }
     const CSignalGuard tGuard;
-    m_pImpl->StartQueued();
-    m_pImpl->StartRetries();
+    m_pImpl->StartDue();
     const bool bResult = m_pImpl->tMulti.CheckTimeouts();
     m_pImpl->CollectFinished();
     m_pImpl->EndStopped();
@@ -309,8 +293,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     }
     const CSignalGuard tGuard;
     /* Due work comes before the wait: a short transfer starts, is waited for and ends in one call. */
-    m_pImpl->StartQueued();
-    m_pImpl->StartRetries();
+    m_pImpl->StartDue();
     bool bResult = m_pImpl->tMulti.RunExpired();
     m_pImpl->CollectFinished();
     epoll_event arrEvents[EVENTS_AT_ONCE];
@@ -334,7 +317,7 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
     /* Short transfers under way go first: no more start than end, and they take over the connections. While long
      * transfers use up their time slices, all may start. */
     const bool bShort = nEvents > 0 && m_pImpl->vecPaused.empty();
-    const size_t nEnded = m_pImpl->vecFinished.size() - m_pImpl->nUnread;
+    const size_t nEnded = m_pImpl->tFinished.CountUnread();
     m_pImpl->nMayStart = bShort ? std::clamp(nEnded, size_t{1}, STARTS_AT_ONCE) : STARTS_AT_ONCE;
     m_pImpl->ResumePaused();
     nRunningHandles = m_pImpl->tRunning.Count();
@@ -343,13 +326,11 @@ bool WQCurlMulti::fdSelect(int& nRunningHandles)
 
 WQCurlMulti::MultiMsg WQCurlMulti::InfoRead()
 {
-    if (m_pImpl->nUnread == m_pImpl->vecFinished.size())
+    MultiMsg tMsg = m_pImpl->tFinished.Take();
+    if (tMsg.pEasyHandle == nullptr)
     {
-        m_pImpl->vecFinished.clear();
-        m_pImpl->nUnread = 0;
-        return {};
+        return tMsg;
     }
-    MultiMsg tMsg = std::move(m_pImpl->vecFinished[m_pImpl->nUnread++]);
     TRANSFER_t& tTransfer = *tMsg.pEasyHandle->m_ptTransfer;
     tTransfer.eStage = TRANSFER_t::STAGE_REPORTED;
     tTransfer.optEnd = tMsg;
