@@ -1,4 +1,4 @@
-/* Resuming downloads: the failures that are resumed, the answers that are taken for the rest, and the limits. */
+/* Retries of downloads: the failures that are retried, the answers that are taken for the rest, and the limits. */
 
 #include "engine_fixture.h"
 
@@ -29,7 +29,12 @@ protected:
     {
         const size_t nRange = tRequest.strHead.find("\r\nRange: bytes=");
         ++m_nRequests;
-        if (nRange == std::string::npos)
+        if (m_nFirstSent < m_nFirst)
+        {
+            ++m_nFirstSent;
+            tConnection.Send(m_strFirst);
+        }
+        else if (nRange == std::string::npos)
         {
             m_nRefused = 0;
             tConnection.Send((m_strHead.empty() ? Head("200 OK", BODY.size(), m_strValidator) : m_strHead) +
@@ -56,6 +61,7 @@ protected:
     bool DownloadTwice()
     {
         m_nRequests = 0;
+        m_nFirstSent = 0;
         std::ofstream(Path("file")) << "old";
         OUTCOME_t tDownload;
         const bool bSuccess = Download(tDownload, m_tBreaking.Url()) == DOWNLOAD_TYPE_SUCCESS;
@@ -65,6 +71,7 @@ protected:
         EXPECT_EQ(m_tReport.strErrorMsg.empty(), bSuccess);
         EXPECT_TRUE(m_tReport.dTotal >= m_dShortest && m_tReport.dTotal < 60) << m_tReport.dTotal;
 
+        m_nFirstSent = 0;
         EXPECT_EQ(SyncDownload(m_tBreaking.Url(), "sync"), bSuccess);
         EXPECT_EQ(ReadFile(Path("sync")) == BODY, bSuccess);
         EXPECT_TRUE(m_tReport.dTotal >= m_dShortest && m_tReport.dTotal < 60) << m_tReport.dTotal;
@@ -83,6 +90,9 @@ protected:
     std::string m_strRefusal;                                          /**< answer to requests for the rest */
     int m_nRefusals = 0;                                               /**< how many of a download's requests get it */
     std::atomic<int> m_nRefused{0};
+    std::string m_strFirst; /**< answer to a download's first requests */
+    int m_nFirst = 0;       /**< how many of them get it */
+    std::atomic<int> m_nFirstSent{0};
     double m_dShortest = 0; /**< seconds that a download takes at least */
     std::atomic<int> m_nRequests{0};
     std::string m_strIfRange;
@@ -115,6 +125,62 @@ TEST_F(CResumeTest, BrokenDownloadIsResumedUntilTheFileIsWhole)
     }
     m_strTag = "Last-Modified: Wed, 01 Jan 2020 10:00:01 GMT\r\n";
     EXPECT_FALSE(DownloadTwice()) << "the file has changed";
+}
+
+TEST_F(CResumeTest, DownloadWithoutDataIsRetriedFromTheBeginning)
+{
+    struct CASE_t
+    {
+        std::string strAnswer;
+        const char* pszReason; /**< part of the text of the failure */
+        bool bRetried = true;
+        bool bFailOnHttpError = false;
+        bool bUsedUp = false; /**< also try without an end of the failures */
+    };
+    const std::string strBusy = Head("503 Busy", 4, "Retry-After: 0") + "busy";
+    const CASE_t arrCases[] = {
+        {Head("408 Late", 4, "") + "late", "temporary"},
+        {Head("429 Slow Down", 4, "") + "slow", "temporary"},
+        {Head("500 Broken", 4, "") + "oops", "temporary"},
+        {Head("502 Bad", 4, "") + "oops", "temporary"},
+        {strBusy, "temporary", true, false, true},
+        {strBusy, "temporary", true, true, true},
+        {Head("504 Late", 4, "") + "late", "temporary"},
+        {"no status line\r\n\r\n", ""},
+        {"HTTP/1.1 200 OK\r\nContent-Le", "header lines", true, false, true},
+        {Head("200 OK", 4, "ETag: \"zero\""), ""},
+        {"", ""},
+        {Head("206 Partial Content", 4, "") + "part", "unasked", false},
+        {Head("404 Not Found", 4, "") + "gone", "404", false, true},
+    };
+    m_nBreakAfter = BODY.size();
+    for (const CASE_t& tCase : arrCases)
+    {
+        SCOPED_TRACE(tCase.strAnswer);
+        m_tSettings.bFailOnHttpError = tCase.bFailOnHttpError;
+        m_strFirst = tCase.strAnswer;
+        m_nFirst = 1;
+        EXPECT_EQ(DownloadTwice(), tCase.bRetried);
+        EXPECT_EQ(m_nRequests, tCase.bRetried ? 2 * 2 : 2);
+        if (tCase.bUsedUp)
+        {
+            m_nFirst = 9;
+            EXPECT_FALSE(DownloadTwice());
+            EXPECT_EQ(m_nRequests, 2 * 4) << "no more requests than the retries allow";
+            EXPECT_NE(m_tReport.strErrorMsg.find(tCase.pszReason), std::string::npos) << m_tReport.strErrorMsg;
+        }
+    }
+    m_tSettings.bFailOnHttpError = false;
+    m_tSettings.nRetries = 0;
+    m_strFirst = strBusy;
+    m_nFirst = 99;
+    EXPECT_TRUE(SyncDownload(m_tBreaking.Url(), "busy"));
+    EXPECT_EQ(ReadFile(Path("busy")), "busy") << "without retries every status is accepted";
+    m_tSettings.nRetries = 3;
+    m_nRequests = 0;
+    EXPECT_EQ(Answer(m_tBreaking.Url()), "busy");
+    EXPECT_FALSE(SyncDownload("http://nowhere.invalid:99999/", "busy"));
+    EXPECT_EQ(m_nRequests + m_tReport.nAttempts, 2) << "neither is retried";
 }
 
 TEST_F(CResumeTest, RetryAfterDelaysTheNextAttempt)

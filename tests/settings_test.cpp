@@ -27,6 +27,9 @@ TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
         EXPECT_EQ(strHead.rfind("GET " + strNowhere + " ", 0), 0U) << strProxy << ": " << strHead;
         EXPECT_EQ(strHead.find("Authorization: Basic " + strUser) == std::string::npos, strUser.empty()) << strHead;
     }
+    m_tSettings.strNoProxy = "elsewhere.invalid,nowhere.invalid";
+    EXPECT_FALSE(Get(strNowhere)) << "the host that the proxy does not serve has no address";
+    m_tSettings.strNoProxy.clear();
     CLoopbackServer tRefusing([](CConnection& tConnection, const REQUEST_t&)
                               { tConnection.Answer("", "407 Proxy Authentication Required"); });
     m_tSettings.strProxy = tRefusing.Url("");
@@ -152,7 +155,7 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
 {
     m_tSettings.nConnectTimeout = 1;
     EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-    WQCurl::TRANSFER_SETTINGS_t arrBad[9];
+    WQCurl::TRANSFER_SETTINGS_t arrBad[16];
     arrBad[0].nMostBytesPerSecond = 4095;
     arrBad[1].nConnectTimeout = 0;
     arrBad[2].nMostIdleConnections = -1;
@@ -162,6 +165,13 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
     arrBad[6].nRetrySeconds = -1;
     arrBad[7].nLargestAnswer = -1;
     arrBad[8].eIpFamily = static_cast<WQCurl::IP_FAMILY_e>(3);
+    arrBad[9].nMostRedirects = 51;
+    arrBad[10].strUserAgent = "a\r\nX: y";
+    arrBad[11].lstHeader = {"X: y", "no colon"};
+    arrBad[12].lstHeader = {"X: y\nZ: z"};
+    arrBad[13].lstHeader = {": no name"};
+    arrBad[14].lstHeader = {std::string("X: y\0", 5)};
+    arrBad[15].strNoProxy = "\x7f";
     for (const auto& tBad : arrBad)
     {
         EXPECT_FALSE(WQCurl::SetTransferDefaults(tBad)) << &tBad - arrBad;
