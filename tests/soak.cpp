@@ -22,6 +22,8 @@ namespace
 
 using namespace std::chrono_literals;
 
+WQCurl::TRANSFER_SETTINGS_t g_tSettings; // of all transfers
+
 std::mutex g_tCountLock;
 std::map<std::string, long> g_mapCounts;
 constexpr size_t KINDS = 7; // the entries of g_mapCounts when each kind of traffic has succeeded without a fault
@@ -53,6 +55,8 @@ const std::map<std::string, HOSTILE_t> HOSTILE = {
     {"/chunked", {CHUNK + "0\r\n\r\n"}},
     {"/headers", {OK + "X-Long: " + std::string(200000, 'h') + "\r\n\r\n"}},
     {"/redirect", {"HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\n\r\n"}},
+    {"/loop", {"HTTP/1.1 302 Found\r\nLocation: /loop\r\n\r\n" + std::string(20000, 'x')}},
+    {"/busy", {"HTTP/1.1 503 Busy\r\nRetry-After: 0\r\nContent-Length: 4\r\n\r\nbusy"}},
     {"/stall", {OK + "Content-Length: 100\r\n\r\npart", &CConnection::Stall}}};
 
 std::string Echo(const std::string& strMethod, const std::string& strPath, const std::string& strBody)
@@ -73,6 +77,8 @@ void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
         }
         return (tConnection.*pfnEnd)();
     }
+    const std::string strToken = "\r\nX-Name: " + tRequest.strPath.substr(tRequest.strPath.rfind('/') + 1) + "\r\n";
+    Count("FAULT: foreign settings", tRequest.strHead.find(strToken) == std::string::npos);
     const std::string strText = Echo(tRequest.strMethod, tRequest.strPath, tRequest.strBody);
     const size_t nRange = tRequest.strHead.find("\r\nRange: bytes=");
     const size_t nFirst = nRange == std::string::npos ? 0 : std::stoul(tRequest.strHead.substr(nRange + 15));
@@ -136,6 +142,13 @@ private:
             nPath == std::string::npos ? "" : Echo(bPost ? "POST" : "GET", strUrl.substr(nPath), tRequest.strPostData);
         m_strFile = m_strFolder + "/" + strName;
         m_nCancelAt = static_cast<int>(Random(80)) * 5;
+        m_strUrl = strUrl;
+        WQCurl::TRANSFER_SETTINGS_t tSettings = g_tSettings;
+        tSettings.nRetries = static_cast<int>(Random(4)) + (strUrl.back() == BROKEN ? 1 : 0);
+        tSettings.nMostRedirects = static_cast<int>(Random(4));
+        const WQCurl::CTransferScope tScope(tSettings);
+        tSettings.lstHeader = {"X-Name: " + strName};
+        const WQCurl::CTransferScope tInnerScope(tSettings);
         if (nKind == 0 && strUrl.back() != BROKEN) // Destroy() does not end its wait for the next attempt
         {
             const bool bResult = tEngine.SyncDownloadFile(strUrl, m_strFile, 1, 1);
@@ -171,6 +184,15 @@ private:
     {
         Count(pszKind, bResult);
         Count("FAULT: wrong answers", bResult && !m_strExpected.empty() && strAnswer != m_strExpected);
+        CheckReport(bResult);
+    }
+
+    /** @param bHasReport whether there must be a report; otherwise, there may be none */
+    void CheckReport(bool bHasReport) const
+    {
+        WQCurl::TRANSFER_REPORT_t tReport;
+        const bool bReported = WQCurl::TransferReport(tReport);
+        Count("FAULT: foreign reports", bReported ? tReport.strUrl != m_strUrl : bHasReport);
     }
 
     void End(const char* pszKind, bool bResult, const std::string& strAnswer)
@@ -188,6 +210,7 @@ private:
         CTraffic& tThis = *static_cast<CTraffic*>(pUserData);
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
+            tThis.CheckReport(true);
             (nPercent == tThis.m_nCancelAt) && CSingleton<CWebConnector>::GetInstance()->CancelDownload(nId, true);
             return;
         }
@@ -200,7 +223,8 @@ private:
 
     std::mt19937 m_tRandom;
     const std::string m_strFolder;
-    std::string m_strExpected;   /**< the expected answer; empty: any */
+    std::string m_strExpected; /**< the expected answer; empty: any */
+    std::string m_strUrl;
     std::string m_strFile;       /**< the target of a download */
     int m_nCancelAt = 0;         /**< the percentage at which a download cancels itself */
     std::atomic<int> m_nOwed{0}; /**< the number of final events that are to come */
@@ -287,15 +311,13 @@ int main(int nArguments, char* arrArguments[])
     CLI::App tApp("Soak test");
     int nSeconds = 60;
     std::string strFolder = std::filesystem::temp_directory_path();
-    WQCurl::TRANSFER_SETTINGS_t tSettings;
-    tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
-    tSettings.nRetries = 3;
+    g_tSettings.strCaFile = TEST_CERTIFICATES "/ca.pem";
     std::vector<std::string> vecUrls;
     const auto* pServe =
         tApp.add_flag("--serve", "Only serve: print the plain and the TLS port, then answer until killed");
     tApp.add_option("--seconds", nSeconds, "Duration of the traffic");
     tApp.add_option("--folder", strFolder, "Where to make a folder for downloads");
-    tApp.add_option("--cacert", tSettings.strCaFile, "CA certificates to trust");
+    tApp.add_option("--cacert", g_tSettings.strCaFile, "CA certificates to trust");
     tApp.add_option("URL", vecUrls, "URLs to request; without any, servers in this process");
     CLI11_PARSE(tApp, nArguments, arrArguments);
     if (pServe->count() > 0)
@@ -306,7 +328,6 @@ int main(int nArguments, char* arrArguments[])
         return pause();
     }
     CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults(tSettings);
     WQCurl::SetTransferObserver([](const WQCurl::TRANSFER_REPORT_t& tReport, void*)
                                 { Count("resumed downloads", tReport.nAttempts > 1 && tReport.strErrorMsg.empty()); },
                                 nullptr);
