@@ -7,18 +7,6 @@
 
 #include "veltra/veltra.h"
 
-namespace
-{
-
-/** Runs on the worker, right before the request below returns. */
-void OnTransfer(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
-{
-    std::printf("status %d after %.3f s over a %s connection to %s %s\n", tReport.nHttpStatus, tReport.dTotal,
-                tReport.bReused ? "used" : "fresh", tReport.strPeer.c_str(), tReport.strErrorMsg.c_str());
-}
-
-} // namespace
-
 int main(int nArguments, char* arrArguments[])
 {
     const long lSeconds = nArguments == 3 ? std::strtol(arrArguments[2], nullptr, 10) : 0;
@@ -34,7 +22,6 @@ int main(int nArguments, char* arrArguments[])
         static_cast<void>(std::fprintf(stderr, "usage: after_standby URL SECONDS\n"));
         return 2;
     }
-    WQCurl::SetTransferObserver(&OnTransfer, nullptr);
     CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
     ptEngine->Create();
     for (int nSignal = 0; nSignal != SIGINT && nSignal != SIGTERM;)
@@ -42,7 +29,11 @@ int main(int nArguments, char* arrArguments[])
         _HTTP_REQ_INFO_t tRequest;
         tRequest.eMethod = HTTP_METHOD_GET;
         tRequest.strUrl = arrArguments[1];
-        ptEngine->Get(&tRequest, true); // the observer tells how it ended
+        ptEngine->Get(&tRequest, true);
+        WQCurl::TRANSFER_REPORT_t tReport;
+        WQCurl::TransferReport(tReport);
+        std::printf("status %d after %.3f s over a %s connection to %s %s\n", tReport.nHttpStatus, tReport.dTotal,
+                    tReport.bReused ? "used" : "fresh", tReport.strPeer.c_str(), tReport.strErrorMsg.c_str());
         const timespec tPause{lSeconds, 0};
         nSignal = sigtimedwait(&tSignals, nullptr, &tPause);
         if (nSignal == SIGUSR1)

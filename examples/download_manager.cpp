@@ -18,7 +18,7 @@ struct END_t
     WQCurl::TRANSFER_REPORT_t tReport; // empty when Destroy() has ended the download
 };
 
-/** An event that the worker hands to the thread that prints it. */
+/** The ends that the worker hands to the thread that prints them. */
 struct ENDS_t
 {
     std::mutex tLock;
@@ -26,21 +26,15 @@ struct ENDS_t
     std::deque<END_t> queEnds;
 };
 
-thread_local WQCurl::TRANSFER_REPORT_t t_tReport; // of the transfer that is reported next on this thread
-
-void OnTransfer(const WQCurl::TRANSFER_REPORT_t& tReport, void* /*pUserData*/)
-{
-    t_tReport = tReport;
-}
-
 void OnDownload(int nId, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pEnds)
 {
     if (eType != DOWNLOAD_TYPE_PROGRESS)
     {
         auto* ptEnds = static_cast<ENDS_t*>(pEnds);
+        END_t tEnd{nId, eType == DOWNLOAD_TYPE_SUCCESS, {}};
+        WQCurl::TransferReport(tEnd.tReport);
         const std::lock_guard<std::mutex> tGuard(ptEnds->tLock);
-        /* The report is moved away: a download that Destroy() ends has none, and must not find another's. */
-        ptEnds->queEnds.push_back({nId, eType == DOWNLOAD_TYPE_SUCCESS, std::exchange(t_tReport, {})});
+        ptEnds->queEnds.push_back(std::move(tEnd));
         ptEnds->tPut.notify_one();
     }
 }
@@ -57,7 +51,6 @@ int main(int nArguments, char* arrArguments[])
         static_cast<void>(std::fprintf(stderr, "usage: download_manager FOLDER URL …\n"));
         return 2;
     }
-    WQCurl::SetTransferObserver(&OnTransfer, nullptr);
     CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
     ptEngine->Create();
     ENDS_t tEnds;

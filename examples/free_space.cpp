@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 
 #include "veltra/veltra.h"
 
@@ -19,14 +18,6 @@ bool HasRoom(const std::filesystem::path& tTarget, std::uintmax_t nSize)
     const auto tFolder = tTarget.has_parent_path() ? tTarget.parent_path() : std::filesystem::path(".");
     const std::uintmax_t nFree = std::filesystem::space(tFolder, tError).available; // without what is root's alone
     return !tError && nFree > RESERVE && nFree - RESERVE >= nSize;
-}
-
-void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pUserData)
-{
-    if (eType != DOWNLOAD_TYPE_PROGRESS)
-    {
-        static_cast<std::promise<DOWNLOAD_TYPE_e>*>(pUserData)->set_value(eType);
-    }
 }
 
 } // namespace
@@ -47,13 +38,14 @@ int main(int nArguments, char* arrArguments[])
         std::printf("there is no room for the file\n");
         return 1;
     }
-    CWebConnector* ptEngine = CSingleton<CWebConnector>::GetInstance();
-    ptEngine->Create();
-    std::promise<DOWNLOAD_TYPE_e> tEnd;
-    const int nStarted =
-        ptEngine->StartDownload(ptEngine->CreateDownloadId(), arrArguments[1], arrArguments[2], &OnDownload, &tEnd);
-    const bool bStored = nStarted == 1 && tEnd.get_future().get() == DOWNLOAD_TYPE_SUCCESS;
-    ptEngine->Destroy();
-    std::printf("%s\n", bStored ? "stored" : nStarted == 1 ? "failed" : "refused");
+    const bool bStored =
+        CSingleton<CWebConnector>::GetInstance()->SyncDownloadFile(arrArguments[1], arrArguments[2], 600, 0);
+    WQCurl::TRANSFER_REPORT_t tReport;
+    WQCurl::TransferReport(tReport);
+    if (!bStored)
+    {
+        static_cast<void>(std::remove((std::string(arrArguments[2]) + ".bak").c_str())); // takes space as well
+    }
+    std::printf("%s %s\n", bStored ? "stored" : "failed:", tReport.strErrorMsg.c_str());
     return bStored ? 0 : 1;
 }
