@@ -121,6 +121,7 @@ TEST_F(CRedirectTest, UnsafeOrUnusableRedirectFailsTheTransfer)
         {"Location: /1", "more often"},
         {"Location: file:///etc/passwd", "another scheme"},
         {"Location: gopher://127.0.0.1:1/", "another scheme"},
+        {"Location: unknown://x/", "another scheme"},
         {"Location: /\x01", "usable URL"},
         {"Location: http://127.0.0.1:99999/", "usable URL"},
         {"Location: ", "usable URL"},
@@ -138,6 +139,7 @@ TEST_F(CRedirectTest, UnsafeOrUnusableRedirectFailsTheTransfer)
     Redirect("/1", m_tTls.Url("/2"));
     Redirect("/2", m_tFirst.Url("/3"));
     EXPECT_NE(Answer(m_tFirst.Url("/1")).find("from https to http"), std::string::npos);
+    EXPECT_EQ(m_tReport.strRedirectUrl, m_tFirst.Url("/3"));
     EXPECT_EQ(ReadFile(Path("file")), "old");
 
     m_mapAnswers["/1"] = "HTTP/1.1 302 R\r\nLocation: /%0d%0aX:%20y\r\n\r\n" + strEndless;

@@ -21,15 +21,16 @@ public:
     /** Parses a URL. After the first, a relative one is resolved. @return false if it is none */
     bool Set(const std::string& strUrl)
     {
-        /* As libcurl does it with a Location: servers send spaces and other bytes that a URL must not have. */
-        constexpr unsigned TOLERANT = CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_GUESS_SCHEME;
+        /* As libcurl reads a Location: servers send spaces and other bytes that a URL must not have. */
+        constexpr unsigned TOLERANT =
+            CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME;
         return m_pUrl != nullptr && curl_url_set(m_pUrl.get(), CURLUPART_URL, strUrl.c_str(), TOLERANT) == CURLUE_OK;
     }
 
     /** Returns a part; empty if there is none. */
     std::string Get(CURLUPart ePart) const
     {
-        const unsigned nFlags = ePart == CURLUPART_PORT ? CURLU_DEFAULT_PORT : 0;
+        const unsigned nFlags = ePart == CURLUPART_PORT ? CURLU_DEFAULT_PORT : CURLU_NON_SUPPORT_SCHEME;
         char* pszPart = nullptr;
         std::string strPart;
         if (curl_url_get(m_pUrl.get(), ePart, &pszPart, nFlags) == CURLUE_OK)
@@ -92,16 +93,20 @@ FAULT_t CRedirects::Take(CURL* pEasy, const CHeaderLines& tHeader)
     CUrl tFirst;
     CUrl tCurrent;
     CUrl tNext;
-    if (m_nFollowed >= m_nMost)
-    {
-        return {CURLE_TOO_MANY_REDIRECTS, "The server redirects more often than the settings allow"};
-    }
+    m_strNextUrl.clear();
     if (tHeader.Values("Location").size() != 1 || strLocation.empty() || HasControl(strLocation) ||
         !tFirst.Set(m_strFirstUrl) || !tCurrent.Set(strCurrentUrl) || !tNext.Set(strCurrentUrl) ||
         !tNext.Set(strLocation))
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The server redirects without a usable URL"};
     }
+    m_bNextAtFirstServer = tNext.HasSameServer(tFirst);
+    for (const CURLUPart ePart : {CURLUPART_USER, CURLUPART_PASSWORD})
+    {
+        tNext.Replace(ePart, m_bNextAtFirstServer ? tFirst.Get(ePart) : "");
+    }
+    tNext.Replace(CURLUPART_FRAGMENT, "");
+    m_strNextUrl = tNext.Get(CURLUPART_URL);
     const std::string strScheme = tNext.Get(CURLUPART_SCHEME);
     if (strScheme != "https" && strScheme != "http")
     {
@@ -111,13 +116,10 @@ FAULT_t CRedirects::Take(CURL* pEasy, const CHeaderLines& tHeader)
     {
         return {CURLE_UNSUPPORTED_PROTOCOL, "The server redirects from https to http"};
     }
-    m_bNextAtFirstServer = tNext.HasSameServer(tFirst);
-    for (const CURLUPart ePart : {CURLUPART_USER, CURLUPART_PASSWORD})
+    if (m_nFollowed >= m_nMost)
     {
-        tNext.Replace(ePart, m_bNextAtFirstServer ? tFirst.Get(ePart) : "");
+        return {CURLE_TOO_MANY_REDIRECTS, "The server redirects more often than the settings allow"};
     }
-    tNext.Replace(CURLUPART_FRAGMENT, "");
-    m_strNextUrl = tNext.Get(CURLUPART_URL);
     return {};
 }
 

@@ -34,6 +34,9 @@ public:
     /** Returns whether the current URL has the scheme, host and port of the given one. */
     bool IsAtFirstServer() const { return m_bAtFirstServer; }
 
+    /** Returns the URL of the last redirect, followed or not; empty if it has no usable one. */
+    const std::string& NextUrl() const { return m_strNextUrl; }
+
     /** Returns the given URL; empty if no redirect has come. */
     const std::string& FirstUrl() const { return m_strFirstUrl; }
 

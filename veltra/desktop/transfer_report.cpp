@@ -74,7 +74,8 @@ TRANSFER_REPORT_t Describe(const TRANSFER_t& tTransfer)
     }
     tReport.strHttpVersion = HttpVersion(pEasy);
     tReport.strContentType = Text(pEasy, CURLINFO_CONTENT_TYPE);
-    tReport.strRedirectUrl = Text(pEasy, CURLINFO_REDIRECT_URL);
+    tReport.strRedirectUrl =
+        tTransfer.tAttempt.bRedirected ? tTransfer.tRedirects.NextUrl() : Text(pEasy, CURLINFO_REDIRECT_URL);
     tReport.nContentLength =
         tResume.Before() > 0 ? tResume.Total() : Info<curl_off_t>(pEasy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T);
     tReport.strEtag = tHeader.Value("ETag");
