@@ -13,9 +13,9 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 #ifdef FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION
-constexpr seconds LONGEST_PAUSE(0);
+constexpr int LONGEST_PAUSE = 0; // milliseconds
 #else
-constexpr seconds LONGEST_PAUSE(30);
+constexpr int LONGEST_PAUSE = 30000; // milliseconds
 #endif
 constexpr int LONGEST_RETRY_AFTER = 30;      // seconds
 constexpr int MOST_DOUBLINGS = 5;            // 32 seconds exceed the longest pause
@@ -24,10 +24,8 @@ constexpr long long FRUITFUL_BYTES = 262144; // an attempt that receives so many
 /** Returns a random time up to 1, 2, 4 … seconds: devices that have lost a server at once do not return at once. */
 milliseconds BackOff(int nFruitlessRetries)
 {
-    static thread_local std::minstd_rand s_tRandom(std::random_device{}());
-    const milliseconds tLongest =
-        std::min<milliseconds>(LONGEST_PAUSE, seconds(1 << std::min(nFruitlessRetries, MOST_DOUBLINGS)));
-    return milliseconds(std::uniform_int_distribution<long long>(0, tLongest.count())(s_tRandom));
+    const int nLongest = std::min(1000 << std::min(nFruitlessRetries, MOST_DOUBLINGS), LONGEST_PAUSE);
+    return milliseconds(std::random_device()() % static_cast<unsigned>(nLongest + 1));
 }
 
 } // namespace
@@ -64,9 +62,8 @@ std::optional<CAttempts::Clock::time_point> CAttempts::Next(long long nReceived,
     {
         return std::nullopt;
     }
-    const milliseconds tPause = std::min<milliseconds>(
-        std::max<milliseconds>(BackOff(m_nFruitlessRetries), seconds(nRetryAfter)), LONGEST_PAUSE);
-    const Clock::time_point tNext = Clock::now() + tPause;
+    const milliseconds tPause = std::max<milliseconds>(BackOff(m_nFruitlessRetries), seconds(nRetryAfter));
+    const Clock::time_point tNext = Clock::now() + std::min(tPause, milliseconds(LONGEST_PAUSE));
     for (const long lMost : {m_lTotalSeconds, m_lRetrySeconds})
     {
         if (lMost > 0 && tNext >= m_tBegun + seconds(lMost))
