@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "commands.h"
+#include "messages.h"
 #include "option_values.h"
 #include "session.h"
 #include "text.h"
@@ -242,15 +243,14 @@ void CDoctor::m_CheckRequest()
     tReqInfo.eMethod = HTTP_METHOD_GET;
     tReqInfo.strUrl = m_strUrl;
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
-    const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    const WQCurl::TRANSFER_REPORT_t tReport = tEnd.value_or(WQCurl::TRANSFER_REPORT_t());
+    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
     PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
                                                      : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
                                                               tReport.nBytes, tReport.strPeer.c_str()));
     PrintFinding("seconds", PhasesText(tReport));
     if (!bAnswered)
     {
-        m_Blame("request", Reason(tEnd));
+        m_Blame("request", Reason(tReport));
     }
     if (m_nStatus == 0)
     {

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "download_target.h"
 #include "json.h"
+#include "messages.h"
 #include "option_values.h"
 #include "shared_options.h"
 #include "url.h"

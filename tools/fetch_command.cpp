@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "download_target.h"
 #include "json.h"
+#include "messages.h"
 #include "shared_options.h"
 #include "text.h"
 #include "url.h"
@@ -77,7 +78,7 @@ bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t&
     for (const std::string& strUrl : vecUrl)
     {
         mapInfo.clear();
-        const std::string strReason = GetInfo(tSession, tChoice, strUrl, mapInfo);
+        const std::string strReason = GetInfo(tChoice, strUrl, mapInfo);
         if (!mapInfo.empty())
         {
             return true;

@@ -44,13 +44,12 @@ int PrintUsageError(const std::string& strFault, const std::string& strCommand)
     return 2;
 }
 
-std::string Reason(const TRANSFER_END_t& tEnd)
+std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
-    if (!tEnd.has_value())
+    if (tReport.nHttpStatus == 0 && tReport.nResultCode == 0)
     {
         return "the transfer was not started, or was ended early";
     }
-    const WQCurl::TRANSFER_REPORT_t& tReport = *tEnd;
     std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
     if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
     {

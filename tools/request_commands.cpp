@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "messages.h"
 #include "option_values.h"
 #include "session.h"
 #include "shared_options.h"
@@ -99,14 +100,14 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     CSession tSession(tOptions, tRequest.bFailOnHttpError);
     CWebConnector& tEngine = tSession.Engine();
     const bool bAnswered = eMethod == HTTP_METHOD_POST ? tEngine.Post(&tReqInfo, true) : tEngine.Get(&tReqInfo, true);
-    const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    if (tRequest.bHeadings && tEnd.has_value() && tEnd->nHttpStatus != 0)
+    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
+    if (tRequest.bHeadings && tReport.nHttpStatus != 0)
     {
-        PrintHeadings(*tEnd);
+        PrintHeadings(tReport);
     }
     return bAnswered ? WriteAnswer(tReqInfo.strResponse, tRequest.strOutput)
                      : PrintError(WithoutCredentials(tRequest.strUrl),
-                                  tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
+                                  tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason);
 }
 
 void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest)
