@@ -173,6 +173,7 @@ time_t CDoctor::m_GetServerDate() const
     }
     time_t tDate = -1;
     curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(m_strUrl).c_str());
+    curl_easy_setopt(pEasy.get(), CURLOPT_USERAGENT, tTransfer.strUserAgent.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pEasy.get(), CURLOPT_NOBODY, 1L);
     curl_easy_setopt(pEasy.get(), CURLOPT_NOSIGNAL, 1L);

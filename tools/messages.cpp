@@ -28,6 +28,26 @@ std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
     return bMalformed ? "; an international host name takes a locale of its encoding, such as LC_ALL=C.UTF-8" : "";
 }
 
+/** Returns the cause of a transfer's failure, which may hold the redirect that was not followed. */
+std::string Cause(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    const std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
+    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
+    {
+        return tReport.strErrorMsg + " (--max-size)";
+    }
+    if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
+    {
+        return strStatus + (tReport.nRetryAfter > 0 ? Format(", retry after %d s", tReport.nRetryAfter) : "");
+    }
+    if (!tReport.strRedirectUrl.empty())
+    {
+        return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ": " + tReport.strErrorMsg;
+    }
+    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
+           HintAtName(tReport);
+}
+
 } // namespace
 
 int PrintError(const std::string& strSubject, const std::string& strCause)
@@ -50,21 +70,8 @@ std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
     {
         return "the transfer was not started, or was ended early";
     }
-    std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
-    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
-    {
-        return tReport.strErrorMsg + " (--max-size)";
-    }
-    if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
-    {
-        return strStatus;
-    }
-    if (!tReport.strRedirectUrl.empty())
-    {
-        return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ", which is not followed";
-    }
-    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
-           HintAtName(tReport);
+    const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
+    return Cause(tReport) + (bRedirected ? " (redirected to " + WithoutCredentials(tReport.strFinalUrl) + ")" : "");
 }
 
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)

@@ -35,11 +35,11 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 
 } // namespace
 
-CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError) : m_tOptions(tOptions)
+CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError)
+    : m_tOptions(tOptions), m_tSettings(tOptions.tTransfer)
 {
-    WQCurl::TRANSFER_SETTINGS_t tTransfer = tOptions.tTransfer;
-    tTransfer.bFailOnHttpError = tTransfer.bFailOnRedirect = bFailOnHttpError;
-    if (!WQCurl::SetTransferDefaults(tTransfer))
+    m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = bFailOnHttpError;
+    if (!WQCurl::SetTransferDefaults(m_tSettings))
     {
         throw std::runtime_error("the library refuses the settings of these options");
     }

@@ -22,9 +22,11 @@ public:
 
     CWebConnector& Engine() { return *CSingleton<CWebConnector>::GetInstance(); }
     const OPTIONS_t& Options() const { return m_tOptions; }
+    const WQCurl::TRANSFER_SETTINGS_t& Settings() const { return m_tSettings; }
 
 private:
     const OPTIONS_t& m_tOptions;
+    WQCurl::TRANSFER_SETTINGS_t m_tSettings;
 };
 
 /** Calls WQCurl::TransferReport(). @return an empty report if there is no transfer */
