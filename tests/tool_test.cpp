@@ -1,6 +1,7 @@
 /* The command-line tool, run as its users run it. */
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -58,6 +59,7 @@ protected:
     const std::string m_strFolder = mkdtemp(m_arrFolder.data()) + std::string("/run");
     std::string m_strOut, m_strError;
     CGate m_tStalled;
+    std::atomic<int> m_nBusy{2};
     const CConnection::SCRIPT_t m_fnAnswerPath = [this](CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const std::string& strPath = tRequest.strPath;
@@ -78,7 +80,11 @@ protected:
             : strPath == "/cut"  ? " whole"
             : strPath == "/huge" ? std::string(64000001, 'h')
                                  : tRequest.strMethod + (fnHas("X-A: b") ? "X-A: b" : "") + tRequest.strBody,
-            strPath == "/404"   ? "404 Not Found"
+            !fnHas("\r\nUser-Agent: veltra/")     ? "400 Bad Request"
+            : strPath == "/busy" && m_nBusy-- > 0 ? "503 Service Unavailable"
+            : strPath == "/wait"                  ? "503 Service Unavailable\r\nRetry-After: 120"
+            : strPath == "/to/404"                ? "302 Found\r\nLocation: /404"
+            : strPath == "/404"                   ? "404 Not Found"
             : strPath == "/302" ? "302 Found\r\nContent-Type: a/b\r\nLocation: http://u:SECRET@h/\33[2J"
             : strPath == "/cut" ? "206 Partial Content\r\nETag: \"e\"\r\nContent-Range: bytes 3-8/9"
             : fnHas("HEAD / ") && !fnHas("Authorization") ? "200 OK\r\nDate: Thu, 01 Jan 2015 00:00:00 GMT"
@@ -94,7 +100,9 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"--bogus", 2, "no such option: --bogus"},
         {"bogus", 2, "no such command: bogus"},
         {"get $URL/ more", 2, "unexpected argument: more"},
-        {"get $URL/ -H nonsense", 2, "-H: 'nonsense' is no header line"},
+        {"get $URL/ -H nonsense", 2, "-H: is no header line"},
+        {"download $URL/ x -H \"$(printf 'A: SECRET\\rb')\"", 2, "or holds a control character"},
+        {"get --retry 1 $URL/", 2, "no such option: --retry"},
         {"--connect-to nonsense get $URL/", 2, "--connect-to: 'nonsense' is not of the form"},
         {"download --sync --timeout -5 $URL/ x", 2, "--timeout: '-5' is no whole number"},
         {"download --limit-rate 1 $URL/ x", 2, "--limit-rate: '1' is no number of bytes, at least 4096"},
@@ -116,7 +124,11 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"download $URL/ link2 --force", 1, "link2: link2.bak exists: another download is writing it, or one that"},
         {"download $URL/ x --size 5", 1, "x: wrong size: 3 bytes instead of 5"},
         {"download $URL/ x --sha256 " + std::string(64, 'a'), 1, "x: wrong SHA-256: 14e30cd1"},
-        {"download $URL/302 \"$(printf 'x\\33')\"", 1, "x?: failed, HTTP 302, a redirect to http://h/?[2J, which"},
+        {"download $URL/302 \"$(printf 'x\\33')\"", 1, "x?: failed, HTTP 302, a redirect to http://h/?[2J: The s"},
+        {"download -L $URL/302 x", 1, "x: failed, The server redirects without a usable URL"},
+        {"download -L $URL/to/404 x", 1, "x: failed, HTTP 404 (redirected to http://127.0.0.1:"},
+        {"download $URL/wait x", 1, "x: failed, HTTP 503, retry after 120 s"},
+        {"download --json --retry 1 http://127.0.0.1:1/ x", 1, "\"attempts\": 2"},
         {"download --retry 0 $URL/cut x", 1, "6 bytes"},
         {"download --max-size 64000k $URL/huge x", 1, "x: failed, The answer is larger than the settings allow"},
         {"get $URL/huge", 1, "larger than the settings allow (--max-size)"},
@@ -148,6 +160,7 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"get --max-size 65M $URL/huge | wc -c", 0, "64000001"},
         {"get -i $URL/302 | tr '\\n' ' '", 0, "1.1 302 Content-Type: a/b Content-Length: 3 Location: http://h/?[2J By"},
         {"get http://b\u00fccher.example/ --connect-to xn--bcher-kva.example:80:${URL#http://}", 0, "GET"},
+        {"get -iL $URL/to/404", 0, "\nURL: http://127.0.0.1:"},
         {"post $URL/ --data c=d", 0, "POSTc=d"},
         {"post $URL/ --data @data | wc -c", 0, "100004"},
         {"get $URL/ -o data && cat data", 0, "GET"},
@@ -161,10 +174,11 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"download --json --no-fail $URL/404 d", 0, "\"file\": \"d\",\n    \"result\": \"done\""},
         {"download -q --jobs 1 $URL/ e $URL/cut f && cat f", 0, "cut whole"},
         {"download $URL/404 g $URL/ g2", 1, "g2: done"},
+        {"download --retry 2 $URL/busy h", 0, "h: done"},
         {"doctor $URL/x", 1, "HTTP 200, 3 bytes from 127.0.0.1"},
     };
     CheckEach(m_fnAnswerPath, vecCase);
-    EXPECT_EQ(Files(), "a  b  c  d  data  e  f  g2\n");
+    EXPECT_EQ(Files(), "a  b  c  d  data  e  f  g2  h\n");
 }
 
 TEST_F(ToolTest, DownloadFailsIfItsFileIsReplaced)
@@ -211,13 +225,14 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
     const std::string strHost = "https://query.veltra.example";
     const std::string strQuery = " --chipset C --cacert " TEST_CERTIFICATES "/ca.pem --query-host ${URL#https://}";
     std::string strDocument = "<emplist>";
-    for (const std::string strId : {"good", "there", "short", "missing", ".h", "dir/y", "e\33"})
+    for (const std::string strId : {"good", "there", "short", "missing", "token", ".h", "dir/y", "e\33"})
     {
         strDocument += "<file id='" + strId + "' boot='yes' size='4' url='" + strHost + "/" + strId + "'/>";
     }
     const auto fnScript = [&](CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const std::string& strPath = tRequest.strPath;
+        const bool bToken = tRequest.strHead.find("X-Token: t\r\n") != std::string::npos;
         tConnection.Answer(strPath == "/document" ? strDocument + "</emplist>"
                            : strPath == "/short"  ? "abc"
                            : strPath != "/openapi/device/auth/query"
@@ -225,7 +240,10 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
                                : "<rsp stat='ok'><rm><queryinfo><notice><server url='" + strHost +
                                      "/broken'/><server url='" + strHost +
                                      "/document'/></notice></queryinfo></rm></rsp>",
-                           strPath == "/broken" || strPath == "/missing" ? "404 Not Found" : "200 OK");
+                           strPath == "/broken" || strPath == "/missing"                   ? "404 Not Found"
+                           : strPath == (bToken ? "/openapi/device/auth/query" : "/token") ? "403 Forbidden"
+                           : strPath == "/token" ? "302 Found\r\nLocation: /good"
+                                                 : "200 OK");
     };
     const CASES_t vecCase = {
         {"servers" + strQuery, 0, strHost + "/broken\n" + strHost + "/document\n"},
@@ -237,6 +255,8 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
         {"fetch . --id good,there 2>&1" + strQuery + " && cat good there", 0, "  present\nnew!old!"},
         {"fetch . --id short" + strQuery, 1, "failed: wrong size: 3 bytes instead of 4\n"},
         {"fetch . --id missing --json" + strQuery, 1, "\"failed\",\n    \"reason\": \"HTTP 404\""},
+        {"fetch . --id token -LH 'X-Token: t' --json 2>&1" + strQuery + " && rm token", 0,
+         strHost + "/good\",\n    \"status"},
         {"fetch . --id .h --id dir/y" + strQuery, 1, ".h: its identifier is no file name\nveltra: dir/y: its identif"},
         {"fetch . --default --force -q" + strQuery, 1, "veltra: e?: its identifier is no file name\n"},
     };

@@ -38,10 +38,10 @@ void AddCommands(CLI::App& tApp, OPTIONS_t& tOptions, COMMAND_t& fnChosen)
         return tCommand;
     };
     AddQueryCommands(fnAdd);
-    AddFetchCommand(fnAdd);
+    AddFetchCommand(fnAdd, tOptions.tTransfer);
     AddDoctorCommand(fnAdd);
-    AddDownloadCommand(fnAdd);
-    AddRequestCommands(fnAdd);
+    AddDownloadCommand(fnAdd, tOptions.tTransfer);
+    AddRequestCommands(fnAdd, tOptions.tTransfer);
 }
 
 } // namespace

@@ -12,7 +12,7 @@ typedef std::function<int(const OPTIONS_t&)> COMMAND_t;
 typedef std::function<CLI::App&(const char* pszName, const char* pszDescription, COMMAND_t fnRun)> ADD_COMMAND_t;
 
 void AddQueryCommands(const ADD_COMMAND_t& fnAdd);
-void AddFetchCommand(const ADD_COMMAND_t& fnAdd);
-void AddDownloadCommand(const ADD_COMMAND_t& fnAdd);
-void AddRequestCommands(const ADD_COMMAND_t& fnAdd);
+void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
+void AddDownloadCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
+void AddRequestCommands(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
 void AddDoctorCommand(const ADD_COMMAND_t& fnAdd);

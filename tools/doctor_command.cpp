@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "commands.h"
+#include "messages.h"
 #include "option_values.h"
 #include "session.h"
 #include "text.h"
@@ -172,6 +173,7 @@ time_t CDoctor::m_GetServerDate() const
     }
     time_t tDate = -1;
     curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(m_strUrl).c_str());
+    curl_easy_setopt(pEasy.get(), CURLOPT_USERAGENT, tTransfer.strUserAgent.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pEasy.get(), CURLOPT_NOBODY, 1L);
     curl_easy_setopt(pEasy.get(), CURLOPT_NOSIGNAL, 1L);
@@ -242,15 +244,14 @@ void CDoctor::m_CheckRequest()
     tReqInfo.eMethod = HTTP_METHOD_GET;
     tReqInfo.strUrl = m_strUrl;
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
-    const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    const WQCurl::TRANSFER_REPORT_t tReport = tEnd.value_or(WQCurl::TRANSFER_REPORT_t());
+    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
     PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
                                                      : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
                                                               tReport.nBytes, tReport.strPeer.c_str()));
     PrintFinding("seconds", PhasesText(tReport));
     if (!bAnswered)
     {
-        m_Blame("request", Reason(tEnd));
+        m_Blame("request", Reason(tReport));
     }
     if (m_nStatus == 0)
     {

@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "download_target.h"
 #include "json.h"
+#include "messages.h"
 #include "option_values.h"
 #include "shared_options.h"
 #include "url.h"
@@ -70,7 +71,7 @@ int RunDownload(const OPTIONS_t& tOptions, const DOWNLOAD_COMMAND_t& tCommand)
 
 } // namespace
 
-void AddDownloadCommand(const ADD_COMMAND_t& fnAdd)
+void AddDownloadCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto ptCommand = std::make_shared<DOWNLOAD_COMMAND_t>();
     DOWNLOAD_OPTIONS_t& tRun = ptCommand->tRun;
@@ -82,7 +83,7 @@ void AddDownloadCommand(const ADD_COMMAND_t& fnAdd)
     AddValue(tApp, "--size", ptCommand->nSize, "N", Number(0, LLONG_MAX),
              "The expected size of a single file in bytes");
     tApp.add_flag("--force", tRun.bForce, "Take over existing temporary files");
-    AddRunOptions(tApp, tRun);
+    AddRunOptions(tApp, tRun, tTransfer);
     CLI::Option* pSync = tApp.add_flag("--sync", tRun.bSync, "One after the other, each flushed to the disk");
     AddValue(tApp, "--timeout", tRun.nTimeoutSeconds, "SECONDS", Number(0, INT_MAX),
              "Time limit for each file, with --sync; 0: none")

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "download_target.h"
+#include "messages.h"
 #include "text.h"
 
 namespace
@@ -27,21 +28,14 @@ CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload
 
 void CDownloadItem::Start()
 {
-    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int nPercent, double /*dSpeed*/, void* pItem)
-    { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType, nPercent); };
+    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pItem)
+    { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
     m_Begin();
     CWebConnector& tEngine = m_tContext.tSession.Engine();
     m_nId = tEngine.CreateDownloadId();
-    const auto tNoEnd = m_tContext.tSession.HoldEnds();
     if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
         m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
-        return;
-    }
-    m_nTakeError = m_tHeld.Take(TempPath(m_tDownload));
-    if (m_nTakeError != 0)
-    {
-        tEngine.CancelDownload(m_nId, true);
     }
 }
 
@@ -67,7 +61,7 @@ void CDownloadItem::RunSync()
     {
         RemoveHeld(m_tDownload, m_tHeld);
     }
-    m_OnEvent(bReceived ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL, 0);
+    m_OnEvent(bReceived ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL);
 }
 
 void CDownloadItem::Finish()
@@ -114,11 +108,8 @@ PROGRESS_t CDownloadItem::Progress()
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
     PROGRESS_t tProgress;
     tProgress.strName = m_strName;
-    const long long nTempSize = FileSize(TempPath(m_tDownload));
-    tProgress.nBytes = std::max(nTempSize >= 0 ? nTempSize : FileSize(EnginePath(m_tDownload)), 0LL);
-    tProgress.bTotalEstimated = m_tDownload.nSize <= 0;
-    tProgress.nTotal = tProgress.bTotalEstimated ? m_nEstimatedTotal : m_tDownload.nSize;
-    tProgress.nPercent = m_nPercent;
+    tProgress.nBytes = std::max(m_tHeld.Size(), 0LL);
+    tProgress.nTotal = m_tDownload.nSize > 0 ? m_tDownload.nSize : m_nTotal;
     if (tProgress.nTotal > 0)
     {
         tProgress.nPercent = static_cast<int>(std::min(tProgress.nBytes * 100 / tProgress.nTotal, 100LL));
@@ -154,24 +145,21 @@ void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReas
 }
 
 /* On the thread of the transfer. */
-void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent)
+void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType)
 {
+    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
     if (eType == DOWNLOAD_TYPE_PROGRESS)
     {
-        const long long nBytes = FileSize(TempPath(m_tDownload));
-        const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        m_nPercent = nPercent > 0 ? nPercent : m_nPercent;
-        m_nEstimatedTotal = nPercent > 0 ? nBytes * 100 / nPercent : 0;
+        m_OnProgress(tReport.nContentLength);
         return;
     }
-    const TRANSFER_END_t tTransferEnd = m_tContext.tSession.TakeEnd();
     {
         const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        m_tDownload.tEnd.tReport = tTransferEnd.value_or(WQCurl::TRANSFER_REPORT_t());
+        m_tDownload.tEnd.tReport = tReport;
     }
-    if (m_nTakeError != 0)
+    if (const int nTakeError = m_optTakeError.value_or(0); nTakeError != 0)
     {
-        m_SetEnd(DOWNLOAD_FAILED, TempPath(m_tDownload) + ": " + TakeFailure(m_nTakeError));
+        m_SetEnd(DOWNLOAD_FAILED, TempPath(m_tDownload) + ": " + TakeFailure(nTakeError));
     }
     else if (eType == DOWNLOAD_TYPE_SUCCESS)
     {
@@ -183,15 +171,31 @@ void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent)
     }
     else
     {
-        m_SetEnd(DOWNLOAD_FAILED, m_FailureReason(tTransferEnd));
+        m_SetEnd(DOWNLOAD_FAILED, m_FailureReason(tReport));
     }
 }
 
-std::string CDownloadItem::m_FailureReason(const TRANSFER_END_t& tTransferEnd) const
+/* The first event precedes all data. Until the end of the callback, the engine keeps the file open at its path. */
+void CDownloadItem::m_OnProgress(long long nTotal)
 {
-    if (!tTransferEnd.has_value() || tTransferEnd->nResultCode != CURLE_WRITE_ERROR)
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    m_nTotal = nTotal;
+    if (!m_optTakeError.has_value())
     {
-        return Reason(tTransferEnd);
+        m_optTakeError = m_tHeld.Take(TempPath(m_tDownload));
+    }
+    if (*m_optTakeError != 0)
+    {
+        m_tContext.tSession.Engine().CancelDownload(m_nId, true);
+    }
+}
+
+std::string CDownloadItem::m_FailureReason(const WQCurl::TRANSFER_REPORT_t& tReport) const
+{
+    const bool bReceived = tReport.nResultCode == 0 && tReport.nHttpStatus != 0; // and could not be flushed or closed
+    if (tReport.nResultCode != CURLE_WRITE_ERROR && !bReceived)
+    {
+        return Reason(tReport);
     }
     /* The engine does not report the cause. Its file still exists, so that another write fails in the same way. */
     const int nError = m_tHeld.WriteError();

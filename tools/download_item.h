@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 
 #include "download_run.h"
 #include "held_file.h"
@@ -47,18 +48,18 @@ public:
 private:
     bool m_Begin();
     void m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason = "");
-    void m_OnEvent(DOWNLOAD_TYPE_e eType, int nPercent);
-    std::string m_FailureReason(const TRANSFER_END_t& tTransferEnd) const;
+    void m_OnEvent(DOWNLOAD_TYPE_e eType);
+    void m_OnProgress(long long nTotal);
+    std::string m_FailureReason(const WQCurl::TRANSFER_REPORT_t& tReport) const;
 
     DOWNLOAD_CONTEXT_t& m_tContext;
     DOWNLOAD_t& m_tDownload; /**< its result is guarded by the context's lock */
     const std::string m_strName;
     int m_nId = 0;
-    CHeldFile m_tHeld;    /**< while it runs */
-    int m_nTakeError = 0; /**< errno of m_tHeld.Take(); 0: none */
     CSpeedometer m_tSpeedometer;
 
     /* Guarded by the context's lock. */
-    int m_nPercent = -1;
-    long long m_nEstimatedTotal = 0;
+    CHeldFile m_tHeld;                   /**< while it runs */
+    std::optional<int> m_optTakeError{}; /**< the result of m_tHeld.Take(); none before that call */
+    long long m_nTotal = -1;             /**< bytes that the server announces; -1: unknown */
 };

@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "download_target.h"
 #include "json.h"
+#include "messages.h"
 #include "shared_options.h"
 #include "text.h"
 #include "url.h"
@@ -63,6 +64,15 @@ DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_
     return tDownload;
 }
 
+/** The query service must not receive the header lines of -H: a token is for the servers that it names. */
+bool GetServersWithoutHeader(const CSession& tSession, std::vector<std::string>& vecUrl)
+{
+    WQCurl::TRANSFER_SETTINGS_t tSettings = tSession.Settings();
+    tSettings.lstHeader.clear();
+    const WQCurl::CTransferScope tScope(tSettings);
+    return GetServers(tSession, vecUrl);
+}
+
 /**
  * Reads the document of the first server that has one with chosen entries: a document without any may be unrelated XML.
  * Prints the failures of the servers before it on standard error.
@@ -70,14 +80,14 @@ DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_
 bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t& mapInfo)
 {
     std::vector<std::string> vecUrl;
-    if (!GetServers(tSession, vecUrl))
+    if (!GetServersWithoutHeader(tSession, vecUrl))
     {
         return false;
     }
     for (const std::string& strUrl : vecUrl)
     {
         mapInfo.clear();
-        const std::string strReason = GetInfo(tSession, tChoice, strUrl, mapInfo);
+        const std::string strReason = GetInfo(tChoice, strUrl, mapInfo);
         if (!mapInfo.empty())
         {
             return true;
@@ -147,7 +157,7 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
 
 } // namespace
 
-void AddFetchCommand(const ADD_COMMAND_t& fnAdd)
+void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto ptFetch = std::make_shared<FETCH_OPTIONS_t>();
     ptFetch->tRun.eView = VIEW_BARS_ALONE;
@@ -157,5 +167,5 @@ void AddFetchCommand(const ADD_COMMAND_t& fnAdd)
         ->required();
     AddEntryOptions(tCommand, ptFetch->tChoice);
     tCommand.add_flag("--force", ptFetch->tRun.bForce, "Replace existing files, and take over temporary files");
-    AddRunOptions(tCommand, ptFetch->tRun);
+    AddRunOptions(tCommand, ptFetch->tRun, tTransfer);
 }

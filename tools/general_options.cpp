@@ -8,12 +8,11 @@ namespace
 {
 
 constexpr long long DEFAULT_LARGEST_ANSWER = 64000000; /* bytes: an answer is kept in memory */
-constexpr int DEFAULT_RESUME_ATTEMPTS = 5;
 
 void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     tApp.option_defaults()->group("Transfers");
-    tTransfer.nRetries = DEFAULT_RESUME_ATTEMPTS;
+    tTransfer.strUserAgent = "veltra/" VELTRA_VERSION;
     tTransfer.nLargestAnswer = DEFAULT_LARGEST_ANSWER;
     AddValue(tApp, "--limit-rate", tTransfer.nMostBytesPerSecond, "BYTES", Bytes(4096),
              "Bytes a second for each transfer, such as 64k or 2M");
@@ -23,11 +22,6 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
             "Fail with a larger answer or file, such as 20M or 1G; by default with an answer above 64M")
         ->type_name("BYTES")
         ->transform(Bytes(1));
-    AddValue(tApp, "--retry", tTransfer.nRetries, "N", Number(0, 1000000),
-             "Successive attempts to resume a broken download; 0: none")
-        ->capture_default_str();
-    AddValue(tApp, "--retry-time", tTransfer.nRetrySeconds, "SECONDS", Number(0, INT_MAX),
-             "Time limit for resuming, from the download's start; 0: none");
 }
 
 void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)

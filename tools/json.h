@@ -29,6 +29,7 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
         tResult["file"] = tDownload.strFile;
         tResult["result"] = ResultName(tDownload.tEnd);
         tResult["reason"] = tDownload.tEnd.strReason;
+        tResult["final_url"] = tReport.strFinalUrl;
         tResult["status"] = tReport.nHttpStatus;
         tResult["bytes"] = tReport.nBytes;
         tResult["attempts"] = tReport.nAttempts;

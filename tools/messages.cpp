@@ -28,6 +28,26 @@ std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
     return bMalformed ? "; an international host name takes a locale of its encoding, such as LC_ALL=C.UTF-8" : "";
 }
 
+/** Returns the cause of a transfer's failure, which may hold the redirect that was not followed. */
+std::string Cause(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    const std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
+    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
+    {
+        return tReport.strErrorMsg + " (--max-size)";
+    }
+    if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
+    {
+        return strStatus + (tReport.nRetryAfter > 0 ? Format(", retry after %d s", tReport.nRetryAfter) : "");
+    }
+    if (!tReport.strRedirectUrl.empty())
+    {
+        return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ": " + tReport.strErrorMsg;
+    }
+    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
+           HintAtName(tReport);
+}
+
 } // namespace
 
 int PrintError(const std::string& strSubject, const std::string& strCause)
@@ -44,28 +64,14 @@ int PrintUsageError(const std::string& strFault, const std::string& strCommand)
     return 2;
 }
 
-std::string Reason(const TRANSFER_END_t& tEnd)
+std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
-    if (!tEnd.has_value())
+    if (tReport.nHttpStatus == 0 && tReport.nResultCode == 0)
     {
         return "the transfer was not started, or was ended early";
     }
-    const WQCurl::TRANSFER_REPORT_t& tReport = *tEnd;
-    std::string strStatus = "HTTP " + std::to_string(tReport.nHttpStatus);
-    if (tReport.nResultCode == CURLE_FILESIZE_EXCEEDED)
-    {
-        return tReport.strErrorMsg + " (--max-size)";
-    }
-    if (tReport.nHttpStatus >= FIRST_HTTP_ERROR)
-    {
-        return strStatus;
-    }
-    if (!tReport.strRedirectUrl.empty())
-    {
-        return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ", which is not followed";
-    }
-    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
-           HintAtName(tReport);
+    const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
+    return Cause(tReport) + (bRedirected ? " (redirected to " + WithoutCredentials(tReport.strFinalUrl) + ")" : "");
 }
 
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)

@@ -25,12 +25,16 @@ CLI::Validator Accepting(const std::function<bool(std::string&)>& fnAccept, cons
             ""};
 }
 
-/** Accepts texts that match a pattern from end to end; they may hold any bytes. */
+/** Returns whether a text, which may hold any bytes, matches a pattern from end to end. */
+bool Matches(const std::string& strText, const std::string& strPattern)
+{
+    return g_regex_match_simple(("(?:" + strPattern + ")\\z").c_str(), strText.c_str(), G_REGEX_RAW,
+                                G_REGEX_MATCH_ANCHORED) != FALSE;
+}
+
 CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
 {
-    const auto fnAccept = [strPattern = "(?:" + std::string(pszPattern) + ")\\z"](const std::string& strText)
-    { return g_regex_match_simple(strPattern.c_str(), strText.c_str(), G_REGEX_RAW, G_REGEX_MATCH_ANCHORED) != FALSE; };
-    return Accepting(fnAccept, strFault);
+    return Accepting([pszPattern](const std::string& strText) { return Matches(strText, pszPattern); }, strFault);
 }
 
 } // namespace
@@ -74,7 +78,12 @@ CLI::Validator ConnectTo()
 
 CLI::Validator HeaderLine()
 {
-    return Matching(R"([^:;\s\x01-\x1f]+(:[^\r\n]*|;))", "is no header line such as 'NAME: VALUE'");
+    return {[](const std::string& strText) -> std::string
+            {
+                const bool bLine = Matches(strText, R"([^:;\s\x00-\x1f\x7f]+:[^\x00-\x1f\x7f]*)");
+                return bLine ? "" : "is no header line such as 'NAME: VALUE', or holds a control character";
+            },
+            ""};
 }
 
 CLI::Validator Line()

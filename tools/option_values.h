@@ -21,7 +21,7 @@ CLI::Validator Bytes(long long nLeast);
 /** "HOST:PORT:CONNECT-HOST:CONNECT-PORT", where each part may be empty and a host may be in brackets. */
 CLI::Validator ConnectTo();
 
-/** "NAME: VALUE", "NAME:" or "NAME;". */
+/** "NAME: VALUE" or "NAME:". The refusal does not repeat the text: it may hold a token. */
 CLI::Validator HeaderLine();
 
 /** A text without control characters. */

@@ -76,9 +76,7 @@ std::string Bar(const PROGRESS_t& tProgress, size_t nColumns)
 std::string Bytes(const PROGRESS_t& tProgress)
 {
     const std::string strBytes = FormatBytes(static_cast<double>(tProgress.nBytes));
-    return tProgress.nTotal <= 0 ? strBytes
-                                 : strBytes + (tProgress.bTotalEstimated ? " of ~" : " of ") +
-                                       FormatBytes(static_cast<double>(tProgress.nTotal));
+    return tProgress.nTotal <= 0 ? strBytes : strBytes + " of " + FormatBytes(static_cast<double>(tProgress.nTotal));
 }
 
 std::string TimeLeft(const PROGRESS_t& tProgress)

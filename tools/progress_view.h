@@ -8,11 +8,10 @@
 struct PROGRESS_t
 {
     std::string strName;
-    int nPercent = -1;            /**< -1: unknown */
-    long long nBytes = 0;         /**< received */
-    long long nTotal = 0;         /**< expected; 0: unknown */
-    bool bTotalEstimated = false; /**< nTotal was computed from a rounded percentage */
-    double dSpeed = 0.0;          /**< recent bytes per second */
+    int nPercent = -1;    /**< -1: unknown */
+    long long nBytes = 0; /**< received */
+    long long nTotal = 0; /**< expected; not positive: unknown */
+    double dSpeed = 0.0;  /**< recent bytes per second */
 };
 
 enum VIEW_e

@@ -1,16 +1,18 @@
 #include "query.h"
 
+#include "messages.h"
+
 namespace
 {
 
 /** The reason why a document could not be read: its transfer failed, or its text is not of the expected kind. */
-std::string DocumentReason(const TRANSFER_END_t& tEnd, const char* pszKind)
+std::string DocumentReason(const WQCurl::TRANSFER_REPORT_t& tReport, const char* pszKind)
 {
-    if (!tEnd.has_value() || tEnd->nResultCode != 0)
+    if (tReport.nHttpStatus == 0 || tReport.nResultCode != 0)
     {
-        return Reason(tEnd);
+        return Reason(tReport);
     }
-    return tEnd->nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszKind;
+    return tReport.nBytes == 0 ? "the answer is empty" : std::string("the answer is no ") + pszKind;
 }
 
 bool ReadEntries(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo)
@@ -35,7 +37,7 @@ const char* ENTRY_CHOICE_t::Fault() const
     return eEntries == ENTRIES_BY_ID && vecId.empty() ? "one of --id, --cert and --default must say which entries" : "";
 }
 
-bool GetServers(CSession& tSession, std::vector<std::string>& vecUrl)
+bool GetServers(const CSession& tSession, std::vector<std::string>& vecUrl)
 {
     constexpr char SUBJECT[] = "cannot get the server list";
     if (tSession.Options().tIdentity.strChipset.empty())
@@ -45,17 +47,19 @@ bool GetServers(CSession& tSession, std::vector<std::string>& vecUrl)
     }
     if (!ICVeltra().GetAppBinaryServerUrl(vecUrl))
     {
-        PrintError(SUBJECT, DocumentReason(tSession.TakeEnd(), "server list whose status is \"ok\""));
+        PrintError(SUBJECT, DocumentReason(CurrentReport(), "server list whose status is \"ok\""));
         return false;
     }
     return true;
 }
 
-std::string GetInfo(CSession& tSession, const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo)
+std::string GetInfo(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo)
 {
-    const bool bRead = ReadEntries(tChoice, strUrl, mapInfo);
-    const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    return bRead ? "" : DocumentReason(tEnd, "well-formed XML document");
+    if (strUrl.empty())
+    {
+        return "the URL is empty";
+    }
+    return ReadEntries(tChoice, strUrl, mapInfo) ? "" : DocumentReason(CurrentReport(), "well-formed XML document");
 }
 
 bool CheckIds(const ENTRY_CHOICE_t& tChoice, const INFO_MAP_t& mapInfo)

@@ -26,10 +26,10 @@ struct ENTRY_CHOICE_t
 };
 
 /** Asks the query service for its servers, and prints a failure on standard error. @return false if it failed */
-bool GetServers(CSession& tSession, std::vector<std::string>& vecUrl);
+bool GetServers(const CSession& tSession, std::vector<std::string>& vecUrl);
 
 /** Reads the chosen entries of a document. @return the reason of a failure; empty if the document could be read */
-std::string GetInfo(CSession& tSession, const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo);
+std::string GetInfo(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_MAP_t& mapInfo);
 
 /** Prints the chosen identifiers that are missing on standard error. @return whether all were found */
 bool CheckIds(const ENTRY_CHOICE_t& tChoice, const INFO_MAP_t& mapInfo);

@@ -2,6 +2,7 @@
 
 #include "commands.h"
 #include "json.h"
+#include "messages.h"
 #include "option_values.h"
 #include "shared_options.h"
 #include "text.h"
@@ -46,7 +47,7 @@ void PrintInfo(const INFO_MAP_t& mapInfo, bool bJson)
 
 int RunServers(const OPTIONS_t& tOptions, bool bJson)
 {
-    CSession tSession(tOptions);
+    const CSession tSession(tOptions);
     std::vector<std::string> vecUrl;
     if (!GetServers(tSession, vecUrl))
     {
@@ -77,9 +78,9 @@ int RunInfo(const OPTIONS_t& tOptions, const INFO_OPTIONS_t& tInfo)
     {
         return PrintUsageError(strFault, "info");
     }
-    CSession tSession(tOptions);
+    const CSession tSession(tOptions);
     INFO_MAP_t mapInfo;
-    const std::string strReason = GetInfo(tSession, tInfo.tChoice, tInfo.strUrl, mapInfo);
+    const std::string strReason = GetInfo(tInfo.tChoice, tInfo.strUrl, mapInfo);
     if (!strReason.empty())
     {
         return PrintError(WithoutCredentials(tInfo.strUrl), strReason);

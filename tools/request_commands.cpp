@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "commands.h"
+#include "messages.h"
 #include "option_values.h"
 #include "session.h"
 #include "shared_options.h"
@@ -17,7 +18,6 @@ namespace
 struct REQUEST_OPTIONS_t
 {
     std::string strUrl;
-    std::list<std::string> lstHeader;
     std::string strData;   /**< the body, or "@" and the file that holds it */
     std::string strOutput; /**< the file that receives the answer; empty: standard output */
     bool bHeadings = false;
@@ -36,6 +36,10 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
         {
             printf("%s: %s\n", pszName, Printable(strValue).c_str());
         }
+    }
+    if (tReport.strFinalUrl != tReport.strUrl)
+    {
+        printf("URL: %s\n", Printable(WithoutCredentials(tReport.strFinalUrl)).c_str());
     }
     printf("Bytes: %lld\n", tReport.nBytes);
     printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
@@ -85,7 +89,6 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = eMethod;
     tReqInfo.strUrl = tRequest.strUrl;
-    tReqInfo.lstHeader = tRequest.lstHeader;
     tReqInfo.strPostData = tRequest.strData;
     if (!tRequest.strData.empty() && tRequest.strData.front() == '@')
     {
@@ -99,21 +102,20 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     CSession tSession(tOptions, tRequest.bFailOnHttpError);
     CWebConnector& tEngine = tSession.Engine();
     const bool bAnswered = eMethod == HTTP_METHOD_POST ? tEngine.Post(&tReqInfo, true) : tEngine.Get(&tReqInfo, true);
-    const TRANSFER_END_t tEnd = tSession.TakeEnd();
-    if (tRequest.bHeadings && tEnd.has_value() && tEnd->nHttpStatus != 0)
+    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
+    if (tRequest.bHeadings && tReport.nHttpStatus != 0)
     {
-        PrintHeadings(*tEnd);
+        PrintHeadings(tReport);
     }
     return bAnswered ? WriteAnswer(tReqInfo.strResponse, tRequest.strOutput)
                      : PrintError(WithoutCredentials(tRequest.strUrl),
-                                  tEnd.has_value() ? Reason(tEnd) : tReqInfo.strErrorReason);
+                                  tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason);
 }
 
-void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest)
+void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     AddValue(tCommand, "URL", tRequest.strUrl, "TEXT", NotEmpty(), "http or https; without either http")->required();
-    AddValue(tCommand, "-H", tRequest.lstHeader, "'NAME: VALUE'", HeaderLine(), "An additional header line; repeatable")
-        ->allow_extra_args(false);
+    AddHeaderOption(tCommand, tTransfer);
     tCommand.add_option("-o", tRequest.strOutput, "Write the answer into this file")->type_name("FILE");
     tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
     AddFailFlags(tCommand, tRequest.bFailOnHttpError);
@@ -121,7 +123,7 @@ void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest)
 
 } // namespace
 
-void AddRequestCommands(const ADD_COMMAND_t& fnAdd)
+void AddRequestCommands(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto ptRequest = std::make_shared<REQUEST_OPTIONS_t>();
     const auto fnCommand = [ptRequest](HTTP_METHOD_e eMethod)
@@ -129,6 +131,7 @@ void AddRequestCommands(const ADD_COMMAND_t& fnAdd)
     CLI::App& tGet = fnAdd("get", "Print the answer to a GET, within 30 seconds", fnCommand(HTTP_METHOD_GET));
     CLI::App& tPost = fnAdd("post", "Print the answer to a POST, within 30 seconds", fnCommand(HTTP_METHOD_POST));
     tPost.add_option("--data", ptRequest->strData, "The body")->type_name("TEXT|@FILE")->required();
-    AddRequestOptions(tGet, *ptRequest);
-    AddRequestOptions(tPost, *ptRequest);
+    AddRequestOptions(tGet, *ptRequest, tTransfer);
+    AddLocationFlag(tGet, tTransfer);
+    AddRequestOptions(tPost, *ptRequest, tTransfer);
 }

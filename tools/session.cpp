@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <stdexcept>
-#include <utility>
 
 #include "text.h"
 #include "veltra/log.h"
@@ -36,18 +35,17 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 
 } // namespace
 
-CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError) : m_tOptions(tOptions)
+CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError)
+    : m_tOptions(tOptions), m_tSettings(tOptions.tTransfer)
 {
-    WQCurl::TRANSFER_SETTINGS_t tTransfer = tOptions.tTransfer;
-    tTransfer.bFailOnHttpError = tTransfer.bFailOnRedirect = bFailOnHttpError;
-    if (!WQCurl::SetTransferDefaults(tTransfer))
+    m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = bFailOnHttpError;
+    if (!WQCurl::SetTransferDefaults(m_tSettings))
     {
         throw std::runtime_error("the library refuses the settings of these options");
     }
     CAIAuth::SetIdentity(tOptions.tIdentity);
     CKVRDebug::SetSink(&PrintRecord, tOptions.bVerbose ? this : nullptr);
     CKVRDebug::SetLevel(tOptions.bVerbose ? LEVEL_INFORMATION : 0);
-    WQCurl::SetTransferObserver(&OnTransferEnd, this);
     /* The engine's threads inherit the mask. */
     sigset_t tAll;
     sigset_t tBefore;
@@ -60,19 +58,12 @@ CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError) : m_tOption
 CSession::~CSession()
 {
     Engine().Destroy();
-    WQCurl::SetTransferObserver(nullptr, nullptr);
     CKVRDebug::SetSink(nullptr, nullptr);
 }
 
-TRANSFER_END_t CSession::TakeEnd()
+WQCurl::TRANSFER_REPORT_t CurrentReport()
 {
-    const std::lock_guard<std::mutex> tGuard(m_tLock);
-    return std::exchange(m_tLastEnd, std::nullopt);
-}
-
-void CSession::OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUserData)
-{
-    auto& tSession = *static_cast<CSession*>(pUserData);
-    const std::lock_guard<std::mutex> tGuard(tSession.m_tLock);
-    tSession.m_tLastEnd = tReport;
+    WQCurl::TRANSFER_REPORT_t tReport;
+    static_cast<void>(WQCurl::TransferReport(tReport));
+    return tReport;
 }

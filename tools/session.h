@@ -1,8 +1,5 @@
 #pragma once
 
-#include <mutex>
-
-#include "messages.h"
 #include "options.h"
 
 /**
@@ -25,20 +22,12 @@ public:
 
     CWebConnector& Engine() { return *CSingleton<CWebConnector>::GetInstance(); }
     const OPTIONS_t& Options() const { return m_tOptions; }
-
-    /** While the result lives, no transfer ends: each keeps its temporary file, and keeps it open. */
-    std::unique_lock<std::mutex> HoldEnds() { return std::unique_lock<std::mutex>(m_tLock); }
-
-    /**
-     * Returns, once, the report of the transfer that ended last. In a callback that is the callback's own transfer. The
-     * same holds after a synchronous call if no other transfer is running.
-     */
-    TRANSFER_END_t TakeEnd();
+    const WQCurl::TRANSFER_SETTINGS_t& Settings() const { return m_tSettings; }
 
 private:
-    static void OnTransferEnd(const WQCurl::TRANSFER_REPORT_t& tReport, void* pUserData);
-
     const OPTIONS_t& m_tOptions;
-    std::mutex m_tLock;
-    TRANSFER_END_t m_tLastEnd; /**< guarded by m_tLock */
+    WQCurl::TRANSFER_SETTINGS_t m_tSettings;
 };
+
+/** Calls WQCurl::TransferReport(). @return an empty report if there is no transfer */
+WQCurl::TRANSFER_REPORT_t CurrentReport();

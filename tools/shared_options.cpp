@@ -1,5 +1,7 @@
 #include "shared_options.h"
 
+#include <climits>
+
 #include "option_values.h"
 
 void AddFailFlags(CLI::App& tCommand, bool& bFail)
@@ -27,8 +29,31 @@ void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
     fnAdd("--default", ENTRIES_DEFAULT, "The entries that are marked for boot")->excludes(pCert);
 }
 
-void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions)
+void AddHeaderOption(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
+    AddValue(tCommand, "-H", tTransfer.lstHeader, "'NAME: VALUE'", HeaderLine(),
+             "An additional header line; repeatable")
+        ->allow_extra_args(false);
+}
+
+void AddLocationFlag(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
+{
+    constexpr int MOST_REDIRECTS = 10;
+    tCommand.add_flag_callback(
+        "-L,--location", [&tTransfer] { tTransfer.nMostRedirects = MOST_REDIRECTS; }, "Follow up to 10 redirects");
+}
+
+void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
+{
+    constexpr int DEFAULT_RETRIES = 3;
+    tTransfer.nRetries = DEFAULT_RETRIES;
+    AddHeaderOption(tCommand, tTransfer);
+    AddLocationFlag(tCommand, tTransfer);
+    AddValue(tCommand, "--retry", tTransfer.nRetries, "N", Number(0, 1000000),
+             "Retries in a row of a download that fails for a temporary reason; 0: none")
+        ->capture_default_str();
+    AddValue(tCommand, "--retry-time", tTransfer.nRetrySeconds, "SECONDS", Number(0, INT_MAX),
+             "Time limit for retries, from the download's start; 0: none");
     AddValue(tCommand, "--jobs", tOptions.nJobs, "N", Number(1, 1000), "Downloads at the same time")
         ->capture_default_str();
     tCommand.add_flag("--durable", tOptions.bDurable, "Flush each file to storage before it counts as done");

@@ -13,5 +13,11 @@ void AddFailFlags(CLI::App& tCommand, bool& bFail);
 /** Adds --id, --cert and --default. */
 void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice);
 
-/** Adds the options of every command that downloads. */
-void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions);
+/** Adds -H. */
+void AddHeaderOption(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
+
+/** Adds --location. */
+void AddLocationFlag(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
+
+/** Adds the options of every command that downloads, and sets their defaults. */
+void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions, WQCurl::TRANSFER_SETTINGS_t& tTransfer);
