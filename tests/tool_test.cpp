@@ -105,7 +105,7 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"get --retry 1 $URL/", 2, "no such option: --retry"},
         {"--connect-to nonsense get $URL/", 2, "--connect-to: 'nonsense' is not of the form"},
         {"download --sync --timeout -5 $URL/ x", 2, "--timeout: '-5' is no whole number"},
-        {"download --limit-rate 1 $URL/ x", 2, "--limit-rate: '1' is no number of bytes, at least 4096"},
+        {"download --limit-rate 0 $URL/ x", 2, "--limit-rate: '0' is no number of bytes, at least 1"},
         {"info $URL/", 2, "one of --id, --cert and --default must say"},
         {"download $URL/ -", 2, "download: -: a download goes into a file"},
         {"download $URL/ x $URL/ y --size 4", 2, "download: --sha256 and --size are for a single file"},

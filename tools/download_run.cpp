@@ -69,6 +69,7 @@ int CDownloadRun::Run()
             tItem.RunSync();
         }
     };
+    WQCurl::SetBandwidth(m_tContext.tOptions.nBandwidth);
     std::future<void> tSync;
     if (m_tContext.tOptions.bSync)
     {

@@ -10,6 +10,7 @@
 struct DOWNLOAD_OPTIONS_t
 {
     int nJobs = 8;                /**< downloads at the same time */
+    long long nBandwidth = -1;    /**< bytes per second of all downloads together; -1: any number */
     bool bForce = false;          /**< takes over existing temporary files */
     bool bSync = false;           /**< one after the other, each flushed to the disk */
     bool bDurable = false;        /**< a file that is done survives a power cut */

@@ -14,8 +14,6 @@ void AddTransferOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
     tApp.option_defaults()->group("Transfers");
     tTransfer.strUserAgent = "veltra/" VELTRA_VERSION;
     tTransfer.nLargestAnswer = DEFAULT_LARGEST_ANSWER;
-    AddValue(tApp, "--limit-rate", tTransfer.nMostBytesPerSecond, "BYTES", Bytes(4096),
-             "Bytes a second for each transfer, such as 64k or 2M");
     tApp.add_option_function<long long>(
             "--max-size",
             [&tTransfer](const long long& nBytes) { tTransfer.nLargestAnswer = tTransfer.nLargestFile = nBytes; },

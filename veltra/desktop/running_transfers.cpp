@@ -45,7 +45,7 @@ std::vector<std::pair<TRANSFER_t*, CURLcode>> CRunningTransfers::FindStopped()
     for (TRANSFER_t* ptTransfer : m_vecRunning)
     {
         const bool bStop = ptTransfer->bReporting && ptTransfer->AskProgress() != 0;
-        if (bStop || ptTransfer->IsOverdue())
+        if (bStop || ptTransfer->IsOverdue() || ptTransfer->IsTooSlow())
         {
             vecStopped.emplace_back(ptTransfer, bStop ? CURLE_ABORTED_BY_CALLBACK : CURLE_OPERATION_TIMEDOUT);
         }

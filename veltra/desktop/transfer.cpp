@@ -111,34 +111,37 @@ void TRANSFER_t::Clear()
     pfnProgress = nullptr;
     pProgressData = nullptr;
     pPrivate = nullptr;
-    lTotalSeconds = 0;
+    lTotalSeconds = lLowSpeedLimit = lLowSpeedSeconds = 0;
+    tAttempts = {};
+    tRedirects = {};
+    tResume = {};
+    tCounts = {};
     tAttempt.tHeaderLines.Clear();
+    tAttempt = {};
     optEnd.reset();
     bSynchronous = false;
     strLastError.clear();
     szError[0] = '\0';
 }
 
-long TRANSFER_t::BufferSize() const
+long TRANSFER_t::BufferSize(bool bSmall) const
 {
     constexpr long USUAL = CURL_MAX_WRITE_SIZE;
+    constexpr long SMALL = 64L * 1024;
     constexpr long LARGE = 512L * 1024;
-    /* Downloads expect much data: fewer and larger reads. Some libcurls limit the speed between reads only. */
-    const long long nMost = ptSettings->tRecord.nMostBytesPerSecond;
-    return nMost > 0 ? static_cast<long>(std::min<long long>(nMost, USUAL)) : bReporting ? LARGE : USUAL;
+    /* Downloads expect much data: fewer and larger reads. */
+    return !bReporting ? USUAL : bSmall ? SMALL : LARGE;
 }
 
-CURLcode TRANSFER_t::Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused)
+CURLcode TRANSFER_t::Begin(CSocketSet* ptSockets, CPausedTransfers* ptPaused, bool bSmallBuffer)
 {
     const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
-    m_ptSockets = ptDriverSockets;
-    m_pvecPaused = pvecDriverPaused;
+    m_ptSockets = ptSockets;
+    m_ptPaused = ptPaused;
     tAttempts.Begin(tSettings, bReporting, lTotalSeconds);
     tRedirects.Begin(bPost ? 0 : tSettings.nMostRedirects);
     tResume.Begin(tAttempts.MayRetry());
-    tCounts = {};
-    tAttempt = {};
-    curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize());
+    curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize(bSmallBuffer));
     if (tSettings.bCompressed && !bReporting)
     {
         curl_easy_setopt(pEasy.get(), CURLOPT_ACCEPT_ENCODING, ""); // all that libcurl can decode
@@ -313,6 +316,31 @@ WQCurlMulti::MultiMsg TRANSFER_t::Outcome(CURLcode eCode) const
     }
     tMsg.bResult = tMsg.nResultCode == CURLE_OK;
     return tMsg;
+}
+
+void TRANSFER_t::GoOn()
+{
+    tAttempt.tTimeSlice = CTimeSlice();
+    if (tAttempt.bHeldBack)
+    {
+        tAttempt.bHeldBack = false;
+        tAttempt.optSpeed.reset();
+    }
+}
+
+bool TRANSFER_t::IsTooSlow()
+{
+    curl_off_t nSent = 0;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_PRETRANSFER_TIME_T, &nSent);
+    if (lLowSpeedSeconds == 0 || nSent == 0 || tAttempt.bHeldBack)
+    {
+        return false;
+    }
+    if (!tAttempt.optSpeed.has_value())
+    {
+        tAttempt.optSpeed.emplace().Restart(tResume.Received());
+    }
+    return tAttempt.optSpeed->IsTooSlow(tResume.Received(), lLowSpeedLimit, lLowSpeedSeconds);
 }
 
 bool TRANSFER_t::IsOverdue() const

@@ -3,10 +3,12 @@
 #include <atomic>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 #include "veltra/desktop/attempts.h"
+#include "veltra/desktop/bandwidth.h"
 #include "veltra/desktop/header_lines.h"
+#include "veltra/desktop/low_speed.h"
+#include "veltra/desktop/paused_transfers.h"
 #include "veltra/desktop/prepared_settings.h"
 #include "veltra/desktop/redirects.h"
 #include "veltra/desktop/resume.h"
@@ -43,11 +45,13 @@ struct TRANSFER_t
     struct ATTEMPT_t
     {
         CTimeSlice tTimeSlice;
-        FAULT_t tFault;           /**< why the wrapper ends it */
-        bool bRedirected = false; /**< the answer is a redirect, and its body is not the requested one */
-        size_t nDiscarded = 0;    /**< bytes of such a body */
-        int nOpenError = 0;       /**< errno of the last socket that the system refused; 0 for none */
-        int nSocket = -1;         /**< the socket that libcurl last waited on for it; -1 for none */
+        FAULT_t tFault;                    /**< why the wrapper ends it */
+        bool bRedirected = false;          /**< the answer is a redirect, and its body is not the requested one */
+        size_t nDiscarded = 0;             /**< bytes of such a body */
+        bool bHeldBack = false;            /**< waits for bandwidth */
+        std::optional<CLowSpeed> optSpeed; /**< since the request has been sent */
+        int nOpenError = 0;                /**< errno of the last socket that the system refused; 0 for none */
+        int nSocket = -1;                  /**< the socket that libcurl last waited on for it; -1 for none */
         CHeaderLines tHeaderLines;
     };
 
@@ -63,8 +67,13 @@ struct TRANSFER_t
     /** Returns the libcurl handle between SetUp() and Clear(), otherwise null, which libcurl's functions refuse. */
     CURL* Handle() const { return bInitialized ? pEasy.get() : nullptr; }
 
-    /** Begins the transfer. @param ptDriverSockets, pvecDriverPaused the driving multi handle's. @return a refusal */
-    CURLcode Begin(CSocketSet* ptDriverSockets, std::vector<TRANSFER_t*>* pvecDriverPaused);
+    /**
+     * Begins the transfer.
+     * @param ptSockets, ptPaused the driving multi handle's
+     * @param bSmallBuffer many other downloads have a buffer
+     * @return a refusal
+     */
+    CURLcode Begin(CSocketSet* ptSockets, CPausedTransfers* ptPaused, bool bSmallBuffer);
 
     /** Prepares the same attempt over a new connection. @return a refusal */
     CURLcode BeginAgain();
@@ -99,6 +108,13 @@ struct TRANSFER_t
     /** Converts libcurl's result code into the message that InfoRead() returns. */
     WQCurlMulti::MultiMsg Outcome(CURLcode eCode) const;
 
+    /** Begins a time slice after a pause. */
+    void GoOn();
+
+    /** Returns whether it has stayed below the low-speed limit for too long. Time that it waits for bandwidth does not
+     * count. */
+    bool IsTooSlow();
+
     /** Returns whether the transfer has taken longer than it may. libcurl does not check while it waits in a queue. */
     bool IsOverdue() const;
 
@@ -121,6 +137,8 @@ struct TRANSFER_t
     void* pProgressData = nullptr;
     void* pPrivate = nullptr;
     long lTotalSeconds = 0; /**< the longest that the transfer may take; 0: any time */
+    long lLowSpeedLimit = 0;
+    long lLowSpeedSeconds = 0; /**< 0: any speed */
 
     /** The multi handle that it is registered with. */
     std::atomic<const WQCurlMulti*> pMulti{nullptr};
@@ -132,7 +150,9 @@ struct TRANSFER_t
     CResume tResume;          /**< counts the body over all attempts */
     COUNTS_t tCounts;         /**< the last that libcurl has told */
     size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
-    ATTEMPT_t tAttempt;       /**< the one that runs */
+    bool bCounted = false;    /**< CWaitingDownloads has started it */
+    BANDWIDTH_SHARE_t tShare;
+    ATTEMPT_t tAttempt; /**< the one that runs */
 
     std::optional<WQCurlMulti::MultiMsg> optEnd; /**< how it has ended, once InfoRead() has told */
     std::thread::id tStarter;                    /**< the thread that has set it up */
@@ -145,7 +165,7 @@ private:
     void SetFunctions(CURL* pNewEasy);
     CURLcode Duplicate();
     CURLcode SetHeader();
-    long BufferSize() const;
+    long BufferSize(bool bSmall) const;
     std::string ErrorText(CURLcode eCode) const;
     FAULT_t OwnFault(CURLcode eCode) const;
     bool Accept(const FAULT_t& tFault);
@@ -158,9 +178,9 @@ private:
     static size_t OnWrite(char* pData, size_t nSize, size_t nCount, void* pTransfer);
     static int OnProgress(void* pTransfer, curl_off_t nTotal, curl_off_t nNow, curl_off_t nUpTotal, curl_off_t nUpNow);
 
-    bool m_bUsed = false;                             /**< SetUp() has changed the libcurl handle */
-    CSocketSet* m_ptSockets = nullptr;                /**< where the multi handle waits for sockets */
-    std::vector<TRANSFER_t*>* m_pvecPaused = nullptr; /**< where it expects transfers whose time slice is used up */
+    bool m_bUsed = false;              /**< SetUp() has changed the libcurl handle */
+    CSocketSet* m_ptSockets = nullptr; /**< where the multi handle waits for sockets */
+    CPausedTransfers* m_ptPaused = nullptr;
 };
 
 } // namespace WQCurl

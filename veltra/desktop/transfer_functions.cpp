@@ -102,7 +102,8 @@ bool TRANSFER_t::CountReceived(size_t nBytes)
            Accept({CURLE_FILESIZE_EXCEEDED, "The answer is larger than the settings allow"});
 }
 
-/** Takes a piece of the body, or pauses the transfer until the next step if its time slice is used up. */
+/** Takes a piece of the body, or pauses the transfer if its time slice is used up or if it has to wait for bandwidth.
+ */
 size_t TRANSFER_t::TakeBody(char* pData, size_t nSize, size_t nCount)
 {
     constexpr size_t MOST_DISCARDED = 16384; // a short body costs less than another connection to the same server
@@ -112,11 +113,16 @@ size_t TRANSFER_t::TakeBody(char* pData, size_t nSize, size_t nCount)
         tAttempt.nDiscarded += nBytes;
         return tAttempt.nDiscarded <= MOST_DISCARDED ? nBytes : CURL_WRITEFUNC_ERROR;
     }
+    /* libcurl keeps a piece for which the transfer is paused, and joins it with all that arrive meanwhile. */
     if (tAttempt.tTimeSlice.IsUsedUp())
     {
-        /* libcurl keeps this piece, and joins it with all that arrive meanwhile. */
-        m_pvecPaused->push_back(this);
-        tAttempt.tTimeSlice = CTimeSlice();
+        m_ptPaused->AddUsedUp(*this);
+        return CURL_WRITEFUNC_PAUSE;
+    }
+    if (bReporting && !CBandwidth::Instance().Take(tShare, nBytes))
+    {
+        m_ptPaused->AddHeldBack(*this);
+        tAttempt.bHeldBack = true;
         return CURL_WRITEFUNC_PAUSE;
     }
     tAttempt.tTimeSlice.Use(nBytes);

@@ -28,7 +28,7 @@ struct OPTION_SETTER_t
     CURLcode eResult = CURLE_OK;
 };
 
-/** Sets how a transfer reaches its server: protocol, proxy, addresses, speed and name. */
+/** Sets how a transfer reaches its server: protocol, proxy, addresses and name. */
 void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tPrepared)
 {
     const TRANSFER_SETTINGS_t& tSettings = tPrepared.tRecord;
@@ -37,7 +37,6 @@ void SetRoute(OPTION_SETTER_t& tSet, const PREPARED_SETTINGS_t& tPrepared)
     tSet(CURLOPT_HTTP_VERSION, long{tSettings.bHttp2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1});
     tSet(CURLOPT_CONNECTTIMEOUT, long{tSettings.nConnectTimeout});
     tSet(CURLOPT_FAILONERROR, tSettings.bFailOnHttpError ? 1L : 0L);
-    tSet(CURLOPT_MAX_RECV_SPEED_LARGE, curl_off_t{tSettings.nMostBytesPerSecond});
     /* The environment must not decide where requests go: it names neither a proxy nor an exception. */
     const PROXY_t& tProxy = tPrepared.tProxy;
     const bool bProxy = !tProxy.strUrl.empty();

@@ -1,6 +1,5 @@
 #include "veltra/desktop/transfer_queue.h"
 
-#include <algorithm>
 #include <sys/eventfd.h>
 #include <utility>
 
@@ -22,15 +21,16 @@ void CTransferQueue::AcknowledgeWakeUp() const
 bool CTransferQueue::Add(TRANSFER_t& tTransfer, const WQCurlMulti* ptMulti)
 {
     bool bWakeUp = false;
+    std::list<TRANSFER_t*> lstAdded{&tTransfer};
     {
         const std::lock_guard<std::mutex> tGuard(m_tLock);
-        m_vecQueued.push_back(&tTransfer);
         const WQCurlMulti* ptNone = nullptr;
         if (!tTransfer.pMulti.compare_exchange_strong(ptNone, ptMulti))
         {
-            m_vecQueued.pop_back();
             return false;
         }
+        std::list<TRANSFER_t*>& lstQueued = tTransfer.bReporting ? m_lstDownloads : m_lstRequests;
+        lstQueued.splice(lstQueued.end(), lstAdded);
         tTransfer.eStage = TRANSFER_t::STAGE_QUEUED;
         ++m_nRegistered;
         bWakeUp = std::exchange(m_bWaiting, false);
@@ -50,23 +50,28 @@ TRANSFER_t::STAGE_e CTransferQueue::Remove(TRANSFER_t& tTransfer, bool& bLast)
     const TRANSFER_t::STAGE_e eStage = std::exchange(tTransfer.eStage, TRANSFER_t::STAGE_NONE);
     if (eStage == TRANSFER_t::STAGE_QUEUED)
     {
-        m_vecQueued.erase(std::find(m_vecQueued.begin(), m_vecQueued.end(), &tTransfer));
+        (tTransfer.bReporting ? m_lstDownloads : m_lstRequests).remove(&tTransfer);
     }
     --m_nRegistered;
     bLast = m_nRegistered == 0;
     return eStage;
 }
 
-size_t CTransferQueue::Take(TRANSFER_t** arrTaken, size_t nMost, size_t& nRegistered)
+size_t CTransferQueue::Take(TRANSFER_t** arrRequests, size_t nMost, std::list<TRANSFER_t*>& lstDownloads,
+                            size_t& nRegistered)
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
-    const size_t nTaken = std::min(nMost, m_vecQueued.size());
-    for (size_t nIndex = 0; nIndex < nTaken; ++nIndex)
+    size_t nTaken = 0;
+    for (; nTaken < nMost && !m_lstRequests.empty(); m_lstRequests.pop_front())
     {
-        arrTaken[nIndex] = m_vecQueued[nIndex];
-        arrTaken[nIndex]->eStage = TRANSFER_t::STAGE_RUNNING;
+        arrRequests[nTaken] = m_lstRequests.front();
+        arrRequests[nTaken++]->eStage = TRANSFER_t::STAGE_RUNNING;
     }
-    m_vecQueued.erase(m_vecQueued.begin(), m_vecQueued.begin() + static_cast<std::ptrdiff_t>(nTaken));
+    for (TRANSFER_t* ptTransfer : m_lstDownloads)
+    {
+        ptTransfer->eStage = TRANSFER_t::STAGE_RUNNING;
+    }
+    lstDownloads.splice(lstDownloads.end(), m_lstDownloads);
     nRegistered = m_nRegistered;
     return nTaken;
 }
@@ -74,7 +79,7 @@ size_t CTransferQueue::Take(TRANSFER_t** arrTaken, size_t nMost, size_t& nRegist
 bool CTransferQueue::BeginWait()
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
-    m_bWaiting = m_vecQueued.empty();
+    m_bWaiting = m_lstRequests.empty() && m_lstDownloads.empty();
     return m_bWaiting;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <list>
 #include <mutex>
-#include <vector>
 
 #include "veltra/desktop/descriptor.h"
 #include "veltra/desktop/transfer.h"
@@ -33,11 +33,12 @@ public:
     TRANSFER_t::STAGE_e Remove(TRANSFER_t& tTransfer, bool& bLast);
 
     /**
-     * Takes up to nMost transfers in the order in which they were added.
+     * Takes up to nMost requests and all downloads in the order in which they were added.
+     * @param lstDownloads receives the downloads
      * @param nRegistered receives the number of registered transfers, queued or not
-     * @return how many have been taken
+     * @return how many requests have been taken
      */
-    size_t Take(TRANSFER_t** arrTaken, size_t nMost, size_t& nRegistered);
+    size_t Take(TRANSFER_t** arrRequests, size_t nMost, std::list<TRANSFER_t*>& lstDownloads, size_t& nRegistered);
 
     /** Announces that the driving thread is about to wait. @return false if it must not, because a transfer is queued
      */
@@ -47,7 +48,8 @@ public:
 private:
     CDescriptor m_tWakeUp;
     std::mutex m_tLock;
-    std::vector<TRANSFER_t*> m_vecQueued; /**< guarded by m_tLock, as are the next two */
+    std::list<TRANSFER_t*> m_lstRequests; /**< guarded by m_tLock, as are the next three */
+    std::list<TRANSFER_t*> m_lstDownloads;
     size_t m_nRegistered = 0;
     bool m_bWaiting = false; /**< the driving thread waits, or is about to */
 };

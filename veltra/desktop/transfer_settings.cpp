@@ -24,7 +24,6 @@ SETTINGS_PTR_t& DefaultSettings()
 
 bool IsInRange(const TRANSFER_SETTINGS_t& tSettings)
 {
-    constexpr long long LEAST_BYTES_PER_SECOND = 4096; // enough to stay clear of the low-speed limit of downloads
     constexpr int MOST_REDIRECTS = 50;
     const bool bFamily = tSettings.eIpFamily == IP_FAMILY_ANY || tSettings.eIpFamily == IP_FAMILY_4 ||
                          tSettings.eIpFamily == IP_FAMILY_6;
@@ -32,8 +31,7 @@ bool IsInRange(const TRANSFER_SETTINGS_t& tSettings)
            tSettings.nMostConnections >= 0 && tSettings.nMostConnectionsPerHost >= 0 &&
            tSettings.nMostIdleConnections >= 0 && tSettings.nRetries >= 0 && tSettings.nRetrySeconds >= 0 &&
            tSettings.nMostRedirects >= 0 && tSettings.nMostRedirects <= MOST_REDIRECTS &&
-           tSettings.nLargestAnswer >= 0 && tSettings.nLargestFile >= 0 &&
-           (tSettings.nMostBytesPerSecond == 0 || tSettings.nMostBytesPerSecond >= LEAST_BYTES_PER_SECOND);
+           tSettings.nMostDownloads >= 0 && tSettings.nLargestAnswer >= 0 && tSettings.nLargestFile >= 0;
 }
 
 /** Returns whether a text fits into one line: a control character could begin another header line. */

@@ -85,17 +85,20 @@ struct TRANSFER_SETTINGS_t
     bool bFailOnRedirect = false;
     int nConnectTimeout = 30; /**< seconds for look-up, TCP and TLS together; 1 to 2147483 */
     /**
-     * The most connections at the same time; transfers above the limit wait. 0: any number. This and the next two limit
-     * the whole engine: their values in a CTransferScope do not count.
+     * The most connections at the same time; transfers above the limit wait. 0: any number. This and the next three
+     * limit the whole engine: their values in a CTransferScope do not count.
      */
     int nMostConnections = 0;
     int nMostConnectionsPerHost = 0; /**< the same for one host */
+    /**
+     * The most downloads of the engine at the same time; more wait in their order, without a connection. Requests and
+     * synchronous downloads do not count. 0: any number.
+     */
+    int nMostDownloads = 0;
     /** If more connections than this are open after the last transfer has ended, all are closed. */
     int nMostIdleConnections = 8;
     long long nLargestAnswer = 0; /**< bytes of a request's answer; more fails the request. 0: any number */
     long long nLargestFile = 0;   /**< bytes of a download; more fails the download. 0: any number */
-    /** The most bytes per second that each transfer receives on average, at least 4096; 0: any number. */
-    long long nMostBytesPerSecond = 0;
     /**
      * The most retries in a row of a download that fails for a temporary reason: the network, or a status of 408, 429,
      * 500, 502, 503 or 504. Retries that receive 256 KiB do not count. A download that has received data is resumed,
@@ -112,6 +115,18 @@ struct TRANSFER_SETTINGS_t
  * @return false, with nothing changed, for a number out of range or a text that the record's description refuses
  */
 VELTRA_API bool SetTransferDefaults(const TRANSFER_SETTINGS_t& tSettings);
+
+/**
+ * Limits the bytes per second that all downloads of the process together receive, synchronous ones included. They share
+ * them evenly. Downloads under way follow within a second. Requests are exempt. Any thread.
+ *
+ * 0 pauses all downloads: they neither fail for low speed nor for silence. A server may close their connections
+ * meanwhile, which breaks them; nRetries then resumes them. The total time of SyncDownloadFile() goes on.
+ *
+ * @param nBytesPerSecond -1, as from the start, sets no limit
+ * @return false, with nothing changed, for a number below -1
+ */
+VELTRA_API bool SetBandwidth(long long nBytesPerSecond);
 
 /**
  * Settings for single calls. While the object lives, the transfers that its thread starts take these settings instead

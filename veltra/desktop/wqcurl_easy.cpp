@@ -26,10 +26,6 @@ CURLoption LongOption(WQCURL_OPTION_TYPE eOption)
         return CURLOPT_POSTFIELDSIZE;
     case TIMEOUT:
         return CURLOPT_TIMEOUT;
-    case LOW_SPEED_LIMIT:
-        return CURLOPT_LOW_SPEED_LIMIT;
-    case LOW_SPEED_TIME:
-        return CURLOPT_LOW_SPEED_TIME;
     default:
         return CURLOPT_LASTENTRY;
     }
@@ -65,6 +61,11 @@ bool WQCurlEasy::Initialize()
 
 bool WQCurlEasy::setOption(WQCURL_OPTION_TYPE eOption, const long& lValue)
 {
+    if (m_ptTransfer->bInitialized && (eOption == LOW_SPEED_LIMIT || eOption == LOW_SPEED_TIME))
+    {
+        (eOption == LOW_SPEED_LIMIT ? m_ptTransfer->lLowSpeedLimit : m_ptTransfer->lLowSpeedSeconds) = lValue;
+        return true;
+    }
     const bool bSet = m_ptTransfer->Check(curl_easy_setopt(m_ptTransfer->Handle(), LongOption(eOption), lValue));
     if (bSet && eOption == POST)
     {

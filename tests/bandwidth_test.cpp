@@ -1,0 +1,136 @@
+/* The bandwidth that all downloads share, and the downloads that wait for others. */
+
+#include "engine_fixture.h"
+
+class CBandwidthTest : public CEngineTest
+{
+protected:
+    ~CBandwidthTest() override { WQCurl::SetBandwidth(-1); }
+
+    /** Returns the size of a download's temporary file. */
+    size_t Size(const std::string& strName) const { return ReadFile(Path(strName + ".bak")).size(); }
+};
+
+TEST_F(CBandwidthTest, DownloadsShareItEvenly)
+{
+    constexpr size_t LIMIT = 2000000;
+    OUTCOME_t arrDownloads[3];
+    EXPECT_TRUE(WQCurl::SetBandwidth(LIMIT));
+    std::atomic<bool> bSynchronous{false};
+    std::thread tThread([&] { bSynchronous = SyncDownload(Url("/1000000"), "sync"); });
+    const double dSeconds = SecondsOf(
+        [&]
+        {
+            for (OUTCOME_t& tDownload : arrDownloads)
+            {
+                ASSERT_EQ(Start(tDownload, Url("/1000000"), std::to_string(&tDownload - arrDownloads)), 1);
+            }
+            EXPECT_TRUE(WaitUntil([&] { return Size("0") > 500000; }));
+            for (const char* pszOther : {"1", "2", "sync"})
+            {
+                const size_t nOther = Size(pszOther);
+                EXPECT_TRUE(nOther == 0 || (nOther > 300000 && nOther < 900000)) << pszOther << ": " << nOther;
+            }
+            EXPECT_TRUE(Get(Url("/1000000"))) << "requests are exempt";
+            EXPECT_EQ(arrDownloads[0].tEnded.Count(), 0);
+            for (OUTCOME_t& tDownload : arrDownloads)
+            {
+                EXPECT_TRUE(tDownload.tEnded.Wait());
+                EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_SUCCESS);
+            }
+        });
+    tThread.join();
+    EXPECT_TRUE(bSynchronous);
+    EXPECT_GT(dSeconds, 3000000.0 / LIMIT * 0.9);
+    EXPECT_FALSE(WQCurl::SetBandwidth(-2));
+}
+
+TEST_F(CBandwidthTest, PauseFailsNoDownloadAndEndsAtOnce)
+{
+    g_tCalls.bHurry = true;
+    m_tSettings.nRetries = 1;
+    OUTCOME_t tDownload, tCancelled, tEnded, tSlow;
+    EXPECT_TRUE(WQCurl::SetBandwidth(1)); // one piece, and the next one after hours
+    ASSERT_EQ(Start(tDownload, Url("/1000000"), "file"), 1);
+    EXPECT_TRUE(WaitUntil([&] { return Size("file") > 0; }));
+    EXPECT_TRUE(WQCurl::SetBandwidth(0));
+    ASSERT_EQ(Start(tCancelled, Url("/1000000"), "cancelled"), 1);
+    ASSERT_EQ(Start(tEnded, Url("/1000000"), "ended"), 1);
+    EXPECT_FALSE(SyncDownload(Url("/1000000"), "sync", 40)) << "the total time goes on, the low-speed limit does not";
+    EXPECT_LT(Size("file"), 20000U);
+    EXPECT_EQ(Size("cancelled") + Size("sync"), 0U);
+    EXPECT_EQ(tDownload.tEnded.Count(), 0);
+    EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
+    EXPECT_TRUE(tCancelled.tEnded.Wait());
+    EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
+
+    EXPECT_TRUE(WQCurl::SetBandwidth(-1));
+    EXPECT_TRUE(tDownload.tEnded.Wait() && tEnded.tEnded.Wait());
+    EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_SUCCESS);
+    EXPECT_TRUE(ReadFile(Path("file")) == BODY && ReadFile(Path("ended")) == BODY);
+
+    EXPECT_TRUE(WQCurl::SetBandwidth(100000000));
+    m_tSettings.nRetries = 0;
+    EXPECT_EQ(Download(tSlow, Url("/1000000" + STALL), "slow"), DOWNLOAD_TYPE_FAIL) << "a silent server fails it";
+    EXPECT_TRUE(WQCurl::SetBandwidth(0));
+    OUTCOME_t tLast;
+    ASSERT_EQ(Start(tLast, Url("/1000000"), "last"), 1);
+    m_ptEngine->Destroy();
+    EXPECT_EQ(tLast.eType, DOWNLOAD_TYPE_FAIL);
+}
+
+TEST_F(CBandwidthTest, DownloadsAboveTheMostWaitInOrder)
+{
+    constexpr int DOWNLOADS = 40;
+    g_tCalls.bHurry = true;
+    m_tSettings.nMostDownloads = 1;
+    std::mutex tLock;
+    std::vector<std::string> vecServed;
+    CLoopbackServer tServer(
+        [&](CConnection& tConnection, const REQUEST_t& tRequest)
+        {
+            {
+                const std::lock_guard<std::mutex> tGuard(tLock);
+                vecServed.push_back(tRequest.strPath);
+            }
+            EXPECT_TRUE(tRequest.strPath == "/request" || m_tGoOn.Wait());
+            tConnection.Answer("x");
+        });
+    std::vector<OUTCOME_t> vecDownloads(DOWNLOADS);
+    for (int i = 0; i < DOWNLOADS; ++i)
+    {
+        ASSERT_EQ(Start(vecDownloads[static_cast<size_t>(i)], tServer.Url("/" + std::to_string(i)), std::to_string(i)),
+                  1);
+    }
+    OUTCOME_t& tCancelled = vecDownloads[10];
+    EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
+    EXPECT_TRUE(tCancelled.tEnded.Wait());
+    EXPECT_TRUE(Get(tServer.Url("/request"))) << "requests do not wait behind downloads";
+    EXPECT_EQ(SocketsTo(tServer).size(), 2U) << "waiting downloads have no connection";
+    m_tGoOn.Open();
+    for (OUTCOME_t& tDownload : vecDownloads)
+    {
+        EXPECT_TRUE(tDownload.tEnded.Wait());
+        EXPECT_EQ(tDownload.eType, &tDownload == &tCancelled ? DOWNLOAD_TYPE_CANCEL : DOWNLOAD_TYPE_SUCCESS);
+    }
+    std::vector<std::string> vecExpected;
+    for (int i = 0; i < DOWNLOADS; ++i)
+    {
+        vecExpected.push_back(i == 10 ? "/request" : "/" + std::to_string(i));
+    }
+    std::rotate(vecExpected.begin() + 1, vecExpected.begin() + 10, vecExpected.begin() + 11); // it did not wait
+    EXPECT_EQ(vecServed, vecExpected);
+
+    m_tGoOn.Open(-1);
+    std::vector<OUTCOME_t> vecEnded(5);
+    for (OUTCOME_t& tDownload : vecEnded)
+    {
+        ASSERT_EQ(Start(tDownload, tServer.Url("/0"), "ended" + std::to_string(&tDownload - vecEnded.data())), 1);
+    }
+    EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 25);
+    for (const OUTCOME_t& tDownload : vecEnded)
+    {
+        EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
+    }
+    m_tGoOn.Open();
+}

@@ -1,0 +1,34 @@
+#include "veltra/desktop/waiting_downloads.h"
+
+#include "veltra/desktop/transfer.h"
+
+namespace WQCurl
+{
+
+void CWaitingDownloads::AddFirst(std::list<TRANSFER_t*>& lstDownloads)
+{
+    m_lstWaiting.splice(m_lstWaiting.end(), lstDownloads, lstDownloads.begin());
+}
+
+TRANSFER_t* CWaitingDownloads::Start(int nMost)
+{
+    m_nMost = nMost;
+    if (!CanStart())
+    {
+        return nullptr;
+    }
+    TRANSFER_t* ptTransfer = m_lstWaiting.front();
+    m_lstWaiting.pop_front();
+    ptTransfer->bCounted = true;
+    ++m_nRunning;
+    return ptTransfer;
+}
+
+void CWaitingDownloads::Remove(TRANSFER_t& tTransfer)
+{
+    m_nRunning -= tTransfer.bCounted ? 1 : 0;
+    tTransfer.bCounted = false;
+    m_lstWaiting.remove(&tTransfer);
+}
+
+} // namespace WQCurl
