@@ -132,6 +132,8 @@ private:
     {
         CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
         const size_t nKind = Random(8);
+        constexpr long long LIMITS[] = {0, 1, 100000, 10000000};
+        Random(30) == 0 && WQCurl::SetBandwidth(LIMITS[Random(std::size(LIMITS))]);
         const bool bPost = nKind > 0 && nKind < 5 && Random(2) == 0;
         const std::string strName = std::to_string(++g_nTransfers);
         const size_t nPath = strUrl.rfind(ECHO);
@@ -262,7 +264,16 @@ void RunTraffic(const std::string& strFolder, std::vector<std::string> vecUrls, 
             lstThreads.push_back(std::async(std::launch::async, [&, nSeed = tRandom()]
                                             { CTraffic(nSeed, strFolder).Run(vecUrls, bGoOn); }));
         }
-        std::this_thread::sleep_for(tLeft / (2 << nEngine++ % 12));
+        const auto tLast = std::chrono::steady_clock::now() + tLeft / (2 << nEngine++ % 12);
+        while (std::chrono::steady_clock::now() < tLast)
+        {
+            WQCurl::TRANSFER_SETTINGS_t tSettings = g_tSettings;
+            tSettings.nMostDownloads = static_cast<int>(tRandom() % 4) * 4;
+            tSettings.nMostConnections = static_cast<int>(tRandom() % 2) * 30;
+            WQCurl::SetTransferDefaults(tSettings);
+            WQCurl::SetBandwidth(-1); // the traffic's threads limit it
+            std::this_thread::sleep_until(std::min(tLast, std::chrono::steady_clock::now() + 50ms));
+        }
         tEngine.Destroy();
         bGoOn = false;
         Count("engines");
