@@ -63,6 +63,15 @@ inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
     return {HTTP_METHOD_GET, strUrl};
 }
 
+/** Returns the report of the transfer of this thread; with 0 attempts if there is none. */
+inline WQCurl::TRANSFER_REPORT_t Report()
+{
+    WQCurl::TRANSFER_REPORT_t tReport;
+    tReport.nAttempts = 0;
+    WQCurl::TransferReport(tReport);
+    return tReport;
+}
+
 /** Records the events of one asynchronous request or download. */
 struct OUTCOME_t
 {
@@ -82,6 +91,7 @@ struct OUTCOME_t
         ptOutcome->bResult = bResult;
         ptOutcome->strError = strErrorMsg;
         ptOutcome->strResponse = strResponse;
+        ptOutcome->tReport = Report();
         ptOutcome->fnOnEvent();
         ptOutcome->tEnded.Open();
     }
@@ -91,6 +101,7 @@ struct OUTCOME_t
         auto* ptOutcome = static_cast<OUTCOME_t*>(pUserData);
         ptOutcome->eType = eType;
         ptOutcome->dSpeed = dSpeed;
+        ptOutcome->tReport = Report();
         ptOutcome->fnOnEvent();
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
@@ -119,6 +130,7 @@ struct OUTCOME_t
     std::atomic<CWebConnector*> ptEngine{nullptr}; /**< owes the last event; null if none will come */
     std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
+    WQCurl::TRANSFER_REPORT_t tReport; /**< the last event's, as eType and dSpeed */
     bool bResult = false;
     std::string strError;
     std::string strResponse;
@@ -126,7 +138,7 @@ struct OUTCOME_t
     CGate tProgress;
     int nId = 0;
     std::vector<int> vecPercent;
-    DOWNLOAD_TYPE_e eType{}; /**< the last event's */
+    DOWNLOAD_TYPE_e eType{};
     double dSpeed = 0.0;
 };
 
@@ -192,7 +204,9 @@ protected:
     {
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         _HTTP_REQ_INFO_t tRequest = GetRequest(strUrl);
-        return m_ptEngine->Get(&tRequest, true) ? tRequest.strResponse : "failed: " + tRequest.strErrorReason;
+        const bool bResult = m_ptEngine->Get(&tRequest, true);
+        m_tReport = Report();
+        return bResult ? tRequest.strResponse : "failed: " + tRequest.strErrorReason;
     }
 
     bool Get(const std::string& strUrl) { return Answer(strUrl).rfind("failed: ", 0) != 0; }
@@ -213,6 +227,7 @@ protected:
     {
         EXPECT_EQ(Start(tDownload, strUrl, strName), 1);
         EXPECT_TRUE(tDownload.tEnded.Wait());
+        m_tReport = tDownload.tReport;
         return tDownload.eType;
     }
 
@@ -244,7 +259,9 @@ protected:
     bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
     {
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-        return m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
+        const bool bResult = m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
+        m_tReport = Report();
+        return bResult;
     }
 
     /* Paths of the server. It also answers "/4" with so many bytes, "/404" with that status, and echoes other paths. */
@@ -254,6 +271,7 @@ protected:
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
 
     WQCurl::TRANSFER_SETTINGS_t m_tSettings;
+    WQCurl::TRANSFER_REPORT_t m_tReport; /**< of the last Answer(), Get(), Download() or SyncDownload() */
     std::string m_strRaw;
     CGate m_tArrived; /**< opened by each request that reaches the server */
     CGate m_tGoOn;
@@ -306,24 +324,4 @@ private:
 
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
     std::ptrdiff_t m_nDescriptors = 0;
-};
-
-/** Keeps the observer's last report. It may be read by the thread that waited for the transfer, or by its callback. */
-class CObservedTest : public CEngineTest
-{
-protected:
-    CObservedTest()
-    {
-        const auto pfnObserve = [](const WQCurl::TRANSFER_REPORT_t& tReport, void* pThis)
-        {
-            auto* ptThis = static_cast<CObservedTest*>(pThis);
-            ptThis->m_tReport = tReport;
-            ptThis->m_tReporter = std::this_thread::get_id();
-        };
-        WQCurl::SetTransferObserver(pfnObserve, this);
-    }
-    ~CObservedTest() override { WQCurl::SetTransferObserver(nullptr, nullptr); }
-
-    WQCurl::TRANSFER_REPORT_t m_tReport;
-    std::thread::id m_tReporter;
 };

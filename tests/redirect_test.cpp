@@ -4,7 +4,7 @@
 
 #include "engine_fixture.h"
 
-class CRedirectTest : public CObservedTest
+class CRedirectTest : public CEngineTest
 {
 protected:
     CRedirectTest()

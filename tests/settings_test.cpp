@@ -1,8 +1,8 @@
-/* The desktop platform's settings, its observer and a change of network, over the engine. */
+/* The desktop platform's settings and a change of network, over the engine. */
 
 #include "engine_fixture.h"
 
-using CSettingsTest = CObservedTest;
+using CSettingsTest = CEngineTest;
 
 TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
 {
@@ -47,35 +47,6 @@ TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
         m_tSettings.strProxy = pszBad;
         EXPECT_FALSE(WQCurl::SetTransferDefaults(m_tSettings)) << pszBad;
     }
-}
-
-TEST_F(CSettingsTest, ObserverIsReplacedWhileItsCallsOverlap)
-{
-    static std::atomic<int> s_nCalls;
-    s_nCalls = 0;
-    const auto pfnOverlap = [](const WQCurl::TRANSFER_REPORT_t&, void*)
-    {
-        const int nOwn = ++s_nCalls;
-        for (int i = 0; i < 200 && s_nCalls == nOwn; ++i) // until the next call begins
-        {
-            std::this_thread::sleep_for(5ms);
-        }
-    };
-    WQCurl::SetTransferObserver(pfnOverlap, nullptr);
-    const auto fnDownload = [this](const std::string& strName)
-    {
-        for (int i = 0; i < 150; ++i)
-        {
-            EXPECT_TRUE(SyncDownload(Url("/7"), strName));
-        }
-    };
-    std::thread tFirst(fnDownload, "first");
-    std::thread tSecond(fnDownload, "second");
-    EXPECT_TRUE(WaitUntil([] { return s_nCalls >= 2; }));
-    WQCurl::SetTransferObserver(nullptr, nullptr);
-    EXPECT_LT(s_nCalls, 250);
-    tFirst.join();
-    tSecond.join();
 }
 
 TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings)
@@ -166,8 +137,6 @@ TEST_F(CSettingsTest, SizesAndSpeedAreLimited)
     m_tSettings.nLargestFile = 0;
     m_tSettings.nMostBytesPerSecond = 400000;
     OUTCOME_t tLimited;
-    double dTotal = 0.0;
-    tLimited.fnOnEvent = [&] { dTotal = m_tReport.dTotal; };
     ASSERT_EQ(Start(tLimited, Url("/2000000"), "file"), 1);
     for (int i = 0; i < 20; ++i)
     {
@@ -175,7 +144,7 @@ TEST_F(CSettingsTest, SizesAndSpeedAreLimited)
     }
     EXPECT_TRUE(tLimited.tEnded.Wait());
     EXPECT_EQ(tLimited.eType, DOWNLOAD_TYPE_SUCCESS);
-    EXPECT_GE(dTotal, 1) << "five are due, of which some libcurls spare the first ones";
+    EXPECT_GE(tLimited.tReport.dTotal, 1) << "five are due, of which some libcurls spare the first ones";
 }
 
 TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
@@ -210,8 +179,7 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
 TEST_F(CSettingsTest, TransfersAboveTheMostConnectionsWaitAndCanBeEnded)
 {
     g_tCalls.bHurry = true;
-    WQCurl::SetTransferObserver(nullptr, nullptr); // the fixture's serves one engine
-    m_tSettings.nMostBytesPerSecond = 4096;        // the first download's connection stays in use
+    m_tSettings.nMostBytesPerSecond = 4096; // the first download's connection stays in use
     for (const bool bPerHost : {false, true})
     {
         SCOPED_TRACE(bPerHost);
@@ -313,40 +281,4 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
         EXPECT_TRUE(tRequest.tEnded.Wait());
         EXPECT_EQ(tRequest.strResponse, "answer");
     }
-}
-
-TEST_F(CSettingsTest, ReportDescribesHowEachTransferEnded)
-{
-    EXPECT_EQ(Answer(Url("/404")), "GET /404 ");
-    const WQCurl::TRANSFER_REPORT_t& t = m_tReport;
-    const auto tEnd = std::tie(t.strUrl, t.nHttpStatus, t.nBytes, t.strPeer, t.nResultCode, t.nSystemError, t.bReused);
-    const auto tFields = std::tie(t.strHttpVersion, t.strContentType, t.strRedirectUrl, t.nContentLength);
-    EXPECT_EQ(tEnd, std::make_tuple(Url("/404"), 404, 9, "127.0.0.1", 0, 0, false));
-    EXPECT_EQ(tFields, std::make_tuple("1.1", "", "", 9));
-    EXPECT_TRUE(0 < t.dConnect && t.dConnect <= t.dFirstByte && t.dFirstByte <= t.dTotal);
-    EXPECT_EQ(t.strErrorMsg, "");
-    m_strRaw = "HTTP/1.0 302 Found\r\nContent-Type: a/b\r\nLocation: /x\r\n\r\nbody";
-    EXPECT_EQ(Answer(Url(RAW)), "body");
-    EXPECT_EQ(tFields, std::make_tuple("1.0", "a/b", Url("/x"), -1));
-
-    constexpr int COULD_NOT_CONNECT = 7;
-    OUTCOME_t tOutcome;
-    tOutcome.fnOnEvent = [&]
-    {
-        EXPECT_EQ(m_tReporter, std::this_thread::get_id());
-        EXPECT_EQ(tEnd, std::make_tuple("http://127.0.0.1:1/", 0, 0, "", COULD_NOT_CONNECT, ECONNREFUSED, false));
-        EXPECT_EQ(t.strErrorMsg, tOutcome.strError);
-    };
-    ASSERT_TRUE(Start(tOutcome, "http://127.0.0.1:1/"));
-    EXPECT_TRUE(tOutcome.tEnded.Wait());
-    WQCurl::NetworkChanged(); // connects again
-    g_tCalls.Fail("socket", EMFILE);
-    EXPECT_FALSE(Get(Url()));
-    EXPECT_EQ(m_tReport.nSystemError, EMFILE);
-
-    CLoopbackServer tTls(m_fnServe, true);
-    EXPECT_TRUE(SyncDownload(tTls.Url("/7"), "file"));
-    EXPECT_EQ(m_tReporter, std::this_thread::get_id());
-    EXPECT_EQ(m_tReport.nBytes, 7);
-    EXPECT_GT(m_tReport.dTls, m_tReport.dConnect);
 }
