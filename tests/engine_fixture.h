@@ -52,10 +52,11 @@ inline void LimitFiles(rlim_t nBytes)
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tLimit), 0);
 }
 
-/** Raises SIGPIPE in a write function; stands for a TLS library that writes to a closed connection. */
-inline size_t RaiseSigpipe(char* /*pData*/, size_t nSize, size_t nCount, void* /*pUser*/)
+inline bool IsBlocked(int nSignal)
 {
-    return raise(SIGPIPE) == 0 ? nSize * nCount : 0;
+    sigset_t tBlocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &tBlocked);
+    return sigismember(&tBlocked, nSignal) == 1;
 }
 
 inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
