@@ -19,27 +19,22 @@ std::string Repeat(const std::string& strPart, size_t nTimes)
     return strAll;
 }
 
-/** Listens on 127.0.0.1 with a full queue, so that a connection to it is neither accepted nor refused. */
-struct SILENT_ADDRESS_t
+/** Makes a port with a full queue, so that a connection to it is neither accepted nor refused. @return its sockets */
+std::vector<int> OpenSilentPort(std::string& strPort)
 {
-    SILENT_ADDRESS_t()
+    std::vector<int> vecSockets(5);
+    sockaddr_in tAddress{};
+    socklen_t nSize = sizeof tAddress;
+    auto* ptAddress = reinterpret_cast<sockaddr*>(&tAddress);
+    for (int& nSocket : vecSockets)
     {
-        sockaddr_in tAddress{};
-        socklen_t nSize = sizeof tAddress;
-        auto* ptAddress = reinterpret_cast<sockaddr*>(&tAddress);
-        for (int& nSocket : arrSockets)
-        {
-            nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            &nSocket == arrSockets ? listen(nSocket, 0) : connect(nSocket, ptAddress, nSize);
-            EXPECT_EQ(getsockname(arrSockets[0], ptAddress, &nSize), 0);
-        }
-        strPort = std::to_string(ntohs(tAddress.sin_port));
+        nSocket = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        &nSocket == &vecSockets[0] ? listen(nSocket, 0) : connect(nSocket, ptAddress, nSize);
+        EXPECT_EQ(getsockname(vecSockets[0], ptAddress, &nSize), 0);
     }
-    ~SILENT_ADDRESS_t() { std::for_each(std::begin(arrSockets), std::end(arrSockets), &close); }
-
-    int arrSockets[5] = {};
-    std::string strPort;
-};
+    strPort = std::to_string(ntohs(tAddress.sin_port));
+    return vecSockets;
+}
 
 } // namespace
 
@@ -155,13 +150,14 @@ TEST_F(CWrapperTest, FailedWriteOfBufferedDataFailsTheTransfer)
 
 TEST_F(CWrapperTest, CancelsInEveryState)
 {
-    const SILENT_ADDRESS_t tSilent;
+    std::string strSilentPort;
+    const std::vector<int> vecSilent = OpenSilentPort(strSilentPort);
     g_tCalls.bNameServerSilent = true;
     const std::string arrUrls[] = {
-        Url(STALL),                              // stalls after the request
-        SilentTlsUrl(),                          // is in a TLS handshake, where libcurl asks for no turn
-        "http://counted.invalid/",               // looks the name up
-        "http://two.invalid:" + tSilent.strPort, // tries a silent address and one that refuses
+        Url(STALL),                            // stalls after the request
+        SilentTlsUrl(),                        // is in a TLS handshake, where libcurl asks for no turn
+        "http://counted.invalid/",             // looks the name up
+        "http://two.invalid:" + strSilentPort, // tries a silent address and one that refuses
     };
     OUTCOME_t arrDownloads[4];
     for (OUTCOME_t& tDownload : arrDownloads)
@@ -187,6 +183,7 @@ TEST_F(CWrapperTest, CancelsInEveryState)
     const std::ptrdiff_t nDescriptors = CountDescriptors();
     g_tCalls.bNameServerSilent = false;
     WaitUntil([&] { return CountDescriptors() != nDescriptors; }); // the look-up's thread closes its sockets at its end
+    std::for_each(vecSilent.begin(), vecSilent.end(), &close);
 }
 
 TEST_F(CWrapperTest, SilentPeersAreGivenUp)
