@@ -269,6 +269,7 @@ protected:
     const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
     const std::string STALL = "/stall";              /**< sends nothing; behind a length, half of that */
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
+    const std::string HEAD = "/head";                /**< answers with the request's head */
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
 
     WQCurl::TRANSFER_SETTINGS_t m_tSettings;
@@ -280,6 +281,7 @@ protected:
     { Serve(tConnection, tRequest); };
     std::optional<CLoopbackServer> m_tServer;
     std::unique_ptr<CWebConnector> m_ptEngine = std::make_unique<CWebConnector>();
+    std::ptrdiff_t m_nDescriptors = 0; /**< open ones without engine and server */
 
 private:
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
@@ -306,7 +308,8 @@ private:
         else if (strPath != STALL)
         {
             EXPECT_TRUE(strPath != GATED || m_tGoOn.Wait());
-            tConnection.Answer(tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
+            tConnection.Answer(strEnd == HEAD ? tRequest.strHead
+                                              : tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
         }
         if (strEnd == STALL)
@@ -324,5 +327,4 @@ private:
     }
 
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
-    std::ptrdiff_t m_nDescriptors = 0;
 };

