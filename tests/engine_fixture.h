@@ -214,6 +214,7 @@ protected:
 
     bool Start(OUTCOME_t& tRequest, const std::string& strUrl)
     {
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         return tRequest.Start(*m_ptEngine, GetRequest(strUrl));
     }
 
@@ -243,7 +244,6 @@ protected:
     {
         std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
         const int nArrived = m_tArrived.Count();
-        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
             ASSERT_TRUE(Start(tOutcome, tServer.Url(GATED)));
@@ -281,7 +281,7 @@ protected:
     { Serve(tConnection, tRequest); };
     std::optional<CLoopbackServer> m_tServer;
     std::unique_ptr<CWebConnector> m_ptEngine = std::make_unique<CWebConnector>();
-    std::ptrdiff_t m_nDescriptors = 0; /**< open ones without engine and server */
+    std::ptrdiff_t m_nDescriptors = 0; /**< open without engine and server */
 
 private:
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)

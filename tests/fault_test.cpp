@@ -146,11 +146,15 @@ TEST_F(CFaultTest, DownloadEndsOnceAndReplacesOrKeepsItsTarget)
 
 TEST_F(CFaultTest, SynchronousDownloadReplacesOrKeepsItsTarget)
 {
-    CWebConnector tEngine;
     m_bKeeps = true;
     std::set<std::string> setNames = OF_FILES;
     setNames.insert({"rename", "socket", "connect", "close"});
-    FailEach(setNames, [&] { return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); }); });
+    const auto fnDownload = [this]
+    {
+        CWebConnector tEngine;
+        return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); });
+    };
+    FailEach(setNames, fnDownload);
 }
 
 TEST_F(CFaultTest, SyncToStorageReportsEachFailure)

@@ -74,8 +74,6 @@ TEST_F(CRedirectTest, EachKindIsFollowedUpToTheMost)
         EXPECT_EQ(ReadFile(Path("file")) + ReadFile(Path("sync")), "/3%20c?a=b/3%20c?a=b");
         m_tSettings.nMostRedirects = 1;
         EXPECT_NE(Answer(m_tFirst.Url("/1")).find("more often"), std::string::npos) << pszStatus;
-        m_tSettings.nMostRedirects = 0;
-        EXPECT_EQ(Answer(m_tFirst.Url("/1")), "") << pszStatus;
         m_tSettings.nMostRedirects = 3;
         _HTTP_REQ_INFO_t tPost{HTTP_METHOD_POST, m_tFirst.Url("/1"), {}, "form"};
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
