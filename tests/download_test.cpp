@@ -44,7 +44,6 @@ TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
 {
     constexpr int ROUNDS = 300;
     m_tSettings.nMostConnections = 1;
-    EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
     std::vector<OUTCOME_t> vecDownloads(ROUNDS * 2);
     std::atomic<int> nReady{0};
     std::atomic<int> nResults{0};
@@ -55,8 +54,7 @@ TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
             for (++nReady; nReady < 2 * (i + 1);) // waits for the other thread
             {
             }
-            nResults += vecDownloads[static_cast<size_t>(2 * i + nThread)].Download(*m_ptEngine, Url(STALL),
-                                                                                    Path(std::to_string(i)));
+            nResults += Start(vecDownloads[static_cast<size_t>(2 * i + nThread)], Url(STALL), std::to_string(i));
         }
     };
     std::thread tOther(fnStart, 1);
@@ -74,8 +72,6 @@ TEST_F(CDownloadTest, CallbackCancelsItsDownload)
     EXPECT_EQ(Download(tDownload, Url("/100000000")), DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tDownload.vecPercent.size(), 2U);
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
-    m_ptEngine->Destroy();
-    EXPECT_FALSE(m_ptEngine->CancelDownload(tDownload.nId, true));
 }
 
 TEST_F(CDownloadTest, SilentCancellationEndsTheDownloadWithoutAnEvent)

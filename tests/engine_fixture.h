@@ -28,6 +28,16 @@ inline const std::string BODY = []
     return strBody.substr(0, 1000000);
 }();
 
+inline std::string Repeat(const std::string& strPart, size_t nTimes)
+{
+    std::string strAll;
+    for (size_t i = 0; i < nTimes; ++i)
+    {
+        strAll += strPart;
+    }
+    return strAll;
+}
+
 inline double SecondsOf(const std::function<void()>& fnOperation)
 {
     const auto tStart = std::chrono::steady_clock::now();

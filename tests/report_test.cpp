@@ -173,12 +173,7 @@ TEST_F(CReportTest, HeaderLinesAreThoseOfTheFinalAnswer)
         EXPECT_TRUE(Get(Url(RAW)));
         EXPECT_EQ(m_tReport.nRetryAfter, nSeconds) << pszValue;
     }
-    m_strRaw = "HTTP/1.0 200 OK\r\n";
-    for (int i = 0; i < 300000 / 8; ++i)
-    {
-        m_strRaw += "ETag:a\r\n";
-    }
-    m_strRaw += "\r\n";
+    m_strRaw = "HTTP/1.0 200 OK\r\n" + Repeat("ETag:a\r\n", 300000 / 8) + "\r\n";
     Get(Url(RAW)); // some libcurls limit the number of lines
     EXPECT_LT(SecondsOf([] { EXPECT_EQ(Report().nAttempts, 1); }), 5);
 }

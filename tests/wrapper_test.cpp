@@ -4,22 +4,7 @@
 
 #include "engine_fixture.h"
 
-namespace
-{
-
-const std::string OK = "HTTP/1.1 200 OK\r\n";
-
-std::string Repeat(const std::string& strPart, size_t nTimes)
-{
-    std::string strAll;
-    for (size_t i = 0; i < nTimes; ++i)
-    {
-        strAll += strPart;
-    }
-    return strAll;
-}
-
-} // namespace
+static const std::string OK = "HTTP/1.1 200 OK\r\n";
 
 class CWrapperTest : public CEngineTest
 {
