@@ -20,7 +20,7 @@ namespace
 
 std::atomic<int> g_nUntilFailure{-1}; // negative: it has failed, or none is to
 
-/** The end of a transfer. A second end throws, which ends the process. */
+/** The end of a download. A second end throws, which ends the process. */
 struct END_t
 {
     bool Wait() { return tEnded.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready; }
@@ -28,16 +28,7 @@ struct END_t
     std::promise<void> tEnded;
     bool bSuccess = false;
     long long nBytes = 0;
-    std::string strBody;
 };
-
-void OnRequest(bool bResult, std::string& /*strErrorMsg*/, std::string& strResponse, void* pUserData)
-{
-    auto* ptEnd = static_cast<END_t*>(pUserData);
-    ptEnd->bSuccess = bResult;
-    ptEnd->strBody = strResponse;
-    ptEnd->tEnded.set_value();
-}
 
 void OnDownload(int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pUserData)
 {
@@ -87,26 +78,21 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* pData, size_t nSize)
     s_strAnswers.assign(reinterpret_cast<const char*>(pData), nSize);
     s_strAnswers += '\xff';
 
-    END_t tGet;
-    _HTTP_REQ_INFO_t tRequest;
-    tRequest.eMethod = HTTP_METHOD_GET;
-    tRequest.strUrl = s_tServer.Url();
-    tRequest.pUserData = &tGet;
-    tRequest.pfnRequestCB = &OnRequest;
+    _HTTP_REQ_INFO_t tRequest{HTTP_METHOD_GET, s_tServer.Url()};
     END_t tDownload;
     const std::string strFile = s_strFolder + "/file";
     g_nUntilFailure = nSize > 0 ? pData[nSize - 1] % 8 : -1;
     const bool bToFail = g_nUntilFailure >= 0;
-    bool bHolds = s_ptEngine->Get(&tRequest, false) &&
-                  s_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OnDownload, &tDownload) == 1 && tGet.Wait() &&
-                  tDownload.Wait() && !std::filesystem::exists(strFile + ".bak");
+    bool bHolds = s_ptEngine->StartDownload(1, tRequest.strUrl, strFile, &OnDownload, &tDownload) == 1 &&
+                  s_ptEngine->Get(&tRequest, true) == tRequest.strErrorReason.empty() && tDownload.Wait() &&
+                  !std::filesystem::exists(strFile + ".bak");
     const bool bWriteFailed = bToFail && g_nUntilFailure.exchange(-1) < 0;
     bHolds = bHolds && !(bWriteFailed && tDownload.bSuccess);
     if (bHolds && tDownload.bSuccess)
     {
         const std::string strWritten = ReadFile(strFile);
         bHolds = static_cast<long long>(strWritten.size()) == tDownload.nBytes &&
-                 (!tGet.bSuccess || tSettings.bCompressed || strWritten == tGet.strBody);
+                 (!tRequest.bResult || tSettings.bCompressed || strWritten == tRequest.strResponse);
     }
     if (!bHolds)
     {

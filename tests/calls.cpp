@@ -96,16 +96,11 @@ template <class TIME> int ReadClock(int (*pfnNext)(clockid_t, TIME*), clockid_t 
     return nResult;
 }
 
-/** Finds an address of each family for "two.invalid", and for "counted.invalid" what calls.h describes. */
+/** Finds for "counted.invalid" what calls.h describes. */
 int LookUp(decltype(&getaddrinfo) pfnNext, const char* pszName, const char* pszService, const addrinfo* ptHints,
            addrinfo** pptResult)
 {
     const std::string_view strName = pszName != nullptr ? pszName : "";
-    if (strName == "two.invalid")
-    {
-        return pfnNext("127.0.0.1", pszService, ptHints, pptResult) +
-               pfnNext("::1", pszService, ptHints, &(*pptResult)->ai_next);
-    }
     if (strName == "counted.invalid")
     {
         while (g_tCalls.bNameServerSilent)

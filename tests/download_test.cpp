@@ -6,7 +6,7 @@ using CDownloadTest = CEngineTest;
 
 const std::string WHOLE = "/1000000";
 
-TEST_F(CDownloadTest, OnlyWholeBodiesReachTheTarget)
+TEST_F(CDownloadTest, OnlyWholeBodiesReachTheTargetAndNothingIsPrinted)
 {
     m_strRaw = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + BODY;
     const std::tuple<std::string, bool, size_t> arrCases[] = {
@@ -34,14 +34,16 @@ TEST_F(CDownloadTest, OnlyWholeBodiesReachTheTarget)
     }
     LimitFiles(RLIM_INFINITY);
     m_ptEngine->Destroy(); // its easy handles are used again
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     EXPECT_TRUE(SyncDownload(Url("/3000000"), "sync", 25)) << "the pauses between turns are the worker's alone";
+    EXPECT_EQ(testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout(), "");
 }
 
 TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
 {
     constexpr int ROUNDS = 300;
     m_tSettings.nMostConnections = 1;
-    EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
     std::vector<OUTCOME_t> vecDownloads(ROUNDS * 2);
     std::atomic<int> nReady{0};
     std::atomic<int> nResults{0};
@@ -52,8 +54,7 @@ TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
             for (++nReady; nReady < 2 * (i + 1);) // waits for the other thread
             {
             }
-            nResults += vecDownloads[static_cast<size_t>(2 * i + nThread)].Download(*m_ptEngine, Url(STALL),
-                                                                                    Path(std::to_string(i)));
+            nResults += Start(vecDownloads[static_cast<size_t>(2 * i + nThread)], Url(STALL), std::to_string(i));
         }
     };
     std::thread tOther(fnStart, 1);
@@ -61,14 +62,6 @@ TEST_F(CDownloadTest, ConcurrentStartsGiveTheTargetToOneDownload)
     tOther.join();
     m_ptEngine->Destroy();
     EXPECT_EQ(nResults, ROUNDS * (1 - 16)) << "-16 for the other, whose target is in use";
-}
-
-TEST_F(CDownloadTest, DownloadPrintsNothing)
-{
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(SyncDownload(Url(WHOLE), "file"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr() + testing::internal::GetCapturedStdout(), "");
 }
 
 TEST_F(CDownloadTest, CallbackCancelsItsDownload)
@@ -79,8 +72,6 @@ TEST_F(CDownloadTest, CallbackCancelsItsDownload)
     EXPECT_EQ(Download(tDownload, Url("/100000000")), DOWNLOAD_TYPE_CANCEL);
     EXPECT_EQ(tDownload.vecPercent.size(), 2U);
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
-    m_ptEngine->Destroy();
-    EXPECT_FALSE(m_ptEngine->CancelDownload(tDownload.nId, true));
 }
 
 TEST_F(CDownloadTest, SilentCancellationEndsTheDownloadWithoutAnEvent)

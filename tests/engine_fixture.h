@@ -28,6 +28,16 @@ inline const std::string BODY = []
     return strBody.substr(0, 1000000);
 }();
 
+inline std::string Repeat(const std::string& strPart, size_t nTimes)
+{
+    std::string strAll;
+    for (size_t i = 0; i < nTimes; ++i)
+    {
+        strAll += strPart;
+    }
+    return strAll;
+}
+
 inline double SecondsOf(const std::function<void()>& fnOperation)
 {
     const auto tStart = std::chrono::steady_clock::now();
@@ -52,15 +62,25 @@ inline void LimitFiles(rlim_t nBytes)
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tLimit), 0);
 }
 
-/** Raises SIGPIPE in a write function; stands for a TLS library that writes to a closed connection. */
-inline size_t RaiseSigpipe(char* /*pData*/, size_t nSize, size_t nCount, void* /*pUser*/)
+inline bool IsBlocked(int nSignal)
 {
-    return raise(SIGPIPE) == 0 ? nSize * nCount : 0;
+    sigset_t tBlocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &tBlocked);
+    return sigismember(&tBlocked, nSignal) == 1;
 }
 
 inline _HTTP_REQ_INFO_t GetRequest(const std::string& strUrl)
 {
     return {HTTP_METHOD_GET, strUrl};
+}
+
+/** Returns the report of the transfer of this thread; with 0 attempts if there is none. */
+inline WQCurl::TRANSFER_REPORT_t Report()
+{
+    WQCurl::TRANSFER_REPORT_t tReport;
+    tReport.nAttempts = 0;
+    WQCurl::TransferReport(tReport);
+    return tReport;
 }
 
 /** Records the events of one asynchronous request or download. */
@@ -82,6 +102,7 @@ struct OUTCOME_t
         ptOutcome->bResult = bResult;
         ptOutcome->strError = strErrorMsg;
         ptOutcome->strResponse = strResponse;
+        ptOutcome->tReport = Report();
         ptOutcome->fnOnEvent();
         ptOutcome->tEnded.Open();
     }
@@ -91,6 +112,7 @@ struct OUTCOME_t
         auto* ptOutcome = static_cast<OUTCOME_t*>(pUserData);
         ptOutcome->eType = eType;
         ptOutcome->dSpeed = dSpeed;
+        ptOutcome->tReport = Report();
         ptOutcome->fnOnEvent();
         if (eType == DOWNLOAD_TYPE_PROGRESS)
         {
@@ -119,6 +141,7 @@ struct OUTCOME_t
     std::atomic<CWebConnector*> ptEngine{nullptr}; /**< owes the last event; null if none will come */
     std::function<void()> fnOnEvent = [] {};
     CGate tEnded;
+    WQCurl::TRANSFER_REPORT_t tReport; /**< the last event's, as eType and dSpeed */
     bool bResult = false;
     std::string strError;
     std::string strResponse;
@@ -126,7 +149,7 @@ struct OUTCOME_t
     CGate tProgress;
     int nId = 0;
     std::vector<int> vecPercent;
-    DOWNLOAD_TYPE_e eType{}; /**< the last event's */
+    DOWNLOAD_TYPE_e eType{};
     double dSpeed = 0.0;
 };
 
@@ -192,13 +215,16 @@ protected:
     {
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         _HTTP_REQ_INFO_t tRequest = GetRequest(strUrl);
-        return m_ptEngine->Get(&tRequest, true) ? tRequest.strResponse : "failed: " + tRequest.strErrorReason;
+        const bool bResult = m_ptEngine->Get(&tRequest, true);
+        m_tReport = Report();
+        return bResult ? tRequest.strResponse : "failed: " + tRequest.strErrorReason;
     }
 
     bool Get(const std::string& strUrl) { return Answer(strUrl).rfind("failed: ", 0) != 0; }
 
     bool Start(OUTCOME_t& tRequest, const std::string& strUrl)
     {
+        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         return tRequest.Start(*m_ptEngine, GetRequest(strUrl));
     }
 
@@ -213,6 +239,7 @@ protected:
     {
         EXPECT_EQ(Start(tDownload, strUrl, strName), 1);
         EXPECT_TRUE(tDownload.tEnded.Wait());
+        m_tReport = tDownload.tReport;
         return tDownload.eType;
     }
 
@@ -227,7 +254,6 @@ protected:
     {
         std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
         const int nArrived = m_tArrived.Count();
-        EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
             ASSERT_TRUE(Start(tOutcome, tServer.Url(GATED)));
@@ -244,16 +270,20 @@ protected:
     bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
     {
         EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-        return m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
+        const bool bResult = m_ptEngine->SyncDownloadFile(strUrl, Path(strName), nTotal, nConnect);
+        m_tReport = Report();
+        return bResult;
     }
 
     /* Paths of the server. It also answers "/4" with so many bytes, "/404" with that status, and echoes other paths. */
     const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
     const std::string STALL = "/stall";              /**< sends nothing; behind a length, half of that */
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
+    const std::string HEAD = "/head";                /**< answers with the request's head */
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
 
     WQCurl::TRANSFER_SETTINGS_t m_tSettings;
+    WQCurl::TRANSFER_REPORT_t m_tReport; /**< of the last Answer(), Get(), Download() or SyncDownload() */
     std::string m_strRaw;
     CGate m_tArrived; /**< opened by each request that reaches the server */
     CGate m_tGoOn;
@@ -261,6 +291,7 @@ protected:
     { Serve(tConnection, tRequest); };
     std::optional<CLoopbackServer> m_tServer;
     std::unique_ptr<CWebConnector> m_ptEngine = std::make_unique<CWebConnector>();
+    std::ptrdiff_t m_nDescriptors = 0; /**< open without engine and server */
 
 private:
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
@@ -287,7 +318,8 @@ private:
         else if (strPath != STALL)
         {
             EXPECT_TRUE(strPath != GATED || m_tGoOn.Wait());
-            tConnection.Answer(tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
+            tConnection.Answer(strEnd == HEAD ? tRequest.strHead
+                                              : tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
         }
         if (strEnd == STALL)
@@ -305,25 +337,4 @@ private:
     }
 
     std::string m_strFolder = (std::filesystem::temp_directory_path() / "veltra-test-XXXXXX").string();
-    std::ptrdiff_t m_nDescriptors = 0;
-};
-
-/** Keeps the observer's last report. It may be read by the thread that waited for the transfer, or by its callback. */
-class CObservedTest : public CEngineTest
-{
-protected:
-    CObservedTest()
-    {
-        const auto pfnObserve = [](const WQCurl::TRANSFER_REPORT_t& tReport, void* pThis)
-        {
-            auto* ptThis = static_cast<CObservedTest*>(pThis);
-            ptThis->m_tReport = tReport;
-            ptThis->m_tReporter = std::this_thread::get_id();
-        };
-        WQCurl::SetTransferObserver(pfnObserve, this);
-    }
-    ~CObservedTest() override { WQCurl::SetTransferObserver(nullptr, nullptr); }
-
-    WQCurl::TRANSFER_REPORT_t m_tReport;
-    std::thread::id m_tReporter;
 };

@@ -32,7 +32,6 @@ protected:
     {
         m_ptEngine.reset();
         m_tServer.reset();
-        m_nDescriptors = CountDescriptors();
         for (const std::string& strName : setNames)
         {
             for (const int nError : {EINTR, EIO})
@@ -103,39 +102,39 @@ protected:
         return Keep(tOutcome.bResult, tOutcome.strResponse);
     }
 
-    std::ptrdiff_t m_nDescriptors = 0;
     bool m_bKeeps = false; /**< a failed download leaves its temporary file */
 };
 
 TEST_F(CFaultTest, RequestEndsOnceAndLeavesTheEngineUsable)
 {
-    _HTTP_REQ_INFO_t tRequest;
-    const auto fnStart = [&]
-    {
-        tRequest = GetRequest(Url());
-        tRequest.lstHeader = {"A: 1"};
-        tRequest.strErrorReason = "stale";
-        m_tSettings.lstConnectTo = {"a:1:b:2"};
-        return WQCurl::SetTransferDefaults(m_tSettings);
-    };
-    const auto fnAsynchronous = [&](OUTCOME_t& tOutcome) { return fnStart() && tOutcome.Start(*m_ptEngine, tRequest); };
-    FailEach(OF_ENGINES, [&] { return Run(fnAsynchronous); });
-    const auto fnSynchronous = [&](OUTCOME_t&)
-    {
-        EXPECT_TRUE(fnStart());
-        m_ptEngine->Get(&tRequest, true);
-        EXPECT_NE(tRequest.strErrorReason, "stale");
-        return false; // there is no callback
-    };
     std::set<std::string> setReasons;
-    const auto fnGet = [&]
+    for (const bool bSync : {false, true})
     {
-        tRequest = {};
-        Run(fnSynchronous);
-        setReasons.insert(tRequest.strErrorReason);
-        return Keep(tRequest.bResult, tRequest.strResponse);
-    };
-    FailEach(OF_ENGINES, fnGet);
+        _HTTP_REQ_INFO_t tRequest;
+        const auto fnStart = [&](OUTCOME_t& tOutcome)
+        {
+            tRequest = GetRequest(Url());
+            tRequest.lstHeader = {"A: 1"};
+            tRequest.strErrorReason = "stale";
+            m_tSettings.lstConnectTo = {"a:1:b:2"};
+            const bool bSet = WQCurl::SetTransferDefaults(m_tSettings);
+            if (!bSync)
+            {
+                return bSet && tOutcome.Start(*m_ptEngine, tRequest);
+            }
+            m_ptEngine->Get(&tRequest, true);
+            setReasons.insert(tRequest.strErrorReason);
+            return false; // there is no callback
+        };
+        const auto fnRun = [&]
+        {
+            tRequest = {};
+            const bool bDone = Run(fnStart);
+            return bSync ? Keep(tRequest.bResult, tRequest.strResponse) : bDone;
+        };
+        FailEach(OF_ENGINES, fnRun);
+    }
+    EXPECT_EQ(setReasons.count("stale"), 0U);
     EXPECT_EQ(setReasons.count("No semaphore to wait on!"), 1U);
 }
 
@@ -147,11 +146,15 @@ TEST_F(CFaultTest, DownloadEndsOnceAndReplacesOrKeepsItsTarget)
 
 TEST_F(CFaultTest, SynchronousDownloadReplacesOrKeepsItsTarget)
 {
-    CWebConnector tEngine;
     m_bKeeps = true;
     std::set<std::string> setNames = OF_FILES;
     setNames.insert({"rename", "socket", "connect", "close"});
-    FailEach(setNames, [&] { return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); }); });
+    const auto fnDownload = [this]
+    {
+        CWebConnector tEngine;
+        return Try([&] { return tEngine.SyncDownloadFile(Url(), Path("file"), 0, 0); });
+    };
+    FailEach(setNames, fnDownload);
 }
 
 TEST_F(CFaultTest, SyncToStorageReportsEachFailure)

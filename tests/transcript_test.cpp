@@ -205,65 +205,55 @@ void Deliver(FAKE_TRANSFER_t& tTransfer, std::string strBody)
 }
 
 typedef std::map<std::string, APPBIN_SERVER_INFO_t> INFOS_t;
-typedef std::function<bool(const std::string& strUrl, TEXTS_t& vecText, INFOS_t& mapInfo)> QUERY_t;
-
-/** Wraps a query: logs the containers' content if the query changes it. */
-std::function<int()> Query(const QUERY_t& fnQuery)
+/** Runs a query, and logs the content of the containers if the query changes it. */
+bool Query(const std::string& strName)
 {
-    return [fnQuery]
+    const int nServerType = Takes("test-server") ? -1 : 0;
+    CAIAuth::SetIdentity({Takes("no-chipset") ? "" : "X1", "d-u:id", "00:11", "KR", "model", nServerType});
+    const bool bEmpty = Takes("empty-containers");
+    TEXTS_t vecText = bEmpty ? TEXTS_t{} : TEXTS_t{"old", "a", "a", ""};
+    INFOS_t mapInfo = bEmpty ? INFOS_t{} : INFOS_t{{"old", {"", "", "", "kept", "", "", "", ""}}};
+    const auto fnDescribe = [&vecText, &mapInfo]
     {
-        const int nServerType = Takes("test-server") ? -1 : 0;
-        CAIAuth::SetIdentity({Takes("no-chipset") ? "" : "X1", "d-u:id", "00:11", "KR", "model", nServerType});
-        const bool bEmpty = Takes("empty-containers");
-        TEXTS_t vecText = bEmpty ? TEXTS_t{} : TEXTS_t{"old", "a", "a", ""};
-        INFOS_t mapInfo = bEmpty ? INFOS_t{} : INFOS_t{{"old", {"", "", "", "kept", "", "", "", ""}}};
-        const auto fnDescribe = [&vecText, &mapInfo]
+        std::string strAll = "containers:";
+        for (const std::string& strText : vecText)
         {
-            std::string strAll = "containers:";
-            for (const std::string& strText : vecText)
-            {
-                strAll += " [" + strText + "]";
-            }
-            for (const auto& [strKey, t] : mapInfo)
-            {
-                strAll += ", " + strKey + ": " + t.strId + "|" + t.strName + "|" + t.strVersion + "|" + t.strUrl + "|" +
-                          t.strSize + "|" + t.strSignature + "|" + t.strType + "|" + t.strBoot;
-            }
-            return strAll;
-        };
-        const std::string strBefore = fnDescribe();
-        const bool bResult = fnQuery(URL(), vecText, mapInfo);
-        fnDescribe() != strBefore ? Note(fnDescribe()) : void();
-        return bResult;
+            strAll += " [" + strText + "]";
+        }
+        for (const auto& [strKey, t] : mapInfo)
+        {
+            strAll += ", " + strKey + ": " + t.strId + "|" + t.strName + "|" + t.strVersion + "|" + t.strUrl + "|" +
+                      t.strSize + "|" + t.strSignature + "|" + t.strType + "|" + t.strBoot;
+        }
+        return strAll;
     };
+    const std::string strBefore = fnDescribe();
+    const std::string strUrl = URL();
+    const bool bResult =
+        strName == "RequestAppBinaryServerUrl"    ? CHttpRequest().RequestAppBinaryServerUrl(vecText[0])
+        : strName == "RequestServerAppBinaryInfo" ? CHttpRequest().RequestServerAppBinaryInfo(strUrl, vecText[0])
+        : strName == "GetAppBinaryServerUrl"      ? ICVeltra().GetAppBinaryServerUrl(vecText)
+        : strName == "GetServerAppBinaryInfo"     ? ICVeltra().GetServerAppBinaryInfo(strUrl, mapInfo, vecText)
+        : strName == "GetCERTAppBinaryInfo"       ? ICVeltra().GetCERTAppBinaryInfo(strUrl, mapInfo, vecText)
+                                                  : ICVeltra().GetDefaultAppBinaryInfo(strUrl, vecText, mapInfo);
+    fnDescribe() != strBefore ? Note(fnDescribe()) : void();
+    return bResult;
 }
 
-const std::map<std::string, std::function<int()>> CALLS{
-    {"SyncPost", [] { return StartHttp(HTTP_METHOD_POST, true, {}); }},
-    {"AsyncGet",
-     [] {
-         return StartHttp(HTTP_METHOD_GET, false, {"A:1", "B:2"});
-     }},
-    {"StartDownload",
-     [] { return g_pEngine->StartDownload(7, URL(), PATH(), Takes("no-callback") ? nullptr : &OnDownload, g_szUser); }},
-    {"SyncDownloadFile", [] { return g_pEngine->SyncDownloadFile(URL(), PATH(), 60, 3); }},
-    {"ListNull", [] { return (RequestList(*g_pEngine).push_back(nullptr), 0); }},
-    {"Cancel", [] { return g_pEngine->CancelDownload(7, true); }},
-    {"CancelOthers", [] { return g_pEngine->CancelDownload(6, true) + g_pEngine->CancelDownload(8, true); }},
-    {"Create", [] { return g_pEngine->Create(); }},
-    {"Destroy", [] { return (g_pEngine->Destroy(), 0); }},
-    {"RequestAppBinaryServerUrl",
-     Query([](const auto&, auto& vec, auto&) { return CHttpRequest().RequestAppBinaryServerUrl(vec[0]); })},
-    {"RequestServerAppBinaryInfo", Query([](const auto& strUrl, auto& vec, auto&)
-                                         { return CHttpRequest().RequestServerAppBinaryInfo(strUrl, vec[0]); })},
-    {"GetAppBinaryServerUrl",
-     Query([](const auto&, auto& vec, auto&) { return ICVeltra().GetAppBinaryServerUrl(vec); })},
-    {"GetServerAppBinaryInfo", Query([](const auto& strUrl, auto& vec, auto& map)
-                                     { return ICVeltra().GetServerAppBinaryInfo(strUrl, map, vec); })},
-    {"GetCERTAppBinaryInfo",
-     Query([](const auto& strUrl, auto& vec, auto& map) { return ICVeltra().GetCERTAppBinaryInfo(strUrl, map, vec); })},
-    {"GetDefaultAppBinaryInfo", Query([](const auto& strUrl, auto& vec, auto& map)
-                                      { return ICVeltra().GetDefaultAppBinaryInfo(strUrl, vec, map); })}};
+int Call(const std::string& strName)
+{
+    return strName == "SyncPost"   ? StartHttp(HTTP_METHOD_POST, true, {})
+           : strName == "AsyncGet" ? StartHttp(HTTP_METHOD_GET, false, {"A:1", "B:2"})
+           : strName == "StartDownload"
+               ? g_pEngine->StartDownload(7, URL(), PATH(), Takes("no-callback") ? nullptr : &OnDownload, g_szUser)
+           : strName == "SyncDownloadFile" ? g_pEngine->SyncDownloadFile(URL(), PATH(), 60, 3)
+           : strName == "ListNull"         ? (RequestList(*g_pEngine).push_back(nullptr), 0)
+           : strName == "Cancel"           ? g_pEngine->CancelDownload(7, true)
+           : strName == "CancelOthers"     ? g_pEngine->CancelDownload(6, true) + g_pEngine->CancelDownload(8, true)
+           : strName == "Create"           ? g_pEngine->Create()
+           : strName == "Destroy"          ? (g_pEngine->Destroy(), 0)
+                                           : Query(strName);
+}
 
 /** Runs the scenario of a heading over a fresh fake in the current folder.
  * @return the heading with the results that were returned, and the scenario's lines */
@@ -300,7 +290,7 @@ std::string RunScenario(const std::string& strHeading)
         {
             const bool bHold = strCall.back() == '+';
             g_tFake->bHold = g_tFake->bHold || bHold;
-            strResults += " " + std::to_string(CALLS.at(strCall.substr(0, strCall.find('+')))());
+            strResults += " " + std::to_string(Call(strCall.substr(0, strCall.find('+'))));
             g_tFake->bHold = bHold;
             strLines += bHold ? "" : tLog.Take();
         }

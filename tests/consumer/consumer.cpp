@@ -4,15 +4,11 @@
 #include <cstdio>
 #include <string>
 
-static void AppendRecord(unsigned int /*level*/, const char* record, void* pUserData)
-{
-    *static_cast<std::string*>(pUserData) += record;
-}
-
 int main()
 {
     std::string strLog;
-    CKVRDebug::SetSink(&AppendRecord, &strLog);
+    CKVRDebug::SetSink([](unsigned int, const char* record, void* pLog) { *static_cast<std::string*>(pLog) += record; },
+                       &strLog);
     CSingleton<CAIAuth>::GetInstance();
     CSingleton<CWebConnector>::GetInstance()->Create();
     std::string strInfo;
