@@ -49,7 +49,7 @@ bool CBandwidth::Take(BANDWIDTH_SHARE_t& tShare, size_t nBytes)
     Renew(tShare);
     if (tShare.nCredit <= 0 && !tShare.bInLine)
     {
-        m_deqLine.push_back(&tShare);
+        m_lstLine.push_back(&tShare);
         tShare.bInLine = true;
         GrantDue();
     }
@@ -116,10 +116,10 @@ void CBandwidth::GrantDue()
 {
     Refill();
     const long long nGrant = GrantSize(m_nLimit);
-    while (m_nLimit > 0 && m_dTokens >= 1.0 && !m_deqLine.empty())
+    while (m_nLimit > 0 && m_dTokens >= 1.0 && !m_lstLine.empty())
     {
-        BANDWIDTH_SHARE_t& tShare = *m_deqLine.front();
-        m_deqLine.pop_front();
+        BANDWIDTH_SHARE_t& tShare = *m_lstLine.front();
+        m_lstLine.pop_front();
         m_dTokens -= static_cast<double>(nGrant);
         Renew(tShare);
         tShare.nCredit += nGrant;
@@ -138,7 +138,7 @@ void CBandwidth::TakeOutOfLine(BANDWIDTH_SHARE_t& tShare)
 {
     if (tShare.bInLine)
     {
-        m_deqLine.erase(std::find(m_deqLine.begin(), m_deqLine.end(), &tShare));
+        m_lstLine.remove(&tShare);
         tShare.bInLine = false;
     }
 }

@@ -2,7 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <optional>
 
@@ -54,7 +54,7 @@ private:
     unsigned m_nEpoch = 1;
     double m_dTokens = 0.0; /**< bytes that can be granted; negative after a grant that was larger */
     Clock::time_point m_tRefilled;
-    std::deque<BANDWIDTH_SHARE_t*> m_deqLine;
+    std::list<BANDWIDTH_SHARE_t*> m_lstLine;
 };
 
 } // namespace WQCurl

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <ctime>
-#include <iomanip>
-#include <locale>
-#include <sstream>
 
 namespace WQCurl
 {
@@ -22,11 +20,21 @@ long long Number(std::string_view strText, long long nMost)
 /* libcurl's own function depends on the size of time_t that libcurl was built with. */
 std::optional<long long> Date(const std::string& strDate)
 {
+    constexpr std::string_view MONTHS = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    constexpr int FIRST_YEAR = 1900;
     std::tm tDate{};
-    std::istringstream tStream(strDate);
-    tStream.imbue(std::locale::classic());
-    tStream >> std::get_time(&tDate, "%a, %d %b %Y %H:%M:%S GMT");
-    return tStream.fail() ? std::nullopt : std::optional<long long>(timegm(&tDate));
+    char szMonth[4] = "";
+    int nLength = 0;
+    const int nRead = sscanf(strDate.c_str(), "%*3[A-Za-z], %2d %3[A-Za-z] %4d %2d:%2d:%2d GMT%n", &tDate.tm_mday,
+                             szMonth, &tDate.tm_year, &tDate.tm_hour, &tDate.tm_min, &tDate.tm_sec, &nLength);
+    const size_t nMonth = MONTHS.find(szMonth);
+    if (nRead != 6 || static_cast<size_t>(nLength) != strDate.size() || nMonth >= MONTHS.size() || nMonth % 3 != 0)
+    {
+        return std::nullopt;
+    }
+    tDate.tm_mon = static_cast<int>(nMonth / 3);
+    tDate.tm_year -= FIRST_YEAR;
+    return timegm(&tDate);
 }
 
 int RetryAfter(const CHeaderLines& tHeader)
