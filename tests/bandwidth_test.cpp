@@ -70,7 +70,12 @@ TEST_F(CBandwidthTest, PauseFailsNoDownloadAndEndsAtOnce)
     EXPECT_TRUE(ReadFile(Path("file")) == BODY && ReadFile(Path("ended")) == BODY);
 
     EXPECT_TRUE(WQCurl::SetBandwidth(100000000));
-    EXPECT_EQ(Download(tSlow, Url("/1000000" + STALL), "slow"), DOWNLOAD_TYPE_FAIL) << "a silent server fails it";
+    m_tSettings.nRetries = 2;
+    const int nArrived = m_tArrived.Count();
+    EXPECT_EQ(Download(tSlow, Url(STALL), "slow"), DOWNLOAD_TYPE_FAIL) << "a silent server fails it";
+    EXPECT_EQ(m_tArrived.Count(), nArrived + 3);
+    EXPECT_TRUE(m_tReport.dTotal >= 90 && m_tReport.strErrorMsg.find("too slow") != std::string::npos)
+        << m_tReport.dTotal;
     EXPECT_TRUE(WQCurl::SetBandwidth(0));
     OUTCOME_t tLast;
     ASSERT_EQ(Start(tLast, Url("/1000000"), "last"), 1);

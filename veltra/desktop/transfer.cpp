@@ -332,7 +332,7 @@ bool TRANSFER_t::IsTooSlow()
 {
     curl_off_t nSent = 0;
     curl_easy_getinfo(pEasy.get(), CURLINFO_PRETRANSFER_TIME_T, &nSent);
-    if (lLowSpeedSeconds == 0 || nSent == 0 || tAttempt.bHeldBack)
+    if (lLowSpeedSeconds == 0 || nSent == 0 || tAttempt.bHeldBack || tAttempt.bEnded)
     {
         return false;
     }
@@ -340,7 +340,10 @@ bool TRANSFER_t::IsTooSlow()
     {
         tAttempt.optSpeed.emplace().Restart(tResume.Received());
     }
-    return tAttempt.optSpeed->IsTooSlow(tResume.Received(), lLowSpeedLimit, lLowSpeedSeconds);
+    const bool bTooSlow = tAttempt.optSpeed->IsTooSlow(tResume.Received(), lLowSpeedLimit, lLowSpeedSeconds);
+    tAttempt.tFault =
+        bTooSlow ? FAULT_t{CURLE_OPERATION_TIMEDOUT, "The transfer has been too slow for too long"} : tAttempt.tFault;
+    return bTooSlow;
 }
 
 bool TRANSFER_t::IsOverdue() const

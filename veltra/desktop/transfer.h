@@ -48,6 +48,7 @@ struct TRANSFER_t
         FAULT_t tFault;                    /**< why the wrapper ends it */
         bool bRedirected = false;          /**< the answer is a redirect, and its body is not the requested one */
         size_t nDiscarded = 0;             /**< bytes of such a body */
+        bool bEnded = false;               /**< another one is to follow */
         bool bHeldBack = false;            /**< waits for bandwidth */
         std::optional<CLowSpeed> optSpeed; /**< since the request has been sent */
         int nOpenError = 0;                /**< errno of the last socket that the system refused; 0 for none */

@@ -144,6 +144,7 @@ void CTransferDriver::Finish(TRANSFER_t& tTransfer, CURLcode eCode)
         m_tPaused.Remove(tTransfer);
         m_tMulti.Remove(tTransfer);
         tTransfer.tAttempt.nSocket = -1;
+        tTransfer.tAttempt.bEnded = true;
         m_tRetries.Add(tTransfer, *tNext);
         return;
     }
