@@ -1,7 +1,5 @@
 #pragma once
 
-#include <curl/curl.h>
-
 namespace WQCurl
 {
 
@@ -10,7 +8,7 @@ struct FAULT_t
 {
     explicit operator bool() const { return pszText != nullptr; }
 
-    CURLcode eCode = CURLE_OK;
+    int nCode = 0;                 /**< libcurl's result code, or RESULT_UNEXPECTED */
     const char* pszText = nullptr; /**< null: no failure */
 };
 

@@ -141,6 +141,7 @@ CURLcode TRANSFER_t::Begin(CSocketSet* ptSockets, CPausedTransfers* ptPaused, bo
     tAttempts.Begin(tSettings, bReporting, lTotalSeconds);
     tRedirects.Begin(bPost ? 0 : tSettings.nMostRedirects);
     tResume.Begin(tAttempts.MayRetry());
+    tExpected.Begin(tSettings);
     curl_easy_setopt(pEasy.get(), CURLOPT_BUFFERSIZE, BufferSize(bSmallBuffer));
     if (tSettings.bCompressed && !bReporting)
     {
@@ -291,7 +292,7 @@ FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The server redirects, which is not followed"};
     }
-    return {};
+    return tAttempt.bRedirected ? FAULT_t() : tExpected.CheckEnd(tResume.Received());
 }
 
 WQCurlMulti::MultiMsg TRANSFER_t::Outcome(CURLcode eCode) const
@@ -304,7 +305,7 @@ WQCurlMulti::MultiMsg TRANSFER_t::Outcome(CURLcode eCode) const
     const FAULT_t tFault = OwnFault(eCode);
     if (tFault)
     {
-        tMsg.nResultCode = tFault.eCode;
+        tMsg.nResultCode = tFault.nCode;
         tMsg.strErrorMsg = tFault.pszText;
     }
     else if (eCode != CURLE_OK)

@@ -6,6 +6,7 @@
 
 #include "veltra/desktop/attempts.h"
 #include "veltra/desktop/bandwidth.h"
+#include "veltra/desktop/expected_body.h"
 #include "veltra/desktop/header_lines.h"
 #include "veltra/desktop/low_speed.h"
 #include "veltra/desktop/paused_transfers.h"
@@ -148,6 +149,7 @@ struct TRANSFER_t
     /* These belong to the driving thread while the transfer runs. */
     CAttempts tAttempts;
     CRedirects tRedirects;
+    CExpectedBody tExpected;
     CResume tResume;          /**< counts the body over all attempts */
     COUNTS_t tCounts;         /**< the last that libcurl has told */
     size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
@@ -171,7 +173,8 @@ private:
     FAULT_t OwnFault(CURLcode eCode) const;
     bool Accept(const FAULT_t& tFault);
     bool TakeHeaderLine(std::string_view strLine);
-    bool CountReceived(size_t nBytes);
+    FAULT_t CheckAnswer();
+    FAULT_t CheckBody(const char* pData, size_t nBytes);
     size_t TakeBody(char* pData, size_t nSize, size_t nCount);
 
     static curl_socket_t OnOpenSocket(void* pTransfer, curlsocktype ePurpose, curl_sockaddr* ptAddress);

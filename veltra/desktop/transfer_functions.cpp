@@ -71,9 +71,7 @@ bool TRANSFER_t::TakeHeaderLine(std::string_view strLine)
     case CHeaderLines::RESULT_TOO_LARGE:
         return Accept({CURLE_FILESIZE_EXCEEDED, "The answer's header lines are larger than 300 KiB"});
     case CHeaderLines::RESULT_COMPLETE:
-        tAttempt.bRedirected = tResume.Before() == 0 && tRedirects.IsRedirect(Status());
-        return Accept(tAttempt.bRedirected ? tRedirects.Take(pEasy.get(), tAttempt.tHeaderLines)
-                                           : tResume.Check(tAttempt.tHeaderLines, Status()));
+        return Accept(CheckAnswer());
     default:
         return true;
     }
@@ -92,14 +90,34 @@ size_t TRANSFER_t::OnHeader(char* pData, size_t nSize, size_t nCount, void* pTra
     }
 }
 
-/** Counts bytes of the body. @return false when there are more than the settings allow */
-bool TRANSFER_t::CountReceived(size_t nBytes)
+/** Checks an answer by its header lines. @return why its body is not the requested one */
+FAULT_t TRANSFER_t::CheckAnswer()
+{
+    const CHeaderLines& tHeader = tAttempt.tHeaderLines;
+    tAttempt.bRedirected = tResume.Before() == 0 && tRedirects.IsRedirect(Status());
+    if (tAttempt.bRedirected)
+    {
+        return tRedirects.Take(pEasy.get(), tHeader);
+    }
+    const FAULT_t tFault = tResume.Check(tHeader, Status());
+    curl_off_t nLength = -1;
+    curl_easy_getinfo(pEasy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &nLength);
+    const bool bDecoded = ptSettings->tRecord.bCompressed && !tHeader.Values("Content-Encoding").empty();
+    const bool bKnown = nLength >= 0 && !bDecoded;
+    return tFault ? tFault : tExpected.CheckAnnounced(bKnown ? tResume.Before() + nLength : -1);
+}
+
+/** Counts and checks a piece of the body. @return why it is not taken */
+FAULT_t TRANSFER_t::CheckBody(const char* pData, size_t nBytes)
 {
     const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
     const long long nMost = bReporting ? tSettings.nLargestFile : tSettings.nLargestAnswer;
     tResume.Count(nBytes);
-    return nMost == 0 || tResume.Received() <= nMost ||
-           Accept({CURLE_FILESIZE_EXCEEDED, "The answer is larger than the settings allow"});
+    if (nMost > 0 && tResume.Received() > nMost)
+    {
+        return {CURLE_FILESIZE_EXCEEDED, "The answer is larger than the settings allow"};
+    }
+    return tExpected.Take(pData, nBytes, tResume.Received());
 }
 
 /** Takes a piece of the body, or pauses the transfer if its time slice is used up or if it has to wait for bandwidth.
@@ -126,7 +144,7 @@ size_t TRANSFER_t::TakeBody(char* pData, size_t nSize, size_t nCount)
         return CURL_WRITEFUNC_PAUSE;
     }
     tAttempt.tTimeSlice.Use(nBytes);
-    if (!CountReceived(nBytes))
+    if (!Accept(CheckBody(pData, nBytes)))
     {
         return CURL_WRITEFUNC_ERROR;
     }

@@ -13,6 +13,9 @@
 namespace WQCurl
 {
 
+/** The result code of a body that is not the expected one (nExpectedSize, strExpectedSha256). libcurl's are smaller. */
+constexpr int RESULT_UNEXPECTED = 1000;
+
 /**
  * Describes a transfer that runs or has ended. Answer and times are those of the last attempt. Times are seconds since
  * its start, and 0 for a phase that it has not reached.
@@ -30,8 +33,8 @@ struct TRANSFER_REPORT_t
     double dTotal = 0.0;     /**< the end, or now; since the start of the first attempt */
     std::string strPeer;     /**< the connected address without the port; empty: none */
     bool bReused = false;    /**< the connection had been used before */
-    int nResultCode = 0;     /**< libcurl's result code; 0: the transfer succeeded, or still runs */
-    int nSystemError = 0;    /**< errno of a failed connect, 0 otherwise */
+    int nResultCode = 0;  /**< libcurl's result code, or RESULT_UNEXPECTED; 0: the transfer succeeded, or still runs */
+    int nSystemError = 0; /**< errno of a failed connect, 0 otherwise */
     std::string strErrorMsg; /**< the error text; empty on success */
 
     std::string strHttpVersion;    /**< the answer's version: "1.0", "1.1", "2" or "3"; empty: no answer came */

@@ -31,7 +31,8 @@ bool IsInRange(const TRANSFER_SETTINGS_t& tSettings)
            tSettings.nMostConnections >= 0 && tSettings.nMostConnectionsPerHost >= 0 &&
            tSettings.nMostIdleConnections >= 0 && tSettings.nRetries >= 0 && tSettings.nRetrySeconds >= 0 &&
            tSettings.nMostRedirects >= 0 && tSettings.nMostRedirects <= MOST_REDIRECTS &&
-           tSettings.nMostDownloads >= 0 && tSettings.nLargestAnswer >= 0 && tSettings.nLargestFile >= 0;
+           tSettings.nMostDownloads >= 0 && tSettings.nExpectedSize >= -1 && tSettings.nLargestAnswer >= 0 &&
+           tSettings.nLargestFile >= 0;
 }
 
 /** Returns whether a text fits into one line: a control character could begin another header line. */
@@ -39,6 +40,13 @@ bool IsPlain(std::string_view strText)
 {
     const auto fnIsControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
     return std::none_of(strText.begin(), strText.end(), fnIsControl);
+}
+
+bool IsSha256(std::string_view strDigits)
+{
+    constexpr size_t DIGITS = 64;
+    return strDigits.size() == DIGITS &&
+           strDigits.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
 }
 
 bool IsHeaderLine(const std::string& strLine)
@@ -50,7 +58,8 @@ bool IsHeaderLine(const std::string& strLine)
 /** Returns null for settings that cannot be used. */
 SETTINGS_PTR_t Prepare(const TRANSFER_SETTINGS_t& tSettings)
 {
-    if (!IsInRange(tSettings) || !IsPlain(tSettings.strUserAgent) || !IsPlain(tSettings.strNoProxy) ||
+    if (!IsInRange(tSettings) || (!tSettings.strExpectedSha256.empty() && !IsSha256(tSettings.strExpectedSha256)) ||
+        !IsPlain(tSettings.strUserAgent) || !IsPlain(tSettings.strNoProxy) ||
         !std::all_of(tSettings.lstHeader.begin(), tSettings.lstHeader.end(), &IsHeaderLine))
     {
         return nullptr;

@@ -97,6 +97,14 @@ struct TRANSFER_SETTINGS_t
     int nMostDownloads = 0;
     /** If more connections than this are open after the last transfer has ended, all are closed. */
     int nMostIdleConnections = 8;
+    /**
+     * The size of the body in bytes, for a CTransferScope around one call; -1: any. A body of another size fails the
+     * transfer: before any byte is written if the server announces another one, otherwise as soon as it is larger, or
+     * at its end. Together with the next, it keeps a wrong file from its target, and holds for requests as well.
+     */
+    long long nExpectedSize = -1;
+    /** The SHA-256 of the body as 64 hexadecimal digits; empty: any. Another one fails the transfer at its end. */
+    std::string strExpectedSha256{};
     long long nLargestAnswer = 0; /**< bytes of a request's answer; more fails the request. 0: any number */
     long long nLargestFile = 0;   /**< bytes of a download; more fails the download. 0: any number */
     /**
