@@ -96,6 +96,11 @@ protected:
 TEST_F(CResumeTest, BrokenDownloadIsResumedUntilTheFileIsWhole)
 {
     m_tSettings.nRetries = 1; // each attempt brings enough to allow another
+    m_tSettings.nExpectedSize = static_cast<long long>(BODY.size());
+    m_tSettings.strExpectedSha256 = "92983d1960bb42a3ea53f62d2a231a442a2a79d9976ef713972861aedafbb4e2";
+    m_tSettings.strExpectedSha256[63] ^= 1;
+    EXPECT_FALSE(DownloadTwice(4)) << "the checksum is that of the whole file";
+    m_tSettings.strExpectedSha256[63] ^= 1;
     EXPECT_TRUE(DownloadTwice(4));
     EXPECT_EQ(m_strIfRange.substr(0, 7), "\"one\"\r\n");
     EXPECT_EQ(m_tReport.nAttempts, 4);

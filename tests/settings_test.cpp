@@ -106,6 +106,49 @@ TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
     EXPECT_EQ(ReadFile(Path("file")), strBytes);
 }
 
+TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
+{
+    const std::string strFile = "the expected body";
+    const std::string strSha256 = "264250935f6a28223a2e42302d43f9e0202f528964daba35e62d22a07d9e0452";
+    const auto fnAnswer = [](const std::string& strBody)
+    { return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(strBody.size()) + "\r\n\r\n" + strBody; };
+    const std::string UNKNOWN = "HTTP/1.1 200 OK\r\n\r\n"; // without a length
+    const std::tuple<std::string, const char*, size_t> arrCases[] = {
+        {fnAnswer(strFile), "", 17},
+        {UNKNOWN + strFile, "", 17},
+        {fnAnswer("The expected body"), "another checksum", 17},
+        {fnAnswer("the expected bod"), "smaller", 0},
+        {UNKNOWN + "the expected bod", "smaller", 16},
+        {fnAnswer("the expected body!"), "larger", 0},
+        {UNKNOWN + "the expected body!", "larger", 0},
+        {UNKNOWN + std::string(50000000, 'x'), "larger", 0},
+        {fnAnswer("<html>Log in</html>"), "larger", 0},
+        {fnAnswer(""), "smaller", 0},
+        {"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone", "smaller", 0},
+    };
+    m_tSettings.nExpectedSize = 17;
+    m_tSettings.strExpectedSha256 = strSha256;
+    for (const auto& [strAnswer, pszReason, nWritten] : arrCases)
+    {
+        SCOPED_TRACE(strAnswer.substr(0, 100));
+        const bool bExpected = *pszReason == '\0';
+        m_strRaw = strAnswer;
+        std::ofstream(Path("file")) << "old";
+        EXPECT_EQ(Download(Url(RAW)), bExpected ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL);
+        EXPECT_EQ(ReadFile(Path("file")), bExpected ? strFile : "old");
+        EXPECT_NE(m_tReport.strErrorMsg.find(pszReason), std::string::npos) << m_tReport.strErrorMsg;
+        EXPECT_EQ(m_tReport.nResultCode, bExpected ? 0 : WQCurl::RESULT_UNEXPECTED);
+        EXPECT_EQ(SyncDownload(Url(RAW), "sync"), bExpected);
+        EXPECT_EQ(ReadFile(Path(bExpected ? "sync" : "sync.bak")).size(), nWritten);
+        EXPECT_EQ(Get(Url(RAW)), bExpected);
+        std::filesystem::remove(Path("sync"));
+    }
+    m_tSettings.nExpectedSize = -1;
+    m_tSettings.strExpectedSha256 = "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855"; // of nothing
+    m_strRaw = fnAnswer("");
+    EXPECT_TRUE(Get(Url(RAW)));
+}
+
 TEST_F(CSettingsTest, SizesAreLimited)
 {
     g_tCalls.bHurry = true;
@@ -125,7 +168,7 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
 {
     m_tSettings.nConnectTimeout = 1;
     EXPECT_TRUE(WQCurl::SetTransferDefaults(m_tSettings));
-    WQCurl::TRANSFER_SETTINGS_t arrBad[16];
+    WQCurl::TRANSFER_SETTINGS_t arrBad[19];
     arrBad[0].nMostDownloads = -1;
     arrBad[1].nConnectTimeout = 0;
     arrBad[2].nMostIdleConnections = -1;
@@ -142,6 +185,9 @@ TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
     arrBad[13].lstHeader = {": no name"};
     arrBad[14].lstHeader = {std::string("X: y\0", 5)};
     arrBad[15].strNoProxy = "\x7f";
+    arrBad[16].nExpectedSize = -2;
+    arrBad[17].strExpectedSha256 = std::string(63, 'a');
+    arrBad[18].strExpectedSha256 = std::string(64, 'g');
     for (const auto& tBad : arrBad)
     {
         EXPECT_FALSE(WQCurl::SetTransferDefaults(tBad)) << &tBad - arrBad;
