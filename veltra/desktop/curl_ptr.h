@@ -21,19 +21,28 @@ struct SLIST_DELETER_t
 typedef std::unique_ptr<CURL, EASY_DELETER_t> EASY_PTR_t;
 typedef std::unique_ptr<curl_slist, SLIST_DELETER_t> SLIST_PTR_t;
 
+/** Appends a copy of a text to a list. @return false without memory */
+inline bool Append(SLIST_PTR_t& pList, const char* pszText)
+{
+    curl_slist* pLonger = curl_slist_append(pList.get(), pszText);
+    if (pLonger != nullptr)
+    {
+        static_cast<void>(pList.release());
+        pList.reset(pLonger);
+    }
+    return pLonger != nullptr;
+}
+
 /** Copies texts into a list of libcurl's, which is null for none. @return false without memory */
 inline bool BuildList(const std::list<std::string>& lstTexts, SLIST_PTR_t& pResult)
 {
     SLIST_PTR_t pList;
     for (const std::string& strText : lstTexts)
     {
-        curl_slist* pLonger = curl_slist_append(pList.get(), strText.c_str());
-        if (pLonger == nullptr)
+        if (!Append(pList, strText.c_str()))
         {
             return false;
         }
-        static_cast<void>(pList.release());
-        pList.reset(pLonger);
     }
     pResult = std::move(pList);
     return true;

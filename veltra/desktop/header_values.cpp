@@ -1,20 +1,21 @@
 #include "veltra/desktop/header_values.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 namespace WQCurl
 {
 
-long long Number(std::string_view strText, long long nMost)
+std::optional<long long> Number(const std::string& strText, long long nMost)
 {
-    unsigned long long nNumber = 0;
-    const char* const pszEnd = strText.data() + strText.size();
-    const auto [pszRead, eError] = std::from_chars(strText.data(), pszEnd, nNumber);
-    const bool bTooLarge = eError == std::errc::result_out_of_range || nNumber > static_cast<unsigned long long>(nMost);
-    return pszRead != pszEnd ? 0 : bTooLarge ? nMost : static_cast<long long>(nNumber);
+    if (strText.empty() || strText.find_first_not_of("0123456789") != std::string::npos)
+    {
+        return std::nullopt;
+    }
+    return static_cast<long long>(std::min(strtoull(strText.c_str(), nullptr, 10), // the largest number if it is larger
+                                           static_cast<unsigned long long>(nMost)));
 }
 
 /* libcurl's own function depends on the size of time_t that libcurl was built with. */
@@ -47,8 +48,7 @@ int RetryAfter(const CHeaderLines& tHeader)
         const long long nNow = Date(tHeader.Value("Date")).value_or(static_cast<long long>(time(nullptr)));
         return static_cast<int>(std::clamp<long long>(*optMoment - nNow, 0, LONGEST));
     }
-    const bool bNumber = !strValue.empty() && strValue.find_first_not_of("0123456789") == std::string::npos;
-    return bNumber ? static_cast<int>(Number(strValue, LONGEST)) : -1;
+    return static_cast<int>(Number(strValue, LONGEST).value_or(-1));
 }
 
 } // namespace WQCurl

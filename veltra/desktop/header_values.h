@@ -3,15 +3,14 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "veltra/desktop/header_lines.h"
 
 namespace WQCurl
 {
 
-/** Reads a decimal number without a sign, limited to nMost. @return 0 for any other text */
-long long Number(std::string_view strText, long long nMost = std::numeric_limits<long long>::max());
+/** Reads a decimal number without a sign, limited to nMost. @return none for any other text */
+std::optional<long long> Number(const std::string& strText, long long nMost = std::numeric_limits<long long>::max());
 
 /** Returns the moment of a date in seconds since 1970; none for any other text. */
 std::optional<long long> Date(const std::string& strDate);

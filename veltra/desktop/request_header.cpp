@@ -1,18 +1,24 @@
 #include "veltra/desktop/request_header.h"
 
-#include <algorithm>
-
 namespace WQCurl
 {
 
 namespace
 {
 
-bool HaveSameName(const std::string& strOne, const std::string& strOther)
+/** Returns whether a list has a line with the name of this one. */
+bool HasNameOf(const curl_slist* pLines, const std::string& strLine)
 {
-    const size_t nName = strOne.find_first_of(":;"); // ";" marks a line with an empty value
-    return nName == strOther.find_first_of(":;") && nName != std::string::npos &&
-           curl_strnequal(strOne.c_str(), strOther.c_str(), nName) != 0;
+    const size_t nName = strLine.find(':');
+    for (; pLines != nullptr; pLines = pLines->next)
+    {
+        const bool bSameBegin = curl_strnequal(pLines->data, strLine.c_str(), nName) != 0;
+        if (bSameBegin && (pLines->data[nName] == ':' || pLines->data[nName] == ';')) // ";" marks an empty value
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -20,25 +26,19 @@ bool HaveSameName(const std::string& strOne, const std::string& strOther)
 bool BuildRequestHeader(const curl_slist* pOwn, const std::list<std::string>& lstSettings,
                         const std::string& strIfRange, SLIST_PTR_t& pResult)
 {
-    std::list<std::string> lstLines;
-    for (; pOwn != nullptr; pOwn = pOwn->next)
+    SLIST_PTR_t pLines;
+    bool bBuilt = true;
+    for (const curl_slist* pLine = pOwn; pLine != nullptr; pLine = pLine->next)
     {
-        lstLines.emplace_back(pOwn->data);
+        bBuilt = bBuilt && Append(pLines, pLine->data);
     }
-    const std::list<std::string> lstOwn = lstLines;
     for (const std::string& strLine : lstSettings)
     {
-        const auto fnReplaces = [&strLine](const std::string& strOwn) { return HaveSameName(strOwn, strLine); };
-        if (std::none_of(lstOwn.begin(), lstOwn.end(), fnReplaces))
-        {
-            lstLines.push_back(strLine);
-        }
+        bBuilt = bBuilt && (HasNameOf(pOwn, strLine) || Append(pLines, strLine.c_str()));
     }
-    if (!strIfRange.empty())
-    {
-        lstLines.push_back("If-Range: " + strIfRange);
-    }
-    return BuildList(lstLines, pResult);
+    bBuilt = bBuilt && (strIfRange.empty() || Append(pLines, ("If-Range: " + strIfRange).c_str()));
+    pResult = std::move(pLines);
+    return bBuilt;
 }
 
 } // namespace WQCurl

@@ -76,7 +76,7 @@ FAULT_t CResume::CheckWhole(const CHeaderLines& tHeader, long lStatus)
     }
     const bool bFile = lStatus == 200;
     m_strValidator = bFile && !IsEncoded(tHeader) ? StrongValidator(tHeader) : "";
-    m_nTotal = bFile ? Number(tHeader.Value("Content-Length")) : 0;
+    m_nTotal = bFile ? Number(tHeader.Value("Content-Length")).value_or(0) : 0;
     return {};
 }
 
@@ -94,7 +94,7 @@ FAULT_t CResume::CheckRest(const CHeaderLines& tHeader, long lStatus)
     const std::string strRange = tHeader.Value("Content-Range");
     if (m_nTotal == 0)
     {
-        m_nTotal = Number(std::string_view(strRange).substr(strRange.find('/') + 1));
+        m_nTotal = Number(strRange.substr(strRange.find('/') + 1)).value_or(0);
     }
     const std::string strRest =
         "bytes " + std::to_string(m_nReceived) + "-" + std::to_string(m_nTotal - 1) + "/" + std::to_string(m_nTotal);

@@ -81,8 +81,10 @@ TRANSFER_REPORT_t Describe(const TRANSFER_t& tTransfer)
     tReport.strEtag = tHeader.Value("ETag");
     tReport.strLastModified = tHeader.Value("Last-Modified");
     tReport.nRetryAfter = RetryAfter(tHeader);
-    const std::vector<std::string_view> vecLines = tHeader.All();
-    tReport.lstHeader.assign(vecLines.begin(), vecLines.end());
+    for (const std::string_view strLine : tHeader.All())
+    {
+        tReport.lstHeader.emplace_back(strLine);
+    }
     return tReport;
 }
 
