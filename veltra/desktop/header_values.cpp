@@ -1,7 +1,6 @@
 #include "veltra/desktop/header_values.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
@@ -21,21 +20,30 @@ std::optional<long long> Number(const std::string& strText, long long nMost)
 /* libcurl's own function depends on the size of time_t that libcurl was built with. */
 std::optional<long long> Date(const std::string& strDate)
 {
+    constexpr std::string_view FORM = "Wed, 01 Jan 2020 10:00:00 GMT";
     constexpr std::string_view MONTHS = "JanFebMarAprMayJunJulAugSepOctNovDec";
     constexpr int FIRST_YEAR = 1900;
-    std::tm tDate{};
-    char szMonth[4] = "";
-    int nLength = 0;
-    const int nRead = sscanf(strDate.c_str(), "%*3[A-Za-z], %2d %3[A-Za-z] %4d %2d:%2d:%2d GMT%n", &tDate.tm_mday,
-                             szMonth, &tDate.tm_year, &tDate.tm_hour, &tDate.tm_min, &tDate.tm_sec, &nLength);
-    const size_t nMonth = MONTHS.find(szMonth);
-    if (nRead != 6 || static_cast<size_t>(nLength) != strDate.size() || nMonth >= MONTHS.size() || nMonth % 3 != 0)
+    if (strDate.size() != FORM.size() || strDate.compare(25, 4, FORM.substr(25)) != 0)
     {
         return std::nullopt;
     }
+    bool bNumbers = true;
+    const auto fnNumber = [&](size_t nFirst, size_t nDigits)
+    {
+        const std::optional<long long> optNumber = Number(strDate.substr(nFirst, nDigits));
+        bNumbers = bNumbers && optNumber.has_value();
+        return static_cast<int>(optNumber.value_or(0));
+    };
+    const size_t nMonth = MONTHS.find(strDate.substr(8, 3));
+    std::tm tDate{};
+    tDate.tm_mday = fnNumber(5, 2);
     tDate.tm_mon = static_cast<int>(nMonth / 3);
-    tDate.tm_year -= FIRST_YEAR;
-    return timegm(&tDate);
+    tDate.tm_year = fnNumber(12, 4) - FIRST_YEAR;
+    tDate.tm_hour = fnNumber(17, 2);
+    tDate.tm_min = fnNumber(20, 2);
+    tDate.tm_sec = fnNumber(23, 2);
+    const bool bDate = bNumbers && nMonth < MONTHS.size() && nMonth % 3 == 0;
+    return bDate ? std::optional<long long>(timegm(&tDate)) : std::nullopt;
 }
 
 int RetryAfter(const CHeaderLines& tHeader)

@@ -129,22 +129,23 @@ struct TRANSFER_t
     SLIST_PTR_t pBuiltHeader;
     SETTINGS_PTR_t ptSettings;
     EASY_PTR_t pEasy;
-    bool bInitialized = false; /**< between SetUp() and Clear(); the libcurl handle may live longer */
 
     WRITE_FUNCTION_t pfnWrite = nullptr;
     void* pWriteData = nullptr;
-    bool bPost = false;
-    bool bReporting = false; /**< NOPROGRESS is 0, which marks a download */
     PROGRESS_FUNCTION_t pfnProgress = nullptr;
     void* pProgressData = nullptr;
     void* pPrivate = nullptr;
     long lTotalSeconds = 0; /**< the longest that the transfer may take; 0: any time */
     long lLowSpeedLimit = 0;
     long lLowSpeedSeconds = 0; /**< 0: any speed */
+    bool bInitialized = false; /**< between SetUp() and Clear(); the libcurl handle may live longer */
+    bool bPost = false;
+    bool bReporting = false;   /**< NOPROGRESS is 0, which marks a download */
+    bool bSynchronous = false; /**< the thread that has set it up waits for its end, and may ask for the report */
 
+    STAGE_e eStage = STAGE_NONE; /**< belongs to the driving thread, except for the step to STAGE_QUEUED */
     /** The multi handle that it is registered with. */
     std::atomic<const WQCurlMulti*> pMulti{nullptr};
-    STAGE_e eStage = STAGE_NONE; /**< belongs to the driving thread, except for the step to STAGE_QUEUED */
 
     /* These belong to the driving thread while the transfer runs. */
     CAttempts tAttempts;
@@ -153,13 +154,12 @@ struct TRANSFER_t
     CResume tResume;          /**< counts the body over all attempts */
     COUNTS_t tCounts;         /**< the last that libcurl has told */
     size_t nRunningIndex = 0; /**< its place in CRunningTransfers */
-    bool bCounted = false;    /**< CWaitingDownloads has started it */
     BANDWIDTH_SHARE_t tShare;
-    ATTEMPT_t tAttempt; /**< the one that runs */
+    ATTEMPT_t tAttempt;    /**< the one that runs */
+    bool bCounted = false; /**< CWaitingDownloads has started it */
 
     std::optional<WQCurlMulti::MultiMsg> optEnd; /**< how it has ended, once InfoRead() has told */
     std::thread::id tStarter;                    /**< the thread that has set it up */
-    bool bSynchronous = false;                   /**< that thread has waited for its end, and may ask for the report */
 
     std::string strLastError;
     char szError[CURL_ERROR_SIZE] = "";
