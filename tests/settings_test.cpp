@@ -143,6 +143,14 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
         EXPECT_EQ(Get(Url(RAW)), bExpected);
         std::filesystem::remove(Path("sync"));
     }
+    for (const char* pszStatus : {"404 Not Found", "302 Found"})
+    {
+        m_strRaw = "HTTP/1.1 " + std::string(pszStatus) + "\r\nContent-Length: 4\r\n\r\npage";
+        m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = true;
+        EXPECT_FALSE(Get(Url(RAW)));
+        EXPECT_EQ(m_tReport.nResultCode, 22) << "the status is the reason";
+        m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = false;
+    }
     m_tSettings.nExpectedSize = -1;
     m_tSettings.strExpectedSha256 = "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855"; // of nothing
     m_strRaw = fnAnswer("");

@@ -268,6 +268,16 @@ std::string TRANSFER_t::ErrorText(CURLcode eCode) const
     return szError[0] != '\0' ? szError : curl_easy_strerror(eCode);
 }
 
+/** Returns whether the settings fail a transfer with this status, whatever its body is. */
+bool TRANSFER_t::FailsByStatus() const
+{
+    constexpr long FIRST_ERROR = 400;
+    const TRANSFER_SETTINGS_t& tSettings = ptSettings->tRecord;
+    const long lStatus = Status();
+    const bool bRedirect = lStatus / 100 == 3 && !tAttempt.bRedirected;
+    return (tSettings.bFailOnRedirect && bRedirect) || (tSettings.bFailOnHttpError && lStatus >= FIRST_ERROR);
+}
+
 FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
 {
     constexpr long PROXY_AUTHENTICATION_REQUIRED = 407;
@@ -288,7 +298,7 @@ FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The proxy asks for a user and a password, or refuses them"};
     }
-    if (tSettings.bFailOnRedirect && Status() / 100 == 3 && !tAttempt.bRedirected)
+    if (FailsByStatus())
     {
         return {CURLE_HTTP_RETURNED_ERROR, "The server redirects, which is not followed"};
     }

@@ -173,6 +173,7 @@ private:
     FAULT_t OwnFault(CURLcode eCode) const;
     bool Accept(const FAULT_t& tFault);
     bool TakeHeaderLine(std::string_view strLine);
+    bool FailsByStatus() const;
     FAULT_t CheckAnswer();
     FAULT_t CheckBody(const char* pData, size_t nBytes);
     size_t TakeBody(char* pData, size_t nSize, size_t nCount);

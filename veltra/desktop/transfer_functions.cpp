@@ -103,7 +103,7 @@ FAULT_t TRANSFER_t::CheckAnswer()
     curl_off_t nLength = -1;
     curl_easy_getinfo(pEasy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &nLength);
     const bool bDecoded = ptSettings->tRecord.bCompressed && !tHeader.Values("Content-Encoding").empty();
-    const bool bKnown = nLength >= 0 && !bDecoded;
+    const bool bKnown = nLength >= 0 && !bDecoded && !FailsByStatus();
     return tFault ? tFault : tExpected.CheckAnnounced(bKnown ? tResume.Before() + nLength : -1);
 }
 
@@ -117,7 +117,7 @@ FAULT_t TRANSFER_t::CheckBody(const char* pData, size_t nBytes)
     {
         return {CURLE_FILESIZE_EXCEEDED, "The answer is larger than the settings allow"};
     }
-    return tExpected.Take(pData, nBytes, tResume.Received());
+    return FailsByStatus() ? FAULT_t() : tExpected.Take(pData, nBytes, tResume.Received());
 }
 
 /** Takes a piece of the body, or pauses the transfer if its time slice is used up or if it has to wait for bandwidth.
