@@ -21,12 +21,21 @@ void CPausedTransfers::Remove(TRANSFER_t& tTransfer)
 
 std::vector<TRANSFER_t*> CPausedTransfers::TakeDue()
 {
-    const auto fnWaits = [](TRANSFER_t* ptTransfer) { return !CBandwidth::Instance().MayGoOn(ptTransfer->tShare); };
-    const auto itDue = std::stable_partition(m_vecHeldBack.begin(), m_vecHeldBack.end(), fnWaits);
-    m_vecUsedUp.insert(m_vecUsedUp.end(), itDue, m_vecHeldBack.end()); // first: without memory, all stay
-    m_vecHeldBack.erase(itDue, m_vecHeldBack.end());
     std::vector<TRANSFER_t*> vecDue;
     vecDue.swap(m_vecUsedUp);
+    size_t nStill = 0;
+    for (TRANSFER_t* ptTransfer : m_vecHeldBack)
+    {
+        if (CBandwidth::Instance().MayGoOn(ptTransfer->tShare))
+        {
+            vecDue.push_back(ptTransfer);
+        }
+        else
+        {
+            m_vecHeldBack[nStill++] = ptTransfer;
+        }
+    }
+    m_vecHeldBack.resize(nStill);
     return vecDue;
 }
 
