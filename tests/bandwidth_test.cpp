@@ -17,7 +17,7 @@ TEST_F(CBandwidthTest, DownloadsShareItEvenly)
     OUTCOME_t arrDownloads[3];
     EXPECT_TRUE(WQCurl::SetBandwidth(LIMIT));
     std::atomic<bool> bSynchronous{false};
-    std::thread tThread([&] { bSynchronous = SyncDownload(Url("/1000000"), "sync"); });
+    std::thread tThread([&] { bSynchronous = m_ptEngine->SyncDownloadFile(Url("/1000000"), Path("sync"), 0, 0); });
     const double dSeconds = SecondsOf(
         [&]
         {
