@@ -84,8 +84,4 @@ void AddDownloadCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t&
              "The expected size of a single file in bytes");
     tApp.add_flag("--force", tRun.bForce, "Take over existing temporary files");
     AddRunOptions(tApp, tRun, tTransfer);
-    CLI::Option* pSync = tApp.add_flag("--sync", tRun.bSync, "One after the other, each flushed to the disk");
-    AddValue(tApp, "--timeout", tRun.nTimeoutSeconds, "SECONDS", Number(0, INT_MAX),
-             "Time limit for each file, with --sync; 0: none")
-        ->needs(pSync);
 }

@@ -4,11 +4,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <deque>
-#include <future>
 #include <set>
 #include <unistd.h>
 
 #include "download_item.h"
+#include "messages.h"
 #include "stop_signals.h"
 #include "text.h"
 
@@ -62,19 +62,7 @@ CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownl
 
 int CDownloadRun::Run()
 {
-    const auto fnRunSync = [this]
-    {
-        for (CDownloadItem& tItem : m_lstItem)
-        {
-            tItem.RunSync();
-        }
-    };
     WQCurl::SetBandwidth(m_tContext.tOptions.nBandwidth);
-    std::future<void> tSync;
-    if (m_tContext.tOptions.bSync)
-    {
-        tSync = std::async(std::launch::async, fnRunSync);
-    }
     m_WaitForAll();
     return m_nSignal != 0 ? 128 + m_nSignal : 0;
 }
@@ -83,7 +71,7 @@ void CDownloadRun::m_WaitForAll()
 {
     for (bool bAllFinal = m_lstItem.empty(); !bAllFinal;)
     {
-        if (!m_tContext.tOptions.bSync && m_nSignal == 0)
+        if (m_nSignal == 0)
         {
             m_StartMore();
         }
@@ -91,7 +79,7 @@ void CDownloadRun::m_WaitForAll()
             std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
             m_tContext.tChange.wait_for(tGuard, POLL_INTERVAL);
         }
-        /* Files are checked on this thread, so that the other transfers go on. */
+        /* Files are flushed on this thread, so that the other transfers go on. */
         for (CDownloadItem& tItem : m_lstItem)
         {
             tItem.Finish();
@@ -168,7 +156,7 @@ void CDownloadRun::m_HandleSignal(int nSignal)
         m_nSignal = nSignal;
         for (CDownloadItem& tItem : m_lstItem)
         {
-            tItem.Cancel(128 + nSignal);
+            tItem.Cancel();
         }
     }
 }
@@ -178,9 +166,8 @@ void CDownloadRun::m_HandleSignal(int nSignal)
 int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
 {
     const int nSignalStatus = CDownloadRun(tSession, vecDownload, tOptions).Run();
-    const bool bAll =
-        std::all_of(vecDownload.begin(), vecDownload.end(),
-                    [](const DOWNLOAD_t& tDownload)
-                    { return tDownload.tEnd.eState == DOWNLOAD_DONE || tDownload.tEnd.eState == DOWNLOAD_PRESENT; });
-    return nSignalStatus != 0 || bAll ? nSignalStatus : 1;
+    const auto itFailed =
+        std::find_if(vecDownload.begin(), vecDownload.end(),
+                     [](const DOWNLOAD_t& tDownload) { return tDownload.tEnd.eState >= DOWNLOAD_FAILED; });
+    return nSignalStatus != 0 || itFailed == vecDownload.end() ? nSignalStatus : ExitStatus(itFailed->tEnd.tReport);
 }

@@ -1,10 +1,8 @@
 #include "download_target.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <glib.h>
-#include <memory>
+#include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
 #include <tuple>
@@ -15,14 +13,8 @@
 namespace
 {
 
-constexpr char UNCHECKED[] = ".unchecked";
+constexpr char UNFLUSHED[] = ".unflushed";
 constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
-
-/** Returns whether the file must be checked or flushed before it replaces its target. */
-bool IsStaged(const DOWNLOAD_t& tDownload)
-{
-    return tDownload.nSize >= 0 || !tDownload.strSha256.empty() || tDownload.bDurable;
-}
 
 /** @return the type bits of the file at a path, without following a link; 0 if none exists */
 mode_t FileKind(const std::string& strPath)
@@ -41,52 +33,11 @@ std::string KindRefusal(const std::string& strPath)
     return eKind == S_IFDIR ? "is a folder" : eKind == S_IFLNK ? "is a symbolic link" : "is no regular file";
 }
 
-/** @return the checksum in small letters; empty if the file cannot be read */
-std::string Sha256(const std::string& strPath)
-{
-    const std::unique_ptr<GChecksum, decltype(&g_checksum_free)> pSum(g_checksum_new(G_CHECKSUM_SHA256),
-                                                                      &g_checksum_free);
-    const std::unique_ptr<FILE, int (*)(FILE*)> pFile(fopen(strPath.c_str(), "rbe"), &fclose);
-    if (pFile == nullptr)
-    {
-        return "";
-    }
-    std::array<guchar, 65536> arrData{};
-    for (size_t nRead = 0; (nRead = fread(arrData.data(), 1, arrData.size(), pFile.get())) > 0;)
-    {
-        g_checksum_update(pSum.get(), arrData.data(), static_cast<gssize>(nRead));
-    }
-    return ferror(pFile.get()) == 0 ? g_checksum_get_string(pSum.get()) : "";
-}
-
-/** Flushes a file of a durable download to storage. @return the failure; empty: none */
-std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
-{
-    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be flushed to storage: " + SystemText(errno);
-}
-
-/** Checks a file that has arrived, and flushes it. @return the failure; empty: none */
-std::string CheckFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
-{
-    const long long nSize = tHeld.Size();
-    if (nSize != tDownload.tEnd.tReport.nBytes)
-    {
-        return "another process has written to it";
-    }
-    if (tDownload.nSize >= 0 && nSize != tDownload.nSize)
-    {
-        return "wrong size: " + std::to_string(nSize) + " bytes instead of " + std::to_string(tDownload.nSize);
-    }
-    const std::string strPath = EnginePath(tDownload);
-    const std::string strSum = tDownload.strSha256.empty() ? "" : Sha256(strPath);
-    return strSum == tDownload.strSha256 ? StorageFailure(tDownload, strPath) : "wrong SHA-256: " + strSum;
-}
-
 /** @return the files beside the target that a download creates and moves away again */
 std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
 {
     std::vector<std::string> vecPath{TempPath(tDownload)};
-    if (IsStaged(tDownload))
+    if (tDownload.bDurable)
     {
         vecPath.push_back(EnginePath(tDownload));
     }
@@ -117,11 +68,17 @@ bool AddNames(const DOWNLOAD_t& tDownload, NAME_SET_t& setName)
     return bNew;
 }
 
+/** Moves a file so that its target is whole at any moment, also after a power cut. @return false, with errno */
+bool MoveDurably(const std::string& strPath, const std::string& strTarget)
+{
+    return SyncToStorage(strPath) && rename(strPath.c_str(), strTarget.c_str()) == 0 && SyncToStorage(strTarget);
+}
+
 } // namespace
 
 std::string EnginePath(const DOWNLOAD_t& tDownload)
 {
-    return tDownload.strFile + (IsStaged(tDownload) ? UNCHECKED : "");
+    return tDownload.strFile + (tDownload.bDurable ? UNFLUSHED : "");
 }
 
 std::string TempPath(const DOWNLOAD_t& tDownload)
@@ -193,11 +150,15 @@ std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
     {
         return strRefusal;
     }
-    CHeldFile tHeld;
-    const int nError = tHeld.Create(TempPath(tDownload));
-    RemoveHeld(tDownload, tHeld);
-    return nError == 0 ? "cannot be started; the library's log (-v) says why"
-                       : TempPath(tDownload) + ": " + SystemText(nError);
+    const std::string strPath = TempPath(tDownload);
+    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); // tells the cause
+    if (nFile < 0)
+    {
+        return strPath + ": " + SystemText(errno);
+    }
+    close(nFile);
+    static_cast<void>(remove(strPath.c_str()));
+    return "cannot be started; the library's log (-v) says why";
 }
 
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
@@ -211,20 +172,8 @@ void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
     }
 }
 
-void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
+std::string ArrivalFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
-    for (const std::string& strPath : SidePaths(tDownload))
-    {
-        if (tHeld.IsAt(strPath))
-        {
-            static_cast<void>(remove(strPath.c_str()));
-        }
-    }
-}
-
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
-{
-    std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
     const std::string strPath = EnginePath(tDownload);
     if (tHeld.IsAt(TempPath(tDownload)))
     {
@@ -232,22 +181,18 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     }
     if (!tHeld.IsAt(strPath))
     {
-        return strLost;
+        return "another process has removed or replaced it, or " + TempPath(tDownload);
     }
-    std::string strFailure = CheckFailure(tDownload, tHeld);
-    if (!IsStaged(tDownload))
+    const bool bWhole = tHeld.Size() == tDownload.tEnd.tReport.nBytes;
+    const bool bMoved = bWhole && (!tDownload.bDurable || MoveDurably(strPath, tDownload.strFile));
+    const int nError = errno;
+    if (bWhole && bMoved)
     {
-        return strFailure;
+        return tHeld.IsAt(tDownload.strFile) ? "" : "another process has removed or replaced it";
     }
-    if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
-    {
-        strFailure = "cannot be moved into place: " + SystemText(errno);
-    }
-    if (!strFailure.empty())
+    if (tDownload.bDurable)
     {
         static_cast<void>(remove(strPath.c_str()));
-        return strFailure;
     }
-    strFailure = StorageFailure(tDownload, tDownload.strFile); // flushes the new name
-    return strFailure.empty() && !tHeld.IsAt(tDownload.strFile) ? strLost : strFailure;
+    return bWhole ? "cannot be flushed to storage: " + SystemText(nError) : "another process has written to it";
 }

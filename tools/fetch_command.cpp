@@ -30,7 +30,7 @@ bool IsFileName(const std::string& strId)
     constexpr size_t LONGEST = 200;
     return !strId.empty() && strId.size() <= LONGEST && strId.front() != '.' && strId.find('/') == std::string::npos &&
            strId == Printable(strId) && g_str_has_suffix(strId.c_str(), ".bak") == FALSE &&
-           g_str_has_suffix(strId.c_str(), ".unchecked") == FALSE;
+           g_str_has_suffix(strId.c_str(), ".unflushed") == FALSE;
 }
 
 /** @return -1 for a text that is no number */
@@ -135,7 +135,7 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     INFO_MAP_t mapInfo;
     if (!FindDocument(tSession, tFetch.tChoice, mapInfo))
     {
-        return 1;
+        return ExitStatus(CurrentReport());
     }
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)

@@ -74,6 +74,31 @@ std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
     return Cause(tReport) + (bRedirected ? " (redirected to " + WithoutCredentials(tReport.strFinalUrl) + ")" : "");
 }
 
+int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    switch (tReport.nResultCode)
+    {
+    case CURLE_OK: /* the failure is not the transfer's */
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_FAILED_INIT:
+    case CURLE_URL_MALFORMAT:
+    case CURLE_WRITE_ERROR:
+    case CURLE_OUT_OF_MEMORY:
+    case CURLE_ABORTED_BY_CALLBACK:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_FILESIZE_EXCEEDED:
+    case CURLE_SSL_CACERT_BADFILE:
+        return 1;
+    case CURLE_HTTP_RETURNED_ERROR:
+    case CURLE_TOO_MANY_REDIRECTS:
+        return 4;
+    case WQCurl::RESULT_UNEXPECTED:
+        return tReport.nHttpStatus >= FIRST_HTTP_ERROR ? 4 : 5;
+    default:
+        return 3;
+    }
+}
+
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     return Format("look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f", tReport.dLookUp,

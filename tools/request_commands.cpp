@@ -107,9 +107,13 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     {
         PrintHeadings(tReport);
     }
-    return bAnswered ? WriteAnswer(tReqInfo.strResponse, tRequest.strOutput)
-                     : PrintError(WithoutCredentials(tRequest.strUrl),
-                                  tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason);
+    if (bAnswered)
+    {
+        return WriteAnswer(tReqInfo.strResponse, tRequest.strOutput);
+    }
+    PrintError(WithoutCredentials(tRequest.strUrl),
+               tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason);
+    return ExitStatus(tReport);
 }
 
 void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
@@ -118,7 +122,7 @@ void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::
     AddHeaderOption(tCommand, tTransfer);
     tCommand.add_option("-o", tRequest.strOutput, "Write the answer into this file")->type_name("FILE");
     tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
-    AddFailFlags(tCommand, tRequest.bFailOnHttpError);
+    AddFailFlag(tCommand, tRequest.bFailOnHttpError);
 }
 
 } // namespace

@@ -4,14 +4,12 @@
 
 #include "option_values.h"
 
-void AddFailFlags(CLI::App& tCommand, bool& bFail)
+void AddFailFlag(CLI::App& tCommand, bool& bFail)
 {
-    const std::string strDefault = " (the default)";
+    const bool bOther = !bFail;
     tCommand.add_flag_callback(
-        "--fail", [&bFail] { bFail = true; },
-        "Fail with a redirect or a status of 400 and more" + (bFail ? strDefault : ""));
-    tCommand.add_flag_callback(
-        "--no-fail", [&bFail] { bFail = false; }, "Accept every status" + (bFail ? "" : strDefault));
+        bOther ? "--fail" : "--no-fail", [&bFail, bOther] { bFail = bOther; },
+        bOther ? "Fail with a redirect or a status of 400 and more" : "Accept every status");
 }
 
 void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
@@ -61,5 +59,5 @@ void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions, WQCurl::TRA
     tCommand.add_flag("--durable", tOptions.bDurable, "Flush each file to storage before it counts as done");
     tCommand.add_flag("-q", tOptions.bQuiet, "Print errors only");
     tCommand.add_flag("--json", tOptions.bJson, "Print JSON, at the end");
-    AddFailFlags(tCommand, tOptions.bFailOnHttpError);
+    AddFailFlag(tCommand, tOptions.bFailOnHttpError);
 }
