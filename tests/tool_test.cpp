@@ -98,6 +98,7 @@ protected:
 
 TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
 {
+    const std::string strSum(64, 'a');
     Shell("touch old.bak && printf kept >x && ln -s old link && ln -s old link2.bak && ln -s . folder");
     const CASES_t vecCase = {
         {"", 2, "a command is missing"},
@@ -114,6 +115,16 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"download $URL/ -", 2, "download: -: a download goes into a file"},
         {"download $URL/ x $URL/ y --size 4", 2, "download: --sha256 and --size are for a single file"},
         {"download '' x", 2, "URL: is empty"},
+        {"download", 2, "download: a URL with its FILE, or -i, is missing"},
+        {"download -i old.bak", 2, "download: old.bak: names no file"},
+        {"download -i none", 1, "none: No such file"},
+        {"download -i - <<E\n#\n\n$URL/ y 1x\nE\n", 2, "download: -: line 3: '1x' is no whole number"},
+        {"download -i - <<E\n$URL/ y 1 a\nE\n", 2, "line 1: 'a' is no SHA-256"},
+        {"download -i - <<E\n$URL/\nE\n", 2, "line 1: is not of the form URL FILE [SIZE] [SHA256]"},
+        {"download -i - <<E\n$URL/ -\nE\n", 2, "-: a download goes into a file"},
+        {"download --base-url $URL -i - <<E\n" + strSum + "   a/../../y\nE\n", 2, "may be outside of the working"},
+        {"download --base-url $URL -i - <<E\n" + strSum + " */y\nE\n", 2, "may be outside of the working folder"},
+        {"download --base-url $URL -i - <<E\n" + strSum + " y\nE\n", 2, "line 1: is no line of sha256sum"},
         {"--ipv4 get --ipv6 $URL/", 2, "excludes --ipv"},
         {"--duid \"$(printf 'a\\nb')\" servers", 2, "--duid: 'a?b' holds a control character"},
         {"--proxy u:SECRET@127.0.0.1:x doctor $URL/", 2, "--proxy: is no [SCHEME"},
@@ -141,6 +152,7 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"download --retry 0 $URL/cut x", 3, "6 bytes"},
         {"download --max-size 64000k $URL/huge x", 1, "x: failed, The answer is larger than the settings allow"},
         {"get $URL/huge", 1, "larger than the settings allow (--max-size)"},
+        {"get --json --fail $URL/404", 4, "\"result\": \"failed\",\n  \"reason\": \"HTTP 404\""},
         {"get --fail $URL/302", 4, "/302: HTTP 302, a redirect to http"},
         {"get http://u:SE/CRET@SECRET@h/", 1, "veltra: http://h/: "},
         {"info --id A --id B $URL/", 1, ": the answer is no well-formed XML"},
@@ -170,7 +182,8 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"get -iL $URL/to/404", 0, "\nURL: http://127.0.0.1:"},
         {"post $URL/ --data c=d", 0, "POSTc=d"},
         {"post $URL/ --data @data | wc -c", 0, "100004"},
-        {"get $URL/ -o data && cat data", 0, "GET"},
+        {"post $URL/ --data @- <data | wc -c", 0, "100004"},
+        {"get --json $URL/ -o data && cat data", 0, "\"header\": [\n    \"Content-Length: 3\"\n  ]\n}\nGET"},
         {"post $URL/ -o a --data @/dev/fd/2 <&- >&- 2>&-", 0, ""}, // a closed descriptor reads as empty
         {"info $URL/doc --id \"$(printf 'A\\33[2J')\"", 0, "id         A?[2J"},
         {"info $URL/doc --cert --json", 0, "\"id\": \"empCERT\""},
@@ -182,10 +195,14 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"download -q --jobs 1 $URL/ e $URL/cut f && cat f", 0, "cut whole"},
         {"download $URL/404 g $URL/ g2", 4, "g2: done"},
         {"download --retry 2 $URL/busy h", 0, "h: done"},
+        {"download -i - <<E && cat i j\n$URL/cut i 9\n \t\n$URL/ j 3 $(printf GET | sha256sum | head -c 64)\r\nE\n", 0,
+         "cut wholeGET"},
+        {"download --base-url $URL -i - <<E\n$(printf GET | sha256sum | head -c 64) *k l?\nE\n", 0, "k l?: done"},
+        {"download --base-url $URL -i - <<E\n" + std::string(64, 'a') + "  m\nE\n", 5, "m: failed, The file has ano"},
         {"doctor $URL/x", 1, "HTTP 200, 3 bytes from 127.0.0.1"},
     };
     CheckEach(m_fnAnswerPath, vecCase);
-    EXPECT_EQ(Files(), "a  b  c  d  data  e  f  g2  h\n");
+    EXPECT_EQ(Files(), "a  b  c  d  data  e  f  g2  h  i  j  k l?\n");
 }
 
 TEST_F(ToolTest, DownloadFailsIfItsFileIsReplaced)
