@@ -251,13 +251,15 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
     std::string strDocument = "<emplist>";
     for (const std::string strId : {"good", "there", "short", "missing", "token", ".h", "dir/y", "e\33"})
     {
-        strDocument += "<file id='" + strId + "' boot='yes' size='4' url='" + strHost + "/" + strId + "'/>";
+        strDocument +=
+            "<file id='" + strId + "' boot='yes' size='4' version='v1' url='" + strHost + "/" + strId + "'/>";
     }
+    strDocument += "<file id='open' size='-4' url='" + strHost + "/open'/></emplist>";
     const auto fnScript = [&](CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const std::string& strPath = tRequest.strPath;
         const bool bToken = tRequest.strHead.find("X-Token: t\r\n") != std::string::npos;
-        tConnection.Answer(strPath == "/document" ? strDocument + "</emplist>"
+        tConnection.Answer(strPath == "/document" ? strDocument
                            : strPath == "/short"  ? "abc"
                            : strPath != "/openapi/device/auth/query"
                                ? "new!"
@@ -269,24 +271,35 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
                            : strPath == "/token" ? "302 Found\r\nLocation: /good"
                                                  : "200 OK");
     };
-    const CASES_t vecCase = {
+    CASES_t vecCase = {
         {"servers" + strQuery, 0, strHost + "/broken\n" + strHost + "/document\n"},
         {"servers --json" + strQuery, 0, "[\n  \"" + strHost + "/broken\","},
         {"fetch . ", 2, "one of --id, --cert and --default must say"},
         {"fetch nodir --default" + strQuery, 1, "veltra: nodir: No such file or directory"},
         {"fetch . --cert" + strQuery, 1, "/document: the document has no such entries\nveltra: cannot fetch"},
         {"fetch . --id good,none" + strQuery, 1, "/broken: HTTP 404\nveltra: none: the document has no"},
-        {"fetch . --id good,there 2>&1" + strQuery + " && cat good there", 0, "  present\nnew!old!"},
+        {"fetch . --id good,there 2>&1" + strQuery + " && cat good there", 0, "  done\nnew!new!"},
         {"fetch . --id short" + strQuery, 5, "failed: The file is smaller than expected\n"},
         {"fetch . --id missing --json" + strQuery, 4, "\"failed\",\n    \"reason\": \"HTTP 404\""},
         {"fetch . --id token -LH 'X-Token: t' --json 2>&1" + strQuery + " && rm token", 0,
          strHost + "/good\",\n    \"status"},
         {"fetch . --id .h --id dir/y" + strQuery, 1, ".h: its identifier is no file name\nveltra: dir/y: its identif"},
-        {"fetch . --default --force -q" + strQuery, 1, "veltra: e?: its identifier is no file name\n"},
     };
+    /* A file is present only if the note of it equals the document's entry and the file. */
+    const std::string strFetch = TOOL " fetch . --id there" + strQuery + " 2>&1 && cat there";
+    const std::string strChange = "--version; touch -r there ref; printf old! >there; touch -r ref there; rm ref; ";
+    for (const char* pszAct : {"touch there; ", "sed -i s/v1/v2/ .veltra-fetch; ", "truncate -s 1G .veltra-fetch; ",
+                               "printf '\"there\"\\t[1e999,\\33\\n\\n' >.veltra-fetch; ", "rm .veltra-fetch; "})
+    {
+        vecCase.insert(vecCase.end(), {{strChange + strFetch, 0, "  present\nold!"},
+                                       {strChange + pszAct + strFetch, 0, "  done\nnew!"}});
+    }
+    vecCase.insert(vecCase.end(), {{"fetch . --id open 2>&1" + strQuery, 0, "  done, unchecked\n"},
+                                   {"fetch . --id open 2>&1" + strQuery + " && rm open", 0, "  present, unchecked\n"},
+                                   {strChange + TOOL " fetch . --default --check -q" + strQuery, 1, "e?: its"}});
     Shell("printf old! >there; printf older >good");
     CheckEach(fnScript, vecCase, true);
-    EXPECT_EQ(m_strOut + Files() + Read("there"), "good  there\nnew!");
+    EXPECT_EQ(Files() + Read("there"), ".veltra-fetch  good  there\nnew!");
 }
 
 TEST_F(ToolTest, DurableFileSurvivesAPowerCutAfterEachCall)

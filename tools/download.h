@@ -28,22 +28,6 @@ struct DOWNLOAD_END_t
     WQCurl::TRANSFER_REPORT_t tReport{}; /**< of the transfer; empty if none was started */
 };
 
-/** The word for the result of a download, in tables and JSON. */
-inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
-{
-    switch (tEnd.eState)
-    {
-    case DOWNLOAD_DONE:
-        return "done";
-    case DOWNLOAD_PRESENT:
-        return "present";
-    case DOWNLOAD_CANCELLED:
-        return "cancelled";
-    default:
-        return "failed";
-    }
-}
-
 /** One file to download. */
 struct DOWNLOAD_t
 {
@@ -55,3 +39,14 @@ struct DOWNLOAD_t
     std::string strEntry{};  /**< the identifier of the document's entry; empty: none */
     DOWNLOAD_END_t tEnd{};
 };
+
+/** The word for the result of a download, in tables and JSON. */
+inline std::string ResultName(const DOWNLOAD_t& tDownload)
+{
+    const DOWNLOAD_STATE_e eState = tDownload.tEnd.eState;
+    const std::string strUnchecked = !tDownload.strEntry.empty() && tDownload.nSize < 0 ? ", unchecked" : "";
+    return eState == DOWNLOAD_DONE        ? "done" + strUnchecked
+           : eState == DOWNLOAD_PRESENT   ? "present" + strUnchecked
+           : eState == DOWNLOAD_CANCELLED ? "cancelled"
+                                          : "failed";
+}

@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "download_target.h"
+#include "fetch_record.h"
 #include "json.h"
 #include "messages.h"
 #include "shared_options.h"
@@ -18,6 +19,7 @@ struct FETCH_OPTIONS_t
 {
     std::string strFolder;
     ENTRY_CHOICE_t tChoice;
+    bool bCheck = false; /**< downloads also what is present */
     DOWNLOAD_OPTIONS_t tRun;
 };
 
@@ -42,24 +44,25 @@ long long ParseSize(const std::string& strSize)
                : -1;
 }
 
-DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const CFetchRecord& tRecord, const APPBIN_SERVER_INFO_t& tInfo)
 {
-    const bool bForce = tFetch.tRun.bForce;
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
     DOWNLOAD_END_t& tEnd = tDownload.tEnd;
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
-    tEnd.strReason = IsFileName(tInfo.strId) ? TargetRefusal(tDownload, bForce) : "its identifier is no file name";
+    tEnd.strReason =
+        IsFileName(tInfo.strId) ? TargetRefusal(tDownload, tFetch.tRun.bForce) : "its identifier is no file name";
     if (!tEnd.strReason.empty())
     {
         tEnd.eState = DOWNLOAD_FAILED;
         PrintError(tInfo.strId, tEnd.strReason);
     }
-    else if (!bForce && tDownload.nSize >= 0 && FileSize(tDownload.strFile) == tDownload.nSize &&
-             (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
+    else if (const long long nSize = FileSize(tDownload.strFile);
+             !tFetch.bCheck && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
+             tRecord.IsCurrent(tInfo, tDownload.strFile) && (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
         tEnd.eState = DOWNLOAD_PRESENT;
-        tEnd.tReport.nBytes = tDownload.nSize;
+        tEnd.tReport.nBytes = nSize;
     }
     return tDownload;
 }
@@ -99,6 +102,21 @@ bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t&
     return false;
 }
 
+/** Notes the files that have arrived. @return the exit status */
+int NoteFiles(CFetchRecord& tRecord, const INFO_MAP_t& mapInfo, const std::vector<DOWNLOAD_t>& vecDownload)
+{
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        /* Do not note a file that somebody has changed since. */
+        if (tDownload.tEnd.eState == DOWNLOAD_DONE && FileSize(tDownload.strFile) == tDownload.tEnd.tReport.nBytes)
+        {
+            tRecord.Note(mapInfo.at(tDownload.strEntry), tDownload.strFile);
+        }
+    }
+    const std::string strFailure = tRecord.Write();
+    return strFailure.empty() ? 0 : PrintError(tRecord.Path(), strFailure);
+}
+
 void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
 {
     size_t nIdColumns = 5;
@@ -117,7 +135,7 @@ void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
         const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
         printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tDownload.strEntry), nIdColumns).c_str(),
                fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes, tEnd.tReport.dTotal,
-               ResultName(tEnd), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
+               ResultName(tDownload).c_str(), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
     }
 }
 
@@ -137,13 +155,15 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         return ExitStatus(CurrentReport());
     }
+    CFetchRecord tRecord(tFetch.strFolder);
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecDownload.push_back(MakeDownload(tFetch, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, tRecord, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
+    const int nNoteStatus = NoteFiles(tRecord, mapInfo, vecDownload);
     if (tFetch.tRun.bJson)
     {
         PrintResults(vecDownload);
@@ -152,7 +172,7 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         PrintTable(vecDownload);
     }
-    return nStatus == 0 && !bAllKnown ? 1 : nStatus;
+    return nStatus == 0 && !bAllKnown ? 1 : nStatus == 0 ? nNoteStatus : nStatus;
 }
 
 } // namespace
@@ -166,6 +186,7 @@ void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tT
     tCommand.add_option("DIR", ptFetch->strFolder, "The folder for the files, which are named after the entries")
         ->required();
     AddEntryOptions(tCommand, ptFetch->tChoice);
-    tCommand.add_flag("--force", ptFetch->tRun.bForce, "Replace existing files, and take over temporary files");
+    tCommand.add_flag("--force", ptFetch->tRun.bForce, "Take over existing temporary files");
+    tCommand.add_flag("--check", ptFetch->bCheck, "Download also what is present");
     AddRunOptions(tCommand, ptFetch->tRun, tTransfer);
 }

@@ -43,7 +43,7 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
         }
         tResult["url"] = tDownload.strUrl;
         tResult["file"] = tDownload.strFile;
-        tResult["result"] = ResultName(tDownload.tEnd);
+        tResult["result"] = ResultName(tDownload);
         tResult["reason"] = tDownload.tEnd.strReason;
         AddReport(tResult, tDownload.tEnd.tReport);
     }
