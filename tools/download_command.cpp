@@ -106,6 +106,5 @@ void AddDownloadCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t&
     AddValue(tApp, "--base-url", ptCommand->strBaseUrl, "URL", NotEmpty(),
              "The list is one of sha256sum; the names follow this URL")
         ->needs(pList);
-    tApp.add_flag("--force", tRun.bForce, "Take over existing temporary files");
     AddRunOptions(tApp, tRun, tTransfer);
 }

@@ -186,7 +186,6 @@ void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tT
     tCommand.add_option("DIR", ptFetch->strFolder, "The folder for the files, which are named after the entries")
         ->required();
     AddEntryOptions(tCommand, ptFetch->tChoice);
-    tCommand.add_flag("--force", ptFetch->tRun.bForce, "Take over existing temporary files");
     tCommand.add_flag("--check", ptFetch->bCheck, "Download also what is present");
     AddRunOptions(tCommand, ptFetch->tRun, tTransfer);
 }

@@ -56,6 +56,7 @@ void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions, WQCurl::TRA
         ->capture_default_str();
     AddValue(tCommand, "--limit-rate", tOptions.nBandwidth, "BYTES", Bytes(1),
              "Bytes a second for all downloads together, such as 64k or 2M");
+    tCommand.add_flag("--force", tOptions.bForce, "Take over existing temporary files");
     tCommand.add_flag("--durable", tOptions.bDurable, "Flush each file to storage before it counts as done");
     tCommand.add_flag("-q", tOptions.bQuiet, "Print errors only");
     tCommand.add_flag("--json", tOptions.bJson, "Print JSON, at the end");
