@@ -136,7 +136,7 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"download $URL/ $(printf %252s | tr ' ' x)", 1, ".bak: File name too long"},
         {"download $URL/ x $URL/ /dev/null", 1, "/dev/null: is no regular file"},
         {"download $URL/ old", 1, "old: old.bak exists: another download is writing it, or one that was killed"},
-        {"download $URL/ link2 --force", 1, "link2: link2.bak exists: another download is writing it, or one that"},
+        {"download $URL/ link2 --force", 1, "link2: link2.bak: is a symbolic link"},
         {"download $URL/ x --size 2", 5, "x: failed, The file is larger than expected"},
         {"download $URL/ x --size 4 --json", 5, "\"bytes\": 0"}, // the announced length is another one
         {"download $URL/page x --size 5", 5, "larger than expected"},

@@ -36,15 +36,25 @@ void CDownloadItem::Start()
         m_tDownload.tEnd.eState = DOWNLOAD_RUNNING;
         m_tSpeedometer = CSpeedometer();
     }
-    if (m_StartTransfer() != RESULT_STARTED)
+    WQCurl::TRANSFER_SETTINGS_t tSettings = m_tContext.tSession.Settings();
+    tSettings.nExpectedSize = m_tDownload.nSize;
+    tSettings.strExpectedSha256 = m_tDownload.strSha256;
+    const WQCurl::CTransferScope tScope(tSettings);
+    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pItem)
+    { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
+    CWebConnector& tEngine = m_tContext.tSession.Engine();
+    m_nId = tEngine.CreateDownloadId();
+    if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
-        m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
+        const std::string strRefusal = TargetRefusal(m_tDownload, m_tContext.tOptions.bForce);
+        m_SetEnd(DOWNLOAD_FAILED,
+                 strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal);
     }
 }
 
 void CDownloadItem::Finish()
 {
-    if (State() == DOWNLOAD_ARRIVED)
+    if (End().eState == DOWNLOAD_ARRIVED)
     {
         const std::string strFailure = ArrivalFailure(m_tDownload, m_tHeld);
         m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
@@ -62,12 +72,6 @@ void CDownloadItem::Cancel()
     {
         m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
-}
-
-DOWNLOAD_STATE_e CDownloadItem::State() const
-{
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    return m_tDownload.tEnd.eState;
 }
 
 DOWNLOAD_END_t CDownloadItem::End() const
@@ -89,20 +93,6 @@ PROGRESS_t CDownloadItem::Progress()
     }
     tProgress.dSpeed = m_tSpeedometer.Measure(tProgress.nBytes);
     return tProgress;
-}
-
-/** @return the engine's result */
-int CDownloadItem::m_StartTransfer()
-{
-    const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pItem)
-    { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
-    WQCurl::TRANSFER_SETTINGS_t tSettings = m_tContext.tSession.Settings();
-    tSettings.nExpectedSize = m_tDownload.nSize;
-    tSettings.strExpectedSha256 = m_tDownload.strSha256;
-    const WQCurl::CTransferScope tScope(tSettings);
-    CWebConnector& tEngine = m_tContext.tSession.Engine();
-    m_nId = tEngine.CreateDownloadId();
-    return tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this);
 }
 
 void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason)

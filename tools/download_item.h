@@ -24,7 +24,7 @@ public:
     /** @param tDownload receives the result; it must outlive this */
     CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload);
 
-    /** Starts the transfer; its result becomes visible in State(). */
+    /** Starts the transfer; its result becomes visible in End(). */
     void Start();
 
     /** Checks and flushes a file that has arrived. */
@@ -34,12 +34,10 @@ public:
     void Cancel();
 
     const std::string& Name() const { return m_strName; } /**< printable */
-    DOWNLOAD_STATE_e State() const;
     DOWNLOAD_END_t End() const;
     PROGRESS_t Progress();
 
 private:
-    int m_StartTransfer();
     void m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason = "");
     void m_OnEvent(DOWNLOAD_TYPE_e eType);
     void m_OnProgress(long long nTotal);

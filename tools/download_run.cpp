@@ -99,7 +99,7 @@ void CDownloadRun::m_StartMore()
     int nFree = m_tContext.tOptions.nJobs;
     for (CDownloadItem& tItem : m_lstItem)
     {
-        const DOWNLOAD_STATE_e eState = tItem.State();
+        const DOWNLOAD_STATE_e eState = tItem.End().eState;
         if (eState == DOWNLOAD_WAITING && nFree > 0)
         {
             tItem.Start();
@@ -115,7 +115,7 @@ bool CDownloadRun::m_ShowAll()
     size_t nFinal = 0;
     for (CDownloadItem& tItem : m_lstItem)
     {
-        const DOWNLOAD_STATE_e eState = tItem.State();
+        const DOWNLOAD_STATE_e eState = tItem.End().eState;
         if (eState == DOWNLOAD_RUNNING || eState == DOWNLOAD_ARRIVED)
         {
             vecRunning.push_back(tItem.Progress());

@@ -2,10 +2,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <set>
 #include <sys/stat.h>
-#include <tuple>
 #include <unistd.h>
 
 #include "messages.h"
@@ -16,21 +15,23 @@ namespace
 constexpr char UNFLUSHED[] = ".unflushed";
 constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
 
-/** @return the type bits of the file at a path, without following a link; 0 if none exists */
-mode_t FileKind(const std::string& strPath)
-{
-    struct stat tStat = {};
-    return lstat(strPath.c_str(), &tStat) == 0 ? tStat.st_mode & static_cast<mode_t>(S_IFMT) : 0;
-}
-
 std::string KindRefusal(const std::string& strPath)
 {
-    const mode_t eKind = FileKind(strPath);
-    if (eKind == 0 || eKind == S_IFREG)
+    std::error_code tFault;
+    switch (std::filesystem::symlink_status(strPath, tFault).type())
     {
+    case std::filesystem::file_type::not_found:
+    case std::filesystem::file_type::regular:
         return "";
+    case std::filesystem::file_type::none:
+        return tFault.message();
+    case std::filesystem::file_type::directory:
+        return "is a folder";
+    case std::filesystem::file_type::symlink:
+        return "is a symbolic link";
+    default:
+        return "is no regular file";
     }
-    return eKind == S_IFDIR ? "is a folder" : eKind == S_IFLNK ? "is a symbolic link" : "is no regular file";
 }
 
 /** @return the files beside the target that a download creates and moves away again */
@@ -50,20 +51,17 @@ std::string FolderOf(const std::string& strPath)
     return nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
 }
 
-/** File names with the device and the inode of their folder. */
-typedef std::set<std::tuple<dev_t, ino_t, std::string>> NAME_SET_t;
-
 /** Adds all names of a download. @return false if a name was added before */
-bool AddNames(const DOWNLOAD_t& tDownload, NAME_SET_t& setName)
+bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::string>& setName)
 {
-    struct stat tFolder = {};
+    std::error_code tFault;
+    const std::string strFolder = canonical(std::filesystem::path(FolderOf(tDownload.strFile)), tFault);
     std::vector<std::string> vecPath = SidePaths(tDownload);
     vecPath.push_back(tDownload.strFile);
     bool bNew = true;
-    static_cast<void>(stat(FolderOf(tDownload.strFile).c_str(), &tFolder));
     for (const std::string& strPath : vecPath)
     {
-        bNew = setName.emplace(tFolder.st_dev, tFolder.st_ino, strPath.substr(strPath.rfind('/') + 1)).second && bNew;
+        bNew = setName.insert(strFolder + "/" + strPath.substr(strPath.rfind('/') + 1)).second && bNew;
     }
     return bNew;
 }
@@ -110,15 +108,17 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
     }
     for (const std::string& strPath : SidePaths(tDownload))
     {
-        const mode_t eKind = FileKind(strPath);
         if (CHeldFile::IsHeld(strPath))
         {
             return strPath + " exists: another download is writing it";
         }
-        if (eKind != 0 && !(bForce && eKind == S_IFREG))
+        const std::string strKind = KindRefusal(strPath);
+        if (!strKind.empty() || (!bForce && FileSize(strPath) >= 0))
         {
-            return strPath + " exists: another download is writing it, or one that was killed left it" +
-                   (eKind == S_IFREG ? " (--force takes it over)" : "");
+            return strPath + (strKind.empty()
+                                  ? " exists: another download is writing it, or one that was killed left it "
+                                    "(--force takes it over)"
+                                  : ": " + strKind);
         }
     }
     return "";
@@ -127,7 +127,7 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
 {
     bool bAll = true;
-    NAME_SET_t setName;
+    std::set<std::string> setName;
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
         std::string strRefusal = TargetRefusal(tDownload, bForce);
@@ -142,23 +142,6 @@ bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
         }
     }
     return bAll;
-}
-
-std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
-{
-    if (std::string strRefusal = TargetRefusal(tDownload, bForce); !strRefusal.empty())
-    {
-        return strRefusal;
-    }
-    const std::string strPath = TempPath(tDownload);
-    const int nFile = open(strPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); // tells the cause
-    if (nFile < 0)
-    {
-        return strPath + ": " + SystemText(errno);
-    }
-    close(nFile);
-    static_cast<void>(remove(strPath.c_str()));
-    return "cannot be started; the library's log (-v) says why";
 }
 
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)

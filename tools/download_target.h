@@ -28,9 +28,6 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
  */
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce);
 
-/** @return the reason why the engine did not start a download */
-std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce);
-
 /** Removes the temporary files of earlier downloads, except those that a running process holds. */
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 

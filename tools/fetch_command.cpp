@@ -5,7 +5,7 @@
 
 #include "commands.h"
 #include "download_target.h"
-#include "fetch_record.h"
+#include "fetch_notes.h"
 #include "json.h"
 #include "messages.h"
 #include "shared_options.h"
@@ -44,10 +44,11 @@ long long ParseSize(const std::string& strSize)
                : -1;
 }
 
-DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const CFetchRecord& tRecord, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapNote, const APPBIN_SERVER_INFO_t& tInfo)
 {
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
     DOWNLOAD_END_t& tEnd = tDownload.tEnd;
+    const auto itNote = mapNote.find(NoteKey(tInfo.strId));
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
     tEnd.strReason =
@@ -58,8 +59,9 @@ DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const CFetchRecord& tReco
         PrintError(tInfo.strId, tEnd.strReason);
     }
     else if (const long long nSize = FileSize(tDownload.strFile);
-             !tFetch.bCheck && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
-             tRecord.IsCurrent(tInfo, tDownload.strFile) && (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
+             !tFetch.bCheck && (tDownload.nSize < 0 || nSize == tDownload.nSize) && itNote != mapNote.end() &&
+             itNote->second == NoteText(tInfo, tDownload.strFile) &&
+             (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
         tEnd.eState = DOWNLOAD_PRESENT;
         tEnd.tReport.nBytes = nSize;
@@ -102,21 +104,6 @@ bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t&
     return false;
 }
 
-/** Notes the files that have arrived. @return the exit status */
-int NoteFiles(CFetchRecord& tRecord, const INFO_MAP_t& mapInfo, const std::vector<DOWNLOAD_t>& vecDownload)
-{
-    for (const DOWNLOAD_t& tDownload : vecDownload)
-    {
-        /* Do not note a file that somebody has changed since. */
-        if (tDownload.tEnd.eState == DOWNLOAD_DONE && FileSize(tDownload.strFile) == tDownload.tEnd.tReport.nBytes)
-        {
-            tRecord.Note(mapInfo.at(tDownload.strEntry), tDownload.strFile);
-        }
-    }
-    const std::string strFailure = tRecord.Write();
-    return strFailure.empty() ? 0 : PrintError(tRecord.Path(), strFailure);
-}
-
 void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
 {
     size_t nIdColumns = 5;
@@ -155,15 +142,24 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         return ExitStatus(CurrentReport());
     }
-    CFetchRecord tRecord(tFetch.strFolder);
+    const std::string strNotes = tFetch.strFolder + "/.veltra-fetch";
+    FETCH_NOTES_t mapNote = ReadNotes(strNotes);
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecDownload.push_back(MakeDownload(tFetch, tRecord, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, mapNote, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
-    const int nNoteStatus = NoteFiles(tRecord, mapInfo, vecDownload);
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        /* Do not note a file that somebody has changed since. */
+        if (tDownload.tEnd.eState == DOWNLOAD_DONE && FileSize(tDownload.strFile) == tDownload.tEnd.tReport.nBytes)
+        {
+            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.strFile);
+        }
+    }
+    const std::string strFailure = WriteNotes(strNotes, mapNote);
     if (tFetch.tRun.bJson)
     {
         PrintResults(vecDownload);
@@ -172,7 +168,11 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         PrintTable(vecDownload);
     }
-    return nStatus == 0 && !bAllKnown ? 1 : nStatus == 0 ? nNoteStatus : nStatus;
+    if (!strFailure.empty())
+    {
+        PrintError(strNotes, strFailure);
+    }
+    return nStatus == 0 && !(bAllKnown && strFailure.empty()) ? 1 : nStatus;
 }
 
 } // namespace

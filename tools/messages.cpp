@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <curl/curl.h>
+#include <set>
 #include <system_error>
 
 #include "text.h"
@@ -76,27 +77,22 @@ std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
 
 int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
-    switch (tReport.nResultCode)
+    const int nCode = tReport.nResultCode;
+    if (nCode == CURLE_HTTP_RETURNED_ERROR || nCode == CURLE_TOO_MANY_REDIRECTS || nCode == WQCurl::RESULT_UNEXPECTED)
     {
-    case CURLE_OK: /* the failure is not the transfer's */
-    case CURLE_UNSUPPORTED_PROTOCOL:
-    case CURLE_FAILED_INIT:
-    case CURLE_URL_MALFORMAT:
-    case CURLE_WRITE_ERROR:
-    case CURLE_OUT_OF_MEMORY:
-    case CURLE_ABORTED_BY_CALLBACK:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_FILESIZE_EXCEEDED:
-    case CURLE_SSL_CACERT_BADFILE:
-        return 1;
-    case CURLE_HTTP_RETURNED_ERROR:
-    case CURLE_TOO_MANY_REDIRECTS:
-        return 4;
-    case WQCurl::RESULT_UNEXPECTED:
-        return tReport.nHttpStatus >= FIRST_HTTP_ERROR ? 4 : 5;
-    default:
-        return 3;
+        return nCode == WQCurl::RESULT_UNEXPECTED && tReport.nHttpStatus < FIRST_HTTP_ERROR ? 5 : 4;
     }
+    const std::set<int> setLocal{CURLE_OK,
+                                 CURLE_UNSUPPORTED_PROTOCOL,
+                                 CURLE_FAILED_INIT,
+                                 CURLE_WRITE_ERROR,
+                                 CURLE_ABORTED_BY_CALLBACK,
+                                 CURLE_URL_MALFORMAT,
+                                 CURLE_OUT_OF_MEMORY,
+                                 CURLE_SSL_CERTPROBLEM,
+                                 CURLE_FILESIZE_EXCEEDED,
+                                 CURLE_SSL_CACERT_BADFILE};
+    return setLocal.count(nCode) != 0 ? 1 : 3;
 }
 
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)
