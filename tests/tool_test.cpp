@@ -296,7 +296,11 @@ TEST_F(ToolTest, FetchDownloadsEntriesOfTheFirstReadableDocument)
                                        {strChange + pszAct + strFetch, 0, "  done\nnew!"}});
     }
     vecCase.insert(vecCase.end(), {{"fetch . --id open 2>&1" + strQuery, 0, "  done, unchecked\n"},
-                                   {"fetch . --id open 2>&1" + strQuery + " && rm open", 0, "  present, unchecked\n"},
+                                   {"fetch . --id open 2>&1" + strQuery, 0, "  present, unchecked\n"},
+                                   {R"(--version; rm open; sed -i '/open/s/"[^"]*"]$/""]/' .veltra-fetch; )" TOOL
+                                    " fetch . --id open 2>&1" +
+                                        strQuery + " && rm open",
+                                    0, "  done, unchecked\n"},
                                    {strChange + TOOL " fetch . --default --check -q" + strQuery, 1, "e?: its"}});
     Shell("printf old! >there; printf older >good");
     CheckEach(fnScript, vecCase, true);

@@ -86,17 +86,6 @@ time_t ParseDate(const char* pszDate)
     return strptime(pszDate, " %a, %d %b %Y %H:%M:%S GMT", &tParts) != nullptr ? timegm(&tParts) : -1;
 }
 
-size_t TakeDate(const char* pData, size_t nSize, size_t nCount, void* pDate)
-{
-    const std::string strLine(pData, nSize * nCount);
-    constexpr size_t NAME = 5;
-    if (curl_strnequal(strLine.c_str(), "date:", NAME) != 0)
-    {
-        *static_cast<time_t*>(pDate) = ParseDate(strLine.c_str() + NAME);
-    }
-    return nSize * nCount;
-}
-
 class CDoctor
 {
 public:
@@ -171,7 +160,6 @@ time_t CDoctor::m_GetServerDate() const
     {
         pConnectTo = curl_slist_append(pConnectTo, strEntry.c_str());
     }
-    time_t tDate = -1;
     curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(m_strUrl).c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_USERAGENT, tTransfer.strUserAgent.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
@@ -183,11 +171,11 @@ time_t CDoctor::m_GetServerDate() const
     curl_easy_setopt(pEasy.get(), CURLOPT_PROXY, tTransfer.strProxy.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_NOPROXY, "");
     curl_easy_setopt(pEasy.get(), CURLOPT_CONNECT_TO, pConnectTo);
-    curl_easy_setopt(pEasy.get(), CURLOPT_HEADERFUNCTION, &TakeDate);
-    curl_easy_setopt(pEasy.get(), CURLOPT_HEADERDATA, &tDate);
     curl_easy_perform(pEasy.get());
     curl_slist_free_all(pConnectTo);
-    return tDate;
+    curl_header* ptDate = nullptr;
+    const bool bDate = curl_easy_header(pEasy.get(), "Date", 0, CURLH_HEADER, -1, &ptDate) == CURLHE_OK;
+    return bDate ? ParseDate(ptDate->value) : -1;
 }
 
 void CDoctor::m_CheckClock()

@@ -25,6 +25,7 @@ struct DOWNLOAD_END_t
 {
     DOWNLOAD_STATE_e eState = DOWNLOAD_WAITING;
     std::string strReason{};             /**< of a failure */
+    std::string strStamp{};              /**< the FileStamp() of a file that is done */
     WQCurl::TRANSFER_REPORT_t tReport{}; /**< of the transfer; empty if none was started */
 };
 

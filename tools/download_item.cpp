@@ -54,9 +54,10 @@ void CDownloadItem::Start()
 
 void CDownloadItem::Finish()
 {
-    if (End().eState == DOWNLOAD_ARRIVED)
+    if (State() == DOWNLOAD_ARRIVED)
     {
         const std::string strFailure = ArrivalFailure(m_tDownload, m_tHeld);
+        m_tDownload.tEnd.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
         m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }
@@ -72,6 +73,12 @@ void CDownloadItem::Cancel()
     {
         m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
+}
+
+DOWNLOAD_STATE_e CDownloadItem::State() const
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    return m_tDownload.tEnd.eState;
 }
 
 DOWNLOAD_END_t CDownloadItem::End() const

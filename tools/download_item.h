@@ -24,7 +24,7 @@ public:
     /** @param tDownload receives the result; it must outlive this */
     CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload);
 
-    /** Starts the transfer; its result becomes visible in End(). */
+    /** Starts the transfer; its result becomes visible in State(). */
     void Start();
 
     /** Checks and flushes a file that has arrived. */
@@ -34,6 +34,7 @@ public:
     void Cancel();
 
     const std::string& Name() const { return m_strName; } /**< printable */
+    DOWNLOAD_STATE_e State() const;
     DOWNLOAD_END_t End() const;
     PROGRESS_t Progress();
 

@@ -32,7 +32,6 @@ public:
     int Run();
 
 private:
-    void m_WaitForAll();
     void m_StartMore();
     bool m_ShowAll();
     void m_ShowEnd(const CDownloadItem& tItem);
@@ -63,12 +62,6 @@ CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownl
 int CDownloadRun::Run()
 {
     WQCurl::SetBandwidth(m_tContext.tOptions.nBandwidth);
-    m_WaitForAll();
-    return m_nSignal != 0 ? 128 + m_nSignal : 0;
-}
-
-void CDownloadRun::m_WaitForAll()
-{
     for (bool bAllFinal = m_lstItem.empty(); !bAllFinal;)
     {
         if (m_nSignal == 0)
@@ -92,6 +85,7 @@ void CDownloadRun::m_WaitForAll()
             m_HandleSignal(nSignal == 0 && bBrokenPipe && m_nSignal == 0 ? SIGPIPE : nSignal);
         }
     }
+    return m_nSignal != 0 ? 128 + m_nSignal : 0;
 }
 
 void CDownloadRun::m_StartMore()
@@ -99,7 +93,7 @@ void CDownloadRun::m_StartMore()
     int nFree = m_tContext.tOptions.nJobs;
     for (CDownloadItem& tItem : m_lstItem)
     {
-        const DOWNLOAD_STATE_e eState = tItem.End().eState;
+        const DOWNLOAD_STATE_e eState = tItem.State();
         if (eState == DOWNLOAD_WAITING && nFree > 0)
         {
             tItem.Start();
@@ -115,7 +109,7 @@ bool CDownloadRun::m_ShowAll()
     size_t nFinal = 0;
     for (CDownloadItem& tItem : m_lstItem)
     {
-        const DOWNLOAD_STATE_e eState = tItem.End().eState;
+        const DOWNLOAD_STATE_e eState = tItem.State();
         if (eState == DOWNLOAD_RUNNING || eState == DOWNLOAD_ARRIVED)
         {
             vecRunning.push_back(tItem.Progress());
@@ -147,17 +141,18 @@ void CDownloadRun::m_ShowEnd(const CDownloadItem& tItem)
 /** @param nSignal 0: none */
 void CDownloadRun::m_HandleSignal(int nSignal)
 {
-    if (nSignal != 0 && m_nSignal != 0)
+    if (nSignal == 0)
+    {
+        return;
+    }
+    if (m_nSignal != 0)
     {
         _exit(128 + m_nSignal);
     }
-    if (nSignal != 0)
+    m_nSignal = nSignal;
+    for (CDownloadItem& tItem : m_lstItem)
     {
-        m_nSignal = nSignal;
-        for (CDownloadItem& tItem : m_lstItem)
-        {
-            tItem.Cancel();
-        }
+        tItem.Cancel();
     }
 }
 

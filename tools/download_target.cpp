@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "messages.h"
+#include "text.h"
 
 namespace
 {
@@ -94,6 +95,15 @@ long long FileSize(const std::string& strPath)
 {
     struct stat tStat = {};
     return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
+}
+
+std::string FileStamp(const std::string& strPath)
+{
+    struct stat tStat = {};
+    return stat(strPath.c_str(), &tStat) != 0
+               ? ""
+               : Format("%lld %lld.%09ld", static_cast<long long>(tStat.st_size),
+                        static_cast<long long>(tStat.st_mtim.tv_sec), static_cast<long>(tStat.st_mtim.tv_nsec));
 }
 
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)

@@ -18,6 +18,9 @@ std::string FolderRefusal(const std::string& strFolder);
 /** @return the size of a file; -1 if it does not exist */
 long long FileSize(const std::string& strPath);
 
+/** @return size and modification time of a file as a text; empty if it does not exist */
+std::string FileStamp(const std::string& strPath);
+
 /** @return the reason why a download into its target must not start; empty: none */
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 

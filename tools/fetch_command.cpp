@@ -59,23 +59,14 @@ DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapN
         PrintError(tInfo.strId, tEnd.strReason);
     }
     else if (const long long nSize = FileSize(tDownload.strFile);
-             !tFetch.bCheck && (tDownload.nSize < 0 || nSize == tDownload.nSize) && itNote != mapNote.end() &&
-             itNote->second == NoteText(tInfo, tDownload.strFile) &&
+             !tFetch.bCheck && nSize >= 0 && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
+             itNote != mapNote.end() && itNote->second == NoteText(tInfo, FileStamp(tDownload.strFile)) &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
         tEnd.eState = DOWNLOAD_PRESENT;
         tEnd.tReport.nBytes = nSize;
     }
     return tDownload;
-}
-
-/** The query service must not receive the header lines of -H: a token is for the servers that it names. */
-bool GetServersWithoutHeader(const CSession& tSession, std::vector<std::string>& vecUrl)
-{
-    WQCurl::TRANSFER_SETTINGS_t tSettings = tSession.Settings();
-    tSettings.lstHeader.clear();
-    const WQCurl::CTransferScope tScope(tSettings);
-    return GetServers(tSession, vecUrl);
 }
 
 /**
@@ -85,7 +76,7 @@ bool GetServersWithoutHeader(const CSession& tSession, std::vector<std::string>&
 bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t& mapInfo)
 {
     std::vector<std::string> vecUrl;
-    if (!GetServersWithoutHeader(tSession, vecUrl))
+    if (!GetServers(tSession, vecUrl))
     {
         return false;
     }
@@ -128,10 +119,6 @@ void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
 
 int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
 {
-    if (const std::string strFault = tFetch.tChoice.Fault(); !strFault.empty())
-    {
-        return PrintUsageError(strFault, "fetch");
-    }
     if (const std::string strRefusal = FolderRefusal(tFetch.strFolder); !strRefusal.empty())
     {
         return PrintError(tFetch.strFolder, strRefusal);
@@ -153,10 +140,9 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        /* Do not note a file that somebody has changed since. */
-        if (tDownload.tEnd.eState == DOWNLOAD_DONE && FileSize(tDownload.strFile) == tDownload.tEnd.tReport.nBytes)
+        if (tDownload.tEnd.eState == DOWNLOAD_DONE)
         {
-            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.strFile);
+            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
         }
     }
     const std::string strFailure = WriteNotes(strNotes, mapNote);

@@ -4,7 +4,6 @@
 #include <glib.h>
 #include <memory>
 #include <sstream>
-#include <sys/stat.h>
 
 #include "file_content.h"
 #include "json.h"
@@ -27,13 +26,9 @@ std::string NoteKey(const std::string& strId)
     return Encode(strId);
 }
 
-std::string NoteText(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strFile)
+std::string NoteText(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strStamp)
 {
-    struct stat tStat = {};
-    static_cast<void>(stat(strFile.c_str(), &tStat));
-    return Encode({tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature,
-                   static_cast<long long>(tStat.st_size), static_cast<long long>(tStat.st_mtim.tv_sec),
-                   static_cast<long long>(tStat.st_mtim.tv_nsec)});
+    return Encode({tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature, strStamp});
 }
 
 FETCH_NOTES_t ReadNotes(const std::string& strPath)

@@ -14,8 +14,8 @@ typedef std::map<std::string, std::string> FETCH_NOTES_t;
 /** The key of an entry's note. */
 std::string NoteKey(const std::string& strId);
 
-/** The note of an entry and its file. */
-std::string NoteText(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strFile);
+/** The note of an entry and its file. @param strStamp the FileStamp() */
+std::string NoteText(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strStamp);
 
 /** Reads the notes of a folder. Without a readable file there are none. */
 FETCH_NOTES_t ReadNotes(const std::string& strPath);

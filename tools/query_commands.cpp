@@ -74,10 +74,6 @@ struct INFO_OPTIONS_t
 
 int RunInfo(const OPTIONS_t& tOptions, const INFO_OPTIONS_t& tInfo)
 {
-    if (const std::string strFault = tInfo.tChoice.Fault(); !strFault.empty())
-    {
-        return PrintUsageError(strFault, "info");
-    }
     const CSession tSession(tOptions);
     INFO_MAP_t mapInfo;
     const std::string strReason = GetInfo(tInfo.tChoice, tInfo.strUrl, mapInfo);

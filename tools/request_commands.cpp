@@ -29,21 +29,19 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     const std::string strLength = tReport.nContentLength < 0 ? "" : std::to_string(tReport.nContentLength);
     printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
+    const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
     for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
                                             {"Content-Length", strLength},
-                                            {"Location", WithoutCredentials(tReport.strRedirectUrl)}})
+                                            {"Location", WithoutCredentials(tReport.strRedirectUrl)},
+                                            {"URL", bRedirected ? WithoutCredentials(tReport.strFinalUrl) : ""},
+                                            {"Bytes", std::to_string(tReport.nBytes)},
+                                            {"Peer", tReport.strPeer + (tReport.bReused ? ", connected before" : "")}})
     {
         if (!strValue.empty())
         {
             printf("%s: %s\n", pszName, Printable(strValue).c_str());
         }
     }
-    if (tReport.strFinalUrl != tReport.strUrl)
-    {
-        printf("URL: %s\n", Printable(WithoutCredentials(tReport.strFinalUrl)).c_str());
-    }
-    printf("Bytes: %lld\n", tReport.nBytes);
-    printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
     printf("Seconds: %s\n\n", PhasesText(tReport).c_str());
 }
 

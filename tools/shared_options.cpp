@@ -25,6 +25,14 @@ void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
     };
     CLI::Option* pCert = fnAdd("--cert", ENTRIES_CERT, "The CERT entries");
     fnAdd("--default", ENTRIES_DEFAULT, "The entries that are marked for boot")->excludes(pCert);
+    const auto fnCheck = [&tChoice]
+    {
+        if (tChoice.eEntries == ENTRIES_BY_ID && tChoice.vecId.empty())
+        {
+            throw CLI::ValidationError("one of --id, --cert and --default must say which entries");
+        }
+    };
+    tCommand.parse_complete_callback(fnCheck);
 }
 
 void AddHeaderOption(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
