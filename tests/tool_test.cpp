@@ -80,7 +80,8 @@ protected:
         }
         m_tStalled.Wait(strPath == "/stalled" ? 1 : 0);
         tConnection.Answer(
-            strPath == "/doc"    ? "<emplist><file id='A\33[2J'/><file id='B' url='u'/><file id='empCERT'/></emplist>"
+            strPath == "/doc"
+                ? "<emplist><file id='A\33[2J'/><file id='B' url='u\xc2\x9b'/><file id='empCERT'/></emplist>"
             : strPath == "/cut"  ? " whole"
             : strPath == "/huge" ? std::string(64000001, 'h')
                                  : tRequest.strMethod + (fnHas("X-A: b") ? "X-A: b" : "") + tRequest.strBody,
@@ -187,7 +188,7 @@ TEST_F(ToolTest, OutputAndRequestOfEachOption)
         {"post $URL/ -o a --data @/dev/fd/2 <&- >&- 2>&-", 0, ""}, // a closed descriptor reads as empty
         {"info $URL/doc --id \"$(printf 'A\\33[2J')\"", 0, "id         A?[2J"},
         {"info $URL/doc --cert --json", 0, "\"id\": \"empCERT\""},
-        {"info $URL/doc --json --id B,none", 1, "\"url\": \"u\""},
+        {"info $URL/doc --json --id B,none", 1, "\"url\": \"u\\u009b\""},
         {"-v info $URL/doc --id B 2>&1", 0, "Have Handled all"},
         {"download $URL/ b --force", 0, "b: done"},
         {"download $URL/ c --size 3 --sha256 $(printf GET | sha256sum | head -c 64 | tr a-f A-F)", 0, "c: done"},

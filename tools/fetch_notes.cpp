@@ -13,22 +13,16 @@ namespace
 
 constexpr uintmax_t LARGEST_FILE = 4000000; /* bytes; a larger file was not written here */
 
-/** Becomes JSON in ASCII, without tabs and line ends. */
-std::string Encode(const JSON_t& tJson)
-{
-    return tJson.dump(-1, ' ', true, JSON_t::error_handler_t::replace);
-}
-
 } // namespace
 
 std::string NoteKey(const std::string& strId)
 {
-    return Encode(strId);
+    return JsonText(strId, -1);
 }
 
 std::string NoteText(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strStamp)
 {
-    return Encode({tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature, strStamp});
+    return JsonText({tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature, strStamp}, -1);
 }
 
 FETCH_NOTES_t ReadNotes(const std::string& strPath)

@@ -7,10 +7,17 @@
 
 typedef nlohmann::ordered_json JSON_t;
 
-/** Prints JSON on standard output. Replaces bytes that are not UTF-8. */
+/** Returns JSON in ASCII, so that no text drives a terminal. Replaces bytes that are not UTF-8. @param nIndent -1: one
+ * line */
+inline std::string JsonText(const JSON_t& tJson, int nIndent)
+{
+    return tJson.dump(nIndent, ' ', true, JSON_t::error_handler_t::replace);
+}
+
+/** Prints JSON on standard output. */
 inline void PrintJson(const JSON_t& tJson)
 {
-    puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
+    puts(JsonText(tJson, 2).c_str());
 }
 
 /** Adds the fields of a transfer's report. */
