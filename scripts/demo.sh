@@ -143,7 +143,7 @@ client=()
 [ ! -e "$archive" ] || fail "a part of the archive reached the target"
 echo "Neither the temporary file nor the target exists"
 
-echo "== Downloading the player once more, synchronously"
-"${veltra[@]}" download --sync "https://$apps_host/files/player.bin" "$dir/got/player-sync.bin"
-verify "$dir/got/player-sync.bin" "$dir/www/files/player.bin"
+echo "== Downloading the player once more, flushed to storage"
+"${veltra[@]}" download --durable "https://$apps_host/files/player.bin" "$dir/got/player-durable.bin"
+verify "$dir/got/player-durable.bin" "$dir/www/files/player.bin"
 echo "== Done: four downloaded files equal their sources, one download was cancelled without a trace"

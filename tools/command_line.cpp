@@ -24,17 +24,12 @@ std::string Fault(const CLI::App& tApp, const CLI::ParseError& tError)
 
 void AddCommands(CLI::App& tApp, OPTIONS_t& tOptions, COMMAND_t& fnChosen)
 {
-    const std::string strGroup = tApp.option_defaults()->get_group();
     const ADD_COMMAND_t fnAdd = [&](const char* pszName, const char* pszDescription,
                                     const COMMAND_t& fnRun) -> CLI::App&
     {
         CLI::App& tCommand = *tApp.add_subcommand(pszName, pszDescription);
         tCommand.callback([&fnChosen, fnRun] { fnChosen = fnRun; });
         tCommand.footer("The options of 'veltra --help' may follow the command, too.");
-        /* CLI11 takes "-4" for an argument unless the command itself has such an option. */
-        tCommand.option_defaults()->group(""); /* not in the help again */
-        AddFamilyOptions(tCommand, tOptions.tTransfer);
-        tCommand.option_defaults()->group(strGroup);
         return tCommand;
     };
     AddQueryCommands(fnAdd);
@@ -54,6 +49,8 @@ int ParseCommandLine(int argc, char** argv, OPTIONS_t& tOptions, COMMAND_t& fnCo
     tApp.set_version_flag("--version", VELTRA_VERSION);
     AddGeneralOptions(tApp, tOptions);
     AddCommands(tApp, tOptions, fnCommand);
+    tApp.footer("Exit status: 0 success, 2 wrong command line, 3 network failure, 4 HTTP status or redirect,\n"
+                "5 not the expected size or checksum, 1 other failures.");
     try
     {
         tApp.parse(argc, argv);

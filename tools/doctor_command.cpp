@@ -86,64 +86,17 @@ time_t ParseDate(const char* pszDate)
     return strptime(pszDate, " %a, %d %b %Y %H:%M:%S GMT", &tParts) != nullptr ? timegm(&tParts) : -1;
 }
 
-size_t TakeDate(const char* pData, size_t nSize, size_t nCount, void* pDate)
-{
-    const std::string strLine(pData, nSize * nCount);
-    constexpr size_t NAME = 5;
-    if (curl_strnequal(strLine.c_str(), "date:", NAME) != 0)
-    {
-        *static_cast<time_t*>(pDate) = ParseDate(strLine.c_str() + NAME);
-    }
-    return nSize * nCount;
-}
+/* Each check prints its findings, and returns the exit status. */
 
-class CDoctor
-{
-public:
-    CDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
-        : m_tOptions(tOptions), m_strUrl(strUrl.empty() ? DefaultUrl(tOptions) : strUrl)
-    {
-    }
-    int Run();
-
-private:
-    void m_Blame(const char* pszSubject, const std::string& strFault) { m_nStatus = PrintError(pszSubject, strFault); }
-    void m_CheckAuthorities();
-    void m_CheckClock();
-    void m_PrintProxy() const;
-    void m_CheckNames();
-    void m_CheckRequest();
-    time_t m_GetServerDate() const;
-
-    const OPTIONS_t& m_tOptions;
-    const std::string m_strUrl;
-    int m_nStatus = 0;
-};
-
-int CDoctor::Run()
-{
-    const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
-    PrintFinding("url", WithoutCredentials(m_strUrl));
-    PrintFinding("veltra", VELTRA_VERSION);
-    PrintFinding("libcurl", ptInfo->version);
-    PrintFinding("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
-    m_CheckAuthorities();
-    m_PrintProxy();
-    m_CheckNames();
-    m_CheckClock();
-    m_CheckRequest();
-    return m_nStatus;
-}
-
-void CDoctor::m_CheckAuthorities()
+int CheckAuthorities(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
     const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
     const std::string strSystem = ptInfo->cainfo != nullptr ? ptInfo->cainfo : "";
-    const std::string strPath = m_tOptions.tTransfer.strCaFile.empty() ? strSystem : m_tOptions.tTransfer.strCaFile;
-    if (!m_tOptions.tTransfer.strCaFolder.empty())
+    const std::string strPath = tOptions.tTransfer.strCaFile.empty() ? strSystem : tOptions.tTransfer.strCaFile;
+    if (!tOptions.tTransfer.strCaFolder.empty())
     {
-        PrintFinding("authorities", "in " + m_tOptions.tTransfer.strCaFolder);
-        return;
+        PrintFinding("authorities", "in " + tOptions.tTransfer.strCaFolder);
+        return 0;
     }
     std::ifstream tFile(strPath);
     int nCount = 0;
@@ -152,27 +105,28 @@ void CDoctor::m_CheckAuthorities()
         nCount += strLine.compare(0, 27, "-----BEGIN CERTIFICATE-----") == 0 ? 1 : 0;
     }
     PrintFinding("authorities", std::to_string(nCount) + " in " + strPath);
-    if (nCount == 0 && m_strUrl.compare(0, 8, "https://") == 0)
+    if (nCount == 0 && strUrl.compare(0, 8, "https://") == 0)
     {
-        m_Blame("authorities", "no certificate can be verified: install the system's bundle or name one (--cacert)");
+        return PrintError("authorities",
+                          "no certificate can be verified: install the system's bundle or name one (--cacert)");
     }
+    return 0;
 }
 
 /*
  * A wrong clock makes the verification of the server fail, so this request does without. It must therefore not send the
  * path, the query or a password.
  */
-time_t CDoctor::m_GetServerDate() const
+time_t GetServerDate(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
-    const WQCurl::TRANSFER_SETTINGS_t& tTransfer = m_tOptions.tTransfer;
+    const WQCurl::TRANSFER_SETTINGS_t& tTransfer = tOptions.tTransfer;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> pEasy(curl_easy_init(), &curl_easy_cleanup);
     curl_slist* pConnectTo = nullptr;
     for (const std::string& strEntry : tTransfer.lstConnectTo)
     {
         pConnectTo = curl_slist_append(pConnectTo, strEntry.c_str());
     }
-    time_t tDate = -1;
-    curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(m_strUrl).c_str());
+    curl_easy_setopt(pEasy.get(), CURLOPT_URL, OriginOf(strUrl).c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_USERAGENT, tTransfer.strUserAgent.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pEasy.get(), CURLOPT_NOBODY, 1L);
@@ -183,35 +137,35 @@ time_t CDoctor::m_GetServerDate() const
     curl_easy_setopt(pEasy.get(), CURLOPT_PROXY, tTransfer.strProxy.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_NOPROXY, "");
     curl_easy_setopt(pEasy.get(), CURLOPT_CONNECT_TO, pConnectTo);
-    curl_easy_setopt(pEasy.get(), CURLOPT_HEADERFUNCTION, &TakeDate);
-    curl_easy_setopt(pEasy.get(), CURLOPT_HEADERDATA, &tDate);
     curl_easy_perform(pEasy.get());
     curl_slist_free_all(pConnectTo);
-    return tDate;
+    curl_header* ptDate = nullptr;
+    const bool bDate = curl_easy_header(pEasy.get(), "Date", 0, CURLH_HEADER, -1, &ptDate) == CURLHE_OK;
+    return bDate ? ParseDate(ptDate->value) : -1;
 }
 
-void CDoctor::m_CheckClock()
+int CheckClock(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
     constexpr time_t TOLERANCE = 300;
-    const time_t tServer = m_GetServerDate();
+    const time_t tServer = GetServerDate(tOptions, strUrl);
     const time_t tNow = time(nullptr);
     PrintFinding("clock",
                  TimeText(tNow) +
                      (tServer < 0 ? "" : Format(", the server's %+lld s", static_cast<long long>(tServer - tNow))));
     if (tNow < VELTRA_BUILD_TIME)
     {
-        m_Blame("clock", "it is before " + TimeText(VELTRA_BUILD_TIME) + ", when this was built");
+        return PrintError("clock", "it is before " + TimeText(VELTRA_BUILD_TIME) + ", when this was built");
     }
-    else if (tServer >= 0 && std::abs(tServer - tNow) > TOLERANCE)
+    if (tServer >= 0 && std::abs(tServer - tNow) > TOLERANCE)
     {
-        m_Blame("clock", "it differs from the server's, which says " + TimeText(tServer) +
-                             ": certificates may seem to be expired, or not to be valid yet");
+        return PrintError("clock", "it differs from the server's, which says " + TimeText(tServer) +
+                                       ": certificates may seem to be expired, or not to be valid yet");
     }
+    return 0;
 }
 
-void CDoctor::m_PrintProxy() const
+void PrintProxy(const std::string& strProxy)
 {
-    const std::string& strProxy = m_tOptions.tTransfer.strProxy;
     std::string strFinding = strProxy.empty() ? "none" : WithoutCredentials(strProxy);
     for (const char* pszName : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
     {
@@ -220,29 +174,31 @@ void CDoctor::m_PrintProxy() const
     PrintFinding("proxy", strFinding);
 }
 
-void CDoctor::m_CheckNames()
+int CheckNames(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
     PrintFinding("resolver", NameServers());
-    const std::string strHost = HostOf(m_strUrl);
+    const std::string strHost = HostOf(strUrl);
     std::string strFault;
     const std::string strAddresses = strHost.empty() ? "" : LookUp(strHost, strFault);
     PrintFinding("addresses", strAddresses.empty() ? "none of " + strHost : strAddresses);
     if (strHost.empty())
     {
-        m_Blame("url", "it names no host");
+        return PrintError("url", "it names no host");
     }
-    else if (strAddresses.empty() && m_tOptions.tTransfer.strProxy.empty() && m_tOptions.tTransfer.lstConnectTo.empty())
+    if (strAddresses.empty() && tOptions.tTransfer.strProxy.empty() && tOptions.tTransfer.lstConnectTo.empty())
     {
-        m_Blame("addresses", strHost + ": " + strFault);
+        return PrintError("addresses", strHost + ": " + strFault);
     }
+    return 0;
 }
 
-void CDoctor::m_CheckRequest()
+/** @param bFine no other check has found a fault */
+int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl, bool bFine)
 {
-    CSession tSession(m_tOptions, false);
+    CSession tSession(tOptions, false);
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = HTTP_METHOD_GET;
-    tReqInfo.strUrl = m_strUrl;
+    tReqInfo.strUrl = strUrl;
     const bool bAnswered = tSession.Engine().Get(&tReqInfo, true);
     const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
     PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
@@ -251,13 +207,28 @@ void CDoctor::m_CheckRequest()
     PrintFinding("seconds", PhasesText(tReport));
     if (!bAnswered)
     {
-        m_Blame("request", Reason(tReport));
+        return PrintError("request", Reason(tReport));
     }
-    if (m_nStatus == 0)
+    if (bFine)
     {
         puts(tReport.nHttpStatus < FIRST_HTTP_ERROR ? "No fault found."
                                                     : "No fault found, except the server's answer.");
     }
+    return 0;
+}
+
+int RunDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
+{
+    const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
+    PrintFinding("url", WithoutCredentials(strUrl));
+    PrintFinding("veltra", VELTRA_VERSION);
+    PrintFinding("libcurl", ptInfo->version);
+    PrintFinding("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
+    int nStatus = CheckAuthorities(tOptions, strUrl);
+    PrintProxy(tOptions.tTransfer.strProxy);
+    nStatus |= CheckNames(tOptions, strUrl);
+    nStatus |= CheckClock(tOptions, strUrl);
+    return nStatus | CheckRequest(tOptions, strUrl, nStatus == 0);
 }
 
 } // namespace
@@ -266,7 +237,8 @@ void AddDoctorCommand(const ADD_COMMAND_t& fnAdd)
 {
     const auto ptUrl = std::make_shared<std::string>();
     fnAdd("doctor", "Find out why transfers fail",
-          [ptUrl](const OPTIONS_t& tOptions) { return CDoctor(tOptions, *ptUrl).Run(); })
+          [ptUrl](const OPTIONS_t& tOptions)
+          { return RunDoctor(tOptions, ptUrl->empty() ? DefaultUrl(tOptions) : *ptUrl); })
         .add_option("URL", *ptUrl, "The URL to try; by default the query service")
         ->check(NotEmpty());
 }

@@ -8,7 +8,7 @@ enum DOWNLOAD_STATE_e
 {
     DOWNLOAD_WAITING,
     DOWNLOAD_RUNNING,
-    DOWNLOAD_ARRIVED, /**< received, but not checked yet */
+    DOWNLOAD_ARRIVED, /**< received, but not flushed and checked yet */
     DOWNLOAD_DONE,
     DOWNLOAD_PRESENT, /**< not needed: the file existed before */
     DOWNLOAD_FAILED,
@@ -25,24 +25,9 @@ struct DOWNLOAD_END_t
 {
     DOWNLOAD_STATE_e eState = DOWNLOAD_WAITING;
     std::string strReason{};             /**< of a failure */
+    std::string strStamp{};              /**< the FileStamp() of a file that is done */
     WQCurl::TRANSFER_REPORT_t tReport{}; /**< of the transfer; empty if none was started */
 };
-
-/** The word for the result of a download, in tables and JSON. */
-inline const char* ResultName(const DOWNLOAD_END_t& tEnd)
-{
-    switch (tEnd.eState)
-    {
-    case DOWNLOAD_DONE:
-        return "done";
-    case DOWNLOAD_PRESENT:
-        return "present";
-    case DOWNLOAD_CANCELLED:
-        return "cancelled";
-    default:
-        return "failed";
-    }
-}
 
 /** One file to download. */
 struct DOWNLOAD_t
@@ -55,3 +40,14 @@ struct DOWNLOAD_t
     std::string strEntry{};  /**< the identifier of the document's entry; empty: none */
     DOWNLOAD_END_t tEnd{};
 };
+
+/** The word for the result of a download, in tables and JSON. */
+inline std::string ResultName(const DOWNLOAD_t& tDownload)
+{
+    const DOWNLOAD_STATE_e eState = tDownload.tEnd.eState;
+    const std::string strUnchecked = !tDownload.strEntry.empty() && tDownload.nSize < 0 ? ", unchecked" : "";
+    return eState == DOWNLOAD_DONE        ? "done" + strUnchecked
+           : eState == DOWNLOAD_PRESENT   ? "present" + strUnchecked
+           : eState == DOWNLOAD_CANCELLED ? "cancelled"
+                                          : "failed";
+}

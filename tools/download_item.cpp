@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <curl/curl.h>
-#include <unistd.h>
 
 #include "download_target.h"
 #include "messages.h"
@@ -28,66 +27,51 @@ CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload
 
 void CDownloadItem::Start()
 {
+    if (m_tContext.tOptions.bForce)
+    {
+        RemoveLeftOvers(m_tDownload);
+    }
+    {
+        const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+        m_tDownload.tEnd.eState = DOWNLOAD_RUNNING;
+        m_tSpeedometer = CSpeedometer();
+    }
+    WQCurl::TRANSFER_SETTINGS_t tSettings = m_tContext.tSession.Settings();
+    tSettings.nExpectedSize = m_tDownload.nSize;
+    tSettings.strExpectedSha256 = m_tDownload.strSha256;
+    const WQCurl::CTransferScope tScope(tSettings);
     const auto pfnOnEvent = [](int /*nId*/, DOWNLOAD_TYPE_e eType, int /*nPercent*/, double /*dSpeed*/, void* pItem)
     { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
-    m_Begin();
     CWebConnector& tEngine = m_tContext.tSession.Engine();
     m_nId = tEngine.CreateDownloadId();
     if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
-        m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
+        const std::string strRefusal = TargetRefusal(m_tDownload, m_tContext.tOptions.bForce);
+        m_SetEnd(DOWNLOAD_FAILED,
+                 strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal);
     }
-}
-
-void CDownloadItem::RunSync()
-{
-    if (!m_Begin())
-    {
-        return;
-    }
-    std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
-    const bool bCreated = m_tHeld.Create(TempPath(m_tDownload)) == 0;
-    tGuard.unlock();
-    if (!bCreated)
-    {
-        m_SetEnd(DOWNLOAD_FAILED, StartFailure(m_tDownload, m_tContext.tOptions.bForce));
-        return;
-    }
-    CSession& tSession = m_tContext.tSession;
-    const bool bReceived = tSession.Engine().SyncDownloadFile(m_tDownload.strUrl, EnginePath(m_tDownload),
-                                                              m_tContext.tOptions.nTimeoutSeconds,
-                                                              tSession.Options().tTransfer.nConnectTimeout);
-    if (!bReceived)
-    {
-        RemoveHeld(m_tDownload, m_tHeld);
-    }
-    m_OnEvent(bReceived ? DOWNLOAD_TYPE_SUCCESS : DOWNLOAD_TYPE_FAIL);
 }
 
 void CDownloadItem::Finish()
 {
     if (State() == DOWNLOAD_ARRIVED)
     {
-        const std::string strFailure = CheckAndMove(m_tDownload, m_tHeld);
+        const std::string strFailure = ArrivalFailure(m_tDownload, m_tHeld);
+        m_tDownload.tEnd.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
         m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
     }
 }
 
-void CDownloadItem::Cancel(int nExitStatus)
+void CDownloadItem::Cancel()
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
     if (m_tDownload.tEnd.eState == DOWNLOAD_WAITING)
     {
         m_tDownload.tEnd.eState = DOWNLOAD_CANCELLED;
     }
-    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING && !m_tContext.tOptions.bSync)
-    {
-        m_tContext.tSession.Engine().CancelDownload(m_nId, true);
-    }
     else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING)
     {
-        RemoveHeld(m_tDownload, m_tHeld);
-        _exit(nExitStatus);
+        m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
 }
 
@@ -116,20 +100,6 @@ PROGRESS_t CDownloadItem::Progress()
     }
     tProgress.dSpeed = m_tSpeedometer.Measure(tProgress.nBytes);
     return tProgress;
-}
-
-/** @return false for a download that has been cancelled */
-bool CDownloadItem::m_Begin()
-{
-    if (m_tContext.tOptions.bForce)
-    {
-        RemoveLeftOvers(m_tDownload);
-    }
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    const bool bWaiting = m_tDownload.tEnd.eState == DOWNLOAD_WAITING;
-    m_tDownload.tEnd.eState = bWaiting ? DOWNLOAD_RUNNING : m_tDownload.tEnd.eState;
-    m_tSpeedometer = CSpeedometer();
-    return bWaiting;
 }
 
 void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason)

@@ -17,8 +17,7 @@ struct DOWNLOAD_CONTEXT_t
     std::condition_variable tChange{}; /**< is notified when a state changes */
 };
 
-/** One download of a run: its transfer, its files and its result. The owner calls it on one thread, but for RunSync().
- */
+/** One download of a run: its transfer, its files and its result. The owner calls it on one thread. */
 class CDownloadItem
 {
 public:
@@ -28,17 +27,11 @@ public:
     /** Starts the transfer; its result becomes visible in State(). */
     void Start();
 
-    /** Runs a synchronous transfer, unless it has been cancelled; on any thread. */
-    void RunSync();
-
-    /** Checks a file that has arrived and moves it to its target. */
+    /** Checks and flushes a file that has arrived. */
     void Finish();
 
-    /**
-     * Cancels the download unless it has ended. A running synchronous download cannot be cancelled: this removes its
-     * files and exits the process with the status.
-     */
-    void Cancel(int nExitStatus);
+    /** Cancels the download unless it has ended. */
+    void Cancel();
 
     const std::string& Name() const { return m_strName; } /**< printable */
     DOWNLOAD_STATE_e State() const;
@@ -46,7 +39,6 @@ public:
     PROGRESS_t Progress();
 
 private:
-    bool m_Begin();
     void m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason = "");
     void m_OnEvent(DOWNLOAD_TYPE_e eType);
     void m_OnProgress(long long nTotal);

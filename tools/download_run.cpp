@@ -4,11 +4,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <deque>
-#include <future>
 #include <set>
 #include <unistd.h>
 
 #include "download_item.h"
+#include "messages.h"
 #include "stop_signals.h"
 #include "text.h"
 
@@ -32,7 +32,6 @@ public:
     int Run();
 
 private:
-    void m_WaitForAll();
     void m_StartMore();
     bool m_ShowAll();
     void m_ShowEnd(const CDownloadItem& tItem);
@@ -62,28 +61,10 @@ CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownl
 
 int CDownloadRun::Run()
 {
-    const auto fnRunSync = [this]
-    {
-        for (CDownloadItem& tItem : m_lstItem)
-        {
-            tItem.RunSync();
-        }
-    };
     WQCurl::SetBandwidth(m_tContext.tOptions.nBandwidth);
-    std::future<void> tSync;
-    if (m_tContext.tOptions.bSync)
-    {
-        tSync = std::async(std::launch::async, fnRunSync);
-    }
-    m_WaitForAll();
-    return m_nSignal != 0 ? 128 + m_nSignal : 0;
-}
-
-void CDownloadRun::m_WaitForAll()
-{
     for (bool bAllFinal = m_lstItem.empty(); !bAllFinal;)
     {
-        if (!m_tContext.tOptions.bSync && m_nSignal == 0)
+        if (m_nSignal == 0)
         {
             m_StartMore();
         }
@@ -91,7 +72,7 @@ void CDownloadRun::m_WaitForAll()
             std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
             m_tContext.tChange.wait_for(tGuard, POLL_INTERVAL);
         }
-        /* Files are checked on this thread, so that the other transfers go on. */
+        /* Files are flushed on this thread, so that the other transfers go on. */
         for (CDownloadItem& tItem : m_lstItem)
         {
             tItem.Finish();
@@ -104,6 +85,7 @@ void CDownloadRun::m_WaitForAll()
             m_HandleSignal(nSignal == 0 && bBrokenPipe && m_nSignal == 0 ? SIGPIPE : nSignal);
         }
     }
+    return m_nSignal != 0 ? 128 + m_nSignal : 0;
 }
 
 void CDownloadRun::m_StartMore()
@@ -159,17 +141,18 @@ void CDownloadRun::m_ShowEnd(const CDownloadItem& tItem)
 /** @param nSignal 0: none */
 void CDownloadRun::m_HandleSignal(int nSignal)
 {
-    if (nSignal != 0 && m_nSignal != 0)
+    if (nSignal == 0)
+    {
+        return;
+    }
+    if (m_nSignal != 0)
     {
         _exit(128 + m_nSignal);
     }
-    if (nSignal != 0)
+    m_nSignal = nSignal;
+    for (CDownloadItem& tItem : m_lstItem)
     {
-        m_nSignal = nSignal;
-        for (CDownloadItem& tItem : m_lstItem)
-        {
-            tItem.Cancel(128 + nSignal);
-        }
+        tItem.Cancel();
     }
 }
 
@@ -178,9 +161,8 @@ void CDownloadRun::m_HandleSignal(int nSignal)
 int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
 {
     const int nSignalStatus = CDownloadRun(tSession, vecDownload, tOptions).Run();
-    const bool bAll =
-        std::all_of(vecDownload.begin(), vecDownload.end(),
-                    [](const DOWNLOAD_t& tDownload)
-                    { return tDownload.tEnd.eState == DOWNLOAD_DONE || tDownload.tEnd.eState == DOWNLOAD_PRESENT; });
-    return nSignalStatus != 0 || bAll ? nSignalStatus : 1;
+    const auto itFailed =
+        std::find_if(vecDownload.begin(), vecDownload.end(),
+                     [](const DOWNLOAD_t& tDownload) { return tDownload.tEnd.eState >= DOWNLOAD_FAILED; });
+    return nSignalStatus != 0 || itFailed == vecDownload.end() ? nSignalStatus : ExitStatus(itFailed->tEnd.tReport);
 }

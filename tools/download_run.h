@@ -12,9 +12,7 @@ struct DOWNLOAD_OPTIONS_t
     int nJobs = 8;                /**< downloads at the same time */
     long long nBandwidth = -1;    /**< bytes per second of all downloads together; -1: any number */
     bool bForce = false;          /**< takes over existing temporary files */
-    bool bSync = false;           /**< one after the other, each flushed to the disk */
     bool bDurable = false;        /**< a file that is done survives a power cut */
-    int nTimeoutSeconds = 0;      /**< time limit of each synchronous download; 0: none */
     VIEW_e eView = VIEW_BARS;     /**< without bQuiet, bJson and a verbose session */
     bool bQuiet = false;          /**< prints errors only */
     bool bJson = false;           /**< the command prints the results as JSON */
@@ -26,6 +24,7 @@ struct DOWNLOAD_OPTIONS_t
  * that asks the process to end cancels all downloads, and so does a broken pipe on standard output. The second signal
  * ends the process at once.
  * @param vecDownload receives the results; those that are final before are left alone
- * @return the exit status: 0 if all results are a success, 128 + the number of a signal that came, otherwise 1
+ * @return the exit status: 0 if all results are a success, 128 + the number of a signal that came, otherwise
+ * the ExitStatus() of the first failure in the order of vecDownload
  */
 int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions);

@@ -1,92 +1,45 @@
 #include "download_target.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <glib.h>
-#include <memory>
+#include <filesystem>
 #include <set>
 #include <sys/stat.h>
-#include <tuple>
 #include <unistd.h>
 
 #include "messages.h"
+#include "text.h"
 
 namespace
 {
 
-constexpr char UNCHECKED[] = ".unchecked";
+constexpr char UNFLUSHED[] = ".unflushed";
 constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
-
-/** Returns whether the file must be checked or flushed before it replaces its target. */
-bool IsStaged(const DOWNLOAD_t& tDownload)
-{
-    return tDownload.nSize >= 0 || !tDownload.strSha256.empty() || tDownload.bDurable;
-}
-
-/** @return the type bits of the file at a path, without following a link; 0 if none exists */
-mode_t FileKind(const std::string& strPath)
-{
-    struct stat tStat = {};
-    return lstat(strPath.c_str(), &tStat) == 0 ? tStat.st_mode & static_cast<mode_t>(S_IFMT) : 0;
-}
 
 std::string KindRefusal(const std::string& strPath)
 {
-    const mode_t eKind = FileKind(strPath);
-    if (eKind == 0 || eKind == S_IFREG)
+    std::error_code tFault;
+    switch (std::filesystem::symlink_status(strPath, tFault).type())
     {
+    case std::filesystem::file_type::not_found:
+    case std::filesystem::file_type::regular:
         return "";
+    case std::filesystem::file_type::none:
+        return tFault.message();
+    case std::filesystem::file_type::directory:
+        return "is a folder";
+    case std::filesystem::file_type::symlink:
+        return "is a symbolic link";
+    default:
+        return "is no regular file";
     }
-    return eKind == S_IFDIR ? "is a folder" : eKind == S_IFLNK ? "is a symbolic link" : "is no regular file";
-}
-
-/** @return the checksum in small letters; empty if the file cannot be read */
-std::string Sha256(const std::string& strPath)
-{
-    const std::unique_ptr<GChecksum, decltype(&g_checksum_free)> pSum(g_checksum_new(G_CHECKSUM_SHA256),
-                                                                      &g_checksum_free);
-    const std::unique_ptr<FILE, int (*)(FILE*)> pFile(fopen(strPath.c_str(), "rbe"), &fclose);
-    if (pFile == nullptr)
-    {
-        return "";
-    }
-    std::array<guchar, 65536> arrData{};
-    for (size_t nRead = 0; (nRead = fread(arrData.data(), 1, arrData.size(), pFile.get())) > 0;)
-    {
-        g_checksum_update(pSum.get(), arrData.data(), static_cast<gssize>(nRead));
-    }
-    return ferror(pFile.get()) == 0 ? g_checksum_get_string(pSum.get()) : "";
-}
-
-/** Flushes a file of a durable download to storage. @return the failure; empty: none */
-std::string StorageFailure(const DOWNLOAD_t& tDownload, const std::string& strPath)
-{
-    return !tDownload.bDurable || SyncToStorage(strPath) ? "" : "cannot be flushed to storage: " + SystemText(errno);
-}
-
-/** Checks a file that has arrived, and flushes it. @return the failure; empty: none */
-std::string CheckFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
-{
-    const long long nSize = tHeld.Size();
-    if (nSize != tDownload.tEnd.tReport.nBytes)
-    {
-        return "another process has written to it";
-    }
-    if (tDownload.nSize >= 0 && nSize != tDownload.nSize)
-    {
-        return "wrong size: " + std::to_string(nSize) + " bytes instead of " + std::to_string(tDownload.nSize);
-    }
-    const std::string strPath = EnginePath(tDownload);
-    const std::string strSum = tDownload.strSha256.empty() ? "" : Sha256(strPath);
-    return strSum == tDownload.strSha256 ? StorageFailure(tDownload, strPath) : "wrong SHA-256: " + strSum;
 }
 
 /** @return the files beside the target that a download creates and moves away again */
 std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
 {
     std::vector<std::string> vecPath{TempPath(tDownload)};
-    if (IsStaged(tDownload))
+    if (tDownload.bDurable)
     {
         vecPath.push_back(EnginePath(tDownload));
     }
@@ -99,29 +52,32 @@ std::string FolderOf(const std::string& strPath)
     return nSlash == std::string::npos ? "." : strPath.substr(0, nSlash + 1);
 }
 
-/** File names with the device and the inode of their folder. */
-typedef std::set<std::tuple<dev_t, ino_t, std::string>> NAME_SET_t;
-
 /** Adds all names of a download. @return false if a name was added before */
-bool AddNames(const DOWNLOAD_t& tDownload, NAME_SET_t& setName)
+bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::string>& setName)
 {
-    struct stat tFolder = {};
+    std::error_code tFault;
+    const std::string strFolder = canonical(std::filesystem::path(FolderOf(tDownload.strFile)), tFault);
     std::vector<std::string> vecPath = SidePaths(tDownload);
     vecPath.push_back(tDownload.strFile);
     bool bNew = true;
-    static_cast<void>(stat(FolderOf(tDownload.strFile).c_str(), &tFolder));
     for (const std::string& strPath : vecPath)
     {
-        bNew = setName.emplace(tFolder.st_dev, tFolder.st_ino, strPath.substr(strPath.rfind('/') + 1)).second && bNew;
+        bNew = setName.insert(strFolder + "/" + strPath.substr(strPath.rfind('/') + 1)).second && bNew;
     }
     return bNew;
+}
+
+/** Moves a file so that its target is whole at any moment, also after a power cut. @return false, with errno */
+bool MoveDurably(const std::string& strPath, const std::string& strTarget)
+{
+    return SyncToStorage(strPath) && rename(strPath.c_str(), strTarget.c_str()) == 0 && SyncToStorage(strTarget);
 }
 
 } // namespace
 
 std::string EnginePath(const DOWNLOAD_t& tDownload)
 {
-    return tDownload.strFile + (IsStaged(tDownload) ? UNCHECKED : "");
+    return tDownload.strFile + (tDownload.bDurable ? UNFLUSHED : "");
 }
 
 std::string TempPath(const DOWNLOAD_t& tDownload)
@@ -141,6 +97,15 @@ long long FileSize(const std::string& strPath)
     return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
 }
 
+std::string FileStamp(const std::string& strPath)
+{
+    struct stat tStat = {};
+    return stat(strPath.c_str(), &tStat) != 0
+               ? ""
+               : Format("%lld %lld.%09ld", static_cast<long long>(tStat.st_size),
+                        static_cast<long long>(tStat.st_mtim.tv_sec), static_cast<long>(tStat.st_mtim.tv_nsec));
+}
+
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 {
     if (std::string strRefusal = FolderRefusal(FolderOf(tDownload.strFile)); !strRefusal.empty())
@@ -153,15 +118,17 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
     }
     for (const std::string& strPath : SidePaths(tDownload))
     {
-        const mode_t eKind = FileKind(strPath);
         if (CHeldFile::IsHeld(strPath))
         {
             return strPath + " exists: another download is writing it";
         }
-        if (eKind != 0 && !(bForce && eKind == S_IFREG))
+        const std::string strKind = KindRefusal(strPath);
+        if (!strKind.empty() || (!bForce && FileSize(strPath) >= 0))
         {
-            return strPath + " exists: another download is writing it, or one that was killed left it" +
-                   (eKind == S_IFREG ? " (--force takes it over)" : "");
+            return strPath + (strKind.empty()
+                                  ? " exists: another download is writing it, or one that was killed left it "
+                                    "(--force takes it over)"
+                                  : ": " + strKind);
         }
     }
     return "";
@@ -170,7 +137,7 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
 {
     bool bAll = true;
-    NAME_SET_t setName;
+    std::set<std::string> setName;
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
         std::string strRefusal = TargetRefusal(tDownload, bForce);
@@ -187,19 +154,6 @@ bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
     return bAll;
 }
 
-std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce)
-{
-    if (std::string strRefusal = TargetRefusal(tDownload, bForce); !strRefusal.empty())
-    {
-        return strRefusal;
-    }
-    CHeldFile tHeld;
-    const int nError = tHeld.Create(TempPath(tDownload));
-    RemoveHeld(tDownload, tHeld);
-    return nError == 0 ? "cannot be started; the library's log (-v) says why"
-                       : TempPath(tDownload) + ": " + SystemText(nError);
-}
-
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
 {
     for (const std::string& strPath : SidePaths(tDownload))
@@ -211,20 +165,8 @@ void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
     }
 }
 
-void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
+std::string ArrivalFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
 {
-    for (const std::string& strPath : SidePaths(tDownload))
-    {
-        if (tHeld.IsAt(strPath))
-        {
-            static_cast<void>(remove(strPath.c_str()));
-        }
-    }
-}
-
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
-{
-    std::string strLost = "another process has removed or replaced it, or " + TempPath(tDownload);
     const std::string strPath = EnginePath(tDownload);
     if (tHeld.IsAt(TempPath(tDownload)))
     {
@@ -232,22 +174,18 @@ std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     }
     if (!tHeld.IsAt(strPath))
     {
-        return strLost;
+        return "another process has removed or replaced it, or " + TempPath(tDownload);
     }
-    std::string strFailure = CheckFailure(tDownload, tHeld);
-    if (!IsStaged(tDownload))
+    const bool bWhole = tHeld.Size() == tDownload.tEnd.tReport.nBytes;
+    const bool bMoved = bWhole && (!tDownload.bDurable || MoveDurably(strPath, tDownload.strFile));
+    const int nError = errno;
+    if (bWhole && bMoved)
     {
-        return strFailure;
+        return tHeld.IsAt(tDownload.strFile) ? "" : "another process has removed or replaced it";
     }
-    if (strFailure.empty() && rename(strPath.c_str(), tDownload.strFile.c_str()) != 0)
-    {
-        strFailure = "cannot be moved into place: " + SystemText(errno);
-    }
-    if (!strFailure.empty())
+    if (tDownload.bDurable)
     {
         static_cast<void>(remove(strPath.c_str()));
-        return strFailure;
     }
-    strFailure = StorageFailure(tDownload, tDownload.strFile); // flushes the new name
-    return strFailure.empty() && !tHeld.IsAt(tDownload.strFile) ? strLost : strFailure;
+    return bWhole ? "cannot be flushed to storage: " + SystemText(nError) : "another process has written to it";
 }

@@ -6,7 +6,7 @@
 #include "download.h"
 #include "held_file.h"
 
-/** The path that the engine downloads to: the target, or a file beside it that must be checked or flushed first. */
+/** The path that the engine downloads to: the target, or a file beside it that must be flushed before it is moved. */
 std::string EnginePath(const DOWNLOAD_t& tDownload);
 
 /** The path of the temporary file that the engine writes. */
@@ -18,6 +18,9 @@ std::string FolderRefusal(const std::string& strFolder);
 /** @return the size of a file; -1 if it does not exist */
 long long FileSize(const std::string& strPath);
 
+/** @return size and modification time of a file as a text; empty if it does not exist */
+std::string FileStamp(const std::string& strPath);
+
 /** @return the reason why a download into its target must not start; empty: none */
 std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
 
@@ -28,18 +31,12 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce);
  */
 bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce);
 
-/** @return the reason why the engine did not start a download */
-std::string StartFailure(const DOWNLOAD_t& tDownload, bool bForce);
-
 /** Removes the temporary files of earlier downloads, except those that a running process holds. */
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload);
 
-/** Removes the temporary file of a failed download if it is the held file. */
-void RemoveHeld(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);
-
 /**
- * Checks a file that has arrived, flushes it to storage and moves it to its target, unless the engine has done that.
- * Removes a file with a wrong size or checksum. After success the held file is the target.
+ * Checks that a download's target is the held file with the length that arrived. Before that, this flushes a durable
+ * download to storage and moves it to its target.
  * @return the failure; empty: none
  */
-std::string CheckAndMove(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);
+std::string ArrivalFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld);

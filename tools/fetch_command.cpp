@@ -5,6 +5,7 @@
 
 #include "commands.h"
 #include "download_target.h"
+#include "fetch_notes.h"
 #include "json.h"
 #include "messages.h"
 #include "shared_options.h"
@@ -18,6 +19,7 @@ struct FETCH_OPTIONS_t
 {
     std::string strFolder;
     ENTRY_CHOICE_t tChoice;
+    bool bCheck = false; /**< downloads also what is present */
     DOWNLOAD_OPTIONS_t tRun;
 };
 
@@ -30,7 +32,7 @@ bool IsFileName(const std::string& strId)
     constexpr size_t LONGEST = 200;
     return !strId.empty() && strId.size() <= LONGEST && strId.front() != '.' && strId.find('/') == std::string::npos &&
            strId == Printable(strId) && g_str_has_suffix(strId.c_str(), ".bak") == FALSE &&
-           g_str_has_suffix(strId.c_str(), ".unchecked") == FALSE;
+           g_str_has_suffix(strId.c_str(), ".unflushed") == FALSE;
 }
 
 /** @return -1 for a text that is no number */
@@ -42,35 +44,29 @@ long long ParseSize(const std::string& strSize)
                : -1;
 }
 
-DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapNote, const APPBIN_SERVER_INFO_t& tInfo)
 {
-    const bool bForce = tFetch.tRun.bForce;
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
     DOWNLOAD_END_t& tEnd = tDownload.tEnd;
+    const auto itNote = mapNote.find(NoteKey(tInfo.strId));
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
-    tEnd.strReason = IsFileName(tInfo.strId) ? TargetRefusal(tDownload, bForce) : "its identifier is no file name";
+    tEnd.strReason =
+        IsFileName(tInfo.strId) ? TargetRefusal(tDownload, tFetch.tRun.bForce) : "its identifier is no file name";
     if (!tEnd.strReason.empty())
     {
         tEnd.eState = DOWNLOAD_FAILED;
         PrintError(tInfo.strId, tEnd.strReason);
     }
-    else if (!bForce && tDownload.nSize >= 0 && FileSize(tDownload.strFile) == tDownload.nSize &&
+    else if (const long long nSize = FileSize(tDownload.strFile);
+             !tFetch.bCheck && nSize >= 0 && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
+             itNote != mapNote.end() && itNote->second == NoteText(tInfo, FileStamp(tDownload.strFile)) &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
         tEnd.eState = DOWNLOAD_PRESENT;
-        tEnd.tReport.nBytes = tDownload.nSize;
+        tEnd.tReport.nBytes = nSize;
     }
     return tDownload;
-}
-
-/** The query service must not receive the header lines of -H: a token is for the servers that it names. */
-bool GetServersWithoutHeader(const CSession& tSession, std::vector<std::string>& vecUrl)
-{
-    WQCurl::TRANSFER_SETTINGS_t tSettings = tSession.Settings();
-    tSettings.lstHeader.clear();
-    const WQCurl::CTransferScope tScope(tSettings);
-    return GetServers(tSession, vecUrl);
 }
 
 /**
@@ -80,7 +76,7 @@ bool GetServersWithoutHeader(const CSession& tSession, std::vector<std::string>&
 bool FindDocument(CSession& tSession, const ENTRY_CHOICE_t& tChoice, INFO_MAP_t& mapInfo)
 {
     std::vector<std::string> vecUrl;
-    if (!GetServersWithoutHeader(tSession, vecUrl))
+    if (!GetServers(tSession, vecUrl))
     {
         return false;
     }
@@ -117,16 +113,12 @@ void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
         const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
         printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tDownload.strEntry), nIdColumns).c_str(),
                fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes, tEnd.tReport.dTotal,
-               ResultName(tEnd), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
+               ResultName(tDownload).c_str(), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
     }
 }
 
 int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
 {
-    if (const std::string strFault = tFetch.tChoice.Fault(); !strFault.empty())
-    {
-        return PrintUsageError(strFault, "fetch");
-    }
     if (const std::string strRefusal = FolderRefusal(tFetch.strFolder); !strRefusal.empty())
     {
         return PrintError(tFetch.strFolder, strRefusal);
@@ -135,15 +127,25 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     INFO_MAP_t mapInfo;
     if (!FindDocument(tSession, tFetch.tChoice, mapInfo))
     {
-        return 1;
+        return ExitStatus(CurrentReport());
     }
+    const std::string strNotes = tFetch.strFolder + "/.veltra-fetch";
+    FETCH_NOTES_t mapNote = ReadNotes(strNotes);
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecDownload.push_back(MakeDownload(tFetch, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, mapNote, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
+    for (const DOWNLOAD_t& tDownload : vecDownload)
+    {
+        if (tDownload.tEnd.eState == DOWNLOAD_DONE)
+        {
+            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
+        }
+    }
+    const std::string strFailure = WriteNotes(strNotes, mapNote);
     if (tFetch.tRun.bJson)
     {
         PrintResults(vecDownload);
@@ -152,7 +154,11 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         PrintTable(vecDownload);
     }
-    return nStatus == 0 && !bAllKnown ? 1 : nStatus;
+    if (!strFailure.empty())
+    {
+        PrintError(strNotes, strFailure);
+    }
+    return nStatus == 0 && !(bAllKnown && strFailure.empty()) ? 1 : nStatus;
 }
 
 } // namespace
@@ -166,6 +172,6 @@ void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tT
     tCommand.add_option("DIR", ptFetch->strFolder, "The folder for the files, which are named after the entries")
         ->required();
     AddEntryOptions(tCommand, ptFetch->tChoice);
-    tCommand.add_flag("--force", ptFetch->tRun.bForce, "Replace existing files, and take over temporary files");
+    tCommand.add_flag("--check", ptFetch->bCheck, "Download also what is present");
     AddRunOptions(tCommand, ptFetch->tRun, tTransfer);
 }

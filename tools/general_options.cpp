@@ -35,7 +35,11 @@ void AddConnectionOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer
     AddValue(tApp, "--proxy", tTransfer.strProxy, "[SCHEME://][USER:PASSWORD@]HOST[:PORT]", Proxy(),
              "A proxy for all hosts");
     tApp.add_flag("--http2", tTransfer.bHttp2, "Use HTTP/2 with https servers that support it");
-    AddFamilyOptions(tApp, tTransfer);
+    CLI::Option* pIpv4 = tApp.add_flag_callback(
+        "--ipv4", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_4; }, "Use IPv4 only");
+    tApp.add_flag_callback(
+            "--ipv6", [&tTransfer] { tTransfer.eIpFamily = WQCurl::IP_FAMILY_6; }, "Use IPv6 only")
+        ->excludes(pIpv4);
     AddValue(tApp, "--connect-timeout", tTransfer.nConnectTimeout, "SECONDS", Number(1, 86400),
              "Time limit for look-up, TCP and TLS together")
         ->capture_default_str();
@@ -74,24 +78,6 @@ void AddQueryOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 }
 
 } // namespace
-
-void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
-{
-    const auto fnAdd = [&](const char* pszName, WQCurl::IP_FAMILY_e eFamily, const char* pszDescription)
-    {
-        const auto fnSet = [&tTransfer, eFamily]
-        {
-            if (tTransfer.eIpFamily == WQCurl::IP_FAMILY_4 + WQCurl::IP_FAMILY_6 - eFamily)
-            {
-                throw CLI::ValidationError("-4 excludes -6");
-            }
-            tTransfer.eIpFamily = eFamily;
-        };
-        return tApp.add_flag_callback(pszName, fnSet, pszDescription);
-    };
-    fnAdd("-4,--ipv4", WQCurl::IP_FAMILY_4, "Use IPv4 only");
-    fnAdd("-6,--ipv6", WQCurl::IP_FAMILY_6, "Use IPv6 only");
-}
 
 void AddGeneralOptions(CLI::App& tApp, OPTIONS_t& tOptions)
 {

@@ -6,6 +6,3 @@
 
 /** Adds the options that every command takes, and sets their defaults. */
 void AddGeneralOptions(CLI::App& tApp, OPTIONS_t& tOptions);
-
-/** Adds -4 and -6. */
-void AddFamilyOptions(CLI::App& tApp, WQCurl::TRANSFER_SETTINGS_t& tTransfer);

@@ -29,14 +29,6 @@ struct flock WholeFileLock()
 
 } // namespace
 
-int CHeldFile::Create(const std::string& strPath)
-{
-    constexpr mode_t MODE = 0666; // without the bits of the umask, like the engine's own files
-    Close();
-    m_nFile = open(strPath.c_str(), O_RDWR | O_CREAT | O_EXCL | SAFELY, MODE);
-    return m_nFile < 0 ? errno : m_Lock();
-}
-
 int CHeldFile::Take(const std::string& strPath)
 {
     Close();

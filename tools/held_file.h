@@ -14,9 +14,6 @@ public:
     CHeldFile(const CHeldFile&) = delete;
     CHeldFile& operator=(const CHeldFile&) = delete;
 
-    /** Creates the file for the engine. @return errno of a failure, EEXIST if a file exists; 0: none */
-    int Create(const std::string& strPath);
-
     /**
      * Opens the file that the engine has open at a path.
      * @return errno of a failure, EBUSY if another process has replaced the file; 0: none

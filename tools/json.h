@@ -7,10 +7,34 @@
 
 typedef nlohmann::ordered_json JSON_t;
 
-/** Prints JSON on standard output. Replaces bytes that are not UTF-8. */
+/** Returns JSON in ASCII, so that no text drives a terminal. Replaces bytes that are not UTF-8. @param nIndent -1: one
+ * line */
+inline std::string JsonText(const JSON_t& tJson, int nIndent)
+{
+    return tJson.dump(nIndent, ' ', true, JSON_t::error_handler_t::replace);
+}
+
+/** Prints JSON on standard output. */
 inline void PrintJson(const JSON_t& tJson)
 {
-    puts(tJson.dump(2, ' ', false, JSON_t::error_handler_t::replace).c_str());
+    puts(JsonText(tJson, 2).c_str());
+}
+
+/** Adds the fields of a transfer's report. */
+inline void AddReport(JSON_t& tResult, const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    tResult["final_url"] = tReport.strFinalUrl;
+    tResult["status"] = tReport.nHttpStatus;
+    tResult["bytes"] = tReport.nBytes;
+    tResult["attempts"] = tReport.nAttempts;
+    tResult["peer"] = tReport.strPeer;
+    tResult["reused"] = tReport.bReused;
+    tResult["look_up"] = tReport.dLookUp;
+    tResult["connect"] = tReport.dConnect;
+    tResult["tls"] = tReport.dTls;
+    tResult["first_byte"] = tReport.dFirstByte;
+    tResult["total"] = tReport.dTotal;
+    tResult["code"] = tReport.nResultCode;
 }
 
 /** Prints the results of downloads as JSON. */
@@ -19,7 +43,6 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
     JSON_t tResults = JSON_t::array();
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        const WQCurl::TRANSFER_REPORT_t& tReport = tDownload.tEnd.tReport;
         JSON_t& tResult = tResults.emplace_back();
         if (!tDownload.strEntry.empty())
         {
@@ -27,20 +50,9 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
         }
         tResult["url"] = tDownload.strUrl;
         tResult["file"] = tDownload.strFile;
-        tResult["result"] = ResultName(tDownload.tEnd);
+        tResult["result"] = ResultName(tDownload);
         tResult["reason"] = tDownload.tEnd.strReason;
-        tResult["final_url"] = tReport.strFinalUrl;
-        tResult["status"] = tReport.nHttpStatus;
-        tResult["bytes"] = tReport.nBytes;
-        tResult["attempts"] = tReport.nAttempts;
-        tResult["peer"] = tReport.strPeer;
-        tResult["reused"] = tReport.bReused;
-        tResult["look_up"] = tReport.dLookUp;
-        tResult["connect"] = tReport.dConnect;
-        tResult["tls"] = tReport.dTls;
-        tResult["first_byte"] = tReport.dFirstByte;
-        tResult["total"] = tReport.dTotal;
-        tResult["code"] = tReport.nResultCode;
+        AddReport(tResult, tDownload.tEnd.tReport);
     }
     PrintJson(tResults);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <curl/curl.h>
+#include <set>
 #include <system_error>
 
 #include "text.h"
@@ -72,6 +73,26 @@ std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport)
     }
     const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
     return Cause(tReport) + (bRedirected ? " (redirected to " + WithoutCredentials(tReport.strFinalUrl) + ")" : "");
+}
+
+int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport)
+{
+    const int nCode = tReport.nResultCode;
+    if (nCode == CURLE_HTTP_RETURNED_ERROR || nCode == CURLE_TOO_MANY_REDIRECTS || nCode == WQCurl::RESULT_UNEXPECTED)
+    {
+        return nCode == WQCurl::RESULT_UNEXPECTED && tReport.nHttpStatus < FIRST_HTTP_ERROR ? 5 : 4;
+    }
+    const std::set<int> setLocal{CURLE_OK,
+                                 CURLE_UNSUPPORTED_PROTOCOL,
+                                 CURLE_FAILED_INIT,
+                                 CURLE_WRITE_ERROR,
+                                 CURLE_ABORTED_BY_CALLBACK,
+                                 CURLE_URL_MALFORMAT,
+                                 CURLE_OUT_OF_MEMORY,
+                                 CURLE_SSL_CERTPROBLEM,
+                                 CURLE_FILESIZE_EXCEEDED,
+                                 CURLE_SSL_CACERT_BADFILE};
+    return setLocal.count(nCode) != 0 ? 1 : 3;
 }
 
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)

@@ -18,6 +18,12 @@ int PrintUsageError(const std::string& strFault, const std::string& strCommand);
  */
 std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport);
 
+/**
+ * The exit status for a failed transfer: 3 for a network failure, 4 for an HTTP status or a redirect, 5 if the body was
+ * not the expected one, otherwise 1.
+ */
+int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport);
+
 /** The phases of a transfer in seconds. */
 std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport);
 

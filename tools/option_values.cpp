@@ -14,13 +14,17 @@
 namespace
 {
 
-/** Accepts texts for which the function returns true; the function may replace the text. */
-CLI::Validator Accepting(const std::function<bool(std::string&)>& fnAccept, const std::string& strFault)
+/**
+ * Accepts texts for which the function returns true; the function may replace the text.
+ * @param bSecret the text must not be repeated
+ */
+CLI::Validator Accepting(const std::function<bool(std::string&)>& fnAccept, const std::string& strFault,
+                         bool bSecret = false)
 {
-    return {[fnAccept, strFault](std::string& strText)
+    return {[fnAccept, strFault, bSecret](std::string& strText)
             {
-                const std::string strGiven = strText;
-                return fnAccept(strText) ? "" : "'" + strGiven + "' " + strFault;
+                const std::string strGiven = bSecret ? "" : "'" + strText + "' ";
+                return fnAccept(strText) ? "" : strGiven + strFault;
             },
             ""};
 }
@@ -32,9 +36,10 @@ bool Matches(const std::string& strText, const std::string& strPattern)
                                 G_REGEX_MATCH_ANCHORED) != FALSE;
 }
 
-CLI::Validator Matching(const char* pszPattern, const std::string& strFault)
+CLI::Validator Matching(const char* pszPattern, const std::string& strFault, bool bSecret = false)
 {
-    return Accepting([pszPattern](const std::string& strText) { return Matches(strText, pszPattern); }, strFault);
+    const auto fnAccept = [pszPattern](const std::string& strText) { return Matches(strText, pszPattern); };
+    return Accepting(fnAccept, strFault, bSecret);
 }
 
 } // namespace
@@ -78,12 +83,8 @@ CLI::Validator ConnectTo()
 
 CLI::Validator HeaderLine()
 {
-    return {[](const std::string& strText) -> std::string
-            {
-                const bool bLine = Matches(strText, R"([^:;\s\x00-\x1f\x7f]+:[^\x00-\x1f\x7f]*)");
-                return bLine ? "" : "is no header line such as 'NAME: VALUE', or holds a control character";
-            },
-            ""};
+    return Matching(R"([^:;\s\x00-\x1f\x7f]+:[^\x00-\x1f\x7f]*)",
+                    "is no header line such as 'NAME: VALUE', or holds a control character", true);
 }
 
 CLI::Validator Line()
@@ -93,19 +94,19 @@ CLI::Validator Line()
 
 CLI::Validator NotEmpty()
 {
-    return {[](const std::string& strText) -> std::string { return strText.empty() ? "is empty" : ""; }, ""};
+    return Accepting([](const std::string& strText) { return !strText.empty(); }, "is empty", true);
 }
 
 CLI::Validator Proxy()
 {
-    return {[](const std::string& strText) -> std::string
-            {
-                /* The library decides. The settings of all options replace these later. */
-                WQCurl::TRANSFER_SETTINGS_t tSettings;
-                tSettings.strProxy = strText;
-                return WQCurl::SetTransferDefaults(tSettings) ? "" : "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]";
-            },
-            ""};
+    const auto fnAccept = [](const std::string& strText)
+    {
+        /* The library decides. The settings of all options replace these later. */
+        WQCurl::TRANSFER_SETTINGS_t tSettings;
+        tSettings.strProxy = strText;
+        return WQCurl::SetTransferDefaults(tSettings);
+    };
+    return Accepting(fnAccept, "is no [SCHEME://][USER:PASSWORD@]HOST[:PORT]", true);
 }
 
 CLI::Validator Sha256Digits()

@@ -32,11 +32,6 @@ bool ReadEntries(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_
 
 } // namespace
 
-const char* ENTRY_CHOICE_t::Fault() const
-{
-    return eEntries == ENTRIES_BY_ID && vecId.empty() ? "one of --id, --cert and --default must say which entries" : "";
-}
-
 bool GetServers(const CSession& tSession, std::vector<std::string>& vecUrl)
 {
     constexpr char SUBJECT[] = "cannot get the server list";
@@ -45,6 +40,10 @@ bool GetServers(const CSession& tSession, std::vector<std::string>& vecUrl)
         PrintError(SUBJECT, "the device has no chipset name (--chipset)");
         return false;
     }
+    /* The service must not receive the header lines of -H: a token is for the servers that it names. */
+    WQCurl::TRANSFER_SETTINGS_t tSettings = tSession.Settings();
+    tSettings.lstHeader.clear();
+    const WQCurl::CTransferScope tScope(tSettings);
     if (!ICVeltra().GetAppBinaryServerUrl(vecUrl))
     {
         PrintError(SUBJECT, DocumentReason(CurrentReport(), "server list whose status is \"ok\""));

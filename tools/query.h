@@ -20,9 +20,6 @@ struct ENTRY_CHOICE_t
 {
     ENTRIES_e eEntries = ENTRIES_BY_ID;
     std::vector<std::string> vecId{}; /**< for ENTRIES_BY_ID; empty: no choice was made */
-
-    /** @return the fault of a command line that makes no choice; otherwise empty */
-    const char* Fault() const;
 };
 
 /** Asks the query service for its servers, and prints a failure on standard error. @return false if it failed */

@@ -51,7 +51,7 @@ int RunServers(const OPTIONS_t& tOptions, bool bJson)
     std::vector<std::string> vecUrl;
     if (!GetServers(tSession, vecUrl))
     {
-        return 1;
+        return ExitStatus(CurrentReport());
     }
     if (bJson)
     {
@@ -74,16 +74,13 @@ struct INFO_OPTIONS_t
 
 int RunInfo(const OPTIONS_t& tOptions, const INFO_OPTIONS_t& tInfo)
 {
-    if (const std::string strFault = tInfo.tChoice.Fault(); !strFault.empty())
-    {
-        return PrintUsageError(strFault, "info");
-    }
     const CSession tSession(tOptions);
     INFO_MAP_t mapInfo;
     const std::string strReason = GetInfo(tInfo.tChoice, tInfo.strUrl, mapInfo);
     if (!strReason.empty())
     {
-        return PrintError(WithoutCredentials(tInfo.strUrl), strReason);
+        PrintError(WithoutCredentials(tInfo.strUrl), strReason);
+        return ExitStatus(CurrentReport());
     }
     PrintInfo(mapInfo, tInfo.bJson);
     return CheckIds(tInfo.tChoice, mapInfo) ? 0 : 1;

@@ -1,10 +1,10 @@
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 
 #include "commands.h"
+#include "file_content.h"
+#include "json.h"
 #include "messages.h"
 #include "option_values.h"
 #include "session.h"
@@ -18,9 +18,10 @@ namespace
 struct REQUEST_OPTIONS_t
 {
     std::string strUrl;
-    std::string strData;   /**< the body, or "@" and the file that holds it */
+    std::string strData;   /**< the body, or "@" and the file that holds it, "@-" for standard input */
     std::string strOutput; /**< the file that receives the answer; empty: standard output */
     bool bHeadings = false;
+    bool bJson = false; /**< prints the report instead of the answer */
     bool bFailOnHttpError = false;
 };
 
@@ -28,36 +29,47 @@ void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     const std::string strLength = tReport.nContentLength < 0 ? "" : std::to_string(tReport.nContentLength);
     printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
+    const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
     for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
                                             {"Content-Length", strLength},
-                                            {"Location", WithoutCredentials(tReport.strRedirectUrl)}})
+                                            {"Location", WithoutCredentials(tReport.strRedirectUrl)},
+                                            {"URL", bRedirected ? WithoutCredentials(tReport.strFinalUrl) : ""},
+                                            {"Bytes", std::to_string(tReport.nBytes)},
+                                            {"Peer", tReport.strPeer + (tReport.bReused ? ", connected before" : "")}})
     {
         if (!strValue.empty())
         {
             printf("%s: %s\n", pszName, Printable(strValue).c_str());
         }
     }
-    if (tReport.strFinalUrl != tReport.strUrl)
-    {
-        printf("URL: %s\n", Printable(WithoutCredentials(tReport.strFinalUrl)).c_str());
-    }
-    printf("Bytes: %lld\n", tReport.nBytes);
-    printf("Peer: %s%s\n", tReport.strPeer.c_str(), tReport.bReused ? ", connected before" : "");
     printf("Seconds: %s\n\n", PhasesText(tReport).c_str());
 }
 
-int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
+/** Prints the report instead of the answer. */
+void PrintReport(const WQCurl::TRANSFER_REPORT_t& tReport, const std::string& strFailure)
+{
+    JSON_t tResult;
+    tResult["url"] = tReport.strUrl;
+    tResult["result"] = strFailure.empty() ? "done" : "failed";
+    tResult["reason"] = strFailure;
+    AddReport(tResult, tReport);
+    tResult["header"] = tReport.lstHeader;
+    PrintJson(tResult);
+}
+
+/** @return the failure; empty: none */
+std::string WriteAnswer(const std::string& strAnswer, const std::string& strPath)
 {
     if (strPath.empty())
     {
         static_cast<void>(fwrite(strAnswer.data(), 1, strAnswer.size(), stdout));
-        return 0; /* main() checks standard output at the end */
+        return ""; /* main() checks standard output at the end */
     }
     FILE* pFile = fopen(strPath.c_str(), "wbe");
     const bool bWritten = pFile != nullptr && fwrite(strAnswer.data(), 1, strAnswer.size(), pFile) == strAnswer.size();
     if (pFile != nullptr && fclose(pFile) == 0 && bWritten)
     {
-        return 0;
+        return "";
     }
     const int nError = errno;
     std::error_code tUnused;
@@ -65,23 +77,7 @@ int WriteAnswer(const std::string& strAnswer, const std::string& strPath)
     {
         static_cast<void>(remove(strPath.c_str())); /* an incomplete answer must not be used */
     }
-    return PrintError(strPath, SystemText(nError));
-}
-
-/** @return errno of a failure; 0 for none */
-int ReadFile(const std::string& strPath, std::string& strContent)
-{
-    const std::unique_ptr<FILE, int (*)(FILE*)> pFile(fopen(strPath.c_str(), "rbe"), &fclose);
-    if (pFile == nullptr)
-    {
-        return errno;
-    }
-    std::array<char, 65536> arrData{};
-    for (size_t nRead = 0; (nRead = fread(arrData.data(), 1, arrData.size(), pFile.get())) > 0;)
-    {
-        strContent.append(arrData.data(), nRead);
-    }
-    return ferror(pFile.get()) != 0 ? errno : 0;
+    return SystemText(nError);
 }
 
 int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_OPTIONS_t& tRequest)
@@ -94,7 +90,7 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     {
         const std::string strPath = tRequest.strData.substr(1);
         tReqInfo.strPostData.clear();
-        if (const int nError = ReadFile(strPath, tReqInfo.strPostData); nError != 0)
+        if (const int nError = ReadContent(strPath, tReqInfo.strPostData); nError != 0)
         {
             return PrintError(strPath, SystemText(nError));
         }
@@ -107,9 +103,25 @@ int RunRequest(const OPTIONS_t& tOptions, HTTP_METHOD_e eMethod, const REQUEST_O
     {
         PrintHeadings(tReport);
     }
-    return bAnswered ? WriteAnswer(tReqInfo.strResponse, tRequest.strOutput)
-                     : PrintError(WithoutCredentials(tRequest.strUrl),
-                                  tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason);
+    std::string strFailure;
+    if (!bAnswered)
+    {
+        strFailure = tReport.nResultCode != 0 ? Reason(tReport) : tReqInfo.strErrorReason;
+    }
+    else if (!tRequest.bJson || !tRequest.strOutput.empty())
+    {
+        strFailure = WriteAnswer(tReqInfo.strResponse, tRequest.strOutput);
+    }
+    if (tRequest.bJson)
+    {
+        PrintReport(tReport, strFailure);
+    }
+    if (strFailure.empty())
+    {
+        return 0;
+    }
+    PrintError(bAnswered ? tRequest.strOutput : WithoutCredentials(tRequest.strUrl), strFailure);
+    return bAnswered ? 1 : ExitStatus(tReport);
 }
 
 void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
@@ -117,8 +129,11 @@ void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::
     AddValue(tCommand, "URL", tRequest.strUrl, "TEXT", NotEmpty(), "http or https; without either http")->required();
     AddHeaderOption(tCommand, tTransfer);
     tCommand.add_option("-o", tRequest.strOutput, "Write the answer into this file")->type_name("FILE");
-    tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
-    AddFailFlags(tCommand, tRequest.bFailOnHttpError);
+    CLI::Option* pHeadings =
+        tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
+    tCommand.add_flag("--json", tRequest.bJson, "Print the report as JSON; the answer only goes to -o")
+        ->excludes(pHeadings);
+    AddFailFlag(tCommand, tRequest.bFailOnHttpError);
 }
 
 } // namespace
@@ -130,7 +145,7 @@ void AddRequestCommands(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t&
     { return [ptRequest, eMethod](const OPTIONS_t& tOptions) { return RunRequest(tOptions, eMethod, *ptRequest); }; };
     CLI::App& tGet = fnAdd("get", "Print the answer to a GET, within 30 seconds", fnCommand(HTTP_METHOD_GET));
     CLI::App& tPost = fnAdd("post", "Print the answer to a POST, within 30 seconds", fnCommand(HTTP_METHOD_POST));
-    tPost.add_option("--data", ptRequest->strData, "The body")->type_name("TEXT|@FILE")->required();
+    tPost.add_option("--data", ptRequest->strData, "The body")->type_name("TEXT|@FILE|@-")->required();
     AddRequestOptions(tGet, *ptRequest, tTransfer);
     AddLocationFlag(tGet, tTransfer);
     AddRequestOptions(tPost, *ptRequest, tTransfer);

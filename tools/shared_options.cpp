@@ -4,14 +4,12 @@
 
 #include "option_values.h"
 
-void AddFailFlags(CLI::App& tCommand, bool& bFail)
+void AddFailFlag(CLI::App& tCommand, bool& bFail)
 {
-    const std::string strDefault = " (the default)";
+    const bool bOther = !bFail;
     tCommand.add_flag_callback(
-        "--fail", [&bFail] { bFail = true; },
-        "Fail with a redirect or a status of 400 and more" + (bFail ? strDefault : ""));
-    tCommand.add_flag_callback(
-        "--no-fail", [&bFail] { bFail = false; }, "Accept every status" + (bFail ? "" : strDefault));
+        bOther ? "--fail" : "--no-fail", [&bFail, bOther] { bFail = bOther; },
+        bOther ? "Fail with a redirect or a status of 400 and more" : "Accept every status");
 }
 
 void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
@@ -27,6 +25,14 @@ void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice)
     };
     CLI::Option* pCert = fnAdd("--cert", ENTRIES_CERT, "The CERT entries");
     fnAdd("--default", ENTRIES_DEFAULT, "The entries that are marked for boot")->excludes(pCert);
+    const auto fnCheck = [&tChoice]
+    {
+        if (tChoice.eEntries == ENTRIES_BY_ID && tChoice.vecId.empty())
+        {
+            throw CLI::ValidationError("one of --id, --cert and --default must say which entries");
+        }
+    };
+    tCommand.parse_complete_callback(fnCheck);
 }
 
 void AddHeaderOption(CLI::App& tCommand, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
@@ -58,8 +64,9 @@ void AddRunOptions(CLI::App& tCommand, DOWNLOAD_OPTIONS_t& tOptions, WQCurl::TRA
         ->capture_default_str();
     AddValue(tCommand, "--limit-rate", tOptions.nBandwidth, "BYTES", Bytes(1),
              "Bytes a second for all downloads together, such as 64k or 2M");
+    tCommand.add_flag("--force", tOptions.bForce, "Take over existing temporary files");
     tCommand.add_flag("--durable", tOptions.bDurable, "Flush each file to storage before it counts as done");
     tCommand.add_flag("-q", tOptions.bQuiet, "Print errors only");
     tCommand.add_flag("--json", tOptions.bJson, "Print JSON, at the end");
-    AddFailFlags(tCommand, tOptions.bFailOnHttpError);
+    AddFailFlag(tCommand, tOptions.bFailOnHttpError);
 }

@@ -7,8 +7,8 @@
 
 /* Options that several commands share. The records must outlive the parser. */
 
-/** Adds --fail and --no-fail. @param bFail has the command's default */
-void AddFailFlags(CLI::App& tCommand, bool& bFail);
+/** Adds the flag that changes the command's default: --fail or --no-fail. @param bFail has the default */
+void AddFailFlag(CLI::App& tCommand, bool& bFail);
 
 /** Adds --id, --cert and --default. */
 void AddEntryOptions(CLI::App& tCommand, ENTRY_CHOICE_t& tChoice);
