@@ -16,7 +16,7 @@ namespace
 bool IsTemporary(int nCode, CURL* pEasy, long lStatus)
 {
     long lProxyStatus = 0;
-    long lConnections = 0;
+    curl_off_t nSent = 0;
     switch (nCode)
     {
     case CURLE_HTTP_RETURNED_ERROR:
@@ -24,9 +24,9 @@ bool IsTemporary(int nCode, CURL* pEasy, long lStatus)
     case CURLE_RECV_ERROR: // also a proxy's refusal
         curl_easy_getinfo(pEasy, CURLINFO_HTTP_CONNECTCODE, &lProxyStatus);
         return lStatus != 0 || lProxyStatus < 400 || IsTemporaryStatus(lProxyStatus);
-    case CURLE_UNSUPPORTED_PROTOCOL: // an answer without a status line, unless it is the URL's scheme
-        curl_easy_getinfo(pEasy, CURLINFO_NUM_CONNECTS, &lConnections);
-        return lConnections > 0;
+    case CURLE_UNSUPPORTED_PROTOCOL: // an answer without a status line; otherwise the URL's or a redirect's scheme
+        curl_easy_getinfo(pEasy, CURLINFO_PRETRANSFER_TIME_T, &nSent);
+        return nSent > 0 && lStatus == 0;
     case CURLE_COULDNT_RESOLVE_PROXY:
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_CONNECT:
