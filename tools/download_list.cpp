@@ -68,7 +68,7 @@ std::string ParseDownloadList(const std::string& strList, const std::string& str
     std::string strLine;
     for (int nLine = 1; std::getline(tList, strLine); ++nLine)
     {
-        strLine.erase(strLine.find_last_not_of("\r") + 1);
+        strLine.erase(strLine.find_last_not_of('\r') + 1);
         if (strLine.find_first_not_of(" \t") == std::string::npos || strLine.front() == '#')
         {
             continue;

@@ -122,13 +122,14 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
         {
             return strPath + " exists: another download is writing it";
         }
-        const std::string strKind = KindRefusal(strPath);
-        if (!strKind.empty() || (!bForce && FileSize(strPath) >= 0))
+        if (const std::string strKind = KindRefusal(strPath); !strKind.empty())
         {
-            return strPath + (strKind.empty()
-                                  ? " exists: another download is writing it, or one that was killed left it "
-                                    "(--force takes it over)"
-                                  : ": " + strKind);
+            return Format("%s: %s", strPath.c_str(), strKind.c_str());
+        }
+        if (!bForce && FileSize(strPath) >= 0)
+        {
+            return strPath +
+                   " exists: another download is writing it, or one that was killed left it (--force takes it over)";
         }
     }
     return "";

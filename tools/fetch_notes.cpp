@@ -48,7 +48,7 @@ std::string WriteNotes(const std::string& strPath, const FETCH_NOTES_t& mapNote)
     std::string strContent;
     for (const auto& [strKey, strNote] : mapNote)
     {
-        strContent += strKey + "\t" + strNote + "\n";
+        strContent.append(strKey).append("\t").append(strNote).append("\n");
     }
     GError* pFault = nullptr;
     /* Writes another file and renames it. */
