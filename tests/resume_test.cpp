@@ -31,7 +31,7 @@ protected:
     void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
     {
         const size_t nRange = tRequest.strHead.find("\r\nRange: bytes=");
-        const size_t nRequest = m_nRequests++;
+        const auto nRequest = static_cast<size_t>(m_nRequests++);
         if (nRequest < m_vecAnswers.size())
         {
             tConnection.Send(m_vecAnswers[nRequest]);
