@@ -26,7 +26,9 @@ check_cppcheck() {
 
 # Runs the wrapper's tests in a device build, over our own platform as the device maker's library.
 check_port() {
-    g++ -std=c++17 -fPIC -shared -I . veltra/desktop/*.cpp -lcurl -pthread -o build/libmaker.so
+    # shellcheck disable=SC2046 # several words
+    g++ -std=c++17 -fPIC -shared -I . veltra/desktop/*.cpp $(pkg-config --cflags --libs libcurl glib-2.0) -pthread \
+        -o build/libmaker.so
     cmake -S . -B build/port -G Ninja -DVELTRA_PLATFORM=external -DVELTRA_WRAPPER_TESTS="$PWD/build/libmaker.so" >/dev/null
     cmake --build build/port
     ctest --test-dir build/port -j "$(nproc)" --output-on-failure
