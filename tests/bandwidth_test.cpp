@@ -83,6 +83,22 @@ TEST_F(CBandwidthTest, PauseFailsNoDownloadAndEndsAtOnce)
     EXPECT_EQ(tLast.eType, DOWNLOAD_TYPE_FAIL);
 }
 
+TEST_F(CBandwidthTest, DownloadStartsAlthoughRequestsNeverCease)
+{
+    std::atomic<bool> bGoOn{true};
+    std::vector<OUTCOME_t> vecRequests(64);
+    for (OUTCOME_t& tRequest : vecRequests)
+    {
+        tRequest.fnOnEvent = [&] { bGoOn = bGoOn && Start(tRequest, Url()); };
+        ASSERT_TRUE(Start(tRequest, Url()));
+    }
+    OUTCOME_t tDownload;
+    ASSERT_EQ(Start(tDownload, Url("/7"), "file"), 1);
+    EXPECT_TRUE(WaitUntil([&] { return tDownload.tEnded.Count() > 0; }));
+    bGoOn = false;
+    m_ptEngine->Destroy();
+}
+
 TEST_F(CBandwidthTest, DownloadsAboveTheMostWaitInOrder)
 {
     constexpr int DOWNLOADS = 40;

@@ -1,7 +1,6 @@
 #include "veltra/desktop/attempts.h"
 
 #include <algorithm>
-#include <random>
 
 namespace WQCurl
 {
@@ -21,11 +20,12 @@ constexpr int LONGEST_RETRY_AFTER = 30;      // seconds
 constexpr int MOST_DOUBLINGS = 5;            // 32 seconds exceed the longest pause
 constexpr long long FRUITFUL_BYTES = 262144; // an attempt that receives so many is not fruitless
 
-/** Returns a random time up to 1, 2, 4 … seconds: devices that have lost a server at once do not return at once. */
+/** Returns an arbitrary time up to 1, 2, 4 … seconds: devices that have lost a server at once do not return at once. */
 milliseconds BackOff(int nFruitlessRetries)
 {
     const int nLongest = std::min(1000 << std::min(nFruitlessRetries, MOST_DOUBLINGS), LONGEST_PAUSE);
-    return milliseconds(std::random_device()() % static_cast<unsigned>(nLongest + 1));
+    /* The clock's nanoseconds differ between devices. A random device may fail when descriptors run out. */
+    return milliseconds(CAttempts::Clock::now().time_since_epoch().count() % (nLongest + 1));
 }
 
 } // namespace

@@ -145,7 +145,8 @@ FAULT_t TRANSFER_t::OwnFault(CURLcode eCode) const
     }
     if (FailsByStatus())
     {
-        return {CURLE_HTTP_RETURNED_ERROR, "The server redirects, which is not followed"};
+        return {CURLE_HTTP_RETURNED_ERROR, Status() / 100 == 3 ? "The server redirects, which is not followed"
+                                                               : "The server answers with an error status"};
     }
     return tAttempt.bRedirected ? FAULT_t() : tExpected.CheckEnd(tResume.Received());
 }

@@ -29,7 +29,7 @@ bool CTransferDriver::Open()
  */
 void CTransferDriver::StartDue()
 {
-    TRANSFER_t* arrTaken[STARTS_AT_ONCE];
+    TRANSFER_t* arrTaken[STARTS_AT_ONCE + 1];
     std::list<TRANSFER_t*> lstDownloads;
     size_t nRegistered = 0;
     size_t nTaken = m_tQueue.Take(arrTaken, m_nMayStart, lstDownloads, nRegistered);
@@ -39,7 +39,10 @@ void CTransferDriver::StartDue()
         m_tWaiting.AddFirst(lstDownloads);
     }
     const int nMostDownloads = m_tWaiting.IsEmpty() ? 0 : ProcessSettings()->tRecord.nMostDownloads;
-    while (nTaken < m_nMayStart && (arrTaken[nTaken] = m_tWaiting.Start(nMostDownloads)) != nullptr)
+    /* Requests go first, but in each step a download may start: otherwise those that never cease would keep it waiting.
+     */
+    const size_t nMost = std::max(m_nMayStart, nTaken + 1);
+    while (nTaken < nMost && (arrTaken[nTaken] = m_tWaiting.Start(nMostDownloads)) != nullptr)
     {
         ++nTaken;
     }

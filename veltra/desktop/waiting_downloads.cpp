@@ -26,9 +26,15 @@ TRANSFER_t* CWaitingDownloads::Start(int nMost)
 
 void CWaitingDownloads::Remove(TRANSFER_t& tTransfer)
 {
-    m_nRunning -= tTransfer.bCounted ? 1 : 0;
-    tTransfer.bCounted = false;
-    m_lstWaiting.remove(&tTransfer);
+    if (tTransfer.bCounted)
+    {
+        tTransfer.bCounted = false;
+        --m_nRunning;
+    }
+    else if (tTransfer.bReporting)
+    {
+        m_lstWaiting.remove(&tTransfer);
+    }
 }
 
 } // namespace WQCurl
