@@ -96,8 +96,7 @@ bool TempFileExists(const std::string& strTempFilePath, LOG_PLACE_t tPlace)
 
 FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_PLACE_t tPlace)
 {
-    /* Opening through a link would create or empty the file that it points to. */
-    if (IsSymbolicLink(strTempFilePath, tPlace) || IsSpecialFile(TargetPath(strTempFilePath), tPlace))
+    if (IsSpecialFile(TargetPath(strTempFilePath), tPlace))
     {
         return nullptr;
     }
@@ -107,6 +106,12 @@ FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_
     {
         pFile.reset(TakeOverFile(pszPath));
     }
+    const int nError = errno;
+    /* Opening follows no link. A link that is there now has prevented it, or has replaced the new file. */
+    if (IsSymbolicLink(strTempFilePath, tPlace))
+    {
+        return nullptr;
+    }
     if (pFile == nullptr && bTakeOver)
     {
         VELTRA_LOG_ERROR_AT(tPlace, "Failed to open file = [%s]", pszPath);
@@ -114,7 +119,6 @@ FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_
     }
     if (pFile == nullptr)
     {
-        const int nError = errno;
         char szBuffer[256] = "";
         const char* pszText = strerror_r(nError, szBuffer, sizeof szBuffer);
         VELTRA_LOG_ERROR_AT(tPlace, "Failed to create file = [%s], errno[%d], errmsg[%s, %s]", pszPath, nError, pszText,
@@ -122,7 +126,7 @@ FILE_PTR_t OpenTempFile(const std::string& strTempFilePath, bool bTakeOver, LOG_
         return nullptr;
     }
     static_cast<void>(setvbuf(pFile.get(), nullptr, _IONBF, 0)); // a full disk fails the write, not only the close
-    return IsSymbolicLink(strTempFilePath, tPlace) ? nullptr : std::move(pFile);
+    return pFile;
 }
 
 bool FlushAndClose(FILE_PTR_t pFile)
