@@ -1,6 +1,5 @@
 #include "veltra/desktop/header_lines.h"
 
-#include <curl/curl.h>
 #include <utility>
 
 namespace WQCurl
@@ -9,12 +8,22 @@ namespace WQCurl
 namespace
 {
 
-constexpr std::string_view BLANKS = " \t\r\n";
+bool IsBlank(char cCharacter)
+{
+    return cCharacter == ' ' || cCharacter == '\t' || cCharacter == '\r' || cCharacter == '\n';
+}
 
 std::string_view Trim(std::string_view strText)
 {
-    strText.remove_prefix(std::min(strText.find_first_not_of(BLANKS), strText.size()));
-    return strText.substr(0, strText.find_last_not_of(BLANKS) + 1);
+    while (!strText.empty() && IsBlank(strText.back()))
+    {
+        strText.remove_suffix(1);
+    }
+    while (!strText.empty() && IsBlank(strText.front()))
+    {
+        strText.remove_prefix(1);
+    }
+    return strText;
 }
 
 bool HasName(std::string_view strLine, std::string_view strName)
@@ -25,7 +34,7 @@ bool HasName(std::string_view strLine, std::string_view strName)
 
 } // namespace
 
-CHeaderLines::RESULT_e CHeaderLines::Take(std::string_view strLine, long lStatus)
+CHeaderLines::RESULT_e CHeaderLines::Take(std::string_view strLine, CURL* pEasy)
 {
     constexpr size_t MOST_BYTES = 307200;
     constexpr long SWITCHING_PROTOCOLS = 101;
@@ -41,6 +50,8 @@ CHeaderLines::RESULT_e CHeaderLines::Take(std::string_view strLine, long lStatus
     }
     else if (strLine == "\r\n" || strLine == "\n")
     {
+        long lStatus = 0;
+        curl_easy_getinfo(pEasy, CURLINFO_RESPONSE_CODE, &lStatus);
         const bool bInterim = lStatus / 100 == 1 && lStatus != SWITCHING_PROTOCOLS;
         const bool bTrailer = std::exchange(m_bComplete, !bInterim);
         return bInterim || bTrailer ? RESULT_MORE : RESULT_COMPLETE;

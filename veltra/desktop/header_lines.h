@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <curl/curl.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,9 +23,8 @@ public:
         RESULT_TOO_LARGE /**< all lines together exceed the limit */
     };
 
-    /** Takes the next line, also of an interim answer or the trailers behind a body. @param lStatus the answer's status
-     */
-    RESULT_e Take(std::string_view strLine, long lStatus);
+    /** Takes the next line of pEasy's answer, also of an interim answer or the trailers behind a body. */
+    RESULT_e Take(std::string_view strLine, CURL* pEasy);
 
     /** Forgets all lines. */
     void Clear();

@@ -66,7 +66,7 @@ bool TRANSFER_t::Accept(const FAULT_t& tFault)
 /** @return false for a line that ends the transfer */
 bool TRANSFER_t::TakeHeaderLine(std::string_view strLine)
 {
-    switch (tAttempt.tHeaderLines.Take(strLine, Status()))
+    switch (tAttempt.tHeaderLines.Take(strLine, pEasy.get()))
     {
     case CHeaderLines::RESULT_TOO_LARGE:
         return Accept({CURLE_FILESIZE_EXCEEDED, "The answer's header lines are larger than 300 KiB"});
