@@ -1,12 +1,8 @@
-/*
- * libcurl: blocking GETs one after the other, on IN_FLIGHT threads with one reused handle each. With BENCH_HAND_OVER in
- * the environment, each thread hands its requests to another one and waits, which measures the cost of handing over.
- */
+/* libcurl: blocking GETs one after the other, on IN_FLIGHT threads with one reused handle each. */
 
 #include <atomic>
 #include <curl/curl.h>
 #include <list>
-#include <semaphore.h>
 #include <thread>
 
 #include "load.h"
@@ -18,30 +14,6 @@ size_t Append(char* pData, size_t nSize, size_t nCount, void* pBody)
 {
     static_cast<std::string*>(pBody)->append(pData, nSize * nCount);
     return nSize * nCount;
-}
-
-template <class GET> void HandOver(long nRequests, const GET& fnGet)
-{
-    sem_t tWanted;
-    sem_t tDone;
-    sem_init(&tWanted, 0, 0);
-    sem_init(&tDone, 0, 0);
-    std::thread tWorker(
-        [&]
-        {
-            for (long i = 0; i < nRequests; ++i)
-            {
-                sem_wait(&tWanted);
-                fnGet();
-                sem_post(&tDone);
-            }
-        });
-    for (long i = 0; i < nRequests; ++i)
-    {
-        sem_post(&tWanted);
-        sem_wait(&tDone);
-    }
-    tWorker.join();
 }
 
 } // namespace
@@ -63,23 +35,12 @@ int main(int nArguments, char* arrArguments[])
                 curl_easy_setopt(pEasy, CURLOPT_CAINFO, tLoad.strCaFile.c_str());
                 curl_easy_setopt(pEasy, CURLOPT_WRITEFUNCTION, &Append);
                 curl_easy_setopt(pEasy, CURLOPT_NOSIGNAL, 1L);
-                const auto fnGet = [&]
+                std::string strBody;
+                curl_easy_setopt(pEasy, CURLOPT_WRITEDATA, &strBody);
+                for (long i = 0; i < tLoad.nRequests / tLoad.nInFlight; ++i)
                 {
-                    std::string strBody;
-                    curl_easy_setopt(pEasy, CURLOPT_WRITEDATA, &strBody);
+                    strBody.clear();
                     nFailed += curl_easy_perform(pEasy) != CURLE_OK;
-                };
-                const long nRequests = tLoad.nRequests / tLoad.nInFlight;
-                if (getenv("BENCH_HAND_OVER") != nullptr)
-                {
-                    HandOver(nRequests, fnGet);
-                }
-                else
-                {
-                    for (long i = 0; i < nRequests; ++i)
-                    {
-                        fnGet();
-                    }
                 }
                 curl_easy_cleanup(pEasy);
             });

@@ -1,7 +1,8 @@
 /*
  * libcurl: GETs on one multi handle. Built twice: driven by curl_multi_poll and curl_multi_perform, or (BENCH_EPOLL) by
  * epoll and curl_multi_socket_action. In the environment, BENCH_FRESH makes a new handle for each request instead of
- * reusing handles, and BENCH_THREAD drives all transfers on a second thread, as an engine with a worker must.
+ * reusing handles, BENCH_THREAD drives all transfers on a second thread, as an engine with a worker must, and
+ * BENCH_FOLDER writes the answers to files 0, 1 and so on in this folder.
  */
 
 #include <curl/curl.h>
@@ -14,11 +15,25 @@
 namespace
 {
 
-size_t Append(char* pData, size_t nSize, size_t nCount, void* pBody)
+/** The body of one answer: text, or a file. */
+struct BODY_t
 {
-    static_cast<std::string*>(pBody)->append(pData, nSize * nCount);
-    return nSize * nCount;
-}
+    ~BODY_t() { pFile != nullptr ? void(fclose(pFile)) : void(); }
+
+    static size_t Take(char* pData, size_t nSize, size_t nCount, void* pBody)
+    {
+        auto* ptBody = static_cast<BODY_t*>(pBody);
+        if (ptBody->pFile != nullptr)
+        {
+            return fwrite(pData, nSize, nCount, ptBody->pFile) * nSize;
+        }
+        ptBody->strText.append(pData, nSize * nCount);
+        return nSize * nCount;
+    }
+
+    std::string strText{};
+    FILE* pFile = nullptr;
+};
 
 class CClient
 {
@@ -34,7 +49,7 @@ public:
 #endif
     }
 
-    long Run()
+    void Run()
     {
         for (long i = 0; i < m_tLoad.nInFlight + m_tLoad.nStalled; ++i)
         {
@@ -49,18 +64,26 @@ public:
                 OnEnd(ptMsg->easy_handle, ptMsg->data.result);
             }
         }
-        return m_nFailed;
+        m_tMeasure.Report(m_nFailed);
     }
 
 private:
     void Start(CURL* pEasy)
     {
-        auto* pBody = new std::string;
-        curl_easy_setopt(pEasy, CURLOPT_URL, m_tLoad.NextUrl(m_nStarted++).c_str());
+        static const char* const s_pszFolder = getenv("BENCH_FOLDER");
+        auto* ptBody = new BODY_t;
+        std::string strUrl = m_tLoad.NextUrl(m_nStarted);
+        if (s_pszFolder != nullptr)
+        {
+            ptBody->pFile = fopen((s_pszFolder + ("/" + std::to_string(m_nStarted))).c_str(), "wbx");
+            strUrl += "?" + std::to_string(m_nStarted);
+        }
+        ++m_nStarted;
+        curl_easy_setopt(pEasy, CURLOPT_URL, strUrl.c_str());
         curl_easy_setopt(pEasy, CURLOPT_CAINFO, m_tLoad.strCaFile.c_str());
-        curl_easy_setopt(pEasy, CURLOPT_WRITEFUNCTION, &Append);
-        curl_easy_setopt(pEasy, CURLOPT_WRITEDATA, pBody);
-        curl_easy_setopt(pEasy, CURLOPT_PRIVATE, pBody);
+        curl_easy_setopt(pEasy, CURLOPT_WRITEFUNCTION, &BODY_t::Take);
+        curl_easy_setopt(pEasy, CURLOPT_WRITEDATA, ptBody);
+        curl_easy_setopt(pEasy, CURLOPT_PRIVATE, ptBody);
         curl_easy_setopt(pEasy, CURLOPT_TIMEOUT, 30L);
         curl_easy_setopt(pEasy, CURLOPT_NOSIGNAL, 1L);
         curl_multi_add_handle(m_pMulti, pEasy);
@@ -69,12 +92,16 @@ private:
     void OnEnd(CURL* pEasy, CURLcode eResult)
     {
         static const bool s_bFresh = getenv("BENCH_FRESH") != nullptr;
-        std::string* pBody = nullptr;
-        curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &pBody);
-        delete pBody;
+        BODY_t* ptBody = nullptr;
+        curl_easy_getinfo(pEasy, CURLINFO_PRIVATE, &ptBody);
+        delete ptBody;
         curl_multi_remove_handle(m_pMulti, pEasy);
         m_nFailed += eResult != CURLE_OK;
         ++m_nEnded;
+        if (m_nEnded == m_tLoad.nStalled)
+        {
+            m_tMeasure = CMeasure();
+        }
         if (s_bFresh)
         {
             curl_easy_cleanup(pEasy);
@@ -138,6 +165,7 @@ private:
 
     const LOAD_t& m_tLoad;
     CURLM* m_pMulti;
+    CMeasure m_tMeasure{};
     long m_nStarted = 0;
     long m_nEnded = 0;
     long m_nFailed = 0;
@@ -149,11 +177,7 @@ int main(int nArguments, char* arrArguments[])
 {
     const LOAD_t tLoad(nArguments, arrArguments);
     curl_global_init(CURL_GLOBAL_DEFAULT);
-    const CMeasure tMeasure;
     CClient tClient(tLoad);
-    long nFailed = 0;
-    const auto fnRun = [&] { nFailed = tClient.Run(); };
-    getenv("BENCH_THREAD") != nullptr ? std::thread(fnRun).join() : fnRun();
-    tMeasure.Report(nFailed);
+    getenv("BENCH_THREAD") != nullptr ? std::thread(&CClient::Run, &tClient).join() : tClient.Run();
     _exit(0);
 }

@@ -17,6 +17,7 @@ struct RUN_t
     long nEnded = 0;
     long nFailed = 0;
     std::promise<void> tDone;
+    CMeasure tMeasure{};
 
     void StartNext()
     {
@@ -32,7 +33,12 @@ struct RUN_t
     void OnEnd(bool bResult)
     {
         nFailed += !bResult;
-        if (++nEnded == tLoad.nRequests)
+        ++nEnded;
+        if (nEnded == tLoad.nStalled)
+        {
+            tMeasure = CMeasure();
+        }
+        if (nEnded == tLoad.nRequests)
         {
             tDone.set_value();
         }
@@ -52,10 +58,9 @@ int main(int nArguments, char* arrArguments[])
     WQCurl::SetTransferDefaults({tLoad.strCaFile, {}});
     CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
     tEngine.Create();
-    RUN_t tRun{tLoad, tEngine, 0, 0, 0, {}};
+    RUN_t tRun{tLoad, tEngine};
 
     /* The first transfers start on the worker thread, too, so that only one thread counts. */
-    static CMeasure s_tMeasure;
     static RUN_t* s_ptRun = &tRun;
     _HTTP_REQ_INFO_t tFirst;
     tFirst.eMethod = HTTP_METHOD_GET;
@@ -69,6 +74,6 @@ int main(int nArguments, char* arrArguments[])
     };
     tEngine.Get(&tFirst, false);
     tRun.tDone.get_future().wait();
-    s_tMeasure.Report(tRun.nFailed);
+    tRun.tMeasure.Report(tRun.nFailed);
     _exit(0); // stalled transfers are not worth waiting for
 }

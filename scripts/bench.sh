@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Measures the library against its peers, and writes the table and the chart of docs/performance.md:
-# scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]. With an option the results are only printed.
-# --quick measures less, --works measures only the named functions of bench.py, --debian measures in a fresh root.
+# Measures the library against its peers, and writes the tables and the chart of docs/performance.md:
+# scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]. The page shows the last three whole runs of each Debian
+# release. --debian measures in a fresh root of another release. --quick measures less, and --works only the named
+# functions of bench.py; their results are only printed.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -9,27 +10,35 @@ source scripts/lib/packages.sh
 source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
 packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
-    libbenchmark-dev libsoup-3.0-dev glib-networking curl aria2 valgrind strace python3-minimal)
-large=1G release="" arguments=()
+    libsoup-3.0-dev glib-networking curl aria2 valgrind python3-minimal)
+large=1G release="" part="" results=build/bench/results.csv arguments=()
 while [ $# -gt 0 ]; do
     case $1 in
     --debian) release=$2 && shift ;;
-    --quick) large=128M && arguments+=("$1") ;;
-    *) arguments+=("$1") ;;
+    --quick) large=128M part=yes && arguments+=("$1") ;;
+    --works) part=yes && arguments+=("$1" "$2") && shift ;;
+    *) echo "bench: there is no option $1" >&2 && exit 2 ;;
     esac
     shift
 done
 
+write_page() {
+    [ -n "$part" ] || { cat "$results" >>docs/performance.csv && python3 scripts/bench_page.py docs; }
+}
+
+mkdir -p build/bench
+rm -f "$results"
 if [ -n "$release" ]; then
     trap leave_fresh_debian EXIT
     in_fresh_copy "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "
 mkdir -p \"\$1/dev/shm\"
 mountpoint -q \"\$1/dev/shm\" || { mount -t tmpfs tmpfs \"\$1/dev/shm\" && mounted=yes; }
-chroot \"\$1\" /veltra/scripts/bench.sh --shown ${arguments[*]-}
-[ -z \"\${mounted-}\" ] || umount \"\$1/dev/shm\""
+chroot \"\$1\" /veltra/scripts/bench.sh ${arguments[*]-}
+[ -z \"\${mounted-}\" ] || umount \"\$1/dev/shm\"
+cp \"\$1/veltra/$results\" \"$PWD/$results\""
+    write_page
     exit
 fi
-
 install_packages "${packages[@]}"
 echo "== Building"
 cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOOL=OFF >/dev/null
@@ -55,16 +64,16 @@ servers() {
         ssl_certificate "$certificates/server.pem";
         ssl_certificate_key "$certificates/server.key";
         root "$dir/www";
-        location = /1g { root "$memory"; }
-        location = /128m { root "$memory"; }
+        location = /large { root "$memory"; }
+        location = /medium { root "$memory"; }
     }
 END
 }
 mkdir "$dir/www"
 head -c 1024 /dev/urandom >"$dir/www/1k"
 head -c 10240 /dev/urandom >"$dir/www/10k"
-truncate -s "$large" "$memory/1g"
-truncate -s 128M "$memory/128m"
+truncate -s "$large" "$memory/large"
+truncate -s 128M "$memory/medium"
 chmod a+rx "$dir" "$memory"
 start_nginx "$dir" servers
 build/bench/tests/soak --serve >"$dir/ports" &
@@ -72,6 +81,8 @@ background=($!)
 wait_until 10 test -s "$dir/ports"
 read -r silent_port _ <"$dir/ports"
 echo "== Measuring"
-python3 scripts/bench.py build/bench docs "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "${arguments[@]}" &
+python3 scripts/bench.py build/bench "$nginx_port" "$nginx_tls_port" "$silent_port" "$memory" "$results" \
+    "${arguments[@]}" &
 background=($! "${background[@]}")
 wait "${background[0]}"
+write_page
