@@ -13,7 +13,7 @@
 
 #include "commands.h"
 #include "messages.h"
-#include "option_values.h"
+#include "options.h"
 #include "session.h"
 #include "text.h"
 #include "url.h"

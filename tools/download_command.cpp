@@ -6,8 +6,7 @@
 #include "file_content.h"
 #include "json.h"
 #include "messages.h"
-#include "option_values.h"
-#include "shared_options.h"
+#include "options.h"
 #include "url.h"
 
 namespace
@@ -96,7 +95,7 @@ void AddDownloadCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t&
         AddValue(tApp, "URL", ptCommand->vecUrlAndFile, "FILE", NotEmpty(), "A URL and its file; repeatable");
     CLI::Option* pSum = AddValue(tApp, "--sha256", ptCommand->strSha256, "HEX", Sha256Digits(),
                                  "The expected checksum of a single file");
-    CLI::Option* pSize = AddValue(tApp, "--size", ptCommand->nSize, "N", Number(0, LLONG_MAX),
+    CLI::Option* pSize = AddValue(tApp, "--size", ptCommand->nSize, "N", CLI::Range(0LL, LLONG_MAX),
                                   "The expected size of a single file in bytes");
     CLI::Option* pList = AddValue(tApp, "-i", ptCommand->strList, "FILE", NotEmpty(),
                                   "A list with lines 'URL FILE [SIZE] [SHA256]'; -: standard input")

@@ -1,41 +1,46 @@
 #include "download_list.h"
 
-#include <climits>
 #include <glib.h>
 #include <iterator>
 #include <memory>
 #include <sstream>
 
-#include "option_values.h"
+#include "options.h"
+#include "text.h"
 
 namespace
 {
 
 constexpr size_t SHA256_DIGITS = 64;
+constexpr char FORM[] = "is not of the form URL FILE [SIZE] [SHA256]";
 
 /** @return the fault of a line "URL FILE [SIZE] [SHA256]"; empty: none */
 std::string ParseUrlLine(const std::string& strLine, DOWNLOAD_t& tDownload)
 {
     std::istringstream tLine(strLine);
-    std::vector<std::string> vecField{std::istream_iterator<std::string>(tLine), {}};
-    constexpr size_t LEAST = 2;
-    if (vecField.size() < LEAST || vecField.size() > LEAST + 2)
+    const std::vector<std::string> vecField{std::istream_iterator<std::string>(tLine), {}};
+    if (vecField.size() < 2)
     {
-        return "is not of the form URL FILE [SIZE] [SHA256]";
+        return FORM;
     }
     tDownload.strUrl = vecField[0];
     tDownload.strFile = vecField[1];
-    if (vecField.size() > LEAST && (vecField.size() > LEAST + 1 || vecField.back().size() < SHA256_DIGITS))
+    auto itField = vecField.begin() + 2;
+    if (itField != vecField.end() && itField->size() < SHA256_DIGITS)
     {
-        if (std::string strFault = Number(0, LLONG_MAX)(vecField[LEAST]); !strFault.empty())
+        tDownload.nSize = ParseSize(*itField);
+        if (tDownload.nSize < 0)
         {
-            return strFault;
+            return "'" + *itField + "' is no number of bytes";
         }
-        tDownload.nSize = std::stoll(vecField[LEAST]);
-        vecField.erase(vecField.begin() + LEAST);
+        ++itField;
     }
-    tDownload.strSha256 = vecField.size() > LEAST ? vecField.back() : "";
-    return vecField.size() > LEAST ? Sha256Digits()(vecField.back()) : "";
+    if (itField != vecField.end())
+    {
+        tDownload.strSha256 = *itField++;
+    }
+    const std::string strFault = tDownload.strSha256.empty() ? "" : Sha256Digits()(tDownload.strSha256);
+    return itField == vecField.end() ? strFault : FORM;
 }
 
 /** @return the fault of a line "SHA256  NAME" or "SHA256 *NAME"; empty: none */

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <glib.h>
 
@@ -8,7 +7,7 @@
 #include "fetch_notes.h"
 #include "json.h"
 #include "messages.h"
-#include "shared_options.h"
+#include "options.h"
 #include "text.h"
 #include "url.h"
 
@@ -33,15 +32,6 @@ bool IsFileName(const std::string& strId)
     return !strId.empty() && strId.size() <= LONGEST && strId.front() != '.' && strId.find('/') == std::string::npos &&
            strId == Printable(strId) && g_str_has_suffix(strId.c_str(), ".bak") == FALSE &&
            g_str_has_suffix(strId.c_str(), ".unflushed") == FALSE;
-}
-
-/** @return -1 for a text that is no number */
-long long ParseSize(const std::string& strSize)
-{
-    guint64 nSize = 0;
-    return g_ascii_string_to_unsigned(strSize.c_str(), 10, 0, LLONG_MAX, &nSize, nullptr) != FALSE
-               ? static_cast<long long>(nSize)
-               : -1;
 }
 
 DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapNote, const APPBIN_SERVER_INFO_t& tInfo)

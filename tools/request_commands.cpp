@@ -6,9 +6,8 @@
 #include "file_content.h"
 #include "json.h"
 #include "messages.h"
-#include "option_values.h"
+#include "options.h"
 #include "session.h"
-#include "shared_options.h"
 #include "text.h"
 #include "url.h"
 
@@ -133,7 +132,7 @@ void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::
         tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
     tCommand.add_flag("--json", tRequest.bJson, "Print the report as JSON; the answer only goes to -o")
         ->excludes(pHeadings);
-    AddFailFlag(tCommand, tRequest.bFailOnHttpError);
+    tCommand.add_flag("--fail", tRequest.bFailOnHttpError, "Fail with a redirect or a status of 400 and more");
 }
 
 } // namespace

@@ -1,7 +1,10 @@
 #include "session.h"
 
+#include <algorithm>
 #include <csignal>
+#include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "text.h"
 #include "veltra/log.h"
@@ -11,25 +14,18 @@ namespace
 
 constexpr unsigned int LEVEL_INFORMATION = 4;
 
-/** Removes the control characters of a log record. The library's own colours in an error record stay. */
-std::string PrintableRecord(unsigned int nLevel, const std::string& strRecord)
-{
-    const std::string strBegin = VELTRA_LOG_FRAME_BEGIN;
-    const size_t nText = strRecord.find(strBegin) + strBegin.size();
-    const size_t nTextEnd = strRecord.rfind(VELTRA_LOG_FRAME_END);
-    if (nLevel != 0 || nText < strBegin.size() || nTextEnd == std::string::npos || nTextEnd < nText)
-    {
-        return Printable(strRecord.substr(0, strRecord.size() - 1)) + "\n";
-    }
-    return strRecord.substr(0, nText) + Printable(strRecord.substr(nText, nTextEnd - nText)) +
-           VELTRA_LOG_FRAME_END "\n";
-}
-
+/** Prints a record of the log without its colours and control characters. */
 void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 {
+    std::string strText(record, strlen(record) - 1); // without the line's end
+    for (const std::string_view strColour : {VELTRA_LOG_FRAME_BEGIN, VELTRA_LOG_FRAME_END})
+    {
+        const size_t nFound = strText.find(strColour);
+        strText.erase(std::min(nFound, strText.size()), strColour.size());
+    }
     if (pVerbose != nullptr)
     {
-        CLogSinks::WriteToStandardError(level, PrintableRecord(level, record).c_str(), nullptr);
+        CLogSinks::WriteToStandardError(level, (Printable(strText) + "\n").c_str(), nullptr);
     }
 }
 

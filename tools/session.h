@@ -1,6 +1,14 @@
 #pragma once
 
-#include "options.h"
+#include "veltra/veltra.h"
+
+/** The options that every command takes. */
+struct OPTIONS_t
+{
+    DEVICE_IDENTITY_t tIdentity;
+    WQCurl::TRANSFER_SETTINGS_t tTransfer;
+    bool bVerbose = false;
+};
 
 /**
  * The running engine of one command, with the settings of its options. A verbose session prints the library's log on
