@@ -8,7 +8,6 @@ enum DOWNLOAD_STATE_e
 {
     DOWNLOAD_WAITING,
     DOWNLOAD_RUNNING,
-    DOWNLOAD_ARRIVED, /**< received, but not flushed and checked yet */
     DOWNLOAD_DONE,
     DOWNLOAD_PRESENT, /**< not needed: the file existed before */
     DOWNLOAD_FAILED,

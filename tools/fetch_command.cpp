@@ -156,7 +156,7 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
 void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto ptFetch = std::make_shared<FETCH_OPTIONS_t>();
-    ptFetch->tRun.eView = VIEW_BARS_ALONE;
+    ptFetch->tRun.bTable = true;
     CLI::App& tCommand = fnAdd("fetch", "The main job: get the servers, read a document and download its entries",
                                [ptFetch](const OPTIONS_t& tOptions) { return RunFetch(tOptions, *ptFetch); });
     tCommand.add_option("DIR", ptFetch->strFolder, "The folder for the files, which are named after the entries")
