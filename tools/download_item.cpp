@@ -36,6 +36,7 @@ void CDownloadItem::Start()
     CWebConnector& tEngine = m_tContext.tSession.Engine();
     m_nId = tEngine.CreateDownloadId();
     m_tDownload.tEnd.eState = DOWNLOAD_RUNNING;
+    m_tProgress.Update(0, m_tDownload.nSize);
     if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
         const std::string strRefusal = TargetRefusal(m_tDownload, m_tContext.tOptions.bForce);

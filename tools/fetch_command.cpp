@@ -1,10 +1,11 @@
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <glib.h>
 
 #include "commands.h"
 #include "download_target.h"
-#include "fetch_notes.h"
+#include "file_content.h"
 #include "json.h"
 #include "messages.h"
 #include "options.h"
@@ -23,6 +24,45 @@ struct FETCH_OPTIONS_t
 };
 
 /**
+ * The notes about the files of one folder: for each identifier the fields of its document's entry, and the size and
+ * modification time of its file. They are only compared: a damaged note is as good as none.
+ */
+typedef nlohmann::json NOTES_t;
+
+NOTES_t Note(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strStamp)
+{
+    return {tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature, strStamp};
+}
+
+/** Without a readable file there are no notes. */
+NOTES_t ReadNotes(const std::string& strPath)
+{
+    constexpr uintmax_t LARGEST_FILE = 4000000; /* bytes; a larger file was not written here */
+    std::error_code tFault;
+    std::string strContent;
+    if (is_regular_file(std::filesystem::symlink_status(strPath, tFault)) &&
+        std::filesystem::file_size(strPath, tFault) <= LARGEST_FILE)
+    {
+        static_cast<void>(ReadContent(strPath, strContent));
+    }
+    const auto fnIsNote = [](int nDepth, NOTES_t::parse_event_t /*eEvent*/, const NOTES_t& /*tPart*/)
+    { return nDepth <= 2; };
+    NOTES_t tNotes = NOTES_t::parse(strContent, fnIsNote, false);
+    return tNotes.is_object() ? tNotes : NOTES_t::object();
+}
+
+/** Replaces the notes. @return the failure; empty: none */
+std::string WriteNotes(const std::string& strPath, const NOTES_t& tNotes)
+{
+    const std::string strContent = JsonText(tNotes);
+    GError* pFault = nullptr;
+    /* Writes another file and renames it. */
+    g_file_set_contents(strPath.c_str(), strContent.data(), static_cast<gssize>(strContent.size()), &pFault);
+    const std::unique_ptr<GError, decltype(&g_error_free)> ptFault(pFault, &g_error_free);
+    return ptFault == nullptr ? "" : ptFault->message;
+}
+
+/**
  * Returns whether a server's identifier is a safe file name: it must not leave the folder, be hidden, drive a terminal
  * or be the name of a temporary file.
  */
@@ -34,11 +74,11 @@ bool IsFileName(const std::string& strId)
            g_str_has_suffix(strId.c_str(), ".unflushed") == FALSE;
 }
 
-DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapNote, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const NOTES_t& tNotes, const APPBIN_SERVER_INFO_t& tInfo)
 {
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
     DOWNLOAD_END_t& tEnd = tDownload.tEnd;
-    const auto itNote = mapNote.find(NoteKey(tInfo.strId));
+    const auto itNote = tNotes.find(tInfo.strId);
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
     tEnd.strReason =
@@ -50,7 +90,7 @@ DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapN
     }
     else if (const long long nSize = FileSize(tDownload.strFile);
              !tFetch.bCheck && nSize >= 0 && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
-             itNote != mapNote.end() && itNote->second == NoteText(tInfo, FileStamp(tDownload.strFile)) &&
+             itNote != tNotes.end() && JsonText(*itNote) == JsonText(Note(tInfo, FileStamp(tDownload.strFile))) &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
         tEnd.eState = DOWNLOAD_PRESENT;
@@ -120,11 +160,11 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
         return ExitStatus(CurrentReport());
     }
     const std::string strNotes = tFetch.strFolder + "/.veltra-fetch";
-    FETCH_NOTES_t mapNote = ReadNotes(strNotes);
+    NOTES_t tNotes = ReadNotes(strNotes);
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecDownload.push_back(MakeDownload(tFetch, mapNote, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, tNotes, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
@@ -132,10 +172,10 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     {
         if (tDownload.tEnd.eState == DOWNLOAD_DONE)
         {
-            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
+            tNotes[tDownload.strEntry] = Note(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
         }
     }
-    const std::string strFailure = WriteNotes(strNotes, mapNote);
+    const std::string strFailure = WriteNotes(strNotes, tNotes);
     if (tFetch.tRun.bJson)
     {
         PrintResults(vecDownload);
