@@ -35,24 +35,23 @@ void CDownloadItem::Start()
     { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
     CWebConnector& tEngine = m_tContext.tSession.Engine();
     m_nId = tEngine.CreateDownloadId();
-    m_tDownload.tEnd.eState = DOWNLOAD_RUNNING;
+    m_tDownload.eState = DOWNLOAD_RUNNING;
     m_tProgress.Update(0, m_tDownload.nSize);
     if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
         const std::string strRefusal = TargetRefusal(m_tDownload, m_tContext.tOptions.bForce);
-        m_tDownload.tEnd.strReason =
-            strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal;
+        m_tDownload.strReason = strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal;
         m_optOutcome = DOWNLOAD_TYPE_FAIL;
     }
 }
 
 void CDownloadItem::Cancel()
 {
-    if (m_tDownload.tEnd.eState == DOWNLOAD_WAITING)
+    if (m_tDownload.eState == DOWNLOAD_WAITING)
     {
         m_optOutcome = DOWNLOAD_TYPE_CANCEL;
     }
-    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING)
+    else if (m_tDownload.eState == DOWNLOAD_RUNNING)
     {
         m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
@@ -60,22 +59,21 @@ void CDownloadItem::Cancel()
 
 bool CDownloadItem::Finish()
 {
-    DOWNLOAD_END_t& tEnd = m_tDownload.tEnd;
     {
         const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        if (IsFinal(tEnd.eState) || !m_optOutcome.has_value())
+        if (IsFinal(m_tDownload.eState) || !m_optOutcome.has_value())
         {
             return false;
         }
     }
-    if (tEnd.strReason.empty())
+    if (m_tDownload.strReason.empty())
     {
-        tEnd.strReason = m_Failure();
+        m_tDownload.strReason = m_Failure();
     }
-    tEnd.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
-    tEnd.eState = !tEnd.strReason.empty()                ? DOWNLOAD_FAILED
-                  : m_optOutcome == DOWNLOAD_TYPE_CANCEL ? DOWNLOAD_CANCELLED
-                                                         : DOWNLOAD_DONE;
+    m_tDownload.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
+    m_tDownload.eState = !m_tDownload.strReason.empty()         ? DOWNLOAD_FAILED
+                         : m_optOutcome == DOWNLOAD_TYPE_CANCEL ? DOWNLOAD_CANCELLED
+                                                                : DOWNLOAD_DONE;
     m_tHeld.Close();
     return true;
 }
@@ -84,7 +82,7 @@ const PROGRESS_t& CDownloadItem::Progress()
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
     m_tProgress.Update(std::max(m_tHeld.Size(), 0LL),
-                       m_tDownload.nSize > 0 ? m_tDownload.nSize : m_tDownload.tEnd.tReport.nContentLength);
+                       m_tDownload.nSize > 0 ? m_tDownload.nSize : m_tDownload.tReport.nContentLength);
     return m_tProgress;
 }
 
@@ -93,7 +91,7 @@ const PROGRESS_t& CDownloadItem::Progress()
 void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType)
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    m_tDownload.tEnd.tReport = CurrentReport();
+    m_tDownload.tReport = CurrentReport();
     if (eType != DOWNLOAD_TYPE_PROGRESS)
     {
         m_optOutcome = eType;
@@ -123,7 +121,7 @@ std::string CDownloadItem::m_Failure() const
     {
         return m_optOutcome == DOWNLOAD_TYPE_SUCCESS ? ArrivalFailure(m_tDownload, m_tHeld) : "";
     }
-    const WQCurl::TRANSFER_REPORT_t& tReport = m_tDownload.tEnd.tReport;
+    const WQCurl::TRANSFER_REPORT_t& tReport = m_tDownload.tReport;
     const bool bReceived = tReport.nResultCode == 0 && tReport.nHttpStatus != 0; // and could not be flushed or closed
     if (tReport.nResultCode != CURLE_WRITE_ERROR && !bReceived)
     {

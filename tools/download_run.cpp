@@ -70,7 +70,7 @@ CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownl
 {
     for (DOWNLOAD_t& tDownload : vecDownload)
     {
-        if (!IsFinal(tDownload.tEnd.eState))
+        if (!IsFinal(tDownload.eState))
         {
             m_lstItem.emplace_back(m_tContext, tDownload);
         }
@@ -96,7 +96,7 @@ void CDownloadRun::Run()
                 ++nEnded;
                 m_ShowEnd(tItem.Download());
             }
-            else if (tItem.Download().tEnd.eState == DOWNLOAD_RUNNING)
+            else if (tItem.Download().eState == DOWNLOAD_RUNNING)
             {
                 vecRunning.push_back(tItem.Progress());
             }
@@ -123,26 +123,25 @@ void CDownloadRun::m_StartOrCancel()
         {
             tItem.Cancel();
         }
-        else if (tItem.Download().tEnd.eState == DOWNLOAD_WAITING && nFree > 0)
+        else if (tItem.Download().eState == DOWNLOAD_WAITING && nFree > 0)
         {
             tItem.Start();
         }
-        nFree -= tItem.Download().tEnd.eState == DOWNLOAD_RUNNING ? 1 : 0;
+        nFree -= tItem.Download().eState == DOWNLOAD_RUNNING ? 1 : 0;
     }
 }
 
 void CDownloadRun::m_ShowEnd(const DOWNLOAD_t& tDownload)
 {
-    const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
     m_tView.Erase();
-    if (tEnd.eState == DOWNLOAD_FAILED)
+    if (tDownload.eState == DOWNLOAD_FAILED)
     {
-        PrintError(tDownload.strFile, tEnd.strReason);
+        PrintError(tDownload.strFile, tDownload.strReason);
     }
     else if (m_bPrintEnds)
     {
         printf("%s: %s\n", Printable(tDownload.strFile).c_str(),
-               tEnd.eState == DOWNLOAD_DONE ? DoneText(tEnd.tReport).c_str() : "cancelled");
+               tDownload.eState == DOWNLOAD_DONE ? DoneText(tDownload.tReport).c_str() : "cancelled");
     }
 }
 
@@ -156,8 +155,7 @@ int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const
     CDownloadRun(tSession, vecDownload, tOptions).Run();
     static_cast<void>(signal(SIGPIPE, pfnOnBrokenPipe));
     HandleStopSignals(SIG_DFL);
-    const auto itFailed =
-        std::find_if(vecDownload.begin(), vecDownload.end(),
-                     [](const DOWNLOAD_t& tDownload) { return tDownload.tEnd.eState >= DOWNLOAD_FAILED; });
-    return g_nSignal != 0 ? 128 + g_nSignal : itFailed == vecDownload.end() ? 0 : ExitStatus(itFailed->tEnd.tReport);
+    const auto itFailed = std::find_if(vecDownload.begin(), vecDownload.end(),
+                                       [](const DOWNLOAD_t& tDownload) { return tDownload.eState >= DOWNLOAD_FAILED; });
+    return g_nSignal != 0 ? 128 + g_nSignal : itFailed == vecDownload.end() ? 0 : ExitStatus(itFailed->tReport);
 }

@@ -77,24 +77,23 @@ bool IsFileName(const std::string& strId)
 DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const NOTES_t& tNotes, const APPBIN_SERVER_INFO_t& tInfo)
 {
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
-    DOWNLOAD_END_t& tEnd = tDownload.tEnd;
+    const std::string strStamp = FileStamp(tDownload.strFile);
     const auto itNote = tNotes.find(tInfo.strId);
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
-    tEnd.strReason =
+    tDownload.strReason =
         IsFileName(tInfo.strId) ? TargetRefusal(tDownload, tFetch.tRun.bForce) : "its identifier is no file name";
-    if (!tEnd.strReason.empty())
+    if (!tDownload.strReason.empty())
     {
-        tEnd.eState = DOWNLOAD_FAILED;
-        PrintError(tInfo.strId, tEnd.strReason);
+        tDownload.eState = DOWNLOAD_FAILED;
+        PrintError(tInfo.strId, tDownload.strReason);
     }
-    else if (const long long nSize = FileSize(tDownload.strFile);
-             !tFetch.bCheck && nSize >= 0 && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
-             itNote != tNotes.end() && JsonText(*itNote) == JsonText(Note(tInfo, FileStamp(tDownload.strFile))) &&
+    else if (!tFetch.bCheck && !strStamp.empty() && itNote != tNotes.end() &&
+             JsonText(*itNote) == JsonText(Note(tInfo, strStamp)) &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
-        tEnd.eState = DOWNLOAD_PRESENT;
-        tEnd.tReport.nBytes = nSize;
+        tDownload.eState = DOWNLOAD_PRESENT;
+        tDownload.tReport.nBytes = std::stoll(strStamp); // which begins with the size
     }
     return tDownload;
 }
@@ -140,10 +139,10 @@ void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
            "Seconds", "Result");
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
         printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tDownload.strEntry), nIdColumns).c_str(),
-               fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes, tEnd.tReport.dTotal,
-               ResultName(tDownload).c_str(), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
+               fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tDownload.tReport.nBytes,
+               tDownload.tReport.dTotal, ResultName(tDownload).c_str(), tDownload.strReason.empty() ? "" : ": ",
+               Printable(tDownload.strReason).c_str());
     }
 }
 
@@ -170,9 +169,9 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        if (tDownload.tEnd.eState == DOWNLOAD_DONE)
+        if (tDownload.eState == DOWNLOAD_DONE)
         {
-            tNotes[tDownload.strEntry] = Note(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
+            tNotes[tDownload.strEntry] = Note(mapInfo.at(tDownload.strEntry), tDownload.strStamp);
         }
     }
     const std::string strFailure = WriteNotes(strNotes, tNotes);

@@ -50,8 +50,8 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
         tResult["url"] = tDownload.strUrl;
         tResult["file"] = tDownload.strFile;
         tResult["result"] = ResultName(tDownload);
-        tResult["reason"] = tDownload.tEnd.strReason;
-        AddReport(tResult, tDownload.tEnd.tReport);
+        tResult["reason"] = tDownload.strReason;
+        AddReport(tResult, tDownload.tReport);
     }
     PrintJson(tResults);
 }
