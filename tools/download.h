@@ -25,7 +25,7 @@ struct DOWNLOAD_t
     std::string strUrl;
     std::string strFile;
     long long nSize = -1;    /**< the expected size in bytes; -1: any */
-    std::string strSha256{}; /**< the expected checksum in small letters; empty: any */
+    std::string strSha256{}; /**< the expected checksum; empty: any */
     bool bDurable = false;   /**< the data are in storage before the target is replaced, the name before it is done */
     std::string strEntry{};  /**< the identifier of the document's entry; empty: none */
     DOWNLOAD_STATE_e eState = DOWNLOAD_WAITING;
