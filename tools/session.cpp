@@ -1,7 +1,6 @@
 #include "session.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>
@@ -42,13 +41,7 @@ CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError)
     CAIAuth::SetIdentity(tOptions.tIdentity);
     CKVRDebug::SetSink(&PrintRecord, tOptions.bVerbose ? this : nullptr);
     CKVRDebug::SetLevel(tOptions.bVerbose ? LEVEL_INFORMATION : 0);
-    /* The engine's threads inherit the mask. */
-    sigset_t tAll;
-    sigset_t tBefore;
-    sigfillset(&tAll);
-    pthread_sigmask(SIG_BLOCK, &tAll, &tBefore);
     Engine().Create();
-    pthread_sigmask(SIG_SETMASK, &tBefore, nullptr);
 }
 
 CSession::~CSession()

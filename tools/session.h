@@ -12,8 +12,7 @@ struct OPTIONS_t
 
 /**
  * The running engine of one command, with the settings of its options. A verbose session prints the library's log on
- * standard error, without control characters. Only the thread that created the session receives signals, never the
- * engine's threads.
+ * standard error, without control characters.
  */
 class CSession
 {
