@@ -45,9 +45,10 @@ NOTES_t ReadNotes(const std::string& strPath)
     {
         static_cast<void>(ReadContent(strPath, strContent));
     }
-    const auto fnIsNote = [](int nDepth, NOTES_t::parse_event_t /*eEvent*/, const NOTES_t& /*tPart*/)
+    /* A damaged file may nest more deeply than a recursive function can follow. */
+    const auto fnIsShallow = [](int nDepth, NOTES_t::parse_event_t /*eEvent*/, const NOTES_t& /*tPart*/)
     { return nDepth <= 2; };
-    NOTES_t tNotes = NOTES_t::parse(strContent, fnIsNote, false);
+    NOTES_t tNotes = NOTES_t::parse(strContent, fnIsShallow, false);
     return tNotes.is_object() ? tNotes : NOTES_t::object();
 }
 
