@@ -103,7 +103,7 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
         const bool bTarget = strPath == tDownload.strFile;
         if (const std::string strKind = KindRefusal(strPath); !strKind.empty())
         {
-            return (bTarget ? "" : strPath + ": ") + strKind;
+            return bTarget ? strKind : Format("%s: %s", strPath.c_str(), strKind.c_str());
         }
         if (!bTarget && CHeldFile::IsHeld(strPath))
         {
