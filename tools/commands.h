@@ -3,12 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "options.h"
+#include "session.h"
 
 /** Runs a command, whose own options it holds. @return the exit status */
 typedef std::function<int(const OPTIONS_t&)> COMMAND_t;
 
-/** Adds a command to the parser, which assigns fnRun to fnChosen if the command line names that command. */
+/** Adds a command to the parser. The command line then chooses the one to run. */
 typedef std::function<CLI::App&(const char* pszName, const char* pszDescription, COMMAND_t fnRun)> ADD_COMMAND_t;
 
 void AddQueryCommands(const ADD_COMMAND_t& fnAdd);

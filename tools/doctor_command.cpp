@@ -13,7 +13,7 @@
 
 #include "commands.h"
 #include "messages.h"
-#include "option_values.h"
+#include "options.h"
 #include "session.h"
 #include "text.h"
 #include "url.h"
@@ -41,26 +41,25 @@ std::string TimeText(time_t tTime)
     return arrText.data();
 }
 
-/** @param strFault receives the reason of a failure @return the numeric addresses of a host; empty after a failure */
-std::string LookUp(const std::string& strHost, std::string& strFault)
+/** @param nError receives the result of getaddrinfo() @return the numeric addresses of a host */
+std::string LookUp(const std::string& strHost, int& nError)
 {
     addrinfo tHints = {};
+    tHints.ai_flags = AI_IDN;
     tHints.ai_socktype = SOCK_STREAM;
     addrinfo* pFirst = nullptr;
-    const int nError = getaddrinfo(strHost.c_str(), nullptr, &tHints, &pFirst);
-    if (nError != 0)
-    {
-        strFault = gai_strerror(nError);
-        return "";
-    }
+    nError = getaddrinfo(strHost.c_str(), nullptr, &tHints, &pFirst);
     std::string strList;
-    for (const addrinfo* pAddress = pFirst; pAddress != nullptr; pAddress = pAddress->ai_next)
+    for (const addrinfo* pAddress = pFirst; nError == 0 && pAddress != nullptr; pAddress = pAddress->ai_next)
     {
         char szAddress[NI_MAXHOST] = "";
         getnameinfo(pAddress->ai_addr, pAddress->ai_addrlen, szAddress, sizeof szAddress, nullptr, 0, NI_NUMERICHOST);
         strList += (strList.empty() ? "" : ", ") + std::string(szAddress);
     }
-    freeaddrinfo(pFirst);
+    if (nError == 0)
+    {
+        freeaddrinfo(pFirst);
+    }
     return strList;
 }
 
@@ -88,16 +87,15 @@ time_t ParseDate(const char* pszDate)
 
 /* Each check prints its findings, and returns the exit status. */
 
-int CheckAuthorities(const OPTIONS_t& tOptions, const std::string& strUrl)
+int CheckAuthorities(const WQCurl::TRANSFER_SETTINGS_t& tTransfer, const std::string& strUrl)
 {
-    const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
-    const std::string strSystem = ptInfo->cainfo != nullptr ? ptInfo->cainfo : "";
-    const std::string strPath = tOptions.tTransfer.strCaFile.empty() ? strSystem : tOptions.tTransfer.strCaFile;
-    if (!tOptions.tTransfer.strCaFolder.empty())
+    if (!tTransfer.strCaFolder.empty())
     {
-        PrintFinding("authorities", "in " + tOptions.tTransfer.strCaFolder);
+        PrintFinding("authorities", "in " + tTransfer.strCaFolder);
         return 0;
     }
+    const char* pszSystem = curl_version_info(CURLVERSION_NOW)->cainfo;
+    const std::string strPath = tTransfer.strCaFile.empty() && pszSystem != nullptr ? pszSystem : tTransfer.strCaFile;
     std::ifstream tFile(strPath);
     int nCount = 0;
     for (std::string strLine; std::getline(tFile, strLine);)
@@ -105,21 +103,44 @@ int CheckAuthorities(const OPTIONS_t& tOptions, const std::string& strUrl)
         nCount += strLine.compare(0, 27, "-----BEGIN CERTIFICATE-----") == 0 ? 1 : 0;
     }
     PrintFinding("authorities", std::to_string(nCount) + " in " + strPath);
-    if (nCount == 0 && strUrl.compare(0, 8, "https://") == 0)
+    return nCount > 0 || strUrl.compare(0, 8, "https://") != 0
+               ? 0
+               : PrintError("authorities",
+                            "no certificate can be verified: install the system's bundle or name one (--cacert)");
+}
+
+void PrintProxy(const std::string& strProxy)
+{
+    std::string strFinding = strProxy.empty() ? "none" : WithoutCredentials(strProxy);
+    for (const char* pszName : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
     {
-        return PrintError("authorities",
-                          "no certificate can be verified: install the system's bundle or name one (--cacert)");
+        strFinding += g_getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
     }
-    return 0;
+    PrintFinding("proxy", strFinding);
+}
+
+int CheckNames(const WQCurl::TRANSFER_SETTINGS_t& tTransfer, const std::string& strUrl)
+{
+    PrintFinding("resolver", NameServers());
+    const std::string strHost = HostOf(strUrl);
+    if (strHost.empty())
+    {
+        return PrintError("url", "it names no host");
+    }
+    int nError = 0;
+    const std::string strAddresses = LookUp(strHost, nError);
+    PrintFinding("addresses", nError == 0 ? strAddresses : "none of " + strHost);
+    return nError == 0 || !tTransfer.strProxy.empty() || !tTransfer.lstConnectTo.empty()
+               ? 0
+               : PrintError("addresses", strHost + ": " + gai_strerror(nError));
 }
 
 /*
  * A wrong clock makes the verification of the server fail, so this request does without. It must therefore not send the
  * path, the query or a password.
  */
-time_t GetServerDate(const OPTIONS_t& tOptions, const std::string& strUrl)
+time_t GetServerDate(const WQCurl::TRANSFER_SETTINGS_t& tTransfer, const std::string& strUrl)
 {
-    const WQCurl::TRANSFER_SETTINGS_t& tTransfer = tOptions.tTransfer;
     const std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> pEasy(curl_easy_init(), &curl_easy_cleanup);
     curl_slist* pConnectTo = nullptr;
     for (const std::string& strEntry : tTransfer.lstConnectTo)
@@ -130,7 +151,6 @@ time_t GetServerDate(const OPTIONS_t& tOptions, const std::string& strUrl)
     curl_easy_setopt(pEasy.get(), CURLOPT_USERAGENT, tTransfer.strUserAgent.c_str());
     curl_easy_setopt(pEasy.get(), CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(pEasy.get(), CURLOPT_NOBODY, 1L);
-    curl_easy_setopt(pEasy.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(pEasy.get(), CURLOPT_TIMEOUT, static_cast<long>(tTransfer.nConnectTimeout));
     curl_easy_setopt(pEasy.get(), CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(pEasy.get(), CURLOPT_SSL_VERIFYHOST, 0L);
@@ -144,56 +164,24 @@ time_t GetServerDate(const OPTIONS_t& tOptions, const std::string& strUrl)
     return bDate ? ParseDate(ptDate->value) : -1;
 }
 
-int CheckClock(const OPTIONS_t& tOptions, const std::string& strUrl)
+int CheckClock(const WQCurl::TRANSFER_SETTINGS_t& tTransfer, const std::string& strUrl)
 {
     constexpr time_t TOLERANCE = 300;
-    const time_t tServer = GetServerDate(tOptions, strUrl);
+    const time_t tServer = GetServerDate(tTransfer, strUrl);
     const time_t tNow = time(nullptr);
-    PrintFinding("clock",
-                 TimeText(tNow) +
-                     (tServer < 0 ? "" : Format(", the server's %+lld s", static_cast<long long>(tServer - tNow))));
+    const long long nAhead = tServer < 0 ? 0 : static_cast<long long>(tServer - tNow);
+    PrintFinding("clock", TimeText(tNow) + (tServer < 0 ? "" : Format(", the server's %+lld s", nAhead)));
     if (tNow < VELTRA_BUILD_TIME)
     {
         return PrintError("clock", "it is before " + TimeText(VELTRA_BUILD_TIME) + ", when this was built");
     }
-    if (tServer >= 0 && std::abs(tServer - tNow) > TOLERANCE)
-    {
-        return PrintError("clock", "it differs from the server's, which says " + TimeText(tServer) +
-                                       ": certificates may seem to be expired, or not to be valid yet");
-    }
-    return 0;
+    return std::abs(nAhead) <= TOLERANCE
+               ? 0
+               : PrintError("clock", "it differs from the server's, which says " + TimeText(tServer) +
+                                         ": certificates may seem to be expired, or not to be valid yet");
 }
 
-void PrintProxy(const std::string& strProxy)
-{
-    std::string strFinding = strProxy.empty() ? "none" : WithoutCredentials(strProxy);
-    for (const char* pszName : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
-    {
-        strFinding += g_getenv(pszName) != nullptr ? std::string("; the environment's ") + pszName + " is ignored" : "";
-    }
-    PrintFinding("proxy", strFinding);
-}
-
-int CheckNames(const OPTIONS_t& tOptions, const std::string& strUrl)
-{
-    PrintFinding("resolver", NameServers());
-    const std::string strHost = HostOf(strUrl);
-    std::string strFault;
-    const std::string strAddresses = strHost.empty() ? "" : LookUp(strHost, strFault);
-    PrintFinding("addresses", strAddresses.empty() ? "none of " + strHost : strAddresses);
-    if (strHost.empty())
-    {
-        return PrintError("url", "it names no host");
-    }
-    if (strAddresses.empty() && tOptions.tTransfer.strProxy.empty() && tOptions.tTransfer.lstConnectTo.empty())
-    {
-        return PrintError("addresses", strHost + ": " + strFault);
-    }
-    return 0;
-}
-
-/** @param bFine no other check has found a fault */
-int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl, bool bFine)
+int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
     CSession tSession(tOptions, false);
     _HTTP_REQ_INFO_t tReqInfo;
@@ -204,17 +192,9 @@ int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl, bool bFin
     PrintFinding("request", tReport.nHttpStatus == 0 ? "no answer"
                                                      : Format("HTTP %d, %lld bytes from %s", tReport.nHttpStatus,
                                                               tReport.nBytes, tReport.strPeer.c_str()));
-    PrintFinding("seconds", PhasesText(tReport));
-    if (!bAnswered)
-    {
-        return PrintError("request", Reason(tReport));
-    }
-    if (bFine)
-    {
-        puts(tReport.nHttpStatus < FIRST_HTTP_ERROR ? "No fault found."
-                                                    : "No fault found, except the server's answer.");
-    }
-    return 0;
+    PrintFinding("seconds", Format("look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f", tReport.dLookUp,
+                                   tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal));
+    return bAnswered ? 0 : PrintError("request", Reason(tReport));
 }
 
 int RunDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
@@ -224,11 +204,16 @@ int RunDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
     PrintFinding("veltra", VELTRA_VERSION);
     PrintFinding("libcurl", ptInfo->version);
     PrintFinding("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
-    int nStatus = CheckAuthorities(tOptions, strUrl);
+    int nStatus = CheckAuthorities(tOptions.tTransfer, strUrl);
     PrintProxy(tOptions.tTransfer.strProxy);
-    nStatus |= CheckNames(tOptions, strUrl);
-    nStatus |= CheckClock(tOptions, strUrl);
-    return nStatus | CheckRequest(tOptions, strUrl, nStatus == 0);
+    nStatus |= CheckNames(tOptions.tTransfer, strUrl);
+    nStatus |= CheckClock(tOptions.tTransfer, strUrl);
+    nStatus |= CheckRequest(tOptions, strUrl);
+    if (nStatus == 0)
+    {
+        puts("No fault found on the way to the server.");
+    }
+    return nStatus;
 }
 
 } // namespace

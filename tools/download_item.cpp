@@ -1,5 +1,6 @@
 #include "download_item.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <curl/curl.h>
 
@@ -12,17 +13,12 @@ namespace
 
 constexpr int RESULT_STARTED = 1;
 
-std::string TakeFailure(int nError)
-{
-    const bool bAnother = nError == EBUSY || nError == ENOENT || nError == ELOOP;
-    return bAnother ? "another process has removed or replaced it" : SystemText(nError);
-}
-
 } // namespace
 
 CDownloadItem::CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload)
-    : m_tContext(tContext), m_tDownload(tDownload), m_strName(Printable(tDownload.strFile))
+    : m_tContext(tContext), m_tDownload(tDownload)
 {
+    m_tProgress.strName = Printable(tDownload.strFile);
 }
 
 void CDownloadItem::Start()
@@ -30,11 +26,6 @@ void CDownloadItem::Start()
     if (m_tContext.tOptions.bForce)
     {
         RemoveLeftOvers(m_tDownload);
-    }
-    {
-        const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        m_tDownload.tEnd.eState = DOWNLOAD_RUNNING;
-        m_tSpeedometer = CSpeedometer();
     }
     WQCurl::TRANSFER_SETTINGS_t tSettings = m_tContext.tSession.Settings();
     tSettings.nExpectedSize = m_tDownload.nSize;
@@ -44,112 +35,69 @@ void CDownloadItem::Start()
     { static_cast<CDownloadItem*>(pItem)->m_OnEvent(eType); };
     CWebConnector& tEngine = m_tContext.tSession.Engine();
     m_nId = tEngine.CreateDownloadId();
+    m_tDownload.eState = DOWNLOAD_RUNNING;
+    m_tProgress.Update(0, m_tDownload.nSize);
     if (tEngine.StartDownload(m_nId, m_tDownload.strUrl, EnginePath(m_tDownload), pfnOnEvent, this) != RESULT_STARTED)
     {
         const std::string strRefusal = TargetRefusal(m_tDownload, m_tContext.tOptions.bForce);
-        m_SetEnd(DOWNLOAD_FAILED,
-                 strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal);
-    }
-}
-
-void CDownloadItem::Finish()
-{
-    if (State() == DOWNLOAD_ARRIVED)
-    {
-        const std::string strFailure = ArrivalFailure(m_tDownload, m_tHeld);
-        m_tDownload.tEnd.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
-        m_SetEnd(strFailure.empty() ? DOWNLOAD_DONE : DOWNLOAD_FAILED, strFailure);
+        m_tDownload.strReason = strRefusal.empty() ? "cannot be started; the library's log (-v) says why" : strRefusal;
+        m_optOutcome = DOWNLOAD_TYPE_FAIL;
     }
 }
 
 void CDownloadItem::Cancel()
 {
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    if (m_tDownload.tEnd.eState == DOWNLOAD_WAITING)
+    if (m_tDownload.eState == DOWNLOAD_WAITING)
     {
-        m_tDownload.tEnd.eState = DOWNLOAD_CANCELLED;
+        m_optOutcome = DOWNLOAD_TYPE_CANCEL;
     }
-    else if (m_tDownload.tEnd.eState == DOWNLOAD_RUNNING)
+    else if (m_tDownload.eState == DOWNLOAD_RUNNING)
     {
         m_tContext.tSession.Engine().CancelDownload(m_nId, true);
     }
 }
 
-DOWNLOAD_STATE_e CDownloadItem::State() const
+bool CDownloadItem::Finish()
 {
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    return m_tDownload.tEnd.eState;
-}
-
-DOWNLOAD_END_t CDownloadItem::End() const
-{
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    return m_tDownload.tEnd;
-}
-
-PROGRESS_t CDownloadItem::Progress()
-{
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    PROGRESS_t tProgress;
-    tProgress.strName = m_strName;
-    tProgress.nBytes = std::max(m_tHeld.Size(), 0LL);
-    tProgress.nTotal = m_tDownload.nSize > 0 ? m_tDownload.nSize : m_nTotal;
-    if (tProgress.nTotal > 0)
-    {
-        tProgress.nPercent = static_cast<int>(std::min(tProgress.nBytes * 100 / tProgress.nTotal, 100LL));
-    }
-    tProgress.dSpeed = m_tSpeedometer.Measure(tProgress.nBytes);
-    return tProgress;
-}
-
-void CDownloadItem::m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason)
-{
-    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    m_tDownload.tEnd.eState = eState;
-    m_tDownload.tEnd.strReason = strReason;
-    if (IsFinal(eState))
-    {
-        m_tHeld.Close();
-    }
-    m_tContext.tChange.notify_one();
-}
-
-/* On the thread of the transfer. */
-void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType)
-{
-    const WQCurl::TRANSFER_REPORT_t tReport = CurrentReport();
-    if (eType == DOWNLOAD_TYPE_PROGRESS)
-    {
-        m_OnProgress(tReport.nContentLength);
-        return;
-    }
     {
         const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-        m_tDownload.tEnd.tReport = tReport;
+        if (IsFinal(m_tDownload.eState) || !m_optOutcome.has_value())
+        {
+            return false;
+        }
     }
-    if (const int nTakeError = m_optTakeError.value_or(0); nTakeError != 0)
+    if (m_tDownload.strReason.empty())
     {
-        m_SetEnd(DOWNLOAD_FAILED, TempPath(m_tDownload) + ": " + TakeFailure(nTakeError));
+        m_tDownload.strReason = m_Failure();
     }
-    else if (eType == DOWNLOAD_TYPE_SUCCESS)
-    {
-        m_SetEnd(DOWNLOAD_ARRIVED);
-    }
-    else if (eType == DOWNLOAD_TYPE_CANCEL)
-    {
-        m_SetEnd(DOWNLOAD_CANCELLED);
-    }
-    else
-    {
-        m_SetEnd(DOWNLOAD_FAILED, m_FailureReason(tReport));
-    }
+    m_tDownload.strStamp = FileStamp(m_tDownload.strFile); // now: it may change before the run ends
+    m_tDownload.eState = !m_tDownload.strReason.empty()         ? DOWNLOAD_FAILED
+                         : m_optOutcome == DOWNLOAD_TYPE_CANCEL ? DOWNLOAD_CANCELLED
+                                                                : DOWNLOAD_DONE;
+    m_tHeld.Close();
+    return true;
 }
 
-/* The first event precedes all data. Until the end of the callback, the engine keeps the file open at its path. */
-void CDownloadItem::m_OnProgress(long long nTotal)
+const PROGRESS_t& CDownloadItem::Progress()
 {
     const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
-    m_nTotal = nTotal;
+    m_tProgress.Update(std::max(m_tHeld.Size(), 0LL),
+                       m_tDownload.nSize > 0 ? m_tDownload.nSize : m_tDownload.tReport.nContentLength);
+    return m_tProgress;
+}
+
+/* On the engine's thread. The first event precedes all data. Until its end the engine keeps the file open at its path.
+ */
+void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType)
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    m_tDownload.tReport = CurrentReport();
+    if (eType != DOWNLOAD_TYPE_PROGRESS)
+    {
+        m_optOutcome = eType;
+        m_tContext.tArrival.notify_one();
+        return;
+    }
     if (!m_optTakeError.has_value())
     {
         m_optTakeError = m_tHeld.Take(TempPath(m_tDownload));
@@ -160,14 +108,26 @@ void CDownloadItem::m_OnProgress(long long nTotal)
     }
 }
 
-std::string CDownloadItem::m_FailureReason(const WQCurl::TRANSFER_REPORT_t& tReport) const
+/** @return the reason why an ended transfer has failed; empty if it has not, or was cancelled */
+std::string CDownloadItem::m_Failure() const
 {
+    if (const int nError = m_optTakeError.value_or(0); nError != 0)
+    {
+        const bool bAnother = nError == EBUSY || nError == ENOENT || nError == ELOOP;
+        return TempPath(m_tDownload) + ": " +
+               (bAnother ? "another process has removed or replaced it" : SystemText(nError));
+    }
+    if (m_optOutcome != DOWNLOAD_TYPE_FAIL)
+    {
+        return m_optOutcome == DOWNLOAD_TYPE_SUCCESS ? ArrivalFailure(m_tDownload, m_tHeld) : "";
+    }
+    const WQCurl::TRANSFER_REPORT_t& tReport = m_tDownload.tReport;
     const bool bReceived = tReport.nResultCode == 0 && tReport.nHttpStatus != 0; // and could not be flushed or closed
     if (tReport.nResultCode != CURLE_WRITE_ERROR && !bReceived)
     {
         return Reason(tReport);
     }
-    /* The engine does not report the cause. Its file still exists, so that another write fails in the same way. */
+    /* The engine does not report the cause. The file is still open, so that another write fails in the same way. */
     const int nError = m_tHeld.WriteError();
     return nError == 0 ? "the file cannot be written" : SystemText(nError);
 }

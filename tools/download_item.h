@@ -6,15 +6,15 @@
 
 #include "download_run.h"
 #include "held_file.h"
-#include "speedometer.h"
+#include "progress_view.h"
 
 /** The state that the downloads of one run share. */
 struct DOWNLOAD_CONTEXT_t
 {
     CSession& tSession;
     const DOWNLOAD_OPTIONS_t& tOptions;
-    std::mutex tLock{};                /**< guards the state of all downloads */
-    std::condition_variable tChange{}; /**< is notified when a state changes */
+    std::mutex tLock{};                 /**< guards the members that callbacks use */
+    std::condition_variable tArrival{}; /**< is notified when a transfer ends */
 };
 
 /** One download of a run: its transfer, its files and its result. The owner calls it on one thread. */
@@ -24,34 +24,29 @@ public:
     /** @param tDownload receives the result; it must outlive this */
     CDownloadItem(DOWNLOAD_CONTEXT_t& tContext, DOWNLOAD_t& tDownload);
 
-    /** Starts the transfer; its result becomes visible in State(). */
+    /** Starts the transfer. */
     void Start();
-
-    /** Checks and flushes a file that has arrived. */
-    void Finish();
 
     /** Cancels the download unless it has ended. */
     void Cancel();
 
-    const std::string& Name() const { return m_strName; } /**< printable */
-    DOWNLOAD_STATE_e State() const;
-    DOWNLOAD_END_t End() const;
-    PROGRESS_t Progress();
+    /** Checks and flushes the file of a transfer that has ended. @return whether the download has just ended */
+    bool Finish();
+
+    const DOWNLOAD_t& Download() const { return m_tDownload; }
+    const PROGRESS_t& Progress();
 
 private:
-    void m_SetEnd(DOWNLOAD_STATE_e eState, const std::string& strReason = "");
     void m_OnEvent(DOWNLOAD_TYPE_e eType);
-    void m_OnProgress(long long nTotal);
-    std::string m_FailureReason(const WQCurl::TRANSFER_REPORT_t& tReport) const;
+    std::string m_Failure() const;
 
     DOWNLOAD_CONTEXT_t& m_tContext;
-    DOWNLOAD_t& m_tDownload; /**< its result is guarded by the context's lock */
-    const std::string m_strName;
+    DOWNLOAD_t& m_tDownload; /**< callbacks write its report */
+    PROGRESS_t m_tProgress;
     int m_nId = 0;
-    CSpeedometer m_tSpeedometer;
 
-    /* Guarded by the context's lock. */
-    CHeldFile m_tHeld;                   /**< while it runs */
-    std::optional<int> m_optTakeError{}; /**< the result of m_tHeld.Take(); none before that call */
-    long long m_nTotal = -1;             /**< bytes that the server announces; -1: unknown */
+    /* Guarded by the context's lock while the transfer runs. */
+    CHeldFile m_tHeld;
+    std::optional<int> m_optTakeError{};           /**< the result of m_tHeld.Take(); none before that call */
+    std::optional<DOWNLOAD_TYPE_e> m_optOutcome{}; /**< of the transfer; none while it runs */
 };

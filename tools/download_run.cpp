@@ -2,20 +2,42 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <deque>
-#include <set>
 #include <unistd.h>
 
 #include "download_item.h"
 #include "messages.h"
-#include "stop_signals.h"
 #include "text.h"
 
 namespace
 {
 
 constexpr std::chrono::milliseconds POLL_INTERVAL(100); /* for signals and file sizes */
+
+volatile std::sig_atomic_t g_nSignal = 0; /* the signal that cancels the run; 0: none */
+
+extern "C" void OnStopSignal(int nSignal)
+{
+    if (g_nSignal != 0)
+    {
+        _exit(128 + g_nSignal);
+    }
+    g_nSignal = nSignal;
+}
+
+/** Handles the signals that ask the process to end. One that its caller ignores (nohup) stays ignored. */
+void HandleStopSignals(void (*pfnHandler)(int))
+{
+    for (const int nSignal : {SIGINT, SIGTERM, SIGHUP})
+    {
+        if (signal(nSignal, pfnHandler) == SIG_IGN)
+        {
+            static_cast<void>(signal(nSignal, SIG_IGN));
+        }
+    }
+}
 
 std::string DoneText(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
@@ -29,130 +51,97 @@ class CDownloadRun
 {
 public:
     CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions);
-    int Run();
+    void Run();
 
 private:
-    void m_StartMore();
-    bool m_ShowAll();
-    void m_ShowEnd(const CDownloadItem& tItem);
-    void m_HandleSignal(int nSignal);
+    void m_StartOrCancel();
+    void m_ShowEnd(const DOWNLOAD_t& tDownload);
 
     DOWNLOAD_CONTEXT_t m_tContext;
-    const CStopSignals m_tSignals;
+    const bool m_bPrintEnds;
     CProgressView m_tView;
-    int m_nSignal = 0; /**< the signal that cancelled the run; 0: none */
     std::deque<CDownloadItem> m_lstItem;
-    std::set<const CDownloadItem*> m_setShown; /**< whose end has been printed */
+    bool m_bCancelled = false;
 };
 
 CDownloadRun::CDownloadRun(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
-    : m_tContext{tSession, tOptions}, m_tView(tOptions.bQuiet || tOptions.bJson ? VIEW_NOTHING
-                                              : tSession.Options().bVerbose     ? VIEW_LINES
-                                                                                : tOptions.eView)
+    : m_tContext{tSession, tOptions}, m_bPrintEnds(!tOptions.bQuiet && !tOptions.bJson && !tOptions.bTable),
+      m_tView(!tOptions.bQuiet && !tOptions.bJson && !tSession.Options().bVerbose)
 {
     for (DOWNLOAD_t& tDownload : vecDownload)
     {
-        if (!IsFinal(tDownload.tEnd.eState))
+        if (!IsFinal(tDownload.eState))
         {
             m_lstItem.emplace_back(m_tContext, tDownload);
         }
     }
 }
 
-int CDownloadRun::Run()
+void CDownloadRun::Run()
 {
-    WQCurl::SetBandwidth(m_tContext.tOptions.nBandwidth);
-    for (bool bAllFinal = m_lstItem.empty(); !bAllFinal;)
+    const size_t nAll = m_lstItem.size();
+    for (size_t nEnded = 0; nEnded < nAll;)
     {
-        if (m_nSignal == 0)
-        {
-            m_StartMore();
-        }
+        m_StartOrCancel();
         {
             std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
-            m_tContext.tChange.wait_for(tGuard, POLL_INTERVAL);
+            m_tContext.tArrival.wait_for(tGuard, POLL_INTERVAL);
         }
-        /* Files are flushed on this thread, so that the other transfers go on. */
+        std::vector<PROGRESS_t> vecRunning;
         for (CDownloadItem& tItem : m_lstItem)
         {
-            tItem.Finish();
+            /* This flushes the file on this thread, so that the other transfers go on. */
+            if (tItem.Finish())
+            {
+                ++nEnded;
+                m_ShowEnd(tItem.Download());
+            }
+            else if (tItem.Download().eState == DOWNLOAD_RUNNING)
+            {
+                vecRunning.push_back(tItem.Progress());
+            }
         }
-        bAllFinal = m_ShowAll();
-        const bool bBrokenPipe = fflush(stdout) != 0 && errno == EPIPE;
-        const int nSignal = m_tSignals.Take();
-        if (!bAllFinal)
+        m_tView.Show(vecRunning, nEnded == nAll || nAll == 1 ? "" : Format("%zu of %zu ended", nEnded, nAll));
+        if (fflush(stdout) != 0 && errno == EPIPE && nEnded < nAll && g_nSignal == 0)
         {
-            m_HandleSignal(nSignal == 0 && bBrokenPipe && m_nSignal == 0 ? SIGPIPE : nSignal);
+            g_nSignal = SIGPIPE;
         }
-    }
-    return m_nSignal != 0 ? 128 + m_nSignal : 0;
-}
-
-void CDownloadRun::m_StartMore()
-{
-    int nFree = m_tContext.tOptions.nJobs;
-    for (CDownloadItem& tItem : m_lstItem)
-    {
-        const DOWNLOAD_STATE_e eState = tItem.State();
-        if (eState == DOWNLOAD_WAITING && nFree > 0)
-        {
-            tItem.Start();
-        }
-        nFree -= eState == DOWNLOAD_RUNNING || eState == DOWNLOAD_WAITING ? 1 : 0;
     }
 }
 
-/** @return whether all have ended */
-bool CDownloadRun::m_ShowAll()
+void CDownloadRun::m_StartOrCancel()
 {
-    std::vector<PROGRESS_t> vecRunning;
-    size_t nFinal = 0;
-    for (CDownloadItem& tItem : m_lstItem)
-    {
-        const DOWNLOAD_STATE_e eState = tItem.State();
-        if (eState == DOWNLOAD_RUNNING || eState == DOWNLOAD_ARRIVED)
-        {
-            vecRunning.push_back(tItem.Progress());
-        }
-        if (IsFinal(eState) && m_setShown.insert(&tItem).second)
-        {
-            m_ShowEnd(tItem);
-        }
-        nFinal += IsFinal(eState) ? 1 : 0;
-    }
-    const size_t nAll = m_lstItem.size();
-    m_tView.Show(vecRunning, nFinal == nAll || nAll == 1 ? "" : Format("%zu of %zu ended", nFinal, nAll));
-    return nFinal == nAll;
-}
-
-void CDownloadRun::m_ShowEnd(const CDownloadItem& tItem)
-{
-    const DOWNLOAD_END_t tEnd = tItem.End();
-    if (tEnd.eState == DOWNLOAD_FAILED)
-    {
-        m_tView.PrintFailure(tItem.Name(), tEnd.strReason);
-    }
-    else
-    {
-        m_tView.PrintEnd(tItem.Name(), tEnd.eState == DOWNLOAD_DONE ? DoneText(tEnd.tReport) : "cancelled");
-    }
-}
-
-/** @param nSignal 0: none */
-void CDownloadRun::m_HandleSignal(int nSignal)
-{
-    if (nSignal == 0)
+    if (m_bCancelled)
     {
         return;
     }
-    if (m_nSignal != 0)
-    {
-        _exit(128 + m_nSignal);
-    }
-    m_nSignal = nSignal;
+    m_bCancelled = g_nSignal != 0;
+    int nFree = m_bCancelled ? 0 : m_tContext.tOptions.nJobs;
     for (CDownloadItem& tItem : m_lstItem)
     {
-        tItem.Cancel();
+        if (m_bCancelled)
+        {
+            tItem.Cancel();
+        }
+        else if (tItem.Download().eState == DOWNLOAD_WAITING && nFree > 0)
+        {
+            tItem.Start();
+        }
+        nFree -= tItem.Download().eState == DOWNLOAD_RUNNING ? 1 : 0;
+    }
+}
+
+void CDownloadRun::m_ShowEnd(const DOWNLOAD_t& tDownload)
+{
+    m_tView.Erase();
+    if (tDownload.eState == DOWNLOAD_FAILED)
+    {
+        PrintError(tDownload.strFile, tDownload.strReason);
+    }
+    else if (m_bPrintEnds)
+    {
+        printf("%s: %s\n", Printable(tDownload.strFile).c_str(),
+               tDownload.eState == DOWNLOAD_DONE ? DoneText(tDownload.tReport).c_str() : "cancelled");
     }
 }
 
@@ -160,9 +149,13 @@ void CDownloadRun::m_HandleSignal(int nSignal)
 
 int RunDownloads(CSession& tSession, std::vector<DOWNLOAD_t>& vecDownload, const DOWNLOAD_OPTIONS_t& tOptions)
 {
-    const int nSignalStatus = CDownloadRun(tSession, vecDownload, tOptions).Run();
-    const auto itFailed =
-        std::find_if(vecDownload.begin(), vecDownload.end(),
-                     [](const DOWNLOAD_t& tDownload) { return tDownload.tEnd.eState >= DOWNLOAD_FAILED; });
-    return nSignalStatus != 0 || itFailed == vecDownload.end() ? nSignalStatus : ExitStatus(itFailed->tEnd.tReport);
+    WQCurl::SetBandwidth(tOptions.nBandwidth);
+    HandleStopSignals(&OnStopSignal);
+    const auto pfnOnBrokenPipe = signal(SIGPIPE, SIG_IGN); // only the write fails
+    CDownloadRun(tSession, vecDownload, tOptions).Run();
+    static_cast<void>(signal(SIGPIPE, pfnOnBrokenPipe));
+    HandleStopSignals(SIG_DFL);
+    const auto itFailed = std::find_if(vecDownload.begin(), vecDownload.end(),
+                                       [](const DOWNLOAD_t& tDownload) { return tDownload.eState >= DOWNLOAD_FAILED; });
+    return g_nSignal != 0 ? 128 + g_nSignal : itFailed == vecDownload.end() ? 0 : ExitStatus(itFailed->tReport);
 }

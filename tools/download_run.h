@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "download.h"
-#include "progress_view.h"
 #include "session.h"
 
 /** The options of a run of downloads. */
@@ -13,14 +12,15 @@ struct DOWNLOAD_OPTIONS_t
     long long nBandwidth = -1;    /**< bytes per second of all downloads together; -1: any number */
     bool bForce = false;          /**< takes over existing temporary files */
     bool bDurable = false;        /**< a file that is done survives a power cut */
-    VIEW_e eView = VIEW_BARS;     /**< without bQuiet, bJson and a verbose session */
+    bool bTable = false;          /**< the command prints a table of the results */
     bool bQuiet = false;          /**< prints errors only */
     bool bJson = false;           /**< the command prints the results as JSON */
     bool bFailOnHttpError = true; /**< a redirect or a status of 400 and more fails a download */
 };
 
 /**
- * Downloads files. A file with an expected size or checksum reaches its target only if it matches. The first signal
+ * Downloads files. A file with an expected size or checksum reaches its target only if it matches. A line on standard
+ * output tells the end of each that has not failed, unless the command prints the results. The first signal
  * that asks the process to end cancels all downloads, and so does a broken pipe on standard output. The second signal
  * ends the process at once.
  * @param vecDownload receives the results; those that are final before are left alone

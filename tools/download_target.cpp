@@ -18,30 +18,24 @@ constexpr char TEMPORARY[] = ".bak"; /* fixed by the engine */
 
 std::string KindRefusal(const std::string& strPath)
 {
+    typedef std::filesystem::file_type TYPE_t;
     std::error_code tFault;
-    switch (std::filesystem::symlink_status(strPath, tFault).type())
+    const TYPE_t eType = std::filesystem::symlink_status(strPath, tFault).type();
+    if (eType == TYPE_t::none)
     {
-    case std::filesystem::file_type::not_found:
-    case std::filesystem::file_type::regular:
-        return "";
-    case std::filesystem::file_type::none:
         return tFault.message();
-    case std::filesystem::file_type::directory:
-        return "is a folder";
-    case std::filesystem::file_type::symlink:
-        return "is a symbolic link";
-    default:
-        return "is no regular file";
     }
+    const bool bGood = eType == TYPE_t::not_found || eType == TYPE_t::regular;
+    return bGood ? "" : eType == TYPE_t::symlink ? "is a symbolic link" : "is no regular file";
 }
 
-/** @return the files beside the target that a download creates and moves away again */
-std::vector<std::string> SidePaths(const DOWNLOAD_t& tDownload)
+/** @return the files that a download creates: those that it moves away again, and the target at the end */
+std::vector<std::string> Paths(const DOWNLOAD_t& tDownload)
 {
-    std::vector<std::string> vecPath{TempPath(tDownload)};
+    std::vector<std::string> vecPath{TempPath(tDownload), tDownload.strFile};
     if (tDownload.bDurable)
     {
-        vecPath.push_back(EnginePath(tDownload));
+        vecPath.insert(vecPath.begin(), EnginePath(tDownload));
     }
     return vecPath;
 }
@@ -57,10 +51,8 @@ bool AddNames(const DOWNLOAD_t& tDownload, std::set<std::string>& setName)
 {
     std::error_code tFault;
     const std::string strFolder = canonical(std::filesystem::path(FolderOf(tDownload.strFile)), tFault);
-    std::vector<std::string> vecPath = SidePaths(tDownload);
-    vecPath.push_back(tDownload.strFile);
     bool bNew = true;
-    for (const std::string& strPath : vecPath)
+    for (const std::string& strPath : Paths(tDownload))
     {
         bNew = setName.insert(strFolder + "/" + strPath.substr(strPath.rfind('/') + 1)).second && bNew;
     }
@@ -91,12 +83,6 @@ std::string FolderRefusal(const std::string& strFolder)
     return access((strFolder + "/.").c_str(), W_OK | X_OK) == 0 ? "" : SystemText(errno);
 }
 
-long long FileSize(const std::string& strPath)
-{
-    struct stat tStat = {};
-    return stat(strPath.c_str(), &tStat) == 0 ? static_cast<long long>(tStat.st_size) : -1;
-}
-
 std::string FileStamp(const std::string& strPath)
 {
     struct stat tStat = {};
@@ -112,21 +98,18 @@ std::string TargetRefusal(const DOWNLOAD_t& tDownload, bool bForce)
     {
         return strRefusal;
     }
-    if (std::string strRefusal = KindRefusal(tDownload.strFile); !strRefusal.empty())
+    for (const std::string& strPath : Paths(tDownload))
     {
-        return strRefusal;
-    }
-    for (const std::string& strPath : SidePaths(tDownload))
-    {
-        if (CHeldFile::IsHeld(strPath))
+        const bool bTarget = strPath == tDownload.strFile;
+        if (const std::string strKind = KindRefusal(strPath); !strKind.empty())
+        {
+            return bTarget ? strKind : Format("%s: %s", strPath.c_str(), strKind.c_str());
+        }
+        if (!bTarget && CHeldFile::IsHeld(strPath))
         {
             return strPath + " exists: another download is writing it";
         }
-        if (const std::string strKind = KindRefusal(strPath); !strKind.empty())
-        {
-            return Format("%s: %s", strPath.c_str(), strKind.c_str());
-        }
-        if (!bForce && FileSize(strPath) >= 0)
+        if (!bTarget && !bForce && access(strPath.c_str(), F_OK) == 0)
         {
             return strPath +
                    " exists: another download is writing it, or one that was killed left it (--force takes it over)";
@@ -157,9 +140,9 @@ bool CheckTargets(const std::vector<DOWNLOAD_t>& vecDownload, bool bForce)
 
 void RemoveLeftOvers(const DOWNLOAD_t& tDownload)
 {
-    for (const std::string& strPath : SidePaths(tDownload))
+    for (const std::string& strPath : Paths(tDownload))
     {
-        if (!CHeldFile::IsHeld(strPath))
+        if (strPath != tDownload.strFile && !CHeldFile::IsHeld(strPath))
         {
             static_cast<void>(remove(strPath.c_str()));
         }
@@ -177,10 +160,16 @@ std::string ArrivalFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     {
         return "another process has removed or replaced it, or " + TempPath(tDownload);
     }
-    const bool bWhole = tHeld.Size() == tDownload.tEnd.tReport.nBytes;
-    const bool bMoved = bWhole && (!tDownload.bDurable || MoveDurably(strPath, tDownload.strFile));
-    const int nError = errno;
-    if (bWhole && bMoved)
+    std::string strFailure;
+    if (tHeld.Size() != tDownload.tReport.nBytes)
+    {
+        strFailure = "another process has written to it";
+    }
+    else if (tDownload.bDurable && !MoveDurably(strPath, tDownload.strFile))
+    {
+        strFailure = "cannot be flushed to storage: " + SystemText(errno);
+    }
+    else
     {
         return tHeld.IsAt(tDownload.strFile) ? "" : "another process has removed or replaced it";
     }
@@ -188,5 +177,5 @@ std::string ArrivalFailure(const DOWNLOAD_t& tDownload, const CHeldFile& tHeld)
     {
         static_cast<void>(remove(strPath.c_str()));
     }
-    return bWhole ? "cannot be flushed to storage: " + SystemText(nError) : "another process has written to it";
+    return strFailure;
 }

@@ -15,9 +15,6 @@ std::string TempPath(const DOWNLOAD_t& tDownload);
 /** @return the reason why no file can be created in a folder; empty: none */
 std::string FolderRefusal(const std::string& strFolder);
 
-/** @return the size of a file; -1 if it does not exist */
-long long FileSize(const std::string& strPath);
-
 /** @return size and modification time of a file as a text; empty if it does not exist */
 std::string FileStamp(const std::string& strPath);
 

@@ -1,14 +1,14 @@
 #include <algorithm>
-#include <climits>
 #include <cstdio>
+#include <filesystem>
 #include <glib.h>
 
 #include "commands.h"
 #include "download_target.h"
-#include "fetch_notes.h"
+#include "file_content.h"
 #include "json.h"
 #include "messages.h"
-#include "shared_options.h"
+#include "options.h"
 #include "text.h"
 #include "url.h"
 
@@ -24,6 +24,46 @@ struct FETCH_OPTIONS_t
 };
 
 /**
+ * The notes about the files of one folder: for each identifier the fields of its document's entry, and the size and
+ * modification time of its file. They are only compared: a damaged note is as good as none.
+ */
+typedef nlohmann::json NOTES_t;
+
+NOTES_t Note(const APPBIN_SERVER_INFO_t& tInfo, const std::string& strStamp)
+{
+    return {tInfo.strUrl, tInfo.strVersion, tInfo.strSize, tInfo.strSignature, strStamp};
+}
+
+/** Without a readable file there are no notes. */
+NOTES_t ReadNotes(const std::string& strPath)
+{
+    constexpr uintmax_t LARGEST_FILE = 4000000; /* bytes; a larger file was not written here */
+    std::error_code tFault;
+    std::string strContent;
+    if (is_regular_file(std::filesystem::symlink_status(strPath, tFault)) &&
+        std::filesystem::file_size(strPath, tFault) <= LARGEST_FILE)
+    {
+        static_cast<void>(ReadContent(strPath, strContent));
+    }
+    /* A damaged file may nest more deeply than a recursive function can follow. */
+    const auto fnIsShallow = [](int nDepth, NOTES_t::parse_event_t /*eEvent*/, const NOTES_t& /*tPart*/)
+    { return nDepth <= 2; };
+    NOTES_t tNotes = NOTES_t::parse(strContent, fnIsShallow, false);
+    return tNotes.is_object() ? tNotes : NOTES_t::object();
+}
+
+/** Replaces the notes. @return the failure; empty: none */
+std::string WriteNotes(const std::string& strPath, const NOTES_t& tNotes)
+{
+    const std::string strContent = JsonText(tNotes);
+    GError* pFault = nullptr;
+    /* Writes another file and renames it. */
+    g_file_set_contents(strPath.c_str(), strContent.data(), static_cast<gssize>(strContent.size()), &pFault);
+    const std::unique_ptr<GError, decltype(&g_error_free)> ptFault(pFault, &g_error_free);
+    return ptFault == nullptr ? "" : ptFault->message;
+}
+
+/**
  * Returns whether a server's identifier is a safe file name: it must not leave the folder, be hidden, drive a terminal
  * or be the name of a temporary file.
  */
@@ -35,36 +75,26 @@ bool IsFileName(const std::string& strId)
            g_str_has_suffix(strId.c_str(), ".unflushed") == FALSE;
 }
 
-/** @return -1 for a text that is no number */
-long long ParseSize(const std::string& strSize)
-{
-    guint64 nSize = 0;
-    return g_ascii_string_to_unsigned(strSize.c_str(), 10, 0, LLONG_MAX, &nSize, nullptr) != FALSE
-               ? static_cast<long long>(nSize)
-               : -1;
-}
-
-DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const FETCH_NOTES_t& mapNote, const APPBIN_SERVER_INFO_t& tInfo)
+DOWNLOAD_t MakeDownload(const FETCH_OPTIONS_t& tFetch, const NOTES_t& tNotes, const APPBIN_SERVER_INFO_t& tInfo)
 {
     DOWNLOAD_t tDownload{tInfo.strUrl, tFetch.strFolder + "/" + tInfo.strId, ParseSize(tInfo.strSize)};
-    DOWNLOAD_END_t& tEnd = tDownload.tEnd;
-    const auto itNote = mapNote.find(NoteKey(tInfo.strId));
+    const std::string strStamp = FileStamp(tDownload.strFile);
+    const auto itNote = tNotes.find(tInfo.strId);
     tDownload.strEntry = tInfo.strId;
     tDownload.bDurable = tFetch.tRun.bDurable;
-    tEnd.strReason =
+    tDownload.strReason =
         IsFileName(tInfo.strId) ? TargetRefusal(tDownload, tFetch.tRun.bForce) : "its identifier is no file name";
-    if (!tEnd.strReason.empty())
+    if (!tDownload.strReason.empty())
     {
-        tEnd.eState = DOWNLOAD_FAILED;
-        PrintError(tInfo.strId, tEnd.strReason);
+        tDownload.eState = DOWNLOAD_FAILED;
+        PrintError(tInfo.strId, tDownload.strReason);
     }
-    else if (const long long nSize = FileSize(tDownload.strFile);
-             !tFetch.bCheck && nSize >= 0 && (tDownload.nSize < 0 || nSize == tDownload.nSize) &&
-             itNote != mapNote.end() && itNote->second == NoteText(tInfo, FileStamp(tDownload.strFile)) &&
+    else if (!tFetch.bCheck && !strStamp.empty() && itNote != tNotes.end() &&
+             JsonText(*itNote) == JsonText(Note(tInfo, strStamp)) &&
              (!tDownload.bDurable || SyncToStorage(tDownload.strFile)))
     {
-        tEnd.eState = DOWNLOAD_PRESENT;
-        tEnd.tReport.nBytes = nSize;
+        tDownload.eState = DOWNLOAD_PRESENT;
+        tDownload.tReport.nBytes = std::stoll(strStamp); // which begins with the size
     }
     return tDownload;
 }
@@ -110,10 +140,10 @@ void PrintTable(const std::vector<DOWNLOAD_t>& vecDownload)
            "Seconds", "Result");
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        const DOWNLOAD_END_t& tEnd = tDownload.tEnd;
         printf("%s  %s  %12lld  %8.2f  %s%s%s\n", fnPad(Printable(tDownload.strEntry), nIdColumns).c_str(),
-               fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tEnd.tReport.nBytes, tEnd.tReport.dTotal,
-               ResultName(tDownload).c_str(), tEnd.strReason.empty() ? "" : ": ", Printable(tEnd.strReason).c_str());
+               fnPad(Printable(tDownload.strFile), nFileColumns).c_str(), tDownload.tReport.nBytes,
+               tDownload.tReport.dTotal, ResultName(tDownload).c_str(), tDownload.strReason.empty() ? "" : ": ",
+               Printable(tDownload.strReason).c_str());
     }
 }
 
@@ -130,22 +160,22 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
         return ExitStatus(CurrentReport());
     }
     const std::string strNotes = tFetch.strFolder + "/.veltra-fetch";
-    FETCH_NOTES_t mapNote = ReadNotes(strNotes);
+    NOTES_t tNotes = ReadNotes(strNotes);
     std::vector<DOWNLOAD_t> vecDownload;
     for (const auto& [strId, tInfo] : mapInfo)
     {
-        vecDownload.push_back(MakeDownload(tFetch, mapNote, tInfo));
+        vecDownload.push_back(MakeDownload(tFetch, tNotes, tInfo));
     }
     const bool bAllKnown = CheckIds(tFetch.tChoice, mapInfo);
     const int nStatus = RunDownloads(tSession, vecDownload, tFetch.tRun);
     for (const DOWNLOAD_t& tDownload : vecDownload)
     {
-        if (tDownload.tEnd.eState == DOWNLOAD_DONE)
+        if (tDownload.eState == DOWNLOAD_DONE)
         {
-            mapNote[NoteKey(tDownload.strEntry)] = NoteText(mapInfo.at(tDownload.strEntry), tDownload.tEnd.strStamp);
+            tNotes[tDownload.strEntry] = Note(mapInfo.at(tDownload.strEntry), tDownload.strStamp);
         }
     }
-    const std::string strFailure = WriteNotes(strNotes, mapNote);
+    const std::string strFailure = WriteNotes(strNotes, tNotes);
     if (tFetch.tRun.bJson)
     {
         PrintResults(vecDownload);
@@ -166,7 +196,7 @@ int RunFetch(const OPTIONS_t& tOptions, const FETCH_OPTIONS_t& tFetch)
 void AddFetchCommand(const ADD_COMMAND_t& fnAdd, WQCurl::TRANSFER_SETTINGS_t& tTransfer)
 {
     const auto ptFetch = std::make_shared<FETCH_OPTIONS_t>();
-    ptFetch->tRun.eView = VIEW_BARS_ALONE;
+    ptFetch->tRun.bTable = true;
     CLI::App& tCommand = fnAdd("fetch", "The main job: get the servers, read a document and download its entries",
                                [ptFetch](const OPTIONS_t& tOptions) { return RunFetch(tOptions, *ptFetch); });
     tCommand.add_option("DIR", ptFetch->strFolder, "The folder for the files, which are named after the entries")

@@ -1,5 +1,6 @@
 #include "held_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -12,11 +13,6 @@ namespace
 
 /* Do not follow a link, and do not wait for the other end of a pipe. */
 constexpr int SAFELY = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-
-bool IsSameFile(const struct stat& tOne, const struct stat& tOther)
-{
-    return tOne.st_dev == tOther.st_dev && tOne.st_ino == tOther.st_ino;
-}
 
 /** An exclusive lock on the whole file. */
 struct flock WholeFileLock()
@@ -55,7 +51,8 @@ bool CHeldFile::IsAt(const std::string& strPath) const
 {
     struct stat tHeld = {};
     struct stat tThere = {};
-    return fstat(m_nFile, &tHeld) == 0 && lstat(strPath.c_str(), &tThere) == 0 && IsSameFile(tHeld, tThere);
+    return fstat(m_nFile, &tHeld) == 0 && lstat(strPath.c_str(), &tThere) == 0 && tHeld.st_dev == tThere.st_dev &&
+           tHeld.st_ino == tThere.st_ino;
 }
 
 long long CHeldFile::Size() const
@@ -84,24 +81,12 @@ bool CHeldFile::IsHeld(const std::string& strPath)
 /** @return whether the engine has the same file open; true if /proc cannot be read */
 bool CHeldFile::m_IsWrittenHere() const
 {
-    struct stat tHeld = {};
+    const std::filesystem::path tOwn = "/proc/self/fd/" + std::to_string(m_nFile);
     std::error_code tFault;
-    std::filesystem::directory_iterator itFile("/proc/self/fd", tFault);
-    if (tFault || fstat(m_nFile, &tHeld) != 0)
-    {
-        return static_cast<bool>(tFault);
-    }
-    const std::string strOwn = std::to_string(m_nFile);
-    for (; itFile != std::filesystem::directory_iterator(); itFile.increment(tFault))
-    {
-        struct stat tOther = {};
-        if (itFile->path().filename() != strOwn && stat(itFile->path().c_str(), &tOther) == 0 &&
-            IsSameFile(tHeld, tOther))
-        {
-            return true;
-        }
-    }
-    return false;
+    const std::filesystem::directory_iterator itFirst(tOwn.parent_path(), tFault);
+    return tFault || std::any_of(begin(itFirst), end(itFirst),
+                                 [&](const std::filesystem::directory_entry& tEntry)
+                                 { return tEntry.path() != tOwn && equivalent(tEntry.path(), tOwn, tFault); });
 }
 
 /** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */

@@ -7,17 +7,16 @@
 
 typedef nlohmann::ordered_json JSON_t;
 
-/** Returns JSON in ASCII, so that no text drives a terminal. Replaces bytes that are not UTF-8. @param nIndent -1: one
- * line */
-inline std::string JsonText(const JSON_t& tJson, int nIndent)
+/** Returns JSON in ASCII, so that no text drives a terminal. Replaces bytes that are not UTF-8. */
+template <typename Json> std::string JsonText(const Json& tJson)
 {
-    return tJson.dump(nIndent, ' ', true, JSON_t::error_handler_t::replace);
+    return tJson.dump(2, ' ', true, Json::error_handler_t::replace);
 }
 
 /** Prints JSON on standard output. */
 inline void PrintJson(const JSON_t& tJson)
 {
-    puts(JsonText(tJson, 2).c_str());
+    puts(JsonText(tJson).c_str());
 }
 
 /** Adds the fields of a transfer's report. */
@@ -51,8 +50,8 @@ inline void PrintResults(const std::vector<DOWNLOAD_t>& vecDownload)
         tResult["url"] = tDownload.strUrl;
         tResult["file"] = tDownload.strFile;
         tResult["result"] = ResultName(tDownload);
-        tResult["reason"] = tDownload.tEnd.strReason;
-        AddReport(tResult, tDownload.tEnd.tReport);
+        tResult["reason"] = tDownload.strReason;
+        AddReport(tResult, tDownload.tReport);
     }
     PrintJson(tResults);
 }

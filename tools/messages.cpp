@@ -1,6 +1,5 @@
 #include "messages.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <curl/curl.h>
 #include <set>
@@ -11,23 +10,6 @@
 
 namespace
 {
-
-/** Explains a failure that a host name with non-ASCII letters caused. @return empty for any other failure */
-std::string HintAtName(const WQCurl::TRANSFER_REPORT_t& tReport)
-{
-    const bool bInternational = std::any_of(tReport.strUrl.begin(), tReport.strUrl.end(),
-                                            [](char c) { return static_cast<unsigned char>(c) > 0x7f; });
-    const bool bMalformed = tReport.nResultCode == CURLE_URL_MALFORMAT;
-    if (!bInternational || (!bMalformed && tReport.nResultCode != CURLE_COULDNT_RESOLVE_HOST))
-    {
-        return "";
-    }
-    if ((curl_version_info(CURLVERSION_NOW)->features & CURL_VERSION_IDN) == 0)
-    {
-        return "; this libcurl takes an international host name only in its form that begins with xn--";
-    }
-    return bMalformed ? "; an international host name takes a locale of its encoding, such as LC_ALL=C.UTF-8" : "";
-}
 
 /** Returns the cause of a transfer's failure, which may hold the redirect that was not followed. */
 std::string Cause(const WQCurl::TRANSFER_REPORT_t& tReport)
@@ -45,8 +27,7 @@ std::string Cause(const WQCurl::TRANSFER_REPORT_t& tReport)
     {
         return strStatus + ", a redirect to " + WithoutCredentials(tReport.strRedirectUrl) + ": " + tReport.strErrorMsg;
     }
-    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "") +
-           HintAtName(tReport);
+    return tReport.strErrorMsg + (tReport.nSystemError != 0 ? ": " + SystemText(tReport.nSystemError) : "");
 }
 
 } // namespace
@@ -93,12 +74,6 @@ int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport)
                                  CURLE_FILESIZE_EXCEEDED,
                                  CURLE_SSL_CACERT_BADFILE};
     return setLocal.count(nCode) != 0 ? 1 : 3;
-}
-
-std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport)
-{
-    return Format("look-up %.3f, connect %.3f, TLS %.3f, first byte %.3f, total %.3f", tReport.dLookUp,
-                  tReport.dConnect, tReport.dTls, tReport.dFirstByte, tReport.dTotal);
 }
 
 std::string SystemText(int nError)

@@ -24,8 +24,5 @@ std::string Reason(const WQCurl::TRANSFER_REPORT_t& tReport);
  */
 int ExitStatus(const WQCurl::TRANSFER_REPORT_t& tReport);
 
-/** The phases of a transfer in seconds. */
-std::string PhasesText(const WQCurl::TRANSFER_REPORT_t& tReport);
-
 /** The text of an errno. */
 std::string SystemText(int nError);

@@ -1,55 +1,39 @@
 #pragma once
 
-#include <map>
+#include <chrono>
 #include <string>
 #include <vector>
 
 /** The progress of one download. */
 struct PROGRESS_t
 {
-    std::string strName;
-    int nPercent = -1;    /**< -1: unknown */
-    long long nBytes = 0; /**< received */
-    long long nTotal = 0; /**< expected; not positive: unknown */
-    double dSpeed = 0.0;  /**< recent bytes per second */
+    /** @param nReceived bytes so far @param nExpected bytes in all; not positive: unknown */
+    void Update(long long nReceived, long long nExpected);
+
+    std::string strName; /**< printable */
+    long long nBytes = 0;
+    long long nTotal = 0;
+    double dSpeed = 0.0; /**< recent bytes per second: a weighted average */
+
+private:
+    std::chrono::steady_clock::time_point m_tLast{}; /**< of the last measurement of the speed */
+    long long m_nLast = 0;
 };
 
-enum VIEW_e
-{
-    VIEW_NOTHING,
-    VIEW_LINES,
-    VIEW_BARS,      /**< on a terminal; elsewhere VIEW_LINES */
-    VIEW_BARS_ALONE /**< on a terminal, without lines for ended downloads; elsewhere VIEW_NOTHING */
-};
-
-/**
- * Shows downloads on standard output. Each ended download leaves a line. On a terminal, a bar for each running download
- * follows. Every call draws the bars again, for the current size of the terminal.
- */
+/** Shows running downloads as bars on a terminal, and draws them again in each call for its current size. */
 class CProgressView
 {
 public:
-    explicit CProgressView(VIEW_e eView);
+    /** @param bWanted false: this shows nothing, as without a terminal */
+    explicit CProgressView(bool bWanted);
 
-    /** Prints the end of a download that did not fail. */
-    void PrintEnd(const std::string& strName, const std::string& strOutcome);
+    /** Erases the bars, so that other lines can be printed. */
+    void Erase();
 
-    /** Prints a failure on standard error. */
-    void PrintFailure(const std::string& strName, const std::string& strReason);
-
-    /**
-     * Shows the running downloads.
-     * @param strSummary a line about all downloads, below the bars; empty: none
-     */
+    /** Replaces the bars. @param strSummary a line about all downloads, below the bars; empty: none */
     void Show(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);
 
 private:
-    bool m_HasBars() const { return m_eView == VIEW_BARS || m_eView == VIEW_BARS_ALONE; }
-    void m_EraseBars();
-    void m_ShowLines(const std::vector<PROGRESS_t>& vecProgress);
-    void m_ShowBars(const std::vector<PROGRESS_t>& vecProgress, const std::string& strSummary);
-
-    const VIEW_e m_eView;
-    std::vector<size_t> m_vecDrawn;        /**< columns of each line that is on the terminal */
-    std::map<std::string, int> m_mapShown; /**< for VIEW_LINES: the percentage that was printed last */
+    const bool m_bShown;
+    std::vector<size_t> m_vecDrawn; /**< columns of each line that is on the terminal */
 };

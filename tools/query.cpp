@@ -19,15 +19,9 @@ bool ReadEntries(const ENTRY_CHOICE_t& tChoice, const std::string& strUrl, INFO_
 {
     ICVeltra tQuery;
     std::vector<std::string> vecFoundId;
-    switch (tChoice.eEntries)
-    {
-    case ENTRIES_CERT:
-        return tQuery.GetCERTAppBinaryInfo(strUrl, mapInfo, vecFoundId);
-    case ENTRIES_DEFAULT:
-        return tQuery.GetDefaultAppBinaryInfo(strUrl, vecFoundId, mapInfo);
-    default:
-        return tQuery.GetServerAppBinaryInfo(strUrl, mapInfo, tChoice.vecId);
-    }
+    return tChoice.bCert      ? tQuery.GetCERTAppBinaryInfo(strUrl, mapInfo, vecFoundId)
+           : tChoice.bDefault ? tQuery.GetDefaultAppBinaryInfo(strUrl, vecFoundId, mapInfo)
+                              : tQuery.GetServerAppBinaryInfo(strUrl, mapInfo, tChoice.vecId);
 }
 
 } // namespace

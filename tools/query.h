@@ -8,18 +8,12 @@
 
 typedef std::map<std::string, APPBIN_SERVER_INFO_t> INFO_MAP_t;
 
-enum ENTRIES_e
-{
-    ENTRIES_BY_ID,
-    ENTRIES_CERT,
-    ENTRIES_DEFAULT /**< marked for boot */
-};
-
-/** The entries that a command reads from a document. */
+/** The entries that a command reads from a document: exactly one of these is set. */
 struct ENTRY_CHOICE_t
 {
-    ENTRIES_e eEntries = ENTRIES_BY_ID;
-    std::vector<std::string> vecId{}; /**< for ENTRIES_BY_ID; empty: no choice was made */
+    bool bCert = false;
+    bool bDefault = false;            /**< those that are marked for boot */
+    std::vector<std::string> vecId{}; /**< those with these identifiers */
 };
 
 /** Asks the query service for its servers, and prints a failure on standard error. @return false if it failed */

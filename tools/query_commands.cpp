@@ -3,8 +3,7 @@
 #include "commands.h"
 #include "json.h"
 #include "messages.h"
-#include "option_values.h"
-#include "shared_options.h"
+#include "options.h"
 #include "text.h"
 #include "url.h"
 

@@ -6,9 +6,8 @@
 #include "file_content.h"
 #include "json.h"
 #include "messages.h"
-#include "option_values.h"
+#include "options.h"
 #include "session.h"
-#include "shared_options.h"
 #include "text.h"
 #include "url.h"
 
@@ -25,24 +24,22 @@ struct REQUEST_OPTIONS_t
     bool bFailOnHttpError = false;
 };
 
+/** Prints the essentials of an answer before it. */
 void PrintHeadings(const WQCurl::TRANSFER_REPORT_t& tReport)
 {
     const std::string strLength = tReport.nContentLength < 0 ? "" : std::to_string(tReport.nContentLength);
     printf("HTTP/%s %d\n", tReport.strHttpVersion.c_str(), tReport.nHttpStatus);
-    const bool bRedirected = tReport.strFinalUrl != tReport.strUrl;
     for (const auto& [pszName, strValue] : {std::pair("Content-Type", tReport.strContentType),
                                             {"Content-Length", strLength},
                                             {"Location", WithoutCredentials(tReport.strRedirectUrl)},
-                                            {"URL", bRedirected ? WithoutCredentials(tReport.strFinalUrl) : ""},
-                                            {"Bytes", std::to_string(tReport.nBytes)},
-                                            {"Peer", tReport.strPeer + (tReport.bReused ? ", connected before" : "")}})
+                                            {"URL", WithoutCredentials(tReport.strFinalUrl)}})
     {
         if (!strValue.empty())
         {
             printf("%s: %s\n", pszName, Printable(strValue).c_str());
         }
     }
-    printf("Seconds: %s\n\n", PhasesText(tReport).c_str());
+    puts("");
 }
 
 /** Prints the report instead of the answer. */
@@ -130,10 +127,10 @@ void AddRequestOptions(CLI::App& tCommand, REQUEST_OPTIONS_t& tRequest, WQCurl::
     AddHeaderOption(tCommand, tTransfer);
     tCommand.add_option("-o", tRequest.strOutput, "Write the answer into this file")->type_name("FILE");
     CLI::Option* pHeadings =
-        tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, peer and times before the answer");
+        tCommand.add_flag("-i", tRequest.bHeadings, "Print status, type, length, redirect and URL before the answer");
     tCommand.add_flag("--json", tRequest.bJson, "Print the report as JSON; the answer only goes to -o")
         ->excludes(pHeadings);
-    AddFailFlag(tCommand, tRequest.bFailOnHttpError);
+    tCommand.add_flag("--fail", tRequest.bFailOnHttpError, "Fail with a redirect or a status of 400 and more");
 }
 
 } // namespace

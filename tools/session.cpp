@@ -1,7 +1,9 @@
 #include "session.h"
 
-#include <csignal>
+#include <algorithm>
+#include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include "text.h"
 #include "veltra/log.h"
@@ -11,25 +13,18 @@ namespace
 
 constexpr unsigned int LEVEL_INFORMATION = 4;
 
-/** Removes the control characters of a log record. The library's own colours in an error record stay. */
-std::string PrintableRecord(unsigned int nLevel, const std::string& strRecord)
-{
-    const std::string strBegin = VELTRA_LOG_FRAME_BEGIN;
-    const size_t nText = strRecord.find(strBegin) + strBegin.size();
-    const size_t nTextEnd = strRecord.rfind(VELTRA_LOG_FRAME_END);
-    if (nLevel != 0 || nText < strBegin.size() || nTextEnd == std::string::npos || nTextEnd < nText)
-    {
-        return Printable(strRecord.substr(0, strRecord.size() - 1)) + "\n";
-    }
-    return strRecord.substr(0, nText) + Printable(strRecord.substr(nText, nTextEnd - nText)) +
-           VELTRA_LOG_FRAME_END "\n";
-}
-
+/** Prints a record of the log without its colours and control characters. */
 void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 {
+    std::string strText(record, strlen(record) - 1); // without the line's end
+    for (const std::string_view strColour : {VELTRA_LOG_FRAME_BEGIN, VELTRA_LOG_FRAME_END})
+    {
+        const size_t nFound = strText.find(strColour);
+        strText.erase(std::min(nFound, strText.size()), strColour.size());
+    }
     if (pVerbose != nullptr)
     {
-        CLogSinks::WriteToStandardError(level, PrintableRecord(level, record).c_str(), nullptr);
+        CLogSinks::WriteToStandardError(level, (Printable(strText) + "\n").c_str(), nullptr);
     }
 }
 
@@ -46,13 +41,7 @@ CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError)
     CAIAuth::SetIdentity(tOptions.tIdentity);
     CKVRDebug::SetSink(&PrintRecord, tOptions.bVerbose ? this : nullptr);
     CKVRDebug::SetLevel(tOptions.bVerbose ? LEVEL_INFORMATION : 0);
-    /* The engine's threads inherit the mask. */
-    sigset_t tAll;
-    sigset_t tBefore;
-    sigfillset(&tAll);
-    pthread_sigmask(SIG_BLOCK, &tAll, &tBefore);
     Engine().Create();
-    pthread_sigmask(SIG_SETMASK, &tBefore, nullptr);
 }
 
 CSession::~CSession()

@@ -1,11 +1,18 @@
 #pragma once
 
-#include "options.h"
+#include "veltra/veltra.h"
+
+/** The options that every command takes. */
+struct OPTIONS_t
+{
+    DEVICE_IDENTITY_t tIdentity;
+    WQCurl::TRANSFER_SETTINGS_t tTransfer;
+    bool bVerbose = false;
+};
 
 /**
  * The running engine of one command, with the settings of its options. A verbose session prints the library's log on
- * standard error, without control characters. Only the thread that created the session receives signals, never the
- * engine's threads.
+ * standard error, without control characters.
  */
 class CSession
 {

@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <glib.h>
@@ -71,6 +72,14 @@ std::string FormatBytes(double dBytes)
         pszUnit = pszLarger;
     }
     return Format(*pszUnit == 'B' ? "%.0f %s" : "%.1f %s", dBytes, pszUnit);
+}
+
+long long ParseSize(const std::string& strSize)
+{
+    guint64 nSize = 0;
+    return g_ascii_string_to_unsigned(strSize.c_str(), 10, 0, LLONG_MAX, &nSize, nullptr) != FALSE
+               ? static_cast<long long>(nSize)
+               : -1;
 }
 
 std::string Format(const char* pszFormat, ...)

@@ -14,5 +14,8 @@ std::string LastColumns(const std::string& strText, size_t nColumns);
 /** Formats a number of bytes with a unit, such as "24.0 MB". */
 std::string FormatBytes(double dBytes);
 
+/** Reads a number of bytes. @return -1 for another text */
+long long ParseSize(const std::string& strSize);
+
 /** Formats like printf. */
 [[gnu::format(printf, 1, 2)]] std::string Format(const char* pszFormat, ...);

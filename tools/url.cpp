@@ -1,38 +1,30 @@
 #include "url.h"
 
 #include <curl/curl.h>
-#include <glib.h>
 #include <memory>
 
 namespace
 {
 
-/** A parsed URL. */
-class CUrlParts
+typedef std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> URL_PTR_t;
+
+/** @return null for a malformed URL */
+URL_PTR_t Parse(const std::string& strUrl, unsigned int nFlags = 0)
 {
-public:
-    explicit CUrlParts(const std::string& strUrl, unsigned int nFlags = 0)
-        : m_bParsed(curl_url_set(m_pUrl.get(), CURLUPART_URL, strUrl.c_str(), CURLU_GUESS_SCHEME | nFlags) == CURLUE_OK)
-    {
-    }
+    URL_PTR_t pUrl(curl_url(), &curl_url_cleanup);
+    const bool bGood =
+        curl_url_set(pUrl.get(), CURLUPART_URL, strUrl.c_str(), CURLU_GUESS_SCHEME | nFlags) == CURLUE_OK;
+    return bGood ? std::move(pUrl) : URL_PTR_t(nullptr, &curl_url_cleanup);
+}
 
-    bool IsParsed() const { return m_bParsed; }
-
-    void Set(CURLUPart ePart, const char* pszValue) { curl_url_set(m_pUrl.get(), ePart, pszValue, 0); }
-
-    /** @return empty if the part is missing */
-    std::string Get(CURLUPart ePart) const
-    {
-        char* pszValue = nullptr;
-        curl_url_get(m_pUrl.get(), ePart, &pszValue, 0);
-        const std::unique_ptr<char, decltype(&curl_free)> pszOwned(pszValue, &curl_free);
-        return pszValue != nullptr ? pszValue : "";
-    }
-
-private:
-    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> m_pUrl{curl_url(), &curl_url_cleanup};
-    const bool m_bParsed;
-};
+/** @return a part of a parsed URL; empty if it is missing */
+std::string Part(const URL_PTR_t& pUrl, CURLUPart ePart)
+{
+    char* pszPart = nullptr;
+    curl_url_get(pUrl.get(), ePart, &pszPart, 0);
+    const std::unique_ptr<char, decltype(&curl_free)> pszOwned(pszPart, &curl_free);
+    return pszPart != nullptr ? pszPart : "";
+}
 
 } // namespace
 
@@ -46,7 +38,7 @@ std::string WithoutCredentials(const std::string& strUrl)
         return strUrl;
     }
     /* A password in a malformed URL may contain any character. */
-    const bool bParsed = CUrlParts(strUrl, CURLU_NON_SUPPORT_SCHEME).IsParsed();
+    const bool bParsed = Parse(strUrl, CURLU_NON_SUPPORT_SCHEME) != nullptr;
     const size_t nEnd = bParsed ? strUrl.find_first_of("/?#", nBegin) : std::string::npos;
     const size_t nAt = strUrl.rfind('@', nEnd);
     return nAt == std::string::npos || nAt < nBegin ? strUrl : strUrl.substr(0, nBegin) + strUrl.substr(nAt + 1);
@@ -54,22 +46,17 @@ std::string WithoutCredentials(const std::string& strUrl)
 
 std::string HostOf(const std::string& strUrl)
 {
-    const std::string strHost = CUrlParts(strUrl).Get(CURLUPART_HOST);
-    if (strHost.size() > 2 && strHost.front() == '[')
-    {
-        return strHost.substr(1, strHost.size() - 2);
-    }
-    const std::unique_ptr<char, decltype(&g_free)> pszAscii(g_hostname_to_ascii(strHost.c_str()), &g_free);
-    return pszAscii != nullptr ? pszAscii.get() : strHost;
+    const std::string strHost = Part(Parse(strUrl), CURLUPART_HOST);
+    return strHost.empty() || strHost.front() != '[' ? strHost : strHost.substr(1, strHost.size() - 2);
 }
 
 std::string OriginOf(const std::string& strUrl)
 {
-    CUrlParts tUrl(strUrl);
+    const URL_PTR_t pUrl = Parse(strUrl);
     for (const CURLUPart ePart :
          {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_PATH, CURLUPART_QUERY, CURLUPART_FRAGMENT})
     {
-        tUrl.Set(ePart, nullptr);
+        curl_url_set(pUrl.get(), ePart, nullptr, 0);
     }
-    return tUrl.Get(CURLUPART_URL);
+    return Part(pUrl, CURLUPART_URL);
 }

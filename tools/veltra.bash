@@ -12,7 +12,7 @@ _veltra()
         words=$commands
     else
         words=$(printf '%s\n' "$words" "${command:+$("${COMP_WORDS[0]}" "$command" --help 2>/dev/null)}" |
-            sed -n 's/^  \(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/[={[].*//')
+            sed -n 's/^  *\(-[^ ]*\).*/\1/p' | tr ',' '\n' | sed 's/[={[].*//')
     fi
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
     [ ${#COMPREPLY[@]} -gt 0 ] || [[ $current = -* ]] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
