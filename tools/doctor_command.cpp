@@ -181,9 +181,8 @@ int CheckClock(const WQCurl::TRANSFER_SETTINGS_t& tTransfer, const std::string& 
                                          ": certificates may seem to be expired, or not to be valid yet");
 }
 
-int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl)
+int CheckRequest(CSession& tSession, const std::string& strUrl)
 {
-    CSession tSession(tOptions, false);
     _HTTP_REQ_INFO_t tReqInfo;
     tReqInfo.eMethod = HTTP_METHOD_GET;
     tReqInfo.strUrl = strUrl;
@@ -199,16 +198,17 @@ int CheckRequest(const OPTIONS_t& tOptions, const std::string& strUrl)
 
 int RunDoctor(const OPTIONS_t& tOptions, const std::string& strUrl)
 {
+    CSession tSession(tOptions, false);
     const curl_version_info_data* ptInfo = curl_version_info(CURLVERSION_NOW);
     PrintFinding("url", WithoutCredentials(strUrl));
     PrintFinding("veltra", VELTRA_VERSION);
     PrintFinding("libcurl", ptInfo->version);
     PrintFinding("tls", ptInfo->ssl_version != nullptr ? ptInfo->ssl_version : "none: libcurl was built without");
-    int nStatus = CheckAuthorities(tOptions.tTransfer, strUrl);
+    int nStatus = CheckAuthorities(tSession.Settings(), strUrl);
     PrintProxy(tOptions.tTransfer.strProxy);
     nStatus |= CheckNames(tOptions.tTransfer, strUrl);
     nStatus |= CheckClock(tOptions.tTransfer, strUrl);
-    nStatus |= CheckRequest(tOptions, strUrl);
+    nStatus |= CheckRequest(tSession, strUrl);
     if (nStatus == 0)
     {
         puts("No fault found on the way to the server.");

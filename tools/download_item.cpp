@@ -57,6 +57,12 @@ void CDownloadItem::Cancel()
     }
 }
 
+bool CDownloadItem::IsUnderWay()
+{
+    const std::lock_guard<std::mutex> tGuard(m_tContext.tLock);
+    return m_tDownload.eState == DOWNLOAD_RUNNING && !m_optOutcome.has_value();
+}
+
 bool CDownloadItem::Finish()
 {
     {
@@ -95,6 +101,7 @@ void CDownloadItem::m_OnEvent(DOWNLOAD_TYPE_e eType)
     if (eType != DOWNLOAD_TYPE_PROGRESS)
     {
         m_optOutcome = eType;
+        m_tContext.bArrived = true;
         m_tContext.tArrival.notify_one();
         return;
     }

@@ -15,6 +15,7 @@ struct DOWNLOAD_CONTEXT_t
     const DOWNLOAD_OPTIONS_t& tOptions;
     std::mutex tLock{};                 /**< guards the members that callbacks use */
     std::condition_variable tArrival{}; /**< is notified when a transfer ends */
+    bool bArrived = true;               /**< a transfer has ended since the run looked, or it has not looked yet */
 };
 
 /** One download of a run: its transfer, its files and its result. The owner calls it on one thread. */
@@ -29,6 +30,9 @@ public:
 
     /** Cancels the download unless it has ended. */
     void Cancel();
+
+    /** Returns whether the transfer has been started and has not ended. */
+    bool IsUnderWay();
 
     /** Checks and flushes the file of a transfer that has ended. @return whether the download has just ended */
     bool Finish();

@@ -82,11 +82,12 @@ void CDownloadRun::Run()
     const size_t nAll = m_lstItem.size();
     for (size_t nEnded = 0; nEnded < nAll;)
     {
-        m_StartOrCancel();
         {
             std::unique_lock<std::mutex> tGuard(m_tContext.tLock);
-            m_tContext.tArrival.wait_for(tGuard, POLL_INTERVAL);
+            m_tContext.tArrival.wait_for(tGuard, POLL_INTERVAL, [this] { return m_tContext.bArrived; });
+            m_tContext.bArrived = false;
         }
+        m_StartOrCancel();
         std::vector<PROGRESS_t> vecRunning;
         for (CDownloadItem& tItem : m_lstItem)
         {
@@ -127,7 +128,7 @@ void CDownloadRun::m_StartOrCancel()
         {
             tItem.Start();
         }
-        nFree -= tItem.Download().eState == DOWNLOAD_RUNNING ? 1 : 0;
+        nFree -= tItem.IsUnderWay() ? 1 : 0;
     }
 }
 

@@ -1,11 +1,10 @@
 #include "held_file.h"
 
-#include <algorithm>
 #include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
+#include <memory>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace
@@ -21,6 +20,11 @@ struct flock WholeFileLock()
     tLock.l_type = F_WRLCK;
     tLock.l_whence = SEEK_SET;
     return tLock;
+}
+
+bool IsSameFile(const struct stat& tOne, const struct stat& tOther)
+{
+    return tOne.st_dev == tOther.st_dev && tOne.st_ino == tOther.st_ino;
 }
 
 } // namespace
@@ -51,8 +55,7 @@ bool CHeldFile::IsAt(const std::string& strPath) const
 {
     struct stat tHeld = {};
     struct stat tThere = {};
-    return fstat(m_nFile, &tHeld) == 0 && lstat(strPath.c_str(), &tThere) == 0 && tHeld.st_dev == tThere.st_dev &&
-           tHeld.st_ino == tThere.st_ino;
+    return fstat(m_nFile, &tHeld) == 0 && lstat(strPath.c_str(), &tThere) == 0 && IsSameFile(tHeld, tThere);
 }
 
 long long CHeldFile::Size() const
@@ -81,12 +84,23 @@ bool CHeldFile::IsHeld(const std::string& strPath)
 /** @return whether the engine has the same file open; true if /proc cannot be read */
 bool CHeldFile::m_IsWrittenHere() const
 {
-    const std::filesystem::path tOwn = "/proc/self/fd/" + std::to_string(m_nFile);
-    std::error_code tFault;
-    const std::filesystem::directory_iterator itFirst(tOwn.parent_path(), tFault);
-    return tFault || std::any_of(begin(itFirst), end(itFirst),
-                                 [&](const std::filesystem::directory_entry& tEntry)
-                                 { return tEntry.path() != tOwn && equivalent(tEntry.path(), tOwn, tFault); });
+    const std::unique_ptr<DIR, int (*)(DIR*)> ptFolder(opendir("/proc/self/fd"), &closedir);
+    struct stat tHeld = {};
+    if (ptFolder == nullptr || fstat(m_nFile, &tHeld) != 0)
+    {
+        return ptFolder == nullptr;
+    }
+    const std::string strOwn = std::to_string(m_nFile);
+    while (const dirent* const ptEntry = readdir(ptFolder.get()))
+    {
+        struct stat tOther = {};
+        if (ptEntry->d_name != strOwn && fstatat(dirfd(ptFolder.get()), ptEntry->d_name, &tOther, 0) == 0 &&
+            IsSameFile(tHeld, tOther))
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 /** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */

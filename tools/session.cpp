@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <glob.h>
 #include <stdexcept>
 #include <string_view>
 
@@ -28,12 +29,24 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
     }
 }
 
+/** Returns the folder of authorities: the system's if "openssl rehash" has named its files and none is set. */
+std::string CaFolder(const WQCurl::TRANSFER_SETTINGS_t& tSettings)
+{
+    constexpr char HASHED[] = "/etc/ssl/certs/[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f].0";
+    glob_t tFound{};
+    const bool bHashed = glob(HASHED, GLOB_NOSORT, nullptr, &tFound) == 0;
+    globfree(&tFound);
+    return bHashed && tSettings.strCaFile.empty() && tSettings.strCaFolder.empty() ? "/etc/ssl/certs"
+                                                                                   : tSettings.strCaFolder;
+}
+
 } // namespace
 
 CSession::CSession(const OPTIONS_t& tOptions, bool bFailOnHttpError)
     : m_tOptions(tOptions), m_tSettings(tOptions.tTransfer)
 {
     m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = bFailOnHttpError;
+    m_tSettings.strCaFolder = CaFolder(m_tSettings); // takes less memory and time than the bundle
     if (!WQCurl::SetTransferDefaults(m_tSettings))
     {
         throw std::runtime_error("the library refuses the settings of these options");
