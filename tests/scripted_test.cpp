@@ -94,3 +94,13 @@ TEST_F(CScriptedTest, BrokenDownloadIsResumedWithTheSameVersionOnly)
                   std::list<std::string>({"X-Token: secret", "If-Range: \"1\"", "Range: bytes=4-"}));
     }
 }
+
+TEST_F(CScriptedTest, QueryUsesTheEngineOfAnApplicationThatHidesItsSymbols)
+{
+    m_tWeb.Answer("http://info.example/", {200, {}, "<info/>"});
+    std::string strInfo;
+    CSingleton<CWebConnector>::GetInstance()->Create();
+    EXPECT_TRUE(CHttpRequest().RequestServerAppBinaryInfo("http://info.example/", strInfo));
+    CSingleton<CWebConnector>::GetInstance()->Destroy();
+    EXPECT_EQ(strInfo, "<info/>");
+}

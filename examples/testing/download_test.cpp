@@ -12,7 +12,7 @@ namespace
 {
 
 const std::string URL = "https://files.example/film";
-const SCRIPTED_ANSWER_t FILM{200, {"Content-Type: video/mp4"}, std::string(1000, 'f')};
+const SCRIPTED_ANSWER_t FILM{200, {"Content-Type: video/mp4"}, "twenty bytes of film"};
 const std::string SHA256_OF_NOTHING = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 
 std::string g_strFile;
@@ -65,7 +65,7 @@ void Refused(CScriptedWeb& tWeb)
 
 void HalfAFile(CScriptedWeb& tWeb)
 {
-    tWeb.Fail(URL, 18, "The server closes the connection", FILM, 500);
+    tWeb.Fail(URL, 18, "The server closes the connection", FILM, 10);
     tWeb.Answer(URL, FILM);
     ExpectEnd(Run(), "", 2);
 }
@@ -73,7 +73,7 @@ void HalfAFile(CScriptedWeb& tWeb)
 void Cancelled(CScriptedWeb& tWeb)
 {
     tWeb.Answer(URL, FILM);
-    tWeb.Hold(URL, 500);
+    tWeb.Hold(URL, 10);
     CDownload tDownload(URL, g_strFile);
     tDownload.Start();
     Expect("held transfers", 1, tWeb.WaitUntilHeld(URL) ? 1 : 0);

@@ -28,7 +28,7 @@ class CScripts;
 /** An answer of a scripted server. */
 struct SCRIPTED_ANSWER_t
 {
-    int nStatus = 200;
+    int nStatus = 200; /**< 200 to 599 */
     /**
      * Header lines ("Name: value"). Content-Length is added, unless a line names it or Transfer-Encoding. A
      * Content-Length that is larger than strBody breaks the answer off at the end of strBody (code 18); a smaller one
