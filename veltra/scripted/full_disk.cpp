@@ -24,7 +24,8 @@ CFullDisk::~CFullDisk()
 
 #undef fwrite
 
-extern "C" size_t fwrite(const void* pData, size_t nSize, size_t nCount, FILE* pFile)
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+size_t fwrite(const void* pData, size_t nSize, size_t nCount, FILE* pFile)
 {
     if (t_bFull)
     {

@@ -12,6 +12,12 @@
 
 #include "veltra/scripted/scripted_multi.h"
 
+/* Their names are libcurl's, whose releases differ in those of the parameters. */
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+
+/* An argument of an enumeration type is passed as an int, behind which va_start() finds the others. */
+#pragma GCC diagnostic ignored "-Wvarargs"
+
 /* Macros that check the types of the arguments. */
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
@@ -103,174 +109,171 @@ void SetOption(SCRIPTED_OPTIONS_t& tOptions, CURLoption eOption, va_list& tArgum
 
 } // namespace
 
-extern "C"
+CURL* curl_easy_init()
 {
+    return new (std::nothrow) CScriptedTransfer;
+}
 
-    CURL* curl_easy_init()
+void curl_easy_cleanup(CURL* pEasy)
+{
+    if (pEasy != nullptr && Transfer(pEasy).ptMulti != nullptr)
     {
-        return new (std::nothrow) CScriptedTransfer;
+        Transfer(pEasy).ptMulti->Remove(Transfer(pEasy));
     }
+    delete static_cast<CScriptedTransfer*>(pEasy);
+}
 
-    void curl_easy_cleanup(CURL* pEasy)
+void curl_easy_reset(CURL* pEasy)
+{
+    Transfer(pEasy).tOptions = SCRIPTED_OPTIONS_t();
+    Transfer(pEasy).Begin();
+}
+
+CURL* curl_easy_duphandle(CURL* pEasy)
+{
+    try
     {
-        if (pEasy != nullptr && Transfer(pEasy).ptMulti != nullptr)
-        {
-            Transfer(pEasy).ptMulti->Remove(Transfer(pEasy));
-        }
-        delete static_cast<CScriptedTransfer*>(pEasy);
+        auto ptCopy = std::make_unique<CScriptedTransfer>();
+        ptCopy->tOptions = Transfer(pEasy).tOptions;
+        return ptCopy.release();
     }
-
-    void curl_easy_reset(CURL* pEasy)
+    catch (...)
     {
-        Transfer(pEasy).tOptions = SCRIPTED_OPTIONS_t();
-        Transfer(pEasy).Begin();
+        return nullptr;
     }
+}
 
-    CURL* curl_easy_duphandle(CURL* pEasy)
+CURLcode curl_easy_setopt(CURL* pEasy, CURLoption eOption, ...)
+{
+    if (pEasy == nullptr)
     {
-        try
-        {
-            auto ptCopy = std::make_unique<CScriptedTransfer>();
-            ptCopy->tOptions = Transfer(pEasy).tOptions;
-            return ptCopy.release();
-        }
-        catch (...)
-        {
-            return nullptr;
-        }
+        return CURLE_BAD_FUNCTION_ARGUMENT;
     }
-
-    CURLcode curl_easy_setopt(CURL* pEasy, CURLoption eOption, ...)
+    if (curl_easy_option_by_id(eOption) == nullptr)
     {
-        if (pEasy == nullptr)
-        {
-            return CURLE_BAD_FUNCTION_ARGUMENT;
-        }
-        if (curl_easy_option_by_id(eOption) == nullptr)
-        {
-            return CURLE_UNKNOWN_OPTION;
-        }
-        CURLcode eResult = CURLE_OK;
-        va_list tArguments;
-        va_start(tArguments, eOption);
-        try
-        {
-            SetOption(Transfer(pEasy).tOptions, eOption, tArguments);
-        }
-        catch (...)
-        {
-            eResult = CURLE_OUT_OF_MEMORY;
-        }
-        va_end(tArguments);
-        return eResult;
+        return CURLE_UNKNOWN_OPTION;
     }
-
-    CURLcode curl_easy_getinfo(CURL* pEasy, CURLINFO eInfo, ...)
+    CURLcode eResult = CURLE_OK;
+    va_list tArguments;
+    va_start(tArguments, eOption);
+    try
     {
-        if (pEasy == nullptr)
-        {
-            return CURLE_BAD_FUNCTION_ARGUMENT;
-        }
-        CURLcode eResult = CURLE_OK;
-        va_list tArguments;
-        va_start(tArguments, eInfo);
-        switch (static_cast<int>(eInfo) & CURLINFO_TYPEMASK)
-        {
-        case CURLINFO_STRING:
-            *va_arg(tArguments, const char**) = Transfer(pEasy).Text(eInfo);
-            break;
-        case CURLINFO_LONG:
-            *va_arg(tArguments, long*) = Transfer(pEasy).Number(eInfo);
-            break;
-        case CURLINFO_OFF_T:
-            *va_arg(tArguments, curl_off_t*) = Transfer(pEasy).Count(eInfo);
-            break;
-        default:
-            eResult = CURLE_UNKNOWN_OPTION;
-            break;
-        }
-        va_end(tArguments);
-        return eResult;
+        SetOption(Transfer(pEasy).tOptions, eOption, tArguments);
     }
-
-    /** libcurl pauses receiving only as the write function asks for it. Here each call ends the pause. */
-    CURLcode curl_easy_pause(CURL* pEasy, int /*nBits*/)
+    catch (...)
     {
-        Transfer(pEasy).Resume();
-        if (Transfer(pEasy).ptMulti != nullptr)
-        {
-            Transfer(pEasy).ptMulti->Hurry();
-        }
-        return CURLE_OK;
+        eResult = CURLE_OUT_OF_MEMORY;
     }
+    va_end(tArguments);
+    return eResult;
+}
 
-    CURLM* curl_multi_init()
+CURLcode curl_easy_getinfo(CURL* pEasy, CURLINFO eInfo, ...)
+{
+    if (pEasy == nullptr)
     {
-        return new (std::nothrow) CScriptedMulti;
+        return CURLE_BAD_FUNCTION_ARGUMENT;
     }
-
-    CURLMcode curl_multi_cleanup(CURLM* pMulti)
+    CURLcode eResult = CURLE_OK;
+    va_list tArguments;
+    va_start(tArguments, eInfo);
+    switch (static_cast<int>(eInfo) & CURLINFO_TYPEMASK)
     {
-        delete static_cast<CScriptedMulti*>(pMulti);
+    case CURLINFO_STRING:
+        *va_arg(tArguments, const char**) = Transfer(pEasy).Text(eInfo);
+        break;
+    case CURLINFO_LONG:
+        *va_arg(tArguments, long*) = Transfer(pEasy).Number(eInfo);
+        break;
+    case CURLINFO_OFF_T:
+        *va_arg(tArguments, curl_off_t*) = Transfer(pEasy).Count(eInfo);
+        break;
+    default:
+        eResult = CURLE_UNKNOWN_OPTION;
+        break;
+    }
+    va_end(tArguments);
+    return eResult;
+}
+
+/** libcurl pauses receiving only as the write function asks for it. Here each call ends the pause. */
+CURLcode curl_easy_pause(CURL* pEasy, int /*nBits*/)
+{
+    Transfer(pEasy).Resume();
+    if (Transfer(pEasy).ptMulti != nullptr)
+    {
+        Transfer(pEasy).ptMulti->Hurry();
+    }
+    return CURLE_OK;
+}
+
+CURLM* curl_multi_init()
+{
+    return new (std::nothrow) CScriptedMulti;
+}
+
+CURLMcode curl_multi_cleanup(CURLM* pMulti)
+{
+    delete static_cast<CScriptedMulti*>(pMulti);
+    return CURLM_OK;
+}
+
+CURLMcode curl_multi_setopt(CURLM* pMulti, CURLMoption eOption, ...)
+{
+    va_list tArguments;
+    va_start(tArguments, eOption);
+    if (eOption == CURLMOPT_TIMERFUNCTION)
+    {
+        Multi(pMulti).pfnTimer = va_arg(tArguments, curl_multi_timer_callback);
+    }
+    else if (eOption == CURLMOPT_TIMERDATA)
+    {
+        Multi(pMulti).pTimerData = va_arg(tArguments, void*);
+    }
+    va_end(tArguments);
+    return CURLM_OK;
+}
+
+CURLMcode curl_multi_add_handle(CURLM* pMulti, CURL* pEasy)
+{
+    try
+    {
+        Multi(pMulti).Add(Transfer(pEasy));
         return CURLM_OK;
     }
-
-    CURLMcode curl_multi_setopt(CURLM* pMulti, CURLMoption eOption, ...)
+    catch (...)
     {
-        va_list tArguments;
-        va_start(tArguments, eOption);
-        if (eOption == CURLMOPT_TIMERFUNCTION)
-        {
-            Multi(pMulti).pfnTimer = va_arg(tArguments, curl_multi_timer_callback);
-        }
-        else if (eOption == CURLMOPT_TIMERDATA)
-        {
-            Multi(pMulti).pTimerData = va_arg(tArguments, void*);
-        }
-        va_end(tArguments);
-        return CURLM_OK;
+        return CURLM_OUT_OF_MEMORY;
     }
+}
 
-    CURLMcode curl_multi_add_handle(CURLM* pMulti, CURL* pEasy)
-    {
-        try
-        {
-            Multi(pMulti).Add(Transfer(pEasy));
-            return CURLM_OK;
-        }
-        catch (...)
-        {
-            return CURLM_OUT_OF_MEMORY;
-        }
-    }
+CURLMcode curl_multi_remove_handle(CURLM* pMulti, CURL* pEasy)
+{
+    Multi(pMulti).Remove(Transfer(pEasy));
+    return CURLM_OK;
+}
 
-    CURLMcode curl_multi_remove_handle(CURLM* pMulti, CURL* pEasy)
-    {
-        Multi(pMulti).Remove(Transfer(pEasy));
-        return CURLM_OK;
-    }
+CURLMcode curl_multi_socket_action(CURLM* pMulti, curl_socket_t /*nSocket*/, int /*nEvents*/, int* /*pnRunning*/)
+{
+    Multi(pMulti).Step();
+    return CURLM_OK;
+}
 
-    CURLMcode curl_multi_socket_action(CURLM* pMulti, curl_socket_t /*nSocket*/, int /*nEvents*/, int* /*pnRunning*/)
-    {
-        Multi(pMulti).Step();
-        return CURLM_OK;
-    }
+CURLMsg* curl_multi_info_read(CURLM* pMulti, int* pnLeft)
+{
+    *pnLeft = 0; // nobody asks for it
+    return Multi(pMulti).TakeMessage();
+}
 
-    CURLMsg* curl_multi_info_read(CURLM* pMulti, int* pnLeft)
-    {
-        *pnLeft = 0; // nobody asks for it
-        return Multi(pMulti).TakeMessage();
-    }
+CURLSH* curl_share_init()
+{
+    static int s_nShare = 0; // there is nothing to share
+    return &s_nShare;
+}
 
-    CURLSH* curl_share_init()
-    {
-        static int s_nShare = 0; // there is nothing to share
-        return &s_nShare;
-    }
+CURLSHcode curl_share_setopt(CURLSH* /*pShare*/, CURLSHoption /*eOption*/, ...)
+{
+    return CURLSHE_OK;
+}
 
-    CURLSHcode curl_share_setopt(CURLSH* /*pShare*/, CURLSHoption /*eOption*/, ...)
-    {
-        return CURLSHE_OK;
-    }
-
-} // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

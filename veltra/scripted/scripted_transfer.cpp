@@ -130,7 +130,7 @@ CScriptedTransfer::STATE_e CScriptedTransfer::SendHeader()
                : STATE_READY;
 }
 
-bool CScriptedTransfer::TakeHeaderLine(std::string strLine)
+bool CScriptedTransfer::TakeHeaderLine(std::string strLine) const
 {
     strLine += "\r\n";
     return tOptions.pfnHeader == nullptr ||
@@ -203,7 +203,7 @@ curl_off_t CScriptedTransfer::Elapsed() const
     return std::max<curl_off_t>(tElapsed.count(), 1);
 }
 
-const char* CScriptedTransfer::Text(CURLINFO eInfo)
+const char* CScriptedTransfer::Text(CURLINFO eInfo) const
 {
     switch (eInfo)
     {

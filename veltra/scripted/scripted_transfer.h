@@ -57,7 +57,7 @@ public:
     CURLcode Result() const { return m_tRun.eResult; }
 
     /* The values of curl_easy_getinfo(). Those that a scripted transfer lacks are null and 0. */
-    const char* Text(CURLINFO eInfo);
+    const char* Text(CURLINFO eInfo) const;
     long Number(CURLINFO eInfo) const;
     curl_off_t Count(CURLINFO eInfo) const;
 
@@ -93,7 +93,7 @@ private:
     STATE_e SendBody(size_t nMost);
     STATE_e End(CURLcode eResult, const std::string& strMessage = "");
     STATE_e EndAsScripted();
-    bool TakeHeaderLine(std::string strLine);
+    bool TakeHeaderLine(std::string strLine) const;
     bool MayGoOn() const;
     curl_off_t Elapsed() const;
 

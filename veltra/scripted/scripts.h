@@ -12,7 +12,7 @@
 
 #include "veltra/scripted/scripted_web.h"
 
-/** What a scripted server does with one request: it answers, fails, or answers and then fails. */
+/** The reaction of a scripted server to one request: it answers, fails, or answers and then fails. */
 struct SCRIPT_t
 {
     std::optional<SCRIPTED_ANSWER_t> optAnswer;
