@@ -58,7 +58,7 @@ check_packages() {
     done
     echo "== lintian"
     lintian --version
-    lintian --allow-root --fail-on error,warning --show-overrides --tag-display-limit 0 "$packages"/*.deb
+    lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$packages"/*.deb
 }
 
 # Writes the hook that mmdebstrap runs with the path of the new root.

@@ -22,10 +22,10 @@ CFullDisk::~CFullDisk()
     t_bFull = false;
 }
 
-#undef fwrite
+/* It has a name of its own for the compiler, which would not hide a function that it knows. */
+size_t WriteUnlessFull(const void* pData, size_t nSize, size_t nCount, FILE* pFile) __asm__("fwrite");
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-size_t fwrite(const void* pData, size_t nSize, size_t nCount, FILE* pFile)
+size_t WriteUnlessFull(const void* pData, size_t nSize, size_t nCount, FILE* pFile)
 {
     if (t_bFull)
     {
