@@ -59,12 +59,9 @@ TEST_F(CScriptedTest, AnswersAreReadAsLibcurlReadsThem)
 {
     const std::string strHundred(100, 'x');
     const std::tuple<SCRIPTED_ANSWER_t, std::string, long long> arrRows[] = {
-        {{200, {"Content-Length: 200"}, strHundred}, "18", 200},
-        {{200, {"content-length:2"}, strHundred}, "xx", 2},
-        {{200, {"Transfer-Encoding: chunked"}, "x"}, "x", -1},
-        {{204, {}, strHundred}, "", -1},
-        {{404, {}, strHundred}, "22", 100},
-        {{302, {"Location: /file"}, strHundred}, "47", 100},
+        {{200, {"Content-Length: 200"}, strHundred}, "18", 200}, {{200, {"content-length:2"}, strHundred}, "xx", 2},
+        {{200, {"Transfer-Encoding: chunked"}, "x"}, "x", -1},   {{204, {}, strHundred}, "", -1},
+        {{302, {"Location: /file"}, strHundred}, "47", 100},     {{404, {}, strHundred}, "22", 100},
     };
     TRANSFER_SETTINGS_t tSettings;
     tSettings.bFailOnHttpError = true;
@@ -75,6 +72,7 @@ TEST_F(CScriptedTest, AnswersAreReadAsLibcurlReadsThem)
         EXPECT_EQ(Download("https://a.example/file", tSettings), strOutcome);
         EXPECT_EQ(m_tReport.nContentLength, nLength) << strOutcome;
     }
+    EXPECT_EQ(m_tReport.strErrorMsg, "The requested URL returned error: 404");
 }
 
 TEST_F(CScriptedTest, BrokenDownloadIsResumedWithTheSameVersionOnly)
