@@ -11,8 +11,9 @@
  * It differs from the network as follows:
  * - There are no connections: proxies, addresses, certificates, HTTP versions and limits on the number of connections
  *   have no effect. An https URL needs no certificate. A report has no strPeer, no dTls, and bReused is false.
- * - The time to connect is not limited. The total time of a transfer and the low-speed limit are, while a script holds
- *   it, but a test need not wait for them: Fail() with code 28 is a time-out.
+ * - The time to connect is not limited. The total time of a transfer ends one that is held, up to a second late. The
+ *   low-speed limit ends a download that is held for 30 seconds. No test need wait for them: Fail() with code 28 is a
+ *   time-out.
  * - A compressed body is not decoded.
  * - User and password in a URL are a part of it; no Authorization line is made of them.
  */
@@ -97,8 +98,7 @@ public:
 
     /**
      * Holds the transfers of a URL until Release(): before the answer, or with nAfterBytes after so many bytes of its
-     * body. A held transfer can be cancelled, which takes milliseconds. The engine's limits of time hold for it; a
-     * download fails after 30 seconds without data.
+     * body. Cancelling a held download takes milliseconds.
      */
     void Hold(const std::string& strUrl, long long nAfterBytes = 0);
 
