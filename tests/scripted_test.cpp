@@ -1,58 +1,41 @@
 /* The scripted web, where examples/testing does not use it. */
 
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <sstream>
-
+#include "engine_fixture.h"
 #include "veltra/scripted/scripted_web.h"
-#include "veltra/veltra.h"
 
-using namespace WQCurl;
-
-class CScriptedTest : public testing::Test
+class CScriptedTest : public CEngineTest
 {
 protected:
-    void TearDown() override { std::filesystem::remove_all(m_strFolder); }
+    CScriptedTest() { g_tCalls.bHurry = true; }
 
-    /** Downloads a URL with these settings. @return the file, or the result code of the failure */
-    std::string Download(const std::string& strUrl, const TRANSFER_SETTINGS_t& tSettings = {})
+    /** Downloads a URL. @return the file, or the result code of the failure */
+    std::string Fetch(const std::string& strUrl)
     {
-        const CTransferScope tScope(tSettings);
-        const bool bStored = CWebConnector().SyncDownloadFile(strUrl, m_strFolder + "/file", 0, 0);
-        EXPECT_TRUE(TransferReport(m_tReport));
-        std::ostringstream tContent;
-        tContent << std::ifstream(m_strFolder + "/file").rdbuf();
-        return bStored ? tContent.str() : std::to_string(m_tReport.nResultCode);
+        return SyncDownload(strUrl, "file") ? ReadFile(Path("file")) : std::to_string(m_tReport.nResultCode);
     }
 
-    std::string m_strFolder = std::filesystem::temp_directory_path() / ("scripted." + std::to_string(getpid()));
-    TRANSFER_REPORT_t m_tReport;
     CScriptedWeb m_tWeb;
-
-private:
-    const bool m_bMade = std::filesystem::create_directories(m_strFolder);
 };
 
 TEST_F(CScriptedTest, ScriptsServeInTheirOrder)
 {
-    EXPECT_EQ(Download("http://unknown.example/"), "6");
+    EXPECT_EQ(Fetch("http://unknown.example/"), "6");
     EXPECT_EQ(m_tReport.strErrorMsg, "Could not resolve host: unknown.example");
     m_tWeb.Answer("http://b.example", {200, {}, "first"});
     m_tWeb.Fail("http://b.example/#fragment", 7, "Refused");
-    EXPECT_EQ(Download("http://b.example#other"), "first");
-    EXPECT_EQ(Download("http://b.example"), "7");
+    EXPECT_EQ(Fetch("http://b.example#other"), "first");
+    EXPECT_EQ(Fetch("http://b.example"), "7");
     EXPECT_EQ(m_tReport.nSystemError, ECONNREFUSED);
     const std::string strLong(10000, 'x');
     m_tWeb.Answer("http://b.example/", {200, {"Content-Type: text/plain"}, strLong, 3}); // exceeds a time slice
-    EXPECT_EQ(Download("http://b.example"), strLong);
+    EXPECT_EQ(Fetch("http://b.example"), strLong);
     EXPECT_EQ(m_tReport.strContentType, "text/plain");
     const CScriptedWeb tSecond;
-    EXPECT_EQ(Download("http://b.example"), strLong);
+    EXPECT_EQ(Fetch("http://b.example"), strLong);
     EXPECT_EQ(m_tWeb.Requests().size(), 5U);
     m_tWeb.Answer("ftp://b.example/");
-    EXPECT_EQ(Download("ftp://b.example/"), "1");
-    EXPECT_EQ(Download("http://b example/"), "3");
+    EXPECT_EQ(Fetch("ftp://b.example/"), "1");
+    EXPECT_EQ(Fetch("http://b example/"), "3");
 }
 
 TEST_F(CScriptedTest, AnswersAreReadAsLibcurlReadsThem)
@@ -63,13 +46,12 @@ TEST_F(CScriptedTest, AnswersAreReadAsLibcurlReadsThem)
         {{200, {"Transfer-Encoding: chunked"}, "x"}, "x", -1},   {{204, {}, strHundred}, "", -1},
         {{302, {"Location: /file"}, strHundred}, "47", 100},     {{404, {}, strHundred}, "22", 100},
     };
-    TRANSFER_SETTINGS_t tSettings;
-    tSettings.bFailOnHttpError = true;
-    tSettings.nMostRedirects = 2;
+    m_tSettings.bFailOnHttpError = true;
+    m_tSettings.nMostRedirects = 2;
     for (const auto& [tAnswer, strOutcome, nLength] : arrRows)
     {
         m_tWeb.Answer("https://a.example/file", tAnswer);
-        EXPECT_EQ(Download("https://a.example/file", tSettings), strOutcome);
+        EXPECT_EQ(Fetch("https://a.example/file"), strOutcome);
         EXPECT_EQ(m_tReport.nContentLength, nLength) << strOutcome;
     }
     EXPECT_EQ(m_tReport.strErrorMsg, "The requested URL returned error: 404");
@@ -77,16 +59,15 @@ TEST_F(CScriptedTest, AnswersAreReadAsLibcurlReadsThem)
 
 TEST_F(CScriptedTest, BrokenDownloadIsResumedWithTheSameVersionOnly)
 {
-    TRANSFER_SETTINGS_t tSettings;
-    tSettings.nRetries = 1;
-    tSettings.lstHeader = {"X-Token: secret"};
+    m_tSettings.nRetries = 1;
+    m_tSettings.lstHeader = {"X-Token: secret"};
     const SCRIPTED_ANSWER_t tAnswer{200, {"ETag: \"1\""}, "0123456789"};
     for (const bool bSame : {true, false})
     {
         const std::string strUrl = bSame ? "http://c.example/" : "http://c.example/other";
         m_tWeb.Fail(strUrl, 18, "Closed", tAnswer, 4);
         m_tWeb.Answer(strUrl, {200, {bSame ? "ETag: \"1\"" : "ETag: \"2\""}, tAnswer.strBody});
-        EXPECT_EQ(Download(strUrl, tSettings), bSame ? tAnswer.strBody : "33");
+        EXPECT_EQ(Fetch(strUrl), bSame ? tAnswer.strBody : "33");
         EXPECT_EQ(m_tReport.nHttpStatus, bSame ? 206 : 200);
         EXPECT_EQ(m_tWeb.Requests().back().lstHeader,
                   std::list<std::string>({"X-Token: secret", "If-Range: \"1\"", "Range: bytes=4-"}));
@@ -97,8 +78,8 @@ TEST_F(CScriptedTest, QueryUsesTheEngineOfAnApplicationThatHidesItsSymbols)
 {
     m_tWeb.Answer("http://info.example/", {200, {}, "<info/>"});
     std::string strInfo;
-    CSingleton<CWebConnector>::GetInstance()->Create();
+    CSingleton<CWebConnector>::m_pObj = m_ptEngine.get();
     EXPECT_TRUE(CHttpRequest().RequestServerAppBinaryInfo("http://info.example/", strInfo));
-    CSingleton<CWebConnector>::GetInstance()->Destroy();
+    CSingleton<CWebConnector>::m_pObj = nullptr;
     EXPECT_EQ(strInfo, "<info/>");
 }
