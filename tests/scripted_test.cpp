@@ -1,4 +1,4 @@
-/* The scripted web, where examples/testing does not use it. */
+/* The scripted web, as far as examples/testing does not use it, and the waiting downloads over it. */
 
 #include "engine_fixture.h"
 #include "veltra/scripted/scripted_web.h"
@@ -82,4 +82,49 @@ TEST_F(CScriptedTest, QueryUsesTheEngineOfAnApplicationThatHidesItsSymbols)
     EXPECT_TRUE(CHttpRequest().RequestServerAppBinaryInfo("http://info.example/", strInfo));
     CSingleton<CWebConnector>::m_pObj = nullptr;
     EXPECT_EQ(strInfo, "<info/>");
+}
+
+TEST_F(CScriptedTest, DownloadsAboveTheMostWaitInOrder)
+{
+    m_tSettings.nMostDownloads = 1;
+    const std::string strUrl = "http://d.example/";
+    m_tWeb.Answer(strUrl + "request");
+    m_tWeb.Hold(strUrl + "0");
+    std::vector<OUTCOME_t> vecDownloads(40);
+    std::vector<std::string> vecExpected{strUrl + "0", strUrl + "request"};
+    for (size_t i = 0; i < vecDownloads.size(); ++i)
+    {
+        const std::string strName = std::to_string(i);
+        m_tWeb.Answer(strUrl + strName);
+        ASSERT_EQ(Start(vecDownloads[i], strUrl + strName, strName), 1);
+        i == 0 || i == 10 ? void() : vecExpected.push_back(strUrl + strName);
+    }
+    EXPECT_TRUE(m_ptEngine->CancelDownload(vecDownloads[10].nId, true));
+    EXPECT_TRUE(vecDownloads[10].tEnded.Wait());
+    EXPECT_TRUE(m_tWeb.WaitUntilHeld(strUrl + "0"));
+    EXPECT_TRUE(Get(strUrl + "request")) << "requests do not wait behind downloads";
+    m_tWeb.Release(strUrl + "0");
+    for (OUTCOME_t& tDownload : vecDownloads)
+    {
+        EXPECT_TRUE(tDownload.tEnded.Wait());
+        EXPECT_EQ(tDownload.eType, &tDownload == &vecDownloads[10] ? DOWNLOAD_TYPE_CANCEL : DOWNLOAD_TYPE_SUCCESS);
+    }
+    std::vector<std::string> vecRequested;
+    for (const SCRIPTED_REQUEST_t& tRequest : m_tWeb.Requests())
+    {
+        vecRequested.push_back(tRequest.strUrl);
+    }
+    EXPECT_EQ(vecRequested, vecExpected);
+
+    m_tWeb.Hold(strUrl + "0");
+    OUTCOME_t arrEnded[5];
+    for (OUTCOME_t& tDownload : arrEnded)
+    {
+        ASSERT_EQ(Start(tDownload, strUrl + "0", "ended" + std::to_string(&tDownload - arrEnded)), 1);
+    }
+    EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 25);
+    for (const OUTCOME_t& tDownload : arrEnded)
+    {
+        EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
+    }
 }
