@@ -66,17 +66,14 @@ CScriptedTransfer::STATE_e CScriptedTransfer::Proceed()
     {
         return Request();
     }
-    const size_t nReceived = m_tRun.nReceived;
-    size_t nMost = LARGEST_PIECE;
+    std::optional<size_t> optUntilHold;
     if (m_tRun.ptScripts != nullptr)
     {
-        const std::optional<size_t> optHold = m_tRun.ptScripts->HoldsAfter(m_tRun.tUrl.strKey);
-        if (optHold.has_value() && nReceived >= *optHold)
-        {
-            m_tRun.ptScripts->NoteHeld(m_tRun.tUrl.strKey);
-            return STATE_HELD;
-        }
-        nMost = optHold.has_value() ? std::min(nMost, *optHold - nReceived) : nMost;
+        optUntilHold = m_tRun.ptScripts->UntilHold(m_tRun.tUrl.strKey, m_tRun.nReceived);
+    }
+    if (optUntilHold == size_t{0})
+    {
+        return STATE_HELD;
     }
     if (m_tRun.ptScript == nullptr)
     {
@@ -86,7 +83,8 @@ CScriptedTransfer::STATE_e CScriptedTransfer::Proceed()
     {
         return EndAsScripted();
     }
-    return m_tRun.nFirstByte == 0 ? SendHeader() : SendBody(nMost);
+    return m_tRun.nFirstByte == 0 ? SendHeader()
+                                  : SendBody(std::min(LARGEST_PIECE, optUntilHold.value_or(LARGEST_PIECE)));
 }
 
 CScriptedTransfer::STATE_e CScriptedTransfer::Request()

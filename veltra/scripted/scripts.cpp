@@ -98,29 +98,25 @@ std::shared_ptr<const SCRIPT_t> CScripts::Take(const SCRIPTED_REQUEST_t& tReques
     return tSite.bFirstUsed ? tSite.queScripts.front() : nullptr;
 }
 
-std::optional<size_t> CScripts::HoldsAfter(const std::string& strUrl) const
+std::optional<size_t> CScripts::UntilHold(const std::string& strUrl, size_t nReceived)
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
-    const SITE_t* ptSite = Find(strUrl);
-    return ptSite != nullptr ? ptSite->optHoldAfter : std::nullopt;
-}
-
-void CScripts::NoteHeld(const std::string& strUrl)
-{
-    const std::lock_guard<std::mutex> tGuard(m_tLock);
-    m_mapSites[strUrl].bHeld = true;
+    SITE_t& tSite = m_mapSites[strUrl];
+    if (!tSite.optHoldAfter.has_value())
+    {
+        return std::nullopt;
+    }
+    if (nReceived < *tSite.optHoldAfter)
+    {
+        return *tSite.optHoldAfter - nReceived;
+    }
+    tSite.bHeld = true;
     m_tHeld.notify_all();
+    return 0;
 }
 
-bool CScripts::RefusesWrites(const std::string& strUrl) const
+bool CScripts::RefusesWrites(const std::string& strUrl)
 {
     const std::lock_guard<std::mutex> tGuard(m_tLock);
-    const SITE_t* ptSite = Find(strUrl);
-    return ptSite != nullptr && ptSite->bRefusesWrites;
-}
-
-const CScripts::SITE_t* CScripts::Find(const std::string& strUrl) const
-{
-    const auto it = m_mapSites.find(strUrl);
-    return it != m_mapSites.end() ? &it->second : nullptr;
+    return m_mapSites[strUrl].bRefusesWrites;
 }

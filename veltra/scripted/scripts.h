@@ -47,13 +47,13 @@ public:
     /** Keeps a request. @return the script that serves it; null if there is none */
     std::shared_ptr<const SCRIPT_t> Take(const SCRIPTED_REQUEST_t& tRequest);
 
-    /** Returns after how many bytes transfers of the URL are held; none if they are not. */
-    std::optional<size_t> HoldsAfter(const std::string& strUrl) const;
+    /**
+     * Returns how many bytes a transfer of the URL that has received so many may still receive before it is held; none
+     * if it is not to be held. 0, which holds it, ends the waits for it.
+     */
+    std::optional<size_t> UntilHold(const std::string& strUrl, size_t nReceived);
 
-    /** Ends the waits for a transfer of the URL that is held. */
-    void NoteHeld(const std::string& strUrl);
-
-    bool RefusesWrites(const std::string& strUrl) const;
+    bool RefusesWrites(const std::string& strUrl);
 
 private:
     struct SITE_t
@@ -64,8 +64,6 @@ private:
         bool bHeld = false; /**< a transfer has been held since Hold() */
         bool bRefusesWrites = false;
     };
-
-    const SITE_t* Find(const std::string& strUrl) const;
 
     mutable std::mutex m_tLock;
     std::condition_variable m_tHeld;
