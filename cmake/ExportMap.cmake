@@ -1,9 +1,9 @@
-# Makes the linker's export map of the lists in veltra/symbols/: what they name is exported and nothing else, not the
-# engine's private operations, not what the standard library's templates leave behind. tests/symbols.sh compares the
-# outcome with the same lists, parameters included. In a device build the platform's part matches nothing.
-function(add_export_map target)
+# Makes the linker's export map of a library from lists in veltra/symbols/: it exports the listed symbols and nothing
+# else, not the engine's private operations, not what the standard library's templates leave behind. tests/symbols.sh
+# compares the library with the same lists, parameters included. In a device build the platform's part matches nothing.
+function(add_export_map target binary_version) # LISTS...
     set(patterns "")
-    foreach(list library platform desktop)
+    foreach(list IN LISTS ARGN)
         set(file ${PROJECT_SOURCE_DIR}/veltra/symbols/${list})
         set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
         file(STRINGS ${file} symbols REGEX "::| for ")
@@ -17,8 +17,7 @@ function(add_export_map target)
             endif()
         endforeach()
     endforeach()
-    set(map ${CMAKE_CURRENT_BINARY_DIR}/exports.map)
-    get_target_property(binary_version ${target} SOVERSION)
+    set(map ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
     set(text "VELTRA_${binary_version} {\n  global:\n    extern \"C++\" {\n${patterns}    };\n  local:\n    *;\n};\n")
     file(CONFIGURE OUTPUT ${map} CONTENT "${text}" @ONLY) # touches it only when it changes
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})

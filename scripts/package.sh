@@ -51,14 +51,14 @@ check_packages() {
         dpkg-deb --extract "$package" "$work/extracted"
     done
     echo "== Hardening"
-    scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra.so.*.*.* "$work/extracted/usr/bin/veltra"
+    scripts/hardened.sh "$work"/extracted/usr/lib/*/libveltra{.so.*.*.*,-scripted.so} "$work/extracted/usr/bin/veltra"
     for package in "$packages"/libveltra+([0-9.])_*.deb "$packages"/veltra-tools_*.deb; do
         dpkg-deb --field "$package" Depends | grep -E 'libcurl4(t64)? \(>= 7\.87\)' >/dev/null ||
             fail "$(basename "$package") does not depend on the libcurl that the wrapper needs"
     done
     echo "== lintian"
     lintian --version
-    lintian --allow-root --fail-on error,warning --show-overrides --tag-display-limit 0 "$packages"/*.deb
+    lintian --allow-root --fail-on error,warning --tag-display-limit 0 "$packages"/*.deb
 }
 
 # Writes the hook that mmdebstrap runs with the path of the new root.

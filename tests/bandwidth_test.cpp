@@ -1,4 +1,4 @@
-/* The bandwidth that all downloads share, and the downloads that wait for others. */
+/* The bandwidth that all downloads share, and their turn beside requests. */
 
 #include "engine_fixture.h"
 
@@ -97,63 +97,4 @@ TEST_F(CBandwidthTest, DownloadStartsAlthoughRequestsNeverCease)
     EXPECT_TRUE(WaitUntil([&] { return tDownload.tEnded.Count() > 0; }));
     bGoOn = false;
     m_ptEngine->Destroy();
-}
-
-TEST_F(CBandwidthTest, DownloadsAboveTheMostWaitInOrder)
-{
-    constexpr int DOWNLOADS = 40;
-    g_tCalls.bHurry = true;
-    m_tSettings.nMostDownloads = 1;
-    std::mutex tLock;
-    std::vector<std::string> vecServed;
-    CLoopbackServer tServer(
-        [&](CConnection& tConnection, const REQUEST_t& tRequest)
-        {
-            if (tRequest.strPath != "/request")
-            {
-                const std::lock_guard<std::mutex> tGuard(tLock);
-                vecServed.push_back(tRequest.strPath);
-                m_tArrived.Open();
-            }
-            EXPECT_TRUE(tRequest.strPath == "/request" || m_tGoOn.Wait());
-            tConnection.Answer("x");
-        });
-    std::vector<OUTCOME_t> vecDownloads(DOWNLOADS);
-    for (int i = 0; i < DOWNLOADS; ++i)
-    {
-        ASSERT_EQ(Start(vecDownloads[static_cast<size_t>(i)], tServer.Url("/" + std::to_string(i)), std::to_string(i)),
-                  1);
-    }
-    OUTCOME_t& tCancelled = vecDownloads[10];
-    EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
-    EXPECT_TRUE(tCancelled.tEnded.Wait());
-    EXPECT_TRUE(m_tArrived.Wait());
-    EXPECT_TRUE(Get(tServer.Url("/request"))) << "requests do not wait behind downloads";
-    EXPECT_EQ(SocketsTo(tServer).size(), 2U) << "waiting downloads have no connection";
-    m_tGoOn.Open();
-    for (OUTCOME_t& tDownload : vecDownloads)
-    {
-        EXPECT_TRUE(tDownload.tEnded.Wait());
-        EXPECT_EQ(tDownload.eType, &tDownload == &tCancelled ? DOWNLOAD_TYPE_CANCEL : DOWNLOAD_TYPE_SUCCESS);
-    }
-    std::vector<std::string> vecExpected;
-    for (int i = 0; i < DOWNLOADS; ++i)
-    {
-        vecExpected.push_back("/" + std::to_string(i));
-    }
-    vecExpected.erase(vecExpected.begin() + 10); // the cancelled one
-    EXPECT_EQ(vecServed, vecExpected);
-
-    m_tGoOn.Open(-1);
-    std::vector<OUTCOME_t> vecEnded(5);
-    for (OUTCOME_t& tDownload : vecEnded)
-    {
-        ASSERT_EQ(Start(tDownload, tServer.Url("/0"), "ended" + std::to_string(&tDownload - vecEnded.data())), 1);
-    }
-    EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 25);
-    for (const OUTCOME_t& tDownload : vecEnded)
-    {
-        EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
-    }
-    m_tGoOn.Open();
 }
