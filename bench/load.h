@@ -8,8 +8,8 @@
 #include <sys/resource.h>
 
 /**
- * The work of one client, from its command line: URL REQUESTS IN_FLIGHT CA_FILE [STALLED STALL_URL]. If transfers are to
- * stall, the time counts only when as many others have ended, so that all stalled ones have been started before.
+ * The work of one client, from its command line: URL REQUESTS IN_FLIGHT CA_FILE [STALLED STALL_URL]. If transfers are
+ * to stall, the time counts only when as many others have ended, so that all stalled ones have been started before.
  */
 struct LOAD_t
 {
