@@ -1,10 +1,11 @@
 #include "held_file.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
+#include <filesystem>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace
@@ -84,23 +85,16 @@ bool CHeldFile::IsHeld(const std::string& strPath)
 /** @return whether the engine has the same file open; true if /proc cannot be read */
 bool CHeldFile::m_IsWrittenHere() const
 {
-    const std::unique_ptr<DIR, int (*)(DIR*)> ptFolder(opendir("/proc/self/fd"), &closedir);
     struct stat tHeld = {};
-    if (ptFolder == nullptr || fstat(m_nFile, &tHeld) != 0)
-    {
-        return ptFolder == nullptr;
-    }
-    const std::string strOwn = std::to_string(m_nFile);
-    while (const dirent* const ptEntry = readdir(ptFolder.get()))
+    std::error_code tFault;
+    const std::filesystem::path tOwn = "/proc/self/fd/" + std::to_string(m_nFile);
+    const std::filesystem::directory_iterator itFirst(tOwn.parent_path(), tFault);
+    const auto fnIsOther = [&](const std::filesystem::path& tPath)
     {
         struct stat tOther = {};
-        if (ptEntry->d_name != strOwn && fstatat(dirfd(ptFolder.get()), ptEntry->d_name, &tOther, 0) == 0 &&
-            IsSameFile(tHeld, tOther))
-        {
-            return true;
-        }
-    }
-    return false;
+        return tPath != tOwn && stat(tPath.c_str(), &tOther) == 0 && IsSameFile(tHeld, tOther);
+    };
+    return tFault || (fstat(m_nFile, &tHeld) == 0 && std::any_of(begin(itFirst), end(itFirst), fnIsOther));
 }
 
 /** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <glob.h>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "text.h"
 #include "veltra/log.h"
@@ -32,12 +33,16 @@ void PrintRecord(unsigned int level, const char* record, void* pVerbose)
 /** Returns the folder of authorities: the system's if "openssl rehash" has named its files and none is set. */
 std::string CaFolder(const WQCurl::TRANSFER_SETTINGS_t& tSettings)
 {
-    constexpr char HASHED[] = "/etc/ssl/certs/[0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f][0-9a-f].0";
-    glob_t tFound{};
-    const bool bHashed = glob(HASHED, GLOB_NOSORT, nullptr, &tFound) == 0;
-    globfree(&tFound);
-    return bHashed && tSettings.strCaFile.empty() && tSettings.strCaFolder.empty() ? "/etc/ssl/certs"
-                                                                                   : tSettings.strCaFolder;
+    const std::string strSystem = "/etc/ssl/certs";
+    const auto fnIsHash = [](const std::filesystem::path& tPath)
+    {
+        return tPath.extension() == ".0" &&
+               tPath.stem().string().find_first_not_of("0123456789abcdef") == std::string::npos;
+    };
+    std::error_code tFault;
+    const std::filesystem::directory_iterator itFirst(strSystem, tFault);
+    const bool bHashed = !tFault && std::any_of(begin(itFirst), end(itFirst), fnIsHash);
+    return bHashed && tSettings.strCaFile.empty() && tSettings.strCaFolder.empty() ? strSystem : tSettings.strCaFolder;
 }
 
 } // namespace
