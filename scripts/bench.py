@@ -9,6 +9,7 @@ import subprocess
 import sys
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "lib"))
+from links import OverLinks  # pylint: disable=wrong-import-position
 from measure import add, alternate, quick, row, save  # pylint: disable=wrong-import-position
 
 build, http_port, https_port, silent_port, memory_folder, results_file = sys.argv[1:7]
@@ -155,9 +156,13 @@ def instructions():
         add(work, peer_name, ours, theirs, theirs / ours, "thousands")
 
 
+def links():
+    OverLinks(build, memory_folder).write(os.path.dirname(results_file) + "/links.md")
+
+
 def main():
     wanted = sys.argv[sys.argv.index("--works") + 1].split(",") if "--works" in sys.argv else None
-    for work in (requests, synchronous, stalled, memory, downloads, files, first_answer, instructions):
+    for work in (requests, synchronous, stalled, memory, downloads, files, first_answer, instructions, links):
         if wanted is None or work.__name__ in wanted:
             work()
     save(results_file)

@@ -2,7 +2,8 @@
 # Measures the library against its peers, and writes the tables and the chart of docs/performance.md:
 # scripts/bench.sh [--quick] [--works NAME,...] [--debian RELEASE]. The page shows the last three whole runs of each Debian
 # release. --debian measures in a fresh root of another release. --quick measures less, and --works only the named
-# functions of bench.py; their results are only printed.
+# functions of bench.py; their results are only printed. "--works links" measures over slow links, in about 11 minutes,
+# and writes the table of links, unless --quick or --debian is given.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source scripts/lib/arguments.sh
@@ -11,7 +12,7 @@ source scripts/lib/nginx.sh
 source scripts/lib/fresh_debian.sh
 packages=("${build_packages[@]}" "${library_packages[@]}" "${tool_packages[@]}" "${test_packages[@]}"
     libsoup-3.0-dev glib-networking curl aria2 valgrind python3-minimal)
-large=1G release="" part="" results=build/bench/results.csv arguments=()
+large=1G release="" part="" results=build/bench/results.csv links=build/bench/links.md arguments=()
 while [ $# -gt 0 ]; do
     case $1 in
     --debian) release=$2 && shift ;;
@@ -24,10 +25,11 @@ done
 
 write_page() {
     [ -n "$part" ] || { cat "$results" >>docs/performance.csv && python3 scripts/bench_page.py docs; }
+    [ ! -e "$links" ] || python3 scripts/lib/links.py docs/performance.md "$links"
 }
 
 mkdir -p build/bench
-rm -f "$results"
+rm -f "$results" "$links"
 if [ -n "$release" ]; then
     trap leave_fresh_debian EXIT
     in_fresh_copy "$release" "$(IFS=,; echo "${packages[*]},perl,procps,ca-certificates")" "
@@ -41,8 +43,8 @@ cp \"\$1/veltra/$results\" \"$PWD/$results\""
 fi
 install_packages "${packages[@]}"
 echo "== Building"
-cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOOL=OFF >/dev/null
-cmake --build build/bench --target bench soak >/dev/null
+cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DVELTRA_BUILD_TOOL=ON >/dev/null
+cmake --build build/bench --target bench soak veltra_tool >/dev/null
 
 dir=$(mktemp -d) memory=$(mktemp -d -p /dev/shm)
 background=()
@@ -66,6 +68,16 @@ servers() {
         root "$dir/www";
         location = /large { root "$memory"; }
         location = /medium { root "$memory"; }
+    }
+    server { # see lib/links.py
+        listen unix:$memory/link.sock;
+        listen unix:$memory/link-tls.sock ssl http2;
+        ssl_protocols TLSv1.2 TLSv1.3; # nginx before 1.23 leaves TLS 1.3 out
+        ssl_session_cache shared:link:1m;
+        ssl_certificate "$certificates/server.pem";
+        ssl_certificate_key "$certificates/server.key";
+        root "$memory/link";
+        location = /openapi/device/auth/query { alias "$memory/link/servers.xml"; }
     }
 END
 }
