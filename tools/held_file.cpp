@@ -1,11 +1,8 @@
 #include "held_file.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <filesystem>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace
@@ -82,19 +79,20 @@ bool CHeldFile::IsHeld(const std::string& strPath)
     return bHeld;
 }
 
-/** @return whether the engine has the same file open; true if /proc cannot be read */
+/** @return whether the engine has the same file open */
 bool CHeldFile::m_IsWrittenHere() const
 {
     struct stat tHeld = {};
-    std::error_code tFault;
-    const std::filesystem::path tOwn = "/proc/self/fd/" + std::to_string(m_nFile);
-    const std::filesystem::directory_iterator itFirst(tOwn.parent_path(), tFault);
-    const auto fnIsOther = [&](const std::filesystem::path& tPath)
+    const long nMost = fstat(m_nFile, &tHeld) == 0 ? sysconf(_SC_OPEN_MAX) : 0;
+    for (int nOther = 0; nOther < nMost; ++nOther)
     {
         struct stat tOther = {};
-        return tPath != tOwn && stat(tPath.c_str(), &tOther) == 0 && IsSameFile(tHeld, tOther);
-    };
-    return tFault || (fstat(m_nFile, &tHeld) == 0 && std::any_of(begin(itFirst), end(itFirst), fnIsOther));
+        if (nOther != m_nFile && fstat(nOther, &tOther) == 0 && IsSameFile(tHeld, tOther))
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 /** @return EBUSY if another download holds the file; otherwise 0, also on a file system without locks */
