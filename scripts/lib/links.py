@@ -49,6 +49,8 @@ class Link:
 
 
 class OverLinks:
+    """The jobs, their peers and their limits."""
+
     def __init__(self, build, memory):
         self.build, self.memory = os.path.abspath(build), memory
         self.ca = self.build + "/tests/loopback/certificates/ca.pem"
@@ -72,7 +74,8 @@ class OverLinks:
         with open(root + "/info.xml", "w", encoding="ascii") as file:
             file.write("<emplist>\n" + "".join(
                 f'<file id="app{i}" name="app{i}" version="1" url="https://{FILES_HOST}/app{i}" size="{size}" '
-                'type="app" boot="yes"><signature>0</signature></file>\n' for i, size in enumerate(self.sizes)) + "</emplist>\n")
+                'type="app" boot="yes"><signature>0</signature></file>\n'
+                for i, size in enumerate(self.sizes)) + "</emplist>\n")
 
     @contextlib.contextmanager
     def link(self, link, hold=(), tls=True):
@@ -142,8 +145,8 @@ class OverLinks:
         limit = 7 * link.rtt + sum(self.sizes) * 8 / link.mbit / 1e6
 
         def ours(*options):
-            return lambda port: ([self.build + "/tools/veltra", "--cacert", self.ca, "--chipset", "BENCH", "--query-host",
-                                  f"127.0.0.1:{port}", *options, "fetch", "-q", self.got, "--default"], {})
+            return lambda port: ([self.build + "/tools/veltra", "--cacert", self.ca, "--chipset", "BENCH",
+                                  "--query-host", f"127.0.0.1:{port}", *options, "fetch", "-q", self.got, "--default"], {})
 
         def script(protocol):
             return lambda port: (["sh", "-c", f'cd "{self.got}"\n' + SCRIPT],
@@ -167,12 +170,12 @@ class OverLinks:
             return path
 
         def ours(jobs, *options):
-            return lambda port: ([self.build + "/tools/veltra", "--cacert", self.ca, *options, "download", "-q", "--jobs",
-                                  str(jobs), "-i", listed(port, "{url} {folder}/{i}\n")], {})
+            return lambda port: ([self.build + "/tools/veltra", "--cacert", self.ca, *options, "download", "-q",
+                                  "--jobs", str(jobs), "-i", listed(port, "{url} {folder}/{i}\n")], {})
 
         def curl(jobs, protocol):
-            return lambda port: (["curl", "-sS", "--cacert", self.ca, protocol, "--parallel", "--parallel-max", str(jobs),
-                                  "-K", listed(port, 'url = "{url}"\noutput = "{folder}/{i}"\n')], {})
+            return lambda port: (["curl", "-sS", "--cacert", self.ca, protocol, "--parallel", "--parallel-max",
+                                  str(jobs), "-K", listed(port, 'url = "{url}"\noutput = "{folder}/{i}"\n')], {})
 
         def aria2(jobs):
             return lambda port: (["aria2c", "-q", "--ca-certificate", self.ca, "-d", self.got, "-j", str(jobs),
@@ -199,8 +202,8 @@ class OverLinks:
             "aria2c": lambda port: (["aria2c", "-q", "--ca-certificate", self.ca, "-d", self.got, "-o", "large",
                                      "--file-allocation=none", f"https://127.0.0.1:{port}/large"], {})}
         seconds = self.alternate(link, commands, 3, expected=[self.large], hold=(hold, hold_after))
-        self.row(f"one file of {self.large // MIB} MiB, {hold} ms of nothing after each {hold_after} MiB", link, seconds,
-                 limit, 1.00)
+        job = f"one file of {self.large // MIB} MiB, {hold} ms of nothing after each {hold_after} MiB"
+        self.row(job, link, seconds, limit, 1.00)
 
     def first_answer(self, link):
         """Limit: TCP, TLS 1.3 and the request take a round trip each; a warm connection takes that of the request."""
@@ -231,8 +234,8 @@ class OverLinks:
                                  {"BENCH_FOLDER": self.got})
         seconds = self.alternate(link, {"ours": command("veltra_beside"), "libcurl": command("curl_poll")},
                                  3 if quick else 5, key="seconds", tls=False)
-        self.row(f"{count} GETs, one after the other, beside {downloads} downloads, http", link, seconds, count * link.rtt,
-                 1.10)
+        job = f"{count} GETs, one after the other, beside {downloads} downloads, http"
+        self.row(job, link, seconds, count * link.rtt, 1.10)
 
     def relay_itself(self):
         """Returns sentences that tell how exactly the relay keeps to its figures, by curl without TLS."""
@@ -247,7 +250,7 @@ class OverLinks:
         sentences = [f"Without delay and limit the relay copied {size * 8 / seconds / 1e6:,.0f} Mbit/s."]
         for link in LINKS:
             trips = [one[0] for one in get(link, *["1k"] * 11)]
-            (seconds, size), = get(link, "app4", )
+            [(seconds, size)] = get(link, "app4")
             share = size * 8 / link.mbit / 1e6 / (seconds - 2 * link.rtt)
             sentences.append(f"With {link.name} a round trip took {statistics.median(trips[1:]) * 1e3:.1f} ms, the first "
                              f"answer {trips[0] * 1e3:.1f} ms, and a file, after its two round trips, came with "
@@ -256,6 +259,7 @@ class OverLinks:
 
     def write(self, path):
         """Prints the table, and writes it in Markdown if all is measured in full."""
+        signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # which ends the relay, too
         self.make_files()
         sentences = self.relay_itself()
         print("\n".join(sentences))
@@ -264,7 +268,8 @@ class OverLinks:
             for link in LINKS[:1] if work == self.held else LINKS:  # 100 MiB take 40 s over the other one
                 work(link)
         print(f"links: {time.monotonic() - start:.0f} s, goals missed: {'; '.join(self.missed) or 'none'}")
-        head = ["| job | link | ours, s | best peer | its, s | ours / peer (rounds) | goal | limit, s | ours / limit | goal |",
+        head = ["| job | link | ours, s | best peer | its, s | ours / peer (rounds) | goal | limit, s | ours / limit "
+                "| goal |",
                 "|---|---|---:|---|---:|---:|---:|---:|---:|---:|"]
         if not quick:
             with open(path, "w", encoding="utf-8") as file:
