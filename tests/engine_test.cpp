@@ -194,13 +194,3 @@ TEST_F(CEngineTest, DestroyEndsEverythingInFlightOnce)
     }
     EXPECT_TRUE(std::filesystem::is_empty(Path("")));
 }
-
-TEST_F(CEngineTest, BrokenConnectionRaisesNoSignal)
-{
-    CLoopbackServer tClosing([](CConnection& tConnection, const REQUEST_t&) { tConnection.Reset(); }, true);
-    _HTTP_REQ_INFO_t tRequest = GetRequest(tClosing.Url());
-    tRequest.eMethod = HTTP_METHOD_POST;
-    tRequest.strPostData.assign(20000000, 'x');
-    tRequest.lstHeader = {"Expect:", "Content-Length: 0"}; // the server answers before it receives the body
-    EXPECT_FALSE(m_ptEngine->Post(&tRequest, true));
-}

@@ -115,16 +115,4 @@ TEST_F(CScriptedTest, DownloadsAboveTheMostWaitInOrder)
         vecRequested.push_back(tRequest.strUrl);
     }
     EXPECT_EQ(vecRequested, vecExpected);
-
-    m_tWeb.Hold(strUrl + "0");
-    OUTCOME_t arrEnded[5];
-    for (OUTCOME_t& tDownload : arrEnded)
-    {
-        ASSERT_EQ(Start(tDownload, strUrl + "0", "ended" + std::to_string(&tDownload - arrEnded)), 1);
-    }
-    EXPECT_LT(SecondsOf([&] { m_ptEngine->Destroy(); }), 25);
-    for (const OUTCOME_t& tDownload : arrEnded)
-    {
-        EXPECT_EQ(tDownload.eType, DOWNLOAD_TYPE_FAIL);
-    }
 }

@@ -69,25 +69,7 @@ TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings
 
     m_tSettings.bHttp2 = true;
     WQCurl::NetworkChanged(); // connects again
-    EXPECT_FALSE(Get(tStrict.Url())) << "the server chooses HTTP/2 where that is offered, and does not speak it";
-}
-
-TEST_F(CSettingsTest, ErrorStatusesAndRedirectsFailTransfersIfTheSettingsSaySo)
-{
-    std::ofstream(Path("file")) << "old";
-    m_tSettings.bFailOnHttpError = true;
-    EXPECT_NE(Answer(Url("/404")).find("error: 404"), std::string::npos);
-    EXPECT_EQ(Download(Url("/404")), DOWNLOAD_TYPE_FAIL);
-    for (const char* pszStatus : {"300", "301", "302", "303", "304", "307", "308"})
-    {
-        m_strRaw = "HTTP/1.0 " + std::string(pszStatus) + " Elsewhere\r\nLocation: /x\r\n\r\n";
-        m_tSettings.bFailOnRedirect = false;
-        EXPECT_EQ(Answer(Url(RAW)), "") << pszStatus;
-        m_tSettings.bFailOnRedirect = true;
-        EXPECT_NE(Answer(Url(RAW)).find("redirects"), std::string::npos) << pszStatus;
-        EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL) << pszStatus;
-    }
-    EXPECT_EQ(ReadFile(Path("file")), "old");
+    EXPECT_FALSE(Get(tStrict.Url())) << "the server refuses a client that offers HTTP/2";
 }
 
 TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
@@ -104,6 +86,8 @@ TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
     EXPECT_NE(Answer(Url(RAW)).find("larger"), std::string::npos) << "decoded bytes count";
     EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_SUCCESS);
     EXPECT_EQ(ReadFile(Path("file")), strBytes);
+    m_tSettings.nLargestFile = 1;
+    EXPECT_EQ(Download(Url(ENDLESS)), DOWNLOAD_TYPE_FAIL) << "it ends as soon as it is too large";
 }
 
 TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
@@ -143,7 +127,7 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
         EXPECT_EQ(Get(Url(RAW)), bExpected);
         std::filesystem::remove(Path("sync"));
     }
-    for (const char* pszStatus : {"404 Not Found", "302 Found"})
+    for (const char* pszStatus : {"404 Not Found", "300 Choices", "304 Not Modified", "308 Elsewhere"})
     {
         m_strRaw = "HTTP/1.1 " + std::string(pszStatus) + "\r\nContent-Length: 4\r\n\r\npage";
         m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = true;
@@ -155,21 +139,6 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
     m_tSettings.strExpectedSha256 = "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855"; // of nothing
     m_strRaw = fnAnswer("");
     EXPECT_TRUE(Get(Url(RAW)));
-}
-
-TEST_F(CSettingsTest, SizesAreLimited)
-{
-    g_tCalls.bHurry = true;
-    m_tSettings.nLargestAnswer = 100;
-    m_tSettings.nLargestFile = 200000;
-    EXPECT_EQ(Answer(Url("/100")), BODY.substr(0, 100));
-    EXPECT_NE(Answer(Url("/101")).find("larger"), std::string::npos);
-    std::ofstream(Path("file")) << "old";
-    EXPECT_EQ(Download(Url("/2000000")), DOWNLOAD_TYPE_FAIL);
-    EXPECT_LT(m_tReport.nBytes, 2000000) << "it ends as soon as it is too large";
-    EXPECT_EQ(ReadFile(Path("file")), "old");
-    EXPECT_EQ(Download(Url("/200000")), DOWNLOAD_TYPE_SUCCESS);
-    EXPECT_EQ(ReadFile(Path("file")).size(), 200000U);
 }
 
 TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
@@ -252,18 +221,11 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
 TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
 {
     std::atomic<int> nConnections{0};
-    std::atomic<int> nNetwork{1};
     CLoopbackServer tServer(
         [&](CConnection& tConnection, const REQUEST_t& tRequest)
         {
-            /* A connection is silent in every network but its own. */
-            thread_local int t_nNetwork = 0;
-            nConnections += t_nNetwork == 0 ? 1 : 0;
-            t_nNetwork = t_nNetwork == 0 ? nNetwork.load() : t_nNetwork;
-            if (t_nNetwork != nNetwork)
-            {
-                tConnection.Stall();
-            }
+            thread_local bool t_bUsed = false;
+            nConnections += std::exchange(t_bUsed, true) ? 0 : 1;
             m_fnServe(tConnection, tRequest);
         });
     const std::string strUrl = "http://counted.invalid:" + std::to_string(tServer.Port());
@@ -273,10 +235,9 @@ TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
         {
             const int nBefore = nConnections;
             const int nLookUps = g_tCalls.nLookUps;
-            ++nNetwork;
             bAsleep ? void(g_tCalls.nSecondsAsleep += 3600) : WQCurl::NetworkChanged();
-            EXPECT_TRUE(Get(strUrl)) << "the old connection would keep silent";
-            EXPECT_EQ(nConnections, nBefore + 1);
+            EXPECT_TRUE(Get(strUrl));
+            EXPECT_EQ(nConnections, nBefore + 1) << "the old connection may be silent for ever";
             EXPECT_EQ(g_tCalls.nLookUps, nLookUps + 1);
         }
     };

@@ -44,16 +44,12 @@ struct HOSTILE_t
 {
     std::string strAnswer;
     void (CConnection::*pfnEnd)() = &CConnection::Shutdown;
-    size_t nPiece = std::string::npos; /**< the bytes that are sent at once */
 };
 const std::map<std::string, HOSTILE_t> HOSTILE = {
     {"/cut", {HALF}},
     {"/reset", {HALF, &CConnection::Reset}},
-    {"/long", {HALF + std::string(50010, 'x')}},
-    {"/drip", {OK + "Content-Length: 100\r\n\r\n" + std::string(100, 'x'), &CConnection::Shutdown, 8}},
     {"/chunks", {CHUNK + "zz\r\nbad\r\n"}},
     {"/chunked", {CHUNK + "0\r\n\r\n"}},
-    {"/headers", {OK + "X-Long: " + std::string(200000, 'h') + "\r\n\r\n"}},
     {"/redirect", {"HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\n\r\n"}},
     {"/loop", {"HTTP/1.1 302 Found\r\nLocation: /loop\r\n\r\n" + std::string(20000, 'x')}},
     {"/busy", {"HTTP/1.1 503 Busy\r\nRetry-After: 0\r\nContent-Length: 4\r\n\r\nbusy"}},
@@ -70,12 +66,8 @@ void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
 {
     if (const auto it = HOSTILE.find(tRequest.strPath); it != HOSTILE.end())
     {
-        const auto& [strAnswer, pfnEnd, nPiece] = it->second;
-        for (size_t i = 0; i < strAnswer.size() && tConnection.Send(strAnswer.substr(i, nPiece)); i += nPiece)
-        {
-            std::this_thread::sleep_for(5ms);
-        }
-        return (tConnection.*pfnEnd)();
+        tConnection.Send(it->second.strAnswer);
+        return (tConnection.*it->second.pfnEnd)();
     }
     const std::string strToken = "\r\nX-Name: " + tRequest.strPath.substr(tRequest.strPath.rfind('/') + 1) + "\r\n";
     Count("FAULT: foreign settings", tRequest.strHead.find(strToken) == std::string::npos);

@@ -21,6 +21,8 @@ protected:
     }
 };
 
+using CSlowWrapperTest = CWrapperTest;
+
 TEST_F(CWrapperTest, AnswerThatBreaksOffInItsHeaderLinesFails)
 {
     for (const std::string& strCut : {OK.substr(0, 12), OK, OK + "X-H", OK + "X-H: y\r\n", OK + "Content-Length: 5000",
@@ -151,7 +153,7 @@ TEST_F(CWrapperTest, CancelsInEveryState)
     WaitUntil([&] { return CountDescriptors() != nDescriptors; }); // the look-up's thread closes its sockets at its end
 }
 
-TEST_F(CWrapperTest, SilentPeersAreGivenUp)
+TEST_F(CSlowWrapperTest, SilentPeersAreGivenUp)
 {
     m_tSettings.nConnectTimeout = 2;
     OUTCOME_t tStalled, tConnecting;
