@@ -169,6 +169,7 @@ REPLACE(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTim
             : Hurry(nTime, [&](long nReal) { return s_pfnNext(nEpoll, ptEvents, nMost, static_cast<int>(nReal)); }))
 CALL(int, eventfd, (unsigned nValue, int nFlags), (nValue, nFlags), Failed(-1), "")
 CALL(int, sem_init, (void* pSemaphore, int nShared, unsigned nValue), (pSemaphore, nShared, nValue), Failed(-1), "")
+CALL(int, sem_wait, (void* pSemaphore), (pSemaphore), Failed(-1), "")
 CALL(int, pthread_create, (void* pThread, const void* pAttributes, void* (*pfnRun)(void*), void* pArgument),
      (pThread, pAttributes, pfnRun, pArgument), EAGAIN, "")
 REPLACE(void*, curl_easy_init, (), WithAuthorities(s_pfnNext()))

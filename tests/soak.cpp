@@ -90,9 +90,8 @@ struct SERVERS_t
     CLoopbackServer tTls{&Serve, true};
 };
 
-std::atomic<std::thread::id> g_tWorker; // the thread of the engine's first event
-std::atomic<long> g_nTransfers{0};      // gives each transfer a name
-std::atomic<long> g_nEvents{0};         // how many final events have begun
+std::atomic<long> g_nTransfers{0}; // gives each transfer a name
+std::atomic<long> g_nEvents{0};    // how many final events have begun
 
 /** A thread of the application, with one transfer at a time. A late second event falls on the next transfer. */
 class CTraffic
@@ -191,10 +190,7 @@ private:
 
     void End(const char* pszKind, bool bResult, const std::string& strAnswer)
     {
-        std::thread::id tWorker;
         ++g_nEvents;
-        const bool bFirst = g_tWorker.compare_exchange_strong(tWorker, std::this_thread::get_id());
-        Count("FAULT: wrong threads", !bFirst && tWorker != std::this_thread::get_id());
         Check(pszKind, bResult, strAnswer);
         Count("FAULT: extra events", m_nOwed-- < 1);
     }
@@ -247,7 +243,6 @@ void RunTraffic(const std::string& strFolder, std::vector<std::string> vecUrls, 
     {
         CWebConnector tEngine;
         CSingleton<CWebConnector>::m_pObj = &tEngine;
-        g_tWorker = std::thread::id();
         tEngine.Create();
         std::atomic<bool> bGoOn{true};
         std::list<std::future<void>> lstThreads; // joined by their destructors
