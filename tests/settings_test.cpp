@@ -68,8 +68,7 @@ TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings
     EXPECT_TRUE(Get(tStrict.Url()));
 
     m_tSettings.bHttp2 = true;
-    WQCurl::NetworkChanged(); // connects again
-    EXPECT_FALSE(Get(tStrict.Url())) << "the server refuses a client that offers HTTP/2";
+    EXPECT_FALSE(Get(CLoopbackServer(m_fnServe, true).Url())) << "the server refuses a client that offers HTTP/2";
 }
 
 TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
