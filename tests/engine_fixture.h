@@ -250,19 +250,19 @@ protected:
     }
 
     /** Makes GATED requests at the same time, each over a connection of its own, which stays open. */
-    void Burst(const CLoopbackServer& tServer, int nRequests)
+    void Burst(const std::string& strServerUrl, int nRequests)
     {
         std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
         const int nArrived = m_tArrived.Count();
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
-            ASSERT_TRUE(Start(tOutcome, tServer.Url(GATED)));
+            ASSERT_TRUE(Start(tOutcome, strServerUrl + GATED));
         }
         EXPECT_TRUE(m_tArrived.Wait(nArrived + nRequests));
         m_tGoOn.Open();
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
-            EXPECT_TRUE(tOutcome.tEnded.Wait());
+            EXPECT_TRUE(tOutcome.tEnded.Wait() && tOutcome.bResult);
         }
         m_tGoOn.Open(-1);
     }

@@ -172,7 +172,7 @@ TEST_F(CWrapperTest, DeadIdleConnectionsFailNoRequest)
     }
     EXPECT_EQ(nConnections, 41) << "the first connection is new, the others replace one that died";
     m_tSettings.nMostIdleConnections = 16;
-    Burst(tServer, 16);
+    Burst(tServer.Url(""), 16);
     EXPECT_TRUE(Get(tServer.Url())) << "libcurl alone gives up after five that died";
 }
 
@@ -193,7 +193,7 @@ TEST_F(CWrapperTest, IdleConnectionsOnWhichTheServerSendsAreNotReused)
             }
         };
         CLoopbackServer tServer(fnServe, bTls);
-        Burst(tServer, BURST);
+        Burst(tServer.Url(""), BURST);
         const std::vector<int> vecSockets = SocketsTo(tServer);
         EXPECT_EQ(vecSockets.size(), size_t{BURST});
         tFarewell.Open();
