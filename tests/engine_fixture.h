@@ -275,9 +275,10 @@ protected:
         return bResult;
     }
 
-    /* Paths of the server. It also answers "/4" with so many bytes, "/404" with that status, and echoes other paths. */
+    /* Paths of the server. It also answers "/4" with so many bytes, "/4/cut" and "/4/reset" with half of them and that
+     * end, "/404" with that status, and echoes other paths. */
     const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
-    const std::string STALL = "/stall";              /**< sends nothing; behind a length, half of that */
+    const std::string STALL = "/stall";              /**< sends nothing */
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
     const std::string HEAD = "/head";                /**< answers with the request's head */
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
@@ -300,9 +301,14 @@ private:
         const std::string strEnd = "/" + strPath.substr(strPath.rfind('/') + 1);
         const unsigned long long nLength = strtoull(&strPath[1], nullptr, 10);
         m_tArrived.Open();
-        if (strPath == RAW)
+        if (strPath == STALL)
+        {
+            tConnection.Stall();
+        }
+        else if (strPath == RAW)
         {
             tConnection.Send(m_strRaw);
+            tConnection.Shutdown();
         }
         else if (nLength > 0 && strPath != "/404")
         {
@@ -314,25 +320,14 @@ private:
                 bGoOn = tConnection.Send(BODY.substr(0, nNow));
                 nLeft -= nNow;
             }
+            strEnd == "/cut" ? tConnection.Shutdown() : strEnd == "/reset" ? tConnection.Reset() : void();
         }
-        else if (strPath != STALL)
+        else
         {
             EXPECT_TRUE(strPath != GATED || m_tGoOn.Wait());
             tConnection.Answer(strEnd == HEAD ? tRequest.strHead
                                               : tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
-        }
-        if (strEnd == STALL)
-        {
-            tConnection.Stall();
-        }
-        if (strEnd == "/reset")
-        {
-            tConnection.Reset();
-        }
-        if (strEnd == "/cut" || strEnd == RAW)
-        {
-            tConnection.Shutdown();
         }
     }
 
