@@ -118,5 +118,10 @@ TEST_F(CEngineTest, AnswerThatDoesNotFitIntoMemoryFailsAlone)
     EXPECT_TRUE(tLarge.tEnded.Wait());
     EXPECT_FALSE(tLarge.bResult);
     EXPECT_NE(tLarge.strError.find("writ"), std::string::npos) << tLarge.strError;
+
+    m_tSettings.nRetries = 1; // keeps the tag
+    m_strRaw = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nETag: \"" + std::string(60000, 't') + "\"\r\n\r\n";
+    g_nLargest = 50000;
+    EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL);
     g_nLargest = SIZE_MAX;
 }
