@@ -70,8 +70,10 @@ TEST_F(CBandwidthTest, PauseFailsNoDownloadAndEndsAtOnce)
     EXPECT_TRUE(ReadFile(Path("file")) == BODY && ReadFile(Path("ended")) == BODY);
 
     EXPECT_TRUE(WQCurl::SetBandwidth(100000000));
+    m_tSettings.nRetries = 2;
     EXPECT_EQ(Download(tSlow, Url(STALL), "slow"), DOWNLOAD_TYPE_FAIL) << "a silent server fails it";
-    EXPECT_TRUE(m_tReport.dTotal >= 30 && m_tReport.strErrorMsg.find("too slow") != std::string::npos)
+    EXPECT_EQ(m_tReport.nAttempts, 3);
+    EXPECT_TRUE(m_tReport.dTotal >= 90 && m_tReport.strErrorMsg.find("too slow") != std::string::npos)
         << m_tReport.dTotal;
     EXPECT_TRUE(WQCurl::SetBandwidth(0));
     OUTCOME_t tLast;
