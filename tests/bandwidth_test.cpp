@@ -60,9 +60,7 @@ TEST_F(CBandwidthTest, PauseFailsNoDownloadAndEndsAtOnce)
     EXPECT_EQ(Size("cancelled") + Size("sync"), 0U);
     EXPECT_TRUE(Get(Url()) && Get(Url())) << "their start leaves alone what the downloads have not read yet";
     EXPECT_EQ(tDownload.tEnded.Count(), 0);
-    EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
-    EXPECT_TRUE(tCancelled.tEnded.Wait());
-    EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
+    EXPECT_EQ(Cancel(tCancelled), DOWNLOAD_TYPE_CANCEL);
 
     EXPECT_TRUE(WQCurl::SetBandwidth(-1));
     EXPECT_TRUE(tDownload.tEnded.Wait() && tEnded.tEnded.Wait());

@@ -249,14 +249,14 @@ protected:
         return Download(tDownload, strUrl);
     }
 
-    /** Makes GATED requests at the same time, each over a connection of its own, which stays open. */
-    void Burst(const std::string& strServerUrl, int nRequests)
+    /** Makes GATED requests at once, whose connections stay open. @return how many have used a connection again */
+    std::ptrdiff_t Burst(const std::string& strServerUrl, int nRequests)
     {
         std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
         const int nArrived = m_tArrived.Count();
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
-            ASSERT_TRUE(Start(tOutcome, strServerUrl + GATED));
+            EXPECT_TRUE(Start(tOutcome, strServerUrl + GATED));
         }
         EXPECT_TRUE(m_tArrived.Wait(nArrived + nRequests));
         m_tGoOn.Open();
@@ -265,6 +265,16 @@ protected:
             EXPECT_TRUE(tOutcome.tEnded.Wait() && tOutcome.bResult);
         }
         m_tGoOn.Open(-1);
+        return std::count_if(vecOutcomes.begin(), vecOutcomes.end(),
+                             [](const OUTCOME_t& t) { return t.tReport.bReused; });
+    }
+
+    /** Cancels a download. @return the last event */
+    DOWNLOAD_TYPE_e Cancel(OUTCOME_t& tDownload)
+    {
+        EXPECT_TRUE(m_ptEngine->CancelDownload(tDownload.nId, true));
+        EXPECT_TRUE(tDownload.tEnded.Wait());
+        return tDownload.eType;
     }
 
     bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
@@ -275,8 +285,7 @@ protected:
         return bResult;
     }
 
-    /* Paths of the server. It also answers "/4" with so many bytes, "/4/cut" and "/4/reset" with half of them and that
-     * end, "/404" with that status, and echoes other paths. */
+    /* Paths of the server. It answers "/4" with so many bytes, "/4/cut" and "/4/reset" with half, and echoes others. */
     const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
     const std::string STALL = "/stall";              /**< sends nothing */
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */

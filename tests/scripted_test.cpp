@@ -110,8 +110,7 @@ TEST_F(CScriptedTest, DownloadsAboveTheMostWaitInOrder)
         ASSERT_EQ(Start(vecDownloads[i], strUrl + strName, strName), 1);
         i == 0 || i == 10 ? void() : vecExpected.push_back(strUrl + strName);
     }
-    EXPECT_TRUE(m_ptEngine->CancelDownload(vecDownloads[10].nId, true));
-    EXPECT_TRUE(vecDownloads[10].tEnded.Wait());
+    EXPECT_EQ(Cancel(vecDownloads[10]), DOWNLOAD_TYPE_CANCEL);
     EXPECT_TRUE(m_tWeb.WaitUntilHeld(strUrl + "0"));
     EXPECT_TRUE(Get(strUrl + "request")) << "requests do not wait behind downloads";
     m_tWeb.Release(strUrl + "0");

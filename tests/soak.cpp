@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <future>
 #include <malloc.h>
-#include <numeric>
 #include <optional>
 #include <random>
 #include <unistd.h>
@@ -56,9 +55,7 @@ const std::map<std::string, HOSTILE_t> HOSTILE = {
 
 std::string Echo(const std::string& strMethod, const std::string& strPath, const std::string& strBody)
 {
-    std::string strBytes(5000, '\0');
-    std::iota(strBytes.begin(), strBytes.end(), '\0');
-    return strMethod + strPath + strBody + strBytes;
+    return strMethod + strPath + strBody + std::string(5000, 'e');
 }
 
 void Serve(CConnection& tConnection, const REQUEST_t& tRequest)
