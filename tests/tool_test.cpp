@@ -146,7 +146,6 @@ TEST_F(ToolTest, ExitStatusAndMessageOfEachFailure)
         {"download --max-size 64000k $URL/huge x", 1, "x: The answer is larger than the settings allow"},
         {"get $URL/huge", 1, "larger than the settings allow (--max-size)"},
         {"get --json --fail $URL/404", 4, "\"result\": \"failed\",\n  \"reason\": \"HTTP 404\""},
-        {"get --fail $URL/302", 4, "/302: HTTP 302, a redirect to http"},
         {"get http://u:SE/CRET@SECRET@h/", 1, "veltra: http://h/: "},
         {"info --id A --id B $URL/", 1, ": the answer is no well-formed XML"},
         {"servers", 1, "cannot get the server list: the device has no chipset name"},
