@@ -64,7 +64,7 @@ mixed_traffic() { # MINUTES
     build/soak/tests/soak --seconds "$(awk "BEGIN { print int($1 * 60) }")" --folder "$work/files" \
         --cacert build/soak/tests/loopback/certificates/ca.pem \
         "$good"/{small,small,small,large,large,missing} \
-        "$bad"/{echo/,reset,cut,long,drip,chunks,chunked,headers,redirect,stall} \
+        "$bad"/{echo/,reset,cut,chunked,redirect,stall} \
         "$secure"/{chunked,reset,cut} "https://localhost:$tls/chunked" http://127.0.0.1:1/refused file:///etc/hostname
     stop
 }

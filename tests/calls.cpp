@@ -58,10 +58,10 @@ template <class RESULT> RESULT Failed(RESULT tResult)
 }
 
 /** Shortens a wait if a test is in a hurry. The thread's clocks skip the rest of a wait that did not end early. */
-template <class WAIT> int Hurry(long nMilliseconds, WAIT fnWait)
+int Wait(decltype(&epoll_wait) pfnNext, int nEpoll, epoll_event* ptEvents, int nMost, int nMilliseconds)
 {
-    const long nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
-    const int nResult = fnWait(nReal);
+    const int nReal = g_tCalls.bHurry && nMilliseconds >= 100 ? nMilliseconds / 20 : nMilliseconds;
+    const int nResult = pfnNext(nEpoll, ptEvents, nMost, nReal);
     t_nSkipped += nResult == 0 ? nMilliseconds - nReal : 0;
     return nResult;
 }
@@ -71,17 +71,6 @@ struct TIME_t
     long tv_sec;
     long tv_nsec;
 };
-
-template <class TIME> int Sleep(int (*pfnNext)(const TIME*, TIME*), const TIME* ptTime, TIME* ptLeft)
-{
-    const long nMilliseconds = static_cast<long>(ptTime->tv_sec) * 1000 + ptTime->tv_nsec / 1000000;
-    const auto fnSleep = [&](long nReal)
-    {
-        const TIME tReal{0, nReal * 1000000};
-        return pfnNext(nReal < nMilliseconds ? &tReal : ptTime, ptLeft);
-    };
-    return Hurry(nMilliseconds, fnSleep);
-}
 
 template <class TIME> int ReadClock(int (*pfnNext)(clockid_t, TIME*), clockid_t eClock, TIME* ptTime)
 {
@@ -166,9 +155,10 @@ CALL(int, epoll_ctl, (int nEpoll, int nWhat, int nFile, epoll_event* ptEvent), (
 REPLACE(int, epoll_wait, (int nEpoll, epoll_event* ptEvents, int nMost, int nTime),
         Meet("epoll_wait", __builtin_return_address(0), [] { return ""; })
             ? Failed(-1)
-            : Hurry(nTime, [&](long nReal) { return s_pfnNext(nEpoll, ptEvents, nMost, static_cast<int>(nReal)); }))
+            : Wait(s_pfnNext, nEpoll, ptEvents, nMost, nTime))
 CALL(int, eventfd, (unsigned nValue, int nFlags), (nValue, nFlags), Failed(-1), "")
 CALL(int, sem_init, (void* pSemaphore, int nShared, unsigned nValue), (pSemaphore, nShared, nValue), Failed(-1), "")
+CALL(int, sem_wait, (void* pSemaphore), (pSemaphore), Failed(-1), "")
 CALL(int, pthread_create, (void* pThread, const void* pAttributes, void* (*pfnRun)(void*), void* pArgument),
      (pThread, pAttributes, pfnRun, pArgument), EAGAIN, "")
 REPLACE(void*, curl_easy_init, (), WithAuthorities(s_pfnNext()))
@@ -177,10 +167,8 @@ CALL(void*, curl_slist_append, (void* ptList, const char* pszText), (ptList, psz
 constexpr int CURLM_NO_MEMORY = 3;
 CALL(int, curl_multi_add_handle, (void* pMulti, void* pEasy), (pMulti, pEasy), CURLM_NO_MEMORY, "")
 
-REPLACE(int, nanosleep, (const TIME_t* ptTime, TIME_t* ptLeft), Sleep(s_pfnNext, ptTime, ptLeft))
 REPLACE(int, clock_gettime, (clockid_t eClock, TIME_t* ptTime), ReadClock(s_pfnNext, eClock, ptTime))
 #if __SIZEOF_LONG__ == 4 // libraries differ in their time_t
-REPLACE(int, __nanosleep64, (const timespec* ptTime, timespec* ptLeft), Sleep(s_pfnNext, ptTime, ptLeft))
 REPLACE(int, __clock_gettime64, (clockid_t eClock, timespec* ptTime), ReadClock(s_pfnNext, eClock, ptTime))
 #endif
 REPLACE(int, getaddrinfo, (const char* pszName, const char* pszService, const addrinfo* ptHints, addrinfo** pptResult),

@@ -249,22 +249,32 @@ protected:
         return Download(tDownload, strUrl);
     }
 
-    /** Makes GATED requests at the same time, each over a connection of its own, which stays open. */
-    void Burst(const CLoopbackServer& tServer, int nRequests)
+    /** Makes GATED requests at once, whose connections stay open. @return how many have used a connection again */
+    std::ptrdiff_t Burst(const std::string& strServerUrl, int nRequests)
     {
         std::vector<OUTCOME_t> vecOutcomes(static_cast<size_t>(nRequests));
         const int nArrived = m_tArrived.Count();
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
-            ASSERT_TRUE(Start(tOutcome, tServer.Url(GATED)));
+            EXPECT_TRUE(Start(tOutcome, strServerUrl + GATED));
         }
         EXPECT_TRUE(m_tArrived.Wait(nArrived + nRequests));
         m_tGoOn.Open();
         for (OUTCOME_t& tOutcome : vecOutcomes)
         {
-            EXPECT_TRUE(tOutcome.tEnded.Wait());
+            EXPECT_TRUE(tOutcome.tEnded.Wait() && tOutcome.bResult);
         }
         m_tGoOn.Open(-1);
+        return std::count_if(vecOutcomes.begin(), vecOutcomes.end(),
+                             [](const OUTCOME_t& t) { return t.tReport.bReused; });
+    }
+
+    /** Cancels a download. @return the last event */
+    DOWNLOAD_TYPE_e Cancel(OUTCOME_t& tDownload)
+    {
+        EXPECT_TRUE(m_ptEngine->CancelDownload(tDownload.nId, true));
+        EXPECT_TRUE(tDownload.tEnded.Wait());
+        return tDownload.eType;
     }
 
     bool SyncDownload(const std::string& strUrl, const std::string& strName, int nTotal = 0, int nConnect = 0)
@@ -275,9 +285,9 @@ protected:
         return bResult;
     }
 
-    /* Paths of the server. It also answers "/4" with so many bytes, "/404" with that status, and echoes other paths. */
+    /* Paths of the server. It answers "/4" with so many bytes, "/4/cut" and "/4/reset" with half, and echoes others. */
     const std::string RAW = "/raw";                  /**< sends m_strRaw and closes the connection */
-    const std::string STALL = "/stall";              /**< sends nothing; behind a length, half of that */
+    const std::string STALL = "/stall";              /**< sends nothing */
     const std::string GATED = "/gated";              /**< echoes once m_tGoOn is open */
     const std::string HEAD = "/head";                /**< answers with the request's head */
     const std::string ENDLESS = "/1125899906842624"; /**< repeats the body */
@@ -300,9 +310,14 @@ private:
         const std::string strEnd = "/" + strPath.substr(strPath.rfind('/') + 1);
         const unsigned long long nLength = strtoull(&strPath[1], nullptr, 10);
         m_tArrived.Open();
-        if (strPath == RAW)
+        if (strPath == STALL)
+        {
+            tConnection.Stall();
+        }
+        else if (strPath == RAW)
         {
             tConnection.Send(m_strRaw);
+            tConnection.Shutdown();
         }
         else if (nLength > 0 && strPath != "/404")
         {
@@ -314,25 +329,14 @@ private:
                 bGoOn = tConnection.Send(BODY.substr(0, nNow));
                 nLeft -= nNow;
             }
+            strEnd == "/cut" ? tConnection.Shutdown() : strEnd == "/reset" ? tConnection.Reset() : void();
         }
-        else if (strPath != STALL)
+        else
         {
             EXPECT_TRUE(strPath != GATED || m_tGoOn.Wait());
             tConnection.Answer(strEnd == HEAD ? tRequest.strHead
                                               : tRequest.strMethod + " " + strPath + " " + tRequest.strBody,
                                strPath == "/404" ? "404 Not Found" : "200 OK");
-        }
-        if (strEnd == STALL)
-        {
-            tConnection.Stall();
-        }
-        if (strEnd == "/reset")
-        {
-            tConnection.Reset();
-        }
-        if (strEnd == "/cut" || strEnd == RAW)
-        {
-            tConnection.Shutdown();
         }
     }
 

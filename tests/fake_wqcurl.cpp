@@ -1,21 +1,16 @@
 #include "fake_wqcurl.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <numeric>
-#include <semaphore.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 #include "veltra/platform/kvr_debug.h"
 
 std::optional<FAKE_WQCURL_t> g_tFake;
-std::atomic<int> g_nInterruptions{0};
 
 void Note(const std::string& strStep)
 {
@@ -35,20 +30,6 @@ extern "C" int lstat(const char* pszPath, struct stat* ptStat) noexcept
 {
     g_tFake.has_value() ? g_tFake->fnBeforeLstat() : void();
     return fstatat(AT_FDCWD, pszPath, ptStat, AT_SYMLINK_NOFOLLOW);
-}
-
-extern "C" ssize_t write(int nDescriptor, const void* pData, size_t nSize)
-{
-    static const auto s_pfnSystem = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
-    errno = EINTR;
-    return g_nInterruptions-- > 0 ? -1 : s_pfnSystem(nDescriptor, pData, nSize);
-}
-
-extern "C" int sem_wait(sem_t* ptSemaphore)
-{
-    const timespec tNever = {1LL << 40, 0};
-    errno = EINTR;
-    return g_nInterruptions-- > 0 ? -1 : sem_timedwait(ptSemaphore, &tNever); // sanitizers know this function
 }
 
 namespace WQCurl

@@ -27,7 +27,6 @@ struct FAKE_WQCURL_t
 };
 
 extern std::optional<FAKE_WQCURL_t> g_tFake;
-extern std::atomic<int> g_nInterruptions; /**< so many write() and sem_wait() calls fail with EINTR; they count down */
 
 /** Takes one occurrence of a word out of g_tFake's. @return false if there is none */
 bool Takes(const std::string& strWord);

@@ -169,3 +169,29 @@ TEST_F(CFaultTest, SyncToStorageReportsEachFailure)
     EXPECT_FALSE(SyncToStorage(Path("none")));
     EXPECT_EQ(errno, ENOENT);
 }
+
+TEST(Platform, RecordsUpToTheLevelGoToStandardError)
+{
+    CKVRDebug::SetSink(nullptr, nullptr);
+    testing::internal::CaptureStderr();
+    CKVRDebug::PrintLog(4, "information\n");
+    g_tCalls.Fail("write", EINTR);
+    CKVRDebug::PrintLog(0, "milestone\n");
+    CKVRDebug::PrintLog(4, "information without an end");
+    CKVRDebug::PrintLog(0, "error\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "milestone\nerror\n");
+    EXPECT_LT(g_tCalls.nUntilFailure, 0);
+    CKVRDebug::PrintLog(4, "\n");
+}
+
+TEST(Platform, SemaphoreIsNeitherCopiedNorInterrupted)
+{
+    CSync tSync;
+    EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
+    std::atomic<bool> bGiven{false};
+    g_tCalls.Fail("sem_wait", EINTR);
+    std::thread tGiver([&] { bGiven = WaitUntil([] { return g_tCalls.nUntilFailure < 0; }), tSync.Give(); });
+    tSync.Take();
+    EXPECT_TRUE(bGiven) << "an interrupted wait goes on";
+    tGiver.join();
+}

@@ -26,13 +26,10 @@ protected:
                 tConnection.Answer(tRequest.strPath);
                 return;
             }
-            const std::string strAnswer = itAnswer->second.front();
-            if (itAnswer->second.size() > 1)
-            {
-                itAnswer->second.pop_front();
-            }
-            tConnection.Send(strAnswer);
-            if (strAnswer.find("Content-Length: 0") == std::string::npos)
+            std::list<std::string>& lstAnswers = itAnswer->second;
+            lstAnswers.splice(lstAnswers.end(), lstAnswers, lstAnswers.begin());
+            tConnection.Send(lstAnswers.back());
+            if (lstAnswers.back().find("Content-Length: 0") == std::string::npos)
             {
                 tConnection.Shutdown();
             }
@@ -51,7 +48,7 @@ protected:
     }
 
     std::mutex m_tLock;
-    std::map<std::string, std::list<std::string>> m_mapAnswers; /**< set while no transfer runs; the last one stays */
+    std::map<std::string, std::list<std::string>> m_mapAnswers; /**< set while no transfer runs */
     std::vector<std::string> m_vecHeads; /**< the requests in their order, each behind its server's name */
     CLoopbackServer m_tFirst{Script("first ")};
     CLoopbackServer m_tOther{Script("other ")};

@@ -58,36 +58,15 @@ TEST_F(CSettingsTest, ConnectionsUseFamilyCertificateAndHttpVersionOfTheSettings
     m_tSettings.eIpFamily = WQCurl::IP_FAMILY_ANY;
 
     CLoopbackServer tStrict(m_fnServe, true, true);
-    EXPECT_FALSE(Get(tStrict.Url()));
     m_tSettings.strClientCertificate = TEST_CERTIFICATES "/server.pem";
     EXPECT_FALSE(Get(tStrict.Url())) << "without its key";
     m_tSettings.strClientKey = TEST_CERTIFICATES "/server.key";
-    EXPECT_TRUE(Get(tStrict.Url()));
     m_tSettings.strCaFile.clear();
     m_tSettings.strCaFolder = TEST_CERTIFICATES;
     EXPECT_TRUE(Get(tStrict.Url()));
 
     m_tSettings.bHttp2 = true;
-    WQCurl::NetworkChanged(); // connects again
-    EXPECT_FALSE(Get(tStrict.Url())) << "the server chooses HTTP/2 where that is offered, and does not speak it";
-}
-
-TEST_F(CSettingsTest, ErrorStatusesAndRedirectsFailTransfersIfTheSettingsSaySo)
-{
-    std::ofstream(Path("file")) << "old";
-    m_tSettings.bFailOnHttpError = true;
-    EXPECT_NE(Answer(Url("/404")).find("error: 404"), std::string::npos);
-    EXPECT_EQ(Download(Url("/404")), DOWNLOAD_TYPE_FAIL);
-    for (const char* pszStatus : {"300", "301", "302", "303", "304", "307", "308"})
-    {
-        m_strRaw = "HTTP/1.0 " + std::string(pszStatus) + " Elsewhere\r\nLocation: /x\r\n\r\n";
-        m_tSettings.bFailOnRedirect = false;
-        EXPECT_EQ(Answer(Url(RAW)), "") << pszStatus;
-        m_tSettings.bFailOnRedirect = true;
-        EXPECT_NE(Answer(Url(RAW)).find("redirects"), std::string::npos) << pszStatus;
-        EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_FAIL) << pszStatus;
-    }
-    EXPECT_EQ(ReadFile(Path("file")), "old");
+    EXPECT_FALSE(Get(CLoopbackServer(m_fnServe, true).Url())) << "the server refuses a client that offers HTTP/2";
 }
 
 TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
@@ -104,12 +83,14 @@ TEST_F(CSettingsTest, CompressedAnswersOfRequestsAreDecoded)
     EXPECT_NE(Answer(Url(RAW)).find("larger"), std::string::npos) << "decoded bytes count";
     EXPECT_EQ(Download(Url(RAW)), DOWNLOAD_TYPE_SUCCESS);
     EXPECT_EQ(ReadFile(Path("file")), strBytes);
+    m_tSettings.nLargestFile = 1;
+    EXPECT_EQ(Download(Url("/2000000")), DOWNLOAD_TYPE_FAIL);
+    EXPECT_LT(m_tReport.nBytes, 2000000) << "it ends as soon as it is too large";
 }
 
 TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
 {
     const std::string strFile = "the expected body";
-    const std::string strSha256 = "264250935f6a28223a2e42302d43f9e0202f528964daba35e62d22a07d9e0452";
     const auto fnAnswer = [](const std::string& strBody)
     { return "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(strBody.size()) + "\r\n\r\n" + strBody; };
     const std::string UNKNOWN = "HTTP/1.1 200 OK\r\n\r\n"; // without a length
@@ -121,13 +102,11 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
         {UNKNOWN + "the expected bod", "smaller", 16},
         {fnAnswer("the expected body!"), "larger", 0},
         {UNKNOWN + "the expected body!", "larger", 0},
-        {UNKNOWN + std::string(50000000, 'x'), "larger", 0},
-        {fnAnswer("<html>Log in</html>"), "larger", 0},
         {fnAnswer(""), "smaller", 0},
         {"HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\ngone", "smaller", 0},
     };
     m_tSettings.nExpectedSize = 17;
-    m_tSettings.strExpectedSha256 = strSha256;
+    m_tSettings.strExpectedSha256 = "264250935f6a28223a2e42302d43f9e0202f528964daba35e62d22a07d9e0452";
     for (const auto& [strAnswer, pszReason, nWritten] : arrCases)
     {
         SCOPED_TRACE(strAnswer.substr(0, 100));
@@ -143,7 +122,7 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
         EXPECT_EQ(Get(Url(RAW)), bExpected);
         std::filesystem::remove(Path("sync"));
     }
-    for (const char* pszStatus : {"404 Not Found", "302 Found"})
+    for (const char* pszStatus : {"404 Not Found", "300 Choices", "304 Not Modified", "308 Elsewhere"})
     {
         m_strRaw = "HTTP/1.1 " + std::string(pszStatus) + "\r\nContent-Length: 4\r\n\r\npage";
         m_tSettings.bFailOnHttpError = m_tSettings.bFailOnRedirect = true;
@@ -155,21 +134,6 @@ TEST_F(CSettingsTest, OnlyTheExpectedBodyReachesItsTarget)
     m_tSettings.strExpectedSha256 = "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855"; // of nothing
     m_strRaw = fnAnswer("");
     EXPECT_TRUE(Get(Url(RAW)));
-}
-
-TEST_F(CSettingsTest, SizesAreLimited)
-{
-    g_tCalls.bHurry = true;
-    m_tSettings.nLargestAnswer = 100;
-    m_tSettings.nLargestFile = 200000;
-    EXPECT_EQ(Answer(Url("/100")), BODY.substr(0, 100));
-    EXPECT_NE(Answer(Url("/101")).find("larger"), std::string::npos);
-    std::ofstream(Path("file")) << "old";
-    EXPECT_EQ(Download(Url("/2000000")), DOWNLOAD_TYPE_FAIL);
-    EXPECT_LT(m_tReport.nBytes, 2000000) << "it ends as soon as it is too large";
-    EXPECT_EQ(ReadFile(Path("file")), "old");
-    EXPECT_EQ(Download(Url("/200000")), DOWNLOAD_TYPE_SUCCESS);
-    EXPECT_EQ(ReadFile(Path("file")).size(), 200000U);
 }
 
 TEST_F(CSettingsTest, RefusedSettingsChangeNothing)
@@ -223,9 +187,7 @@ TEST_F(CSettingsTest, TransfersAboveTheMostConnectionsWaitAndCanBeEnded)
         ASSERT_EQ(Start(tEnded, Url(ENDLESS), "ended"), 1);
         ASSERT_TRUE(Start(tRequest, Url()));
         EXPECT_TRUE(tCancelled.tProgress.Wait()) << "it is asked while it waits";
-        EXPECT_TRUE(m_ptEngine->CancelDownload(tCancelled.nId, true));
-        EXPECT_TRUE(tCancelled.tEnded.Wait());
-        EXPECT_EQ(tCancelled.eType, DOWNLOAD_TYPE_CANCEL);
+        EXPECT_EQ(Cancel(tCancelled), DOWNLOAD_TYPE_CANCEL);
         EXPECT_TRUE(tRequest.tEnded.Wait()) << "after its time-out";
         EXPECT_FALSE(tRequest.bResult);
         EXPECT_EQ(tRunning.tEnded.Count(), 0);
@@ -239,7 +201,7 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
 {
     for (const int nBurst : {8, 40})
     {
-        Burst(*m_tServer, nBurst);
+        Burst(Url(""), nBurst);
         EXPECT_TRUE(Get(Url())); // the last of the burst has left by then
         const size_t nOpen = SocketsTo(*m_tServer).size();
         EXPECT_TRUE(nBurst == 8 ? nOpen == 8 : nOpen <= 1) << nOpen << " after " << nBurst;
@@ -251,59 +213,31 @@ TEST_F(CSettingsTest, IdleConnectionsOfABurstAreClosedAndThoseOfLoneRequestsKept
 
 TEST_F(CSettingsTest, ChangeOfNetworkOutdatesConnectionsAndLookUps)
 {
-    std::atomic<int> nConnections{0};
-    std::atomic<int> nNetwork{1};
-    CLoopbackServer tServer(
-        [&](CConnection& tConnection, const REQUEST_t& tRequest)
-        {
-            /* A connection is silent in every network but its own. */
-            thread_local int t_nNetwork = 0;
-            nConnections += t_nNetwork == 0 ? 1 : 0;
-            t_nNetwork = t_nNetwork == 0 ? nNetwork.load() : t_nNetwork;
-            if (t_nNetwork != nNetwork)
-            {
-                tConnection.Stall();
-            }
-            m_fnServe(tConnection, tRequest);
-        });
-    const std::string strUrl = "http://counted.invalid:" + std::to_string(tServer.Port());
+    const std::string strUrl = "http://counted.invalid:" + std::to_string(m_tServer->Port());
     const auto fnChangeEach = [&]
     {
         for (const bool bAsleep : {false, true})
         {
-            const int nBefore = nConnections;
             const int nLookUps = g_tCalls.nLookUps;
-            ++nNetwork;
             bAsleep ? void(g_tCalls.nSecondsAsleep += 3600) : WQCurl::NetworkChanged();
-            EXPECT_TRUE(Get(strUrl)) << "the old connection would keep silent";
-            EXPECT_EQ(nConnections, nBefore + 1);
+            EXPECT_TRUE(Get(strUrl));
+            EXPECT_FALSE(m_tReport.bReused) << "the old connection may be silent for ever";
             EXPECT_EQ(g_tCalls.nLookUps, nLookUps + 1);
         }
     };
     EXPECT_TRUE(Get(strUrl));
     fnChangeEach();
     /* While a transfer is under way, it is not disturbed, and others connect afresh. */
-    OUTCOME_t arrRequests[4];
+    OUTCOME_t tUnderWay;
     WQCurl::NetworkChanged();
-    ASSERT_TRUE(Start(arrRequests[0], strUrl + GATED));
+    ASSERT_TRUE(Start(tUnderWay, strUrl + GATED));
     EXPECT_TRUE(m_tArrived.Wait(4));
     EXPECT_TRUE(Get(strUrl)); // leaves an idle connection
     fnChangeEach();
     std::this_thread::sleep_for(2100ms); // libcurl compares ages in whole seconds
     EXPECT_TRUE(Get(strUrl));
-    const int nBefore = nConnections;
-    const int nArrived = m_tArrived.Count();
-    for (int i = 1; i < 4; ++i)
-    {
-        ASSERT_TRUE(Start(arrRequests[i], strUrl + GATED));
-    }
-    EXPECT_TRUE(m_tArrived.Wait(nArrived + 3));
-    EXPECT_EQ(nConnections, nBefore + 2) << "the idle connection of this network is used again";
-    EXPECT_EQ(arrRequests[0].tEnded.Count(), 0);
+    EXPECT_EQ(tUnderWay.tEnded.Count(), 0);
+    EXPECT_EQ(Burst(strUrl, 3), 1) << "the idle connection of this network is used again";
     m_tGoOn.Open();
-    for (OUTCOME_t& tRequest : arrRequests)
-    {
-        EXPECT_TRUE(tRequest.tEnded.Wait());
-        EXPECT_TRUE(tRequest.bResult);
-    }
+    EXPECT_TRUE(tUnderWay.tEnded.Wait() && tUnderWay.bResult);
 }

@@ -407,28 +407,6 @@ TEST(Platform, RecordsOfThreadsDoNotMix)
     }
 }
 
-TEST(Platform, RecordsUpToTheLevelGoToStandardError)
-{
-    testing::internal::CaptureStderr();
-    CKVRDebug::PrintLog(4, "information\n");
-    g_nInterruptions = 2;
-    CKVRDebug::PrintLog(0, "milestone\n");
-    CKVRDebug::PrintLog(4, "information without an end");
-    CKVRDebug::PrintLog(0, "error\n");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "milestone\nerror\n");
-    CKVRDebug::PrintLog(4, "\n");
-}
-
-TEST(Platform, SemaphoreIsNeitherCopiedNorInterrupted)
-{
-    CSync tSync;
-    EXPECT_TRUE(tSync.Create() && !CSync(tSync).m_bCreated);
-    g_nInterruptions = 2;
-    tSync.Give();
-    tSync.Take();
-    EXPECT_EQ(g_nInterruptions, -1) << "an interrupted wait goes on";
-}
-
 TEST(Platform, ReadySinksRankAndFoldRecords)
 {
     const std::string START = "Start http/https Request!\n", THRICE = "broken\nbroken\nbroken\n";

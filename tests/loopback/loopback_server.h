@@ -153,15 +153,9 @@ public:
         if (bTls)
         {
             SSL_CTX_set_quiet_shutdown(m_pTlsContext, 1); // sends nothing, and so raises nothing, on the freeing thread
-            /* Chooses HTTP/2, as most servers do, but does not speak it: a client that offers it fails. */
-            const auto pfnChoose = [](SSL*, auto ppChosen, auto pnLength, auto pOffered, auto nOffered, void*)
-            {
-                const auto pszHttp2 = reinterpret_cast<const unsigned char*>("\2h2");
-                const int nResult = SSL_select_next_proto(const_cast<unsigned char**>(ppChosen), pnLength, pszHttp2, 3,
-                                                          pOffered, nOffered);
-                return nResult == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_NOACK;
-            };
-            SSL_CTX_set_alpn_select_cb(m_pTlsContext, pfnChoose, nullptr);
+            const auto pfnRefuseHttp2 = [](SSL*, auto, auto, auto pOffered, auto nOffered, void*)
+            { return memmem(pOffered, nOffered, "\2h2", 3) ? SSL_TLSEXT_ERR_ALERT_FATAL : SSL_TLSEXT_ERR_NOACK; };
+            SSL_CTX_set_alpn_select_cb(m_pTlsContext, pfnRefuseHttp2, nullptr);
             SSL_CTX_load_verify_locations(m_pTlsContext, TEST_CERTIFICATES "/ca.pem", nullptr);
             SSL_CTX_set_verify(m_pTlsContext,
                                bStrict ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_NONE, nullptr);
