@@ -28,8 +28,9 @@ protected:
             }
             std::list<std::string>& lstAnswers = itAnswer->second;
             lstAnswers.splice(lstAnswers.end(), lstAnswers, lstAnswers.begin());
-            tConnection.Send(lstAnswers.back());
-            if (lstAnswers.back().find("Content-Length: 0") == std::string::npos)
+            const std::string strAnswer = lstAnswers.back(); // once it is sent, the test may change the list
+            tConnection.Send(strAnswer);
+            if (strAnswer.find("Content-Length: 0") == std::string::npos)
             {
                 tConnection.Shutdown();
             }

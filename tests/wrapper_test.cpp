@@ -175,6 +175,39 @@ TEST_F(CWrapperTest, DeadIdleConnectionsFailNoRequest)
     EXPECT_TRUE(Get(tServer.Url())) << "libcurl alone gives up after five that died";
 }
 
+TEST_F(CWrapperTest, SocketsOfTheApplicationAreLeftAlone)
+{
+    const int nListener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in tAddress{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    auto* const ptAddress = reinterpret_cast<sockaddr*>(&tAddress);
+    socklen_t nSize = sizeof tAddress;
+    ASSERT_EQ(bind(nListener, ptAddress, nSize) + listen(nListener, 0) + getsockname(nListener, ptAddress, &nSize), 0);
+    const int nOnly = socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(nOnly, ptAddress, nSize), 0); // others wait until it is accepted
+    OUTCOME_t tDownload;
+    ASSERT_EQ(Start(tDownload, "http://127.0.0.1:" + std::to_string(ntohs(tAddress.sin_port)), "file"), 1);
+    EXPECT_TRUE(tDownload.tProgress.Wait());
+    EXPECT_EQ(Cancel(tDownload), DOWNLOAD_TYPE_CANCEL);
+
+    /* Some libcurls do not tell that they close a socket that never connected. One of these has its number. */
+    int arrPairs[8][2];
+    char cByte = 'x';
+    for (auto& arrPair : arrPairs)
+    {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, arrPair), 0);
+        EXPECT_EQ(write(arrPair[0], &cByte, 1) + write(arrPair[1], &cByte, 1), 2);
+    }
+    EXPECT_TRUE(Get(Url(HEAD)));
+    for (const auto& arrPair : arrPairs)
+    {
+        EXPECT_EQ(recv(arrPair[0], &cByte, 1, MSG_DONTWAIT) + recv(arrPair[1], &cByte, 1, MSG_DONTWAIT), 2);
+        close(arrPair[0]);
+        close(arrPair[1]);
+    }
+    close(nOnly);
+    close(nListener);
+}
+
 TEST_F(CWrapperTest, IdleConnectionsOnWhichTheServerSendsAreNotReused)
 {
     constexpr int BURST = 8;

@@ -2,12 +2,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 namespace
 {
 
 constexpr int REFUSED_MILLISECONDS = 10; // the longest wait while a socket is not registered
+
+/** Returns the inode of an open socket; 0 for any other descriptor. */
+ino_t Inode(int nDescriptor)
+{
+    struct stat tStat = {};
+    /* ThreadSanitizer would take fstat() of a descriptor that the application has opened since for a race. */
+    return fstatat(nDescriptor, "", &tStat, AT_EMPTY_PATH) == 0 && S_ISSOCK(tStat.st_mode) ? tStat.st_ino : 0;
+}
 
 } // namespace
 
@@ -24,9 +34,10 @@ void CSocketSet::OnOpened(int nSocket)
     {
         m_vecSockets.resize(nIndex + 1);
     }
+    m_nOpen += m_vecSockets[nIndex].bTracked ? 0 : 1; // libcurl has not told that it closed the one before
     m_vecSockets[nIndex] = {};
     m_vecSockets[nIndex].bTracked = true;
-    ++m_nOpen;
+    m_vecSockets[nIndex].nInode = Inode(nSocket);
 }
 
 void CSocketSet::OnClosing(int nSocket)
@@ -47,7 +58,7 @@ void CSocketSet::OnClosing(int nSocket)
 
 bool CSocketSet::Want(int nDescriptor, uint32_t nEvents)
 {
-    SOCKET_t* ptSocket = Find(nDescriptor);
+    SOCKET_t* ptSocket = nEvents != 0 || IsStillOpen(nDescriptor) ? Find(nDescriptor) : nullptr;
     if (ptSocket == nullptr)
     {
         if (nEvents == 0)
@@ -124,7 +135,7 @@ const std::vector<int>& CSocketSet::FindUnexpected()
     {
         for (const pollfd& tPolled : m_vecPolled)
         {
-            if (tPolled.revents != 0)
+            if (tPolled.revents != 0 && IsStillOpen(tPolled.fd))
             {
                 m_vecUnexpected.push_back(tPolled.fd);
             }
@@ -148,6 +159,19 @@ CSocketSet::SOCKET_t* CSocketSet::Find(int nDescriptor)
 {
     const auto nIndex = static_cast<size_t>(nDescriptor);
     return nIndex < m_vecSockets.size() && m_vecSockets[nIndex].bTracked ? &m_vecSockets[nIndex] : nullptr;
+}
+
+/** Returns whether an opened socket is still the same one, and forgets it otherwise. */
+bool CSocketSet::IsStillOpen(int nSocket)
+{
+    SOCKET_t* ptSocket = Find(nSocket);
+    const bool bOpen = ptSocket != nullptr && ptSocket->nInode == Inode(nSocket);
+    if (ptSocket != nullptr && !bOpen)
+    {
+        *ptSocket = {};
+        --m_nOpen;
+    }
+    return bOpen;
 }
 
 bool CSocketSet::Register(int nFirst, int nDescriptor, uint32_t nEvents)

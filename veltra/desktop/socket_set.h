@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/types.h>
 #include <vector>
 
 #include "veltra/desktop/descriptor.h"
@@ -13,6 +14,9 @@
  * libcurl stops waiting on a connection at the end of each transfer and waits on it again for the next. Sockets that
  * OnOpened() has announced stay registered in between, which saves two system calls a transfer. An event on a socket
  * that libcurl does not wait on unregisters it.
+ *
+ * Some libcurls do not tell that they close a socket whose connection has not been established. The application may
+ * open another descriptor with its number, which must be left alone: each socket is recognised by its inode.
  */
 class CSocketSet
 {
@@ -47,13 +51,15 @@ public:
 private:
     struct SOCKET_t
     {
-        bool bTracked = false;    /**< between OnOpened() and OnClosing() */
+        bool bTracked = false;    /**< between OnOpened() and the end of the socket, as far as that is known */
+        ino_t nInode = 0;         /**< of the socket */
         bool bShutDown = false;   /**< ShutDown() has been called */
         uint32_t nRegistered = 0; /**< the events that the kernel reports */
         uint32_t nWanted = 0;
     };
 
     SOCKET_t* Find(int nDescriptor);
+    bool IsStillOpen(int nSocket);
     bool Register(int nFirst, int nDescriptor, uint32_t nEvents);
     void RegisterRefused();
 
