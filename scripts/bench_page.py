@@ -27,7 +27,7 @@ def read():
 
 def digits(value):
     """Returns a number with three digits, or more before the point."""
-    return f"{value:,.{max(0, 3 - len(str(int(value))))}f}"
+    return f"{value:,.{max(0, 3 - len(str(int(value)))) + (value < 1)}f}"
 
 
 def ratios(rows, key, debian):
