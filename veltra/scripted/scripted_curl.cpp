@@ -43,7 +43,41 @@ const char* TextOf(va_list& tArguments)
     return pszText != nullptr ? pszText : "";
 }
 
-/** Sets an option to the next argument. May throw std::bad_alloc. */
+/** Sets a function, or the data that it receives, to the next argument. */
+void SetFunction(SCRIPTED_OPTIONS_t& tOptions, CURLoption eOption, va_list& tArguments)
+{
+    switch (eOption)
+    {
+    case CURLOPT_HEADERFUNCTION:
+        tOptions.pfnHeader = va_arg(tArguments, curl_write_callback);
+        break;
+    case CURLOPT_HEADERDATA:
+        tOptions.pHeaderData = va_arg(tArguments, void*);
+        break;
+    case CURLOPT_WRITEFUNCTION:
+        tOptions.pfnWrite = va_arg(tArguments, curl_write_callback);
+        break;
+    case CURLOPT_WRITEDATA:
+        tOptions.pWriteData = va_arg(tArguments, void*);
+        break;
+    case CURLOPT_XFERINFOFUNCTION:
+        tOptions.pfnProgress = va_arg(tArguments, curl_xferinfo_callback);
+        break;
+    case CURLOPT_XFERINFODATA:
+        tOptions.pProgressData = va_arg(tArguments, void*);
+        break;
+    case CURLOPT_ERRORBUFFER:
+        tOptions.pszError = va_arg(tArguments, char*);
+        break;
+    case CURLOPT_PRIVATE:
+        tOptions.pPrivate = va_arg(tArguments, char*);
+        break;
+    default:
+        break;
+    }
+}
+
+/** Sets an option of the request to the next argument, and passes the others on. May throw std::bad_alloc. */
 void SetOption(SCRIPTED_OPTIONS_t& tOptions, CURLoption eOption, va_list& tArguments)
 {
     switch (eOption)
@@ -78,31 +112,8 @@ void SetOption(SCRIPTED_OPTIONS_t& tOptions, CURLoption eOption, va_list& tArgum
     case CURLOPT_HTTPHEADER:
         tOptions.pHeader = va_arg(tArguments, const curl_slist*);
         break;
-    case CURLOPT_HEADERFUNCTION:
-        tOptions.pfnHeader = va_arg(tArguments, curl_write_callback);
-        break;
-    case CURLOPT_HEADERDATA:
-        tOptions.pHeaderData = va_arg(tArguments, void*);
-        break;
-    case CURLOPT_WRITEFUNCTION:
-        tOptions.pfnWrite = va_arg(tArguments, curl_write_callback);
-        break;
-    case CURLOPT_WRITEDATA:
-        tOptions.pWriteData = va_arg(tArguments, void*);
-        break;
-    case CURLOPT_XFERINFOFUNCTION:
-        tOptions.pfnProgress = va_arg(tArguments, curl_xferinfo_callback);
-        break;
-    case CURLOPT_XFERINFODATA:
-        tOptions.pProgressData = va_arg(tArguments, void*);
-        break;
-    case CURLOPT_ERRORBUFFER:
-        tOptions.pszError = va_arg(tArguments, char*);
-        break;
-    case CURLOPT_PRIVATE:
-        tOptions.pPrivate = va_arg(tArguments, char*);
-        break;
     default:
+        SetFunction(tOptions, eOption, tArguments);
         break;
     }
 }
