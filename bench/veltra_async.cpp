@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "load.h"
-#include "veltra/veltra.h"
+#include "veltra_client.h"
 
 namespace
 {
@@ -54,10 +54,7 @@ struct RUN_t
 int main(int nArguments, char* arrArguments[])
 {
     const LOAD_t tLoad(nArguments, arrArguments);
-    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({tLoad.strCaFile, {}});
-    CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
-    tEngine.Create();
+    CWebConnector& tEngine = StartEngine(tLoad.strCaFile);
     RUN_t tRun{tLoad, tEngine};
 
     /* The first transfers start on the worker thread, too, so that only one thread counts. */

@@ -6,15 +6,12 @@
 #include <unistd.h>
 
 #include "load.h"
-#include "veltra/veltra.h"
+#include "veltra_client.h"
 
 int main(int nArguments, char* arrArguments[])
 {
     const LOAD_t tLoad(nArguments, arrArguments);
-    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({tLoad.strCaFile, {}});
-    CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
-    tEngine.Create();
+    CWebConnector& tEngine = StartEngine(tLoad.strCaFile);
     long nFailed = 0;
     const std::string strFolder = getenv("BENCH_FOLDER");
     for (long i = 0; i < tLoad.nStalled; ++i)

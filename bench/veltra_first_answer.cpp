@@ -6,7 +6,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "veltra/veltra.h"
+#include "veltra_client.h"
 
 int main(int nArguments, char* arrArguments[])
 {
@@ -14,10 +14,7 @@ int main(int nArguments, char* arrArguments[])
     {
         return 2;
     }
-    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({arrArguments[2], {}});
-    CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
-    tEngine.Create();
+    CWebConnector& tEngine = StartEngine(arrArguments[2]);
     bool bAll = true;
     for (const char* pszEnd : {" ", " ", "\n"})
     {

@@ -5,15 +5,12 @@
 #include <thread>
 
 #include "load.h"
-#include "veltra/veltra.h"
+#include "veltra_client.h"
 
 int main(int nArguments, char* arrArguments[])
 {
     const LOAD_t tLoad(nArguments, arrArguments);
-    CKVRDebug::SetSink([](unsigned int, const char*, void*) {}, nullptr);
-    WQCurl::SetTransferDefaults({tLoad.strCaFile, {}});
-    CWebConnector& tEngine = *CSingleton<CWebConnector>::GetInstance();
-    tEngine.Create();
+    CWebConnector& tEngine = StartEngine(tLoad.strCaFile);
     std::atomic<long> nFailed{0};
     const CMeasure tMeasure;
     std::list<std::thread> lstThreads;
